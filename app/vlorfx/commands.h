@@ -1,0 +1,5 @@
+#pragma once
+
+// Each command of the reference editor takes the arguments behind its name
+// and returns the process's exit status.
+int cmdDemo(int argc, char** argv);

@@ -1,0 +1,48 @@
+// vlorfx: the reference editor on the command line. It starts the library the
+// way the editor does and offers the library's work as commands.
+#include "commands.h"
+
+#include "QVlorAudioPlugins.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+struct Command {
+    const char* name;
+    int (*run)(int, char**);
+    const char* help;
+};
+
+const Command kCommands[] = {
+    {"demo", cmdDemo, "run a real plugin over a generated signal and report what it did"},
+};
+
+void usage(FILE* out)
+{
+    std::fprintf(out, "usage: vlorfx COMMAND [ARGS]\n\ncommands:\n");
+    for (const Command& c : kCommands)
+        std::fprintf(out, "  %-8s %s\n", c.name, c.help);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
+        usage(argc < 2 ? stderr : stdout);
+        return argc < 2 ? 2 : 0;
+    }
+    for (const Command& c : kCommands) {
+        if (std::strcmp(argv[1], c.name) != 0)
+            continue;
+        QVlorAudioPlugins::Initialize();
+        const int status = c.run(argc - 2, argv + 2);
+        QVlorAudioPlugins::Finalize();
+        return status;
+    }
+    std::fprintf(stderr, "vlorfx: unknown command '%s'\n", argv[1]);
+    usage(stderr);
+    return 2;
+}

@@ -1,0 +1,407 @@
+#include "blsettings.h"
+
+#include "bldebug.h"
+#include "blio.h"
+#include "blutils.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+// Changes are coalesced: a scan writes hundreds of keys in a burst, and each
+// one rewriting the whole file would cost more than the scan itself.
+constexpr auto kFlushDelay = std::chrono::milliseconds(200);
+
+std::string formatArgs(const char* format, va_list ap)
+{
+    char small[512];
+    va_list copy;
+    va_copy(copy, ap);
+    const int n = std::vsnprintf(small, sizeof(small), format, copy);
+    va_end(copy);
+    if (n < 0)
+        return std::string();
+    if (size_t(n) < sizeof(small))
+        return std::string(small, size_t(n));
+    std::string big(size_t(n) + 1, '\0');
+    std::vsnprintf(&big[0], big.size(), format, ap);
+    big.resize(size_t(n));
+    return big;
+}
+
+std::string escape(const std::string& s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (char c : s) {
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else
+            out += c;
+    }
+    return out;
+}
+
+std::string unescape(const std::string& s)
+{
+    std::string out;
+    out.reserve(s.size());
+    for (size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '\\' && i + 1 < s.size()) {
+            const char n = s[++i];
+            out += n == 'n' ? '\n' : n == 'r' ? '\r' : n;
+        } else {
+            out += s[i];
+        }
+    }
+    return out;
+}
+
+class Store {
+public:
+    static Store& instance()
+    {
+        // Never destroyed: handlers that run at exit may still read settings.
+        static Store* store = new Store;
+        return *store;
+    }
+
+    bool get(const std::string& key, std::string* value)
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        ensureLoaded();
+        auto it = m_values.find(key);
+        if (it == m_values.end())
+            return false;
+        if (value)
+            *value = it->second;
+        return true;
+    }
+
+    void set(const std::string& key, const std::string& value)
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        ensureLoaded();
+        auto it = m_values.find(key);
+        if (it != m_values.end() && it->second == value)
+            return;
+        m_values[key] = value;
+        markDirty();
+    }
+
+    bool remove(const std::string& key)
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        ensureLoaded();
+        if (m_values.erase(key) == 0)
+            return false;
+        markDirty();
+        return true;
+    }
+
+    bool flush()
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        return writeLocked();
+    }
+
+    bool reload()
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        const bool ok = writeLocked();
+        m_loaded = false;
+        m_values.clear();
+        ensureLoaded();
+        return ok;
+    }
+
+    std::string path()
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        ensureLoaded();
+        return m_path;
+    }
+
+    std::map<std::string, std::string> snapshot()
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        ensureLoaded();
+        return m_values;
+    }
+
+private:
+    Store() { std::atexit([] { Store::instance().shutdown(); }); }
+
+    void ensureLoaded()
+    {
+        if (m_loaded)
+            return;
+        m_loaded = true;
+        char dir[4096];
+        m_dir = BLUTILS_GetDataDir(dir, sizeof(dir)) ? dir : ".";
+        m_path = m_dir + "/settings.conf";
+        FILE* f = std::fopen(m_path.c_str(), "r");
+        if (!f)
+            return;
+        std::string line;
+        char buf[4096];
+        while (std::fgets(buf, sizeof(buf), f)) {
+            line += buf;
+            if (line.empty() || line.back() != '\n') {
+                if (!std::feof(f))
+                    continue;
+            } else {
+                line.pop_back();
+            }
+            const size_t eq = line.find('=');
+            if (eq != std::string::npos && eq > 0)
+                m_values[unescape(line.substr(0, eq))] = unescape(line.substr(eq + 1));
+            line.clear();
+        }
+        std::fclose(f);
+    }
+
+    void markDirty()
+    {
+        m_dirty = true;
+        if (!m_flusher.joinable() && !m_stopping)
+            m_flusher = std::thread([this] { flusherLoop(); });
+        m_wake.notify_one();
+    }
+
+    void flusherLoop()
+    {
+        std::unique_lock<std::mutex> g(m_lock);
+        while (!m_stopping) {
+            m_wake.wait(g, [this] { return m_dirty || m_stopping; });
+            if (m_stopping)
+                break;
+            m_wake.wait_for(g, kFlushDelay, [this] { return m_stopping; });
+            writeLocked();
+        }
+    }
+
+    // Write to a temporary file and rename it over the old one, so that a
+    // crash in the middle leaves either the old or the new file, never half.
+    bool writeLocked()
+    {
+        if (!m_dirty)
+            return true;
+        BLIO_MakeDirs(m_dir.c_str());
+        const std::string tmp = m_path + ".tmp." + std::to_string(getpid());
+        FILE* f = std::fopen(tmp.c_str(), "w");
+        if (!f) {
+            BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot write %s", tmp.c_str());
+            return false;
+        }
+        bool ok = true;
+        for (const auto& kv : m_values) {
+            const std::string line = escape(kv.first) + "=" + escape(kv.second) + "\n";
+            ok = ok && std::fwrite(line.data(), 1, line.size(), f) == line.size();
+        }
+        ok = std::fflush(f) == 0 && ok;
+        ok = fsync(fileno(f)) == 0 && ok;
+        ok = std::fclose(f) == 0 && ok;
+        if (!ok || std::rename(tmp.c_str(), m_path.c_str()) != 0) {
+            std::remove(tmp.c_str());
+            BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot replace %s", m_path.c_str());
+            return false;
+        }
+        m_dirty = false;
+        return true;
+    }
+
+    void shutdown()
+    {
+        std::thread t;
+        {
+            std::lock_guard<std::mutex> g(m_lock);
+            m_stopping = true;
+            writeLocked();
+            t.swap(m_flusher);
+        }
+        m_wake.notify_all();
+        if (t.joinable())
+            t.join();
+    }
+
+    std::mutex m_lock;
+    std::condition_variable m_wake;
+    std::thread m_flusher;
+    std::map<std::string, std::string> m_values;
+    std::string m_dir;
+    std::string m_path;
+    bool m_loaded = false;
+    bool m_dirty = false;
+    bool m_stopping = false;
+};
+
+// "key=[default]" -> key and default; a text without the bracket form is a key alone.
+void splitRead(const std::string& text, std::string* key, std::string* def)
+{
+    const size_t eq = text.rfind("=[");
+    if (eq != std::string::npos && text.size() >= eq + 3 && text.back() == ']') {
+        *key = text.substr(0, eq);
+        *def = text.substr(eq + 2, text.size() - eq - 3);
+    } else {
+        *key = text;
+        def->clear();
+    }
+}
+
+std::string readValue(const char* format, va_list ap, bool* found = nullptr)
+{
+    std::string key, def, value;
+    splitRead(formatArgs(format, ap), &key, &def);
+    const bool has = Store::instance().get(key, &value);
+    if (found)
+        *found = has;
+    return has ? value : def;
+}
+
+bool parseBool(const std::string& v)
+{
+    if (v == "true")
+        return true;
+    if (v == "false" || v.empty())
+        return false;
+    return std::strtol(v.c_str(), nullptr, 10) != 0;
+}
+
+} // namespace
+
+extern "C" int BLSETTINGS_ChangeEx(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string text = formatArgs(format, ap);
+    va_end(ap);
+    const size_t eq = text.find('=');
+    const std::string key = text.substr(0, eq);
+    if (key.empty())
+        return 0;
+    Store::instance().set(key, eq == std::string::npos ? std::string() : text.substr(eq + 1));
+    return 1;
+}
+
+extern "C" int BLSETTINGS_GetStringEx(BLSettings, char* out, int size, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    bool found = false;
+    const std::string v = readValue(format, ap, &found);
+    va_end(ap);
+    if (out && size > 0)
+        std::snprintf(out, size_t(size), "%s", v.c_str());
+    return found ? 1 : 0;
+}
+
+extern "C" int BLSETTINGS_GetIntEx(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string v = readValue(format, ap);
+    va_end(ap);
+    return int(std::strtol(v.c_str(), nullptr, 10));
+}
+
+extern "C" int64_t BLSETTINGS_GetInt64Ex(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string v = readValue(format, ap);
+    va_end(ap);
+    return int64_t(std::strtoll(v.c_str(), nullptr, 10));
+}
+
+extern "C" int BLSETTINGS_GetBoolEx(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string v = readValue(format, ap);
+    va_end(ap);
+    return parseBool(v) ? 1 : 0;
+}
+
+extern "C" int BLSETTINGS_ExistsEx(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string key = formatArgs(format, ap);
+    va_end(ap);
+    return Store::instance().get(key, nullptr) ? 1 : 0;
+}
+
+extern "C" int BLSETTINGS_DeleteEx(BLSettings, const char* format, ...)
+{
+    if (!format)
+        return 0;
+    va_list ap;
+    va_start(ap, format);
+    const std::string key = formatArgs(format, ap);
+    va_end(ap);
+    return Store::instance().remove(key) ? 1 : 0;
+}
+
+extern "C" int BLSETTINGS_Flush(void) { return Store::instance().flush() ? 1 : 0; }
+
+extern "C" int BLSETTINGS_Reload(void) { return Store::instance().reload() ? 1 : 0; }
+
+extern "C" const char* BLSETTINGS_GetFilePath(void)
+{
+    // Kept per thread so that the pointer stays valid for the caller.
+    static thread_local std::string path;
+    path = Store::instance().path();
+    return path.c_str();
+}
+
+extern "C" char** BLSETTINGS_ListKeys(const char* prefix)
+{
+    const std::string p = prefix ? prefix : "";
+    const auto all = Store::instance().snapshot();
+    size_t count = 0, bytes = 0;
+    for (const auto& kv : all)
+        if (kv.first.compare(0, p.size(), p) == 0) {
+            ++count;
+            bytes += kv.first.size() + 1;
+        }
+    char** table = static_cast<char**>(std::malloc((count + 1) * sizeof(char*) + bytes));
+    if (!table)
+        return nullptr;
+    char* text = reinterpret_cast<char*>(table + count + 1);
+    size_t i = 0;
+    for (const auto& kv : all)
+        if (kv.first.compare(0, p.size(), p) == 0) {
+            table[i++] = text;
+            std::memcpy(text, kv.first.c_str(), kv.first.size() + 1);
+            text += kv.first.size() + 1;
+        }
+    table[count] = nullptr;
+    return table;
+}

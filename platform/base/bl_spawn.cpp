@@ -1,0 +1,124 @@
+#include "blcore.h"
+
+#include "bldebug.h"
+#include "blstring.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <string>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace {
+
+std::atomic<int> g_timeoutMs{120000};
+
+int statusOf(int wstatus)
+{
+    if (WIFEXITED(wstatus))
+        return WEXITSTATUS(wstatus);
+    if (WIFSIGNALED(wstatus))
+        return BLCORE_SPAWN_SIGNALED(WTERMSIG(wstatus));
+    return BLCORE_SPAWN_FAILED;
+}
+
+int pidfdOpen(pid_t pid)
+{
+#ifdef SYS_pidfd_open
+    return int(syscall(SYS_pidfd_open, pid, 0));
+#else
+    (void)pid;
+    errno = ENOSYS;
+    return -1;
+#endif
+}
+
+// Waits for the child up to timeoutMs (<= 0: for ever) and reaps it; kills it
+// when the time is up. A pidfd lets us sleep in poll() until the child ends
+// instead of polling waitpid.
+int waitChild(pid_t pid, int timeoutMs)
+{
+    int wstatus = 0;
+    if (timeoutMs > 0) {
+        const int fd = pidfdOpen(pid);
+        if (fd >= 0) {
+            pollfd p{fd, POLLIN, 0};
+            int r;
+            do
+                r = poll(&p, 1, timeoutMs);
+            while (r < 0 && errno == EINTR);
+            close(fd);
+            if (r == 0)
+                kill(pid, SIGKILL);
+        } else {
+            // Kernels without pidfd: a short back-off on WNOHANG.
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+            while (waitpid(pid, &wstatus, WNOHANG) == 0) {
+                if (std::chrono::steady_clock::now() >= deadline) {
+                    kill(pid, SIGKILL);
+                    break;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        }
+    }
+    while (waitpid(pid, &wstatus, 0) < 0) {
+        if (errno != EINTR)
+            return BLCORE_SPAWN_FAILED;
+    }
+    return statusOf(wstatus);
+}
+
+} // namespace
+
+extern "C" int BLCORE_SetSpawnTimeout(int milliseconds) { return g_timeoutMs.exchange(milliseconds); }
+
+extern "C" int BLCORE_Spawn(const char* format, ...)
+{
+    if (!format)
+        return -1;
+    va_list ap;
+    va_start(ap, format);
+    char* line = nullptr;
+    const int n = vasprintf(&line, format, ap);
+    va_end(ap);
+    if (n < 0)
+        return -1;
+    char** argv = BLSTRING_SplitCommandLine(line);
+    if (!argv) {
+        BLDEBUG_Error(-1, "BLCORE_Spawn: cannot split command line: %s", line);
+        std::free(line);
+        return -1;
+    }
+
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    pid_t pid = 0;
+    const int err = std::strchr(argv[0], '/') ? posix_spawn(&pid, argv[0], &actions, nullptr, argv, environ)
+                                              : posix_spawnp(&pid, argv[0], &actions, nullptr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
+    int status;
+    if (err != 0) {
+        BLDEBUG_Error(-1, "BLCORE_Spawn: cannot start %s: %s", argv[0], std::strerror(err));
+        status = BLCORE_SPAWN_FAILED;
+    } else {
+        status = waitChild(pid, g_timeoutMs.load());
+    }
+    std::free(argv);
+    std::free(line);
+    return status;
+}

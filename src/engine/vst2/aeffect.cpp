@@ -1,0 +1,762 @@
+// A VST2 plugin driven in this process. There is no crash protection here
+// beyond a catch around loading: a plugin that faults in process takes the
+// process down, which is why instances prefer the host program.
+#include "aeffect_p.h"
+#include "vsteffect_p.h"
+
+#include "bldebug.h"
+#include "blio.h"
+#include "bllib.h"
+#include "blnotify.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+int32_t VLORVST_CurrentPluginId = 0;
+
+namespace {
+
+// The numbers of the published interface. Some carry made-up values in the
+// header we compile against, so none of its names are used for opcodes.
+enum EffectOpcode {
+    kEffOpen = 0,
+    kEffClose = 1,
+    kEffSetProgram = 2,
+    kEffGetProgram = 3,
+    kEffSetProgramName = 4,
+    kEffGetProgramName = 5,
+    kEffGetParamDisplay = 7,
+    kEffSetSampleRate = 10,
+    kEffSetBlockSize = 11,
+    kEffMainsChanged = 12,
+    kEffEditGetRect = 13,
+    kEffEditOpen = 14,
+    kEffEditClose = 15,
+    kEffEditIdle = 19,
+    kEffIdentify = 22,
+    kEffString2Parameter = 27,
+    kEffSetBypass = 44,
+    kEffGetTailSize = 52,
+    kEffIdle = 53,
+    kEffStartProcess = 71,
+    kEffStopProcess = 72,
+};
+
+enum HostOpcode {
+    kAmAutomate = 0,
+    kAmVersion = 1,
+    kAmCurrentId = 2,
+    kAmIdle = 3,
+    kAmGetTime = 7,
+    kAmNeedIdle = 14,
+    kAmSizeWindow = 15,
+    kAmGetCurrentProcessLevel = 23,
+    kAmGetVendorString = 32,
+    kAmGetProductString = 33,
+    kAmGetVendorVersion = 34,
+    kAmCanDo = 37,
+    kAmGetLanguage = 38,
+    kAmUpdateDisplay = 42,
+    kAmBeginEdit = 43,
+    kAmEndEdit = 44,
+};
+
+constexpr int32_t kVstMagic = 0x56737450; // "VstP"
+
+typedef AEffect* (*EntryProc)(audioMasterCallback);
+
+inline _AEffectInstance* impl(_VstEffectInstance* i) { return reinterpret_cast<_AEffectInstance*>(i); }
+
+// Every operation starts here: an instance, an effect, the right magic.
+inline AEffect* valid(_VstEffectInstance* i)
+{
+    _AEffectInstance* a = impl(i);
+    return a && a->effect && a->effect->magic == kVstMagic ? a->effect : nullptr;
+}
+
+inline AEffect* validAlive(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e && impl(i)->alive ? e : nullptr;
+}
+
+inline VstIntPtr dispatch(AEffect* e, int op, int index = 0, VstIntPtr value = 0, void* ptr = nullptr, float opt = 0)
+{
+    return e->dispatcher(e, op, index, value, ptr, opt);
+}
+
+inline bool indexOk(AEffect* e, int index) { return index >= 0 && index < e->numParams; }
+
+int defaultHostCallback(void*, _VstEffectMessage*) { return 0; }
+
+_AEffectInstance* instanceOf(AEffect* effect)
+{
+    return effect ? reinterpret_cast<_AEffectInstance*>(effect->resvd1) : nullptr;
+}
+
+VstIntPtr canDo(const char* what)
+{
+    static const char* const yes[] = {"sendVstTimeInfo", "receiveVstEvents", "sizeWindow", "offline", "supplyIdle"};
+    if (!what)
+        return 0;
+    for (const char* y : yes)
+        if (std::strcmp(what, y) == 0)
+            return 1;
+    return 0;
+}
+
+VstIntPtr __HostCallback(AEffect* effect, int opcode, int index, VstIntPtr value, void* ptr, float /*opt*/)
+{
+    // Answered without looking at the effect: these come also from inside the
+    // entry function, before any instance exists.
+    switch (opcode) {
+    case kAmAutomate:
+        return 0;
+    case kAmVersion:
+        return 2400;
+    case kAmCurrentId:
+        return VLORVST_CurrentPluginId;
+    case kAmGetVendorString:
+        if (ptr)
+            std::strcpy(static_cast<char*>(ptr), "vloraudio Team");
+        return 1;
+    case kAmGetProductString:
+        if (ptr)
+            std::strcpy(static_cast<char*>(ptr), "vloraudio");
+        return 1;
+    case kAmGetVendorVersion:
+        return 32001;
+    case kAmCanDo:
+        return canDo(static_cast<const char*>(ptr));
+    case kAmGetLanguage:
+        return 1;
+    case kAmUpdateDisplay:
+        return 0;
+    default:
+        break;
+    }
+
+    _AEffectInstance* inst = instanceOf(effect);
+    if (!inst)
+        return 0;
+    switch (opcode) {
+    case kAmGetTime:
+        return reinterpret_cast<VstIntPtr>(aeffectGetTime(&inst->ops));
+    case kAmGetCurrentProcessLevel:
+        return 2;
+    case kAmIdle:
+    case kAmBeginEdit:
+    case kAmEndEdit:
+        if (!inst->alive)
+            return 0;
+        dispatch(effect, kEffEditIdle);
+        return 1;
+    case kAmNeedIdle:
+        if (!inst->alive)
+            return 0;
+        dispatch(effect, kEffIdle);
+        return 1;
+    case kAmSizeWindow: {
+        if (!inst->alive)
+            return 0;
+        _VstEffectMessage message{VSTEFFECT_MESSAGE_RESIZE, &inst->ops, index, int32_t(value)};
+        return inst->ops.hostCallback(inst->ops.hostData, &message);
+    }
+    default:
+        return 0;
+    }
+}
+
+void freeEngine(_AEffectEngine* engine, int numInputs, int numOutputs)
+{
+    if (!engine)
+        return;
+    for (int c = 0; engine->inputs && c < numInputs; ++c)
+        std::free(engine->inputs[c]);
+    for (int c = 0; engine->outputs && c < numOutputs; ++c)
+        std::free(engine->outputs[c]);
+    std::free(engine->inputs);
+    std::free(engine->outputs);
+    std::free(engine);
+}
+
+float** allocBuffers(int count, int frames)
+{
+    float** table = static_cast<float**>(std::calloc(size_t(count > 0 ? count : 1), sizeof(float*)));
+    for (int c = 0; table && c < count; ++c) {
+        table[c] = static_cast<float*>(std::calloc(size_t(frames), sizeof(float)));
+        if (!table[c]) {
+            for (int k = 0; k < c; ++k)
+                std::free(table[k]);
+            std::free(table);
+            return nullptr;
+        }
+    }
+    return table;
+}
+
+void fillOps(_VstEffectInstance* ops)
+{
+    ops->Check = aeffectCheck;
+    ops->GetNumParams = aeffectGetNumParams;
+    ops->GetInitialDelay = aeffectGetInitialDelay;
+    ops->GetTailSize = aeffectGetTailSize;
+    ops->GetParameter = aeffectGetParameter;
+    ops->GetParameters = aeffectGetParameters;
+    ops->SetParameter = aeffectSetParameter;
+    ops->SetParameters = aeffectSetParameters;
+    ops->SetBypass = aeffectSetBypass;
+    ops->GetCurrentDisplayValue = aeffectGetCurrentDisplayValue;
+    ops->GetDisplayValue = aeffectGetDisplayValue;
+    ops->SetStringParameter = aeffectSetStringParameter;
+    ops->GetNumPrograms = aeffectGetNumPrograms;
+    ops->SetProgram = aeffectSetProgram;
+    ops->GetProgram = aeffectGetProgram;
+    ops->GetProgramName = aeffectGetProgramName;
+    ops->SetProgramName = aeffectSetProgramName;
+    ops->CanEdit = aeffectCanEdit;
+    ops->EditorGetSize = aeffectEditorGetSize;
+    ops->EditorOpen = aeffectEditorOpen;
+    ops->EditorIdle = aeffectEditorIdle;
+    ops->EditorClose = aeffectEditorClose;
+    ops->ActivateEngine = aeffectActivateEngine;
+    ops->StartEngine = aeffectStartEngine;
+    ops->ProcessAudio = aeffectProcessAudio;
+    ops->StopEngine = aeffectStopEngine;
+    ops->DeactivateEngine = aeffectDeactivateEngine;
+    ops->Destroy = aeffectDestroyEffect;
+    ops->Terminate = aeffectDestroyEffect;
+}
+
+// One block of at most blockSize frames: de-interleave, process, interleave.
+void processBlock(AEffect* e, _AEffectEngine* eng, const float* in, float* out, int channels, int frames)
+{
+    const int numIn = e->numInputs;
+    const int numOut = e->numOutputs;
+    float** inputs = eng->inputs;
+    float** outputs = eng->outputs;
+
+    if (!in || channels <= 0) {
+        for (int c = 0; c < numIn; ++c)
+            std::memset(inputs[c], 0, sizeof(float) * size_t(frames));
+    } else {
+        const int used = numIn < channels ? numIn : channels;
+        if (used == 2 && channels == 2) {
+            float* l = inputs[0];
+            float* r = inputs[1];
+            for (int f = 0; f < frames; ++f) {
+                l[f] = in[2 * f];
+                r[f] = in[2 * f + 1];
+            }
+        } else {
+            for (int c = 0; c < used; ++c) {
+                float* dst = inputs[c];
+                const float* src = in + c;
+                for (int f = 0; f < frames; ++f)
+                    dst[f] = src[size_t(f) * size_t(channels)];
+            }
+        }
+        // A mono source feeds every input of a stereo plugin.
+        for (int c = used; c < numIn; ++c)
+            std::memcpy(inputs[c], inputs[used - 1], sizeof(float) * size_t(frames));
+    }
+
+    e->processReplacing(e, inputs, outputs, frames);
+
+    if (out) {
+        const int used = numOut < channels ? numOut : channels;
+        if (used == 2 && channels == 2) {
+            const float* l = outputs[0];
+            const float* r = outputs[1];
+            for (int f = 0; f < frames; ++f) {
+                out[2 * f] = l[f];
+                out[2 * f + 1] = r[f];
+            }
+        } else {
+            // Channels beyond the plugin's outputs are left as they were.
+            for (int c = 0; c < used; ++c) {
+                const float* src = outputs[c];
+                float* dst = out + c;
+                for (int f = 0; f < frames; ++f)
+                    dst[size_t(f) * size_t(channels)] = src[f];
+            }
+        }
+    }
+    eng->timeInfo.samplePos += frames;
+}
+
+} // namespace
+
+/* ---- loading ------------------------------------------------------------- */
+
+extern "C" int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect)
+{
+    if (!effect)
+        return 0;
+    const char* name = effect->filename ? effect->filename : "undefined";
+    if (effect->loaded && effect->entryPoint && effect->library)
+        return 1;
+
+    bool ok = false;
+    try {
+        if (effect->filename && BLIO_Exists(effect->filename)) {
+            void* library = BLLIB_OpenLibrary(effect->filename);
+            if (!library) {
+                // Released here although the caller releases it too; the
+                // platform mutex refuses the second unlock.
+                MutexUnlock(effect->lock);
+            } else {
+                void* entry = BLLIB_GetLibraryFunction(library, "VSTPluginMain");
+                if (!entry)
+                    entry = BLLIB_GetLibraryFunction(library, "main");
+                if (!entry) {
+                    BLLIB_CloseLibrary(library);
+                } else {
+                    effect->library = library;
+                    effect->entryPoint = entry;
+                    effect->loaded = 1;
+                    ok = true;
+                }
+            }
+        }
+    } catch (...) {
+        BLDEBUG_Error(-1, "_LoadVSTPlugin: Crash on load plugin %s", name);
+    }
+    if (!ok)
+        BLDEBUG_Error(-1, "_LoadVSTPlugin: Fail to load plugin %s", name);
+    return ok ? 1 : 0;
+}
+
+/* ---- creation ------------------------------------------------------------ */
+
+extern "C" _VstEffectInstance* aeffectCreateEffect(VstHostCallbackProc hostCallback, void* hostData,
+                                                   void* entryPoint, int32_t pluginId)
+{
+    if (!entryPoint)
+        return nullptr;
+    // A shell asks for this with audioMasterCurrentId from inside its entry.
+    VLORVST_CurrentPluginId = pluginId;
+
+    auto* inst = static_cast<_AEffectInstance*>(std::calloc(1, sizeof(_AEffectInstance)));
+    if (!inst)
+        return nullptr;
+    inst->ops.hostCallback = hostCallback ? hostCallback : defaultHostCallback;
+    inst->ops.hostData = hostData;
+
+    AEffect* e = reinterpret_cast<EntryProc>(entryPoint)(reinterpret_cast<audioMasterCallback>(__HostCallback));
+    inst->effect = e;
+    inst->engine = nullptr;
+    inst->alive = 1;
+    if (!e) {
+        std::free(inst);
+        return nullptr;
+    }
+    dispatch(e, kEffSetSampleRate, 0, 0, nullptr, 44100.0f);
+    dispatch(e, kEffSetBlockSize, 0, 512);
+    dispatch(e, kEffIdentify);
+    dispatch(e, kEffOpen);
+
+    // Only now can callbacks find the instance.
+    e->resvd1 = reinterpret_cast<VstIntPtr>(inst);
+    fillOps(&inst->ops);
+    return &inst->ops;
+}
+
+extern "C" AEffect* aeffectGetAEffect(_VstEffectInstance* i) { return valid(i); }
+
+extern "C" int aeffectGetString(_VstEffectInstance* i, int opcode, int index, char* out, int size)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !out || size <= 0)
+        return 0;
+    // Plugins overrun the classic limits freely; give them room and cut after.
+    char buf[512];
+    std::memset(buf, 0, sizeof(buf));
+    dispatch(e, opcode, index, 0, buf);
+    buf[sizeof(buf) - 1] = '\0';
+    std::snprintf(out, size_t(size), "%s", buf);
+    return 1;
+}
+
+extern "C" VstTimeInfo* aeffectGetTime(_VstEffectInstance* i)
+{
+    _AEffectInstance* a = impl(i);
+    return a && a->engine ? &a->engine->timeInfo : nullptr;
+}
+
+/* ---- operations ---------------------------------------------------------- */
+
+extern "C" int aeffectCheck(_VstEffectInstance* i) { return valid(i) ? 1 : 0; }
+
+extern "C" int aeffectGetNumParams(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e ? e->numParams : 0;
+}
+
+extern "C" int aeffectGetNumPrograms(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e ? e->numPrograms : 0;
+}
+
+extern "C" int aeffectGetInitialDelay(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e ? e->initialDelay : 0;
+}
+
+extern "C" int aeffectCanEdit(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e ? int(uint32_t(e->flags) & 1u) : 0;
+}
+
+extern "C" int aeffectGetTailSize(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    return e ? int(dispatch(e, kEffGetTailSize)) : 0;
+}
+
+extern "C" int aeffectGetParameter(_VstEffectInstance* i, int index, float* out)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !indexOk(e, index))
+        return 0;
+    if (out)
+        *out = e->getParameter(e, index);
+    return 1;
+}
+
+extern "C" int aeffectSetParameter(_VstEffectInstance* i, int index, float value)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !indexOk(e, index))
+        return 0;
+    // An unchanged value does not reach the plugin.
+    if (e->getParameter(e, index) != value)
+        e->setParameter(e, index, value);
+    return 1;
+}
+
+extern "C" int aeffectGetParameters(_VstEffectInstance* i, float* out, int count)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !out || count != e->numParams)
+        return 0;
+    for (int k = 0; k < count; ++k)
+        out[k] = e->getParameter(e, k);
+    return 1;
+}
+
+extern "C" int aeffectSetParameters(_VstEffectInstance* i, const float* values, int count)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !values || count != e->numParams)
+        return 0;
+    for (int k = 0; k < count; ++k)
+        if (e->getParameter(e, k) != values[k])
+            e->setParameter(e, k, values[k]);
+    return 1;
+}
+
+extern "C" int aeffectSetStringParameter(_VstEffectInstance* i, int index, const char* text)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !indexOk(e, index))
+        return 0;
+    return dispatch(e, kEffString2Parameter, index, 0, const_cast<char*>(text)) != 0 ? 1 : 0;
+}
+
+extern "C" int aeffectSetProgram(_VstEffectInstance* i, int program)
+{
+    AEffect* e = validAlive(i);
+    if (!e || program < 0 || program >= e->numPrograms)
+        return 0;
+    dispatch(e, kEffSetProgram, 0, program);
+    return 1;
+}
+
+extern "C" int aeffectGetProgram(_VstEffectInstance* i, int* out)
+{
+    AEffect* e = validAlive(i);
+    if (!e)
+        return 0;
+    const int p = int(dispatch(e, kEffGetProgram));
+    if (out)
+        *out = p;
+    return 1;
+}
+
+extern "C" int aeffectSetProgramName(_VstEffectInstance* i, const char* name)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !name)
+        return 0;
+    dispatch(e, kEffSetProgramName, 0, 0, const_cast<char*>(name));
+    return 1;
+}
+
+// Texts from the plugin are cut by a zero put in after the call, whatever the
+// plugin wrote; the buffer handed over is larger than the limit, since many
+// plugins write past it.
+extern "C" int aeffectGetProgramName(_VstEffectInstance* i, char* out, int size)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !out || size < 24)
+        return 0;
+    char buf[256];
+    std::memset(buf, 0, sizeof(buf));
+    dispatch(e, kEffGetProgramName, 0, 0, buf);
+    buf[23] = '\0';
+    std::memset(out, 0, 24);
+    std::memcpy(out, buf, 24);
+    return 1;
+}
+
+extern "C" int aeffectGetCurrentDisplayValue(_VstEffectInstance* i, int index, char* out, int size)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !indexOk(e, index) || !out || size < 8)
+        return 0;
+    char buf[256];
+    std::memset(buf, 0, sizeof(buf));
+    dispatch(e, kEffGetParamDisplay, index, 0, buf);
+    buf[7] = '\0';
+    std::memcpy(out, buf, 8);
+    return 1;
+}
+
+extern "C" int aeffectGetDisplayValue(_VstEffectInstance* i, int index, float value, char* out, int size)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !indexOk(e, index) || !out || size < 8)
+        return 0;
+    const float saved = e->getParameter(e, index);
+    e->setParameter(e, index, value);
+    aeffectGetCurrentDisplayValue(i, index, out, size);
+    e->setParameter(e, index, saved);
+    return 1;
+}
+
+extern "C" int aeffectEditorGetSize(_VstEffectInstance* i, int* width, int* height)
+{
+    AEffect* e = validAlive(i);
+    if (width)
+        *width = 0;
+    if (height)
+        *height = 0;
+    if (!e)
+        return 0;
+    ERect* rect = nullptr;
+    const VstIntPtr r = dispatch(e, kEffEditGetRect, 0, 0, &rect);
+    if (rect) {
+        if (width)
+            *width = rect->right - rect->left;
+        if (height)
+            *height = rect->bottom - rect->top;
+    }
+    return r != 0 ? 1 : 0;
+}
+
+extern "C" int aeffectEditorOpen(_VstEffectInstance* i, void* window)
+{
+    AEffect* e = valid(i);
+    if (!e)
+        return 0;
+    dispatch(e, kEffEditOpen, 0, 0, window);
+    return 1;
+}
+
+extern "C" int aeffectEditorIdle(_VstEffectInstance* i)
+{
+    AEffect* e = valid(i);
+    if (!e)
+        return 0;
+    dispatch(e, kEffEditIdle);
+    return 1;
+}
+
+extern "C" int aeffectEditorClose(_VstEffectInstance* i, void* window)
+{
+    AEffect* e = valid(i);
+    if (!e)
+        return 0;
+    dispatch(e, kEffEditClose, 0, 0, window);
+    return 1;
+}
+
+extern "C" int aeffectSetBypass(_VstEffectInstance* i, int bypass)
+{
+    AEffect* e = valid(i);
+    return e && dispatch(e, kEffSetBypass, 0, bypass) != 0 ? 1 : 0;
+}
+
+/* ---- engine -------------------------------------------------------------- */
+
+extern "C" int aeffectActivateEngine(_VstEffectInstance* i, int blockSize, int sampleRate)
+{
+    AEffect* e = validAlive(i);
+    if (!e || blockSize <= 0 || sampleRate < 6000 || impl(i)->engine)
+        return 0;
+    // A full on/off cycle at another block size before the real one: some
+    // plugins only settle their buffers after such a cycle.
+    dispatch(e, kEffSetSampleRate, 0, 0, nullptr, float(sampleRate));
+    dispatch(e, kEffSetBlockSize, 0, 11025);
+    dispatch(e, kEffMainsChanged, 0, 1);
+    dispatch(e, kEffMainsChanged, 0, 0);
+    dispatch(e, kEffSetBlockSize, 0, blockSize);
+    dispatch(e, kEffMainsChanged, 0, 1);
+
+    auto* eng = static_cast<_AEffectEngine*>(std::calloc(1, sizeof(_AEffectEngine)));
+    if (!eng)
+        return 0;
+    eng->inputs = allocBuffers(e->numInputs, blockSize);
+    eng->outputs = allocBuffers(e->numOutputs, blockSize);
+    if (!eng->inputs || !eng->outputs) {
+        freeEngine(eng, eng->inputs ? e->numInputs : 0, eng->outputs ? e->numOutputs : 0);
+        return 0;
+    }
+    eng->blockSize = blockSize;
+    eng->sampleRate = sampleRate;
+    eng->timeInfo.sampleRate = sampleRate;
+    impl(i)->engine = eng;
+    return 1;
+}
+
+extern "C" int aeffectDeactivateEngine(_VstEffectInstance* i)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !impl(i)->engine)
+        return 0;
+    dispatch(e, kEffMainsChanged, 0, 0);
+    freeEngine(impl(i)->engine, e->numInputs, e->numOutputs);
+    impl(i)->engine = nullptr;
+    return 1;
+}
+
+extern "C" int aeffectStartEngine(_VstEffectInstance* i)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !impl(i)->engine)
+        return 0;
+    dispatch(e, kEffStartProcess);
+    return 1;
+}
+
+extern "C" int aeffectStopEngine(_VstEffectInstance* i)
+{
+    AEffect* e = validAlive(i);
+    if (!e || !impl(i)->engine)
+        return 0;
+    dispatch(e, kEffStopProcess);
+    return 1;
+}
+
+extern "C" int aeffectProcessAudio(_VstEffectInstance* i, const float* in, float* out, int channels, int frames)
+{
+    AEffect* e = validAlive(i);
+    _AEffectEngine* eng = e ? impl(i)->engine : nullptr;
+    if (!eng || frames < 0 || !e->processReplacing)
+        return 0;
+    // Callers never pass more than the block size; should one do so anyway,
+    // the work is cut into blocks rather than run past the buffers.
+    const int step = eng->blockSize;
+    const size_t stride = size_t(channels > 0 ? channels : 0);
+    for (int done = 0; done < frames; done += step) {
+        const int n = frames - done < step ? frames - done : step;
+        processBlock(e, eng, in ? in + size_t(done) * stride : nullptr, out ? out + size_t(done) * stride : nullptr,
+                     channels, n);
+    }
+    return 1;
+}
+
+extern "C" int aeffectDestroyEffect(_VstEffectInstance* i)
+{
+    _AEffectInstance* a = impl(i);
+    AEffect* e = valid(i);
+    if (!e)
+        return 0;
+    if (a->engine && a->alive)
+        dispatch(e, kEffStopProcess);
+    dispatch(e, kEffClose);
+    // A caller that did not deactivate would otherwise leak the buffers.
+    freeEngine(a->engine, e->numInputs, e->numOutputs);
+    std::free(a);
+    return 1;
+}
+
+/* ---- host side ----------------------------------------------------------- */
+
+extern "C" int _HostCallback(void* hostData, _VstEffectMessage* message)
+{
+    if (!message)
+        return -1;
+    switch (message->type) {
+    case VSTEFFECT_MESSAGE_RESIZE: {
+        int width = message->width;
+        int height = message->height;
+        return BLNOTIFY_SendEvent(hostData, 0, AUDIOVST_NOTIFY_EDITOR_RESIZE, &width, &height) == 0 ? 1 : 0;
+    }
+    case VSTEFFECT_MESSAGE_OTHER:
+        return 1;
+    default:
+        return 0;
+    }
+}
+
+extern "C" const char* callbackOpCodeString(int opcode)
+{
+    static const char* const names[50] = {"audioMasterAutomate",
+                                          "audioMasterVersion",
+                                          "audioMasterCurrentId",
+                                          "audioMasterIdle",
+                                          "audioMasterPinConnected",
+                                          "unsuported",
+                                          "audioMasterWantMidi",
+                                          "audioMasterGetTime",
+                                          "audioMasterProcessEvents",
+                                          "audioMasterSetTime",
+                                          "audioMasterTempoAt",
+                                          "audioMasterGetNumAutomatableParameters",
+                                          "audioMasterGetParameterQuantization",
+                                          "audioMasterIOChanged",
+                                          "audioMasterNeedIdle",
+                                          "audioMasterSizeWindow",
+                                          "audioMasterGetSampleRate",
+                                          "audioMasterGetBlockSize",
+                                          "audioMasterGetInputLatency",
+                                          "audioMasterGetOutputLatency",
+                                          "audioMasterGetPreviousPlug",
+                                          "audioMasterGetNextPlug",
+                                          "audioMasterWillReplaceOrAccumulate",
+                                          "audioMasterGetCurrentProcessLevel",
+                                          "audioMasterGetAutomationState",
+                                          "audioMasterOfflineStart",
+                                          "audioMasterOfflineRead",
+                                          "audioMasterOfflineWrite",
+                                          "audioMasterOfflineGetCurrentPass",
+                                          "audioMasterOfflineGetCurrentMetaPass",
+                                          "audioMasterSetOutputSampleRate",
+                                          "audioMasterGetOutputSpeakerArrangement",
+                                          "audioMasterGetVendorString",
+                                          "audioMasterGetProductString",
+                                          "audioMasterGetVendorVersion",
+                                          "audioMasterVendorSpecific",
+                                          "audioMasterSetIcon",
+                                          "audioMasterCanDo",
+                                          "audioMasterGetLanguage",
+                                          "audioMasterOpenWindow",
+                                          "audioMasterCloseWindow",
+                                          "audioMasterGetDirectory",
+                                          "audioMasterUpdateDisplay",
+                                          "audioMasterBeginEdit",
+                                          "audioMasterEndEdit",
+                                          "audioMasterOpenFileSelector",
+                                          "audioMasterCloseFileSelector",
+                                          "audioMasterEditFile",
+                                          "audioMasterGetChunkFile",
+                                          "audioMasterGetInputSpeakerArrangement"};
+    return opcode >= 0 && opcode < 50 ? names[opcode] : "unsuported";
+}

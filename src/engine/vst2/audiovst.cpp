@@ -1,0 +1,506 @@
+// The registry of VST2 records, their hash and their persisted status, and
+// the location of the host program.
+#include "vsteffect_p.h"
+
+#include "blcore.h"
+#include "bldebug.h"
+#include "blio.h"
+#include "blioutils.h"
+#include "bllib.h"
+#include "blsettings.h"
+#include "blsha1.h"
+#include "blstring.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+static _VSTEFFECT* __TopEffect = nullptr;
+static Mutex __TopEffectListLock = nullptr;
+static char** __VLORVSTEXEPATH = nullptr;
+static int32_t __VLORVSTEXEPATH_LEN = 0;
+static bool __VLORVSTEXEPATH_OK = false;
+static char* __VLORVSTXMLPATH = nullptr;
+
+static const char* const kSettingFields[] = {"timestamp", "filename", "pluginid", "architecture", "force_recheck",
+                                             "enabled", "supported", "crashed", "duplicated", "rawmode"};
+
+extern "C" void _LockEffectList(void) { MutexLock(__TopEffectListLock); }
+extern "C" void _UnlockEffectList(void) { MutexUnlock(__TopEffectListLock); }
+
+/* ---- hash ---------------------------------------------------------------- */
+
+extern "C" int _ComputeHash(const char* filename, int32_t id, char out[VSTEFFECT_HASH_SIZE])
+{
+    if (!filename || !out)
+        return 0;
+    SHA1Context ctx;
+    uint8_t digest[SHA1HashSize];
+    fSHA1Reset(&ctx);
+    fSHA1Input(&ctx, filename, std::strlen(filename));
+    if (id != 0)
+        fSHA1Input(&ctx, &id, sizeof(id)); // as it lies in memory: little-endian here
+    fSHA1Result(&ctx, digest);
+    if (!BLSTRING_KeyToStr(digest, out, SHA1HashSize))
+        return 0;
+    // The two characters of the prefix are dropped; the rest is the hash.
+    BLMEM_OverlapMemCopy(out, out + 2, std::strlen(out + 2) + 1);
+    return 1;
+}
+
+extern "C" int AUDIOVST_ComputePluginHash(const char* filename, int id, char* out, int size)
+{
+    if (!filename || !*filename || !out || size <= 0)
+        return 0;
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!_ComputeHash(filename, id, hash))
+        return 0;
+    std::snprintf(out, size_t(size), "%s", hash);
+    return 1;
+}
+
+/* ---- engine lifetime ----------------------------------------------------- */
+
+extern "C" int AUDIOVST_Initialize(void)
+{
+    if (__TopEffectListLock)
+        return 1;
+    __TopEffectListLock = MutexRecursiveInit();
+    __TopEffect = nullptr;
+    return __TopEffectListLock ? 1 : 0;
+}
+
+static void _FreeHostPaths(void)
+{
+    if (__VLORVSTEXEPATH) {
+        std::free(__VLORVSTEXEPATH[0]);
+        std::free(__VLORVSTEXEPATH[1]);
+        std::free(__VLORVSTEXEPATH);
+        __VLORVSTEXEPATH = nullptr;
+    }
+    __VLORVSTEXEPATH_LEN = 0;
+}
+
+extern "C" int AUDIOVST_Finalize(void)
+{
+    if (!__TopEffectListLock)
+        return 1;
+    Mutex lock = __TopEffectListLock;
+    MutexLock(lock);
+    std::free(__VLORVSTXMLPATH);
+    _FreeHostPaths();
+    __VLORVSTEXEPATH_OK = false;
+    // The freed pointers are cleared as well: an engine started again after
+    // this must not lock a destroyed mutex or read a freed path. The records
+    // stay where they are, as their owners may still hold them.
+    __VLORVSTXMLPATH = nullptr;
+    __TopEffectListLock = nullptr;
+    MutexUnlock(lock);
+    MutexDestroy(lock);
+    return 1;
+}
+
+/* ---- host program -------------------------------------------------------- */
+
+static bool _IsWorkingHost(const char* candidate)
+{
+    // --true must exit 1 and --false 0: a program that always gives the same
+    // status, or a status that does not reach us unchanged, is no host.
+    return BLIO_Exists(candidate) && BLCORE_Spawn("\"%s\" --true", candidate) == 1 &&
+           BLCORE_Spawn("\"%s\" --false", candidate) == 0;
+}
+
+extern "C" int AUDIOVST_SetVlorVstPath(const char* dir)
+{
+    if (!dir || !*dir)
+        return 0;
+    const size_t size = std::strlen(dir) + 64;
+    char* candidates[2] = {nullptr, nullptr};
+    bool anyPassed = false;
+    for (int i = 0; i < 2; ++i) {
+        // One file serves both indices; the table keeps the distinction.
+        char* path = static_cast<char*>(std::malloc(size));
+        if (!path)
+            break;
+        std::snprintf(path, size, "%s/vlorvst", dir);
+        const bool passed = (i == 1 && candidates[0] && std::strcmp(candidates[0], path) == 0)
+                                ? true
+                                : _IsWorkingHost(path);
+        if (passed) {
+            candidates[i] = path;
+            anyPassed = true;
+        } else {
+            std::free(path);
+            if (i == 0)
+                break; // the same file would fail again as index 1
+        }
+    }
+    if (!anyPassed) {
+        std::free(candidates[0]);
+        std::free(candidates[1]);
+        return 0;
+    }
+
+    _LockEffectList();
+    if (!__VLORVSTEXEPATH)
+        __VLORVSTEXEPATH = static_cast<char**>(std::calloc(2, sizeof(char*)));
+    __VLORVSTEXEPATH_LEN = 0;
+    for (int i = 0; i < 2; ++i) {
+        std::free(__VLORVSTEXEPATH[i]);
+        __VLORVSTEXEPATH[i] = candidates[i];
+        if (candidates[i] && int32_t(std::strlen(candidates[i])) > __VLORVSTEXEPATH_LEN)
+            __VLORVSTEXEPATH_LEN = int32_t(std::strlen(candidates[i]));
+    }
+    _UnlockEffectList();
+
+    __VLORVSTEXEPATH_OK = true;
+    return 1;
+}
+
+extern "C" const char* AUDIOVST_GetVlorVstPath(int index)
+{
+    if (index < 0 || index > 1 || !__VLORVSTEXEPATH)
+        return nullptr;
+    return __VLORVSTEXEPATH[index];
+}
+
+/* ---- descriptor location ------------------------------------------------- */
+
+extern "C" char* _GetVSTXMLPath(const char* hash, char* out, int size)
+{
+    if (!hash || !*hash || !out || size <= 0)
+        return nullptr;
+    _LockEffectList();
+    if (!__VLORVSTXMLPATH) {
+        const char* data = std::getenv("VLOR_DATA_PATH");
+        if (!data || !*data) {
+            _UnlockEffectList();
+            return nullptr;
+        }
+        const size_t n = std::strlen(data) + 16;
+        __VLORVSTXMLPATH = static_cast<char*>(std::malloc(n));
+        std::snprintf(__VLORVSTXMLPATH, n, "%s%cvstxml", data, '/');
+        // Made once: after a failed creation the path is kept and not tried again.
+        if (!BLIOUTILS_MakeDirectory(__VLORVSTXMLPATH)) {
+            _UnlockEffectList();
+            return nullptr;
+        }
+    }
+    std::snprintf(out, size_t(size), "%s%c%s.vstxml", __VLORVSTXMLPATH, '/', hash);
+    _UnlockEffectList();
+    return out;
+}
+
+/* ---- records and the list ------------------------------------------------ */
+
+extern "C" _VSTEFFECT* _CreateEffectRecord(const char* filename, int32_t id)
+{
+    if (!filename || !*filename)
+        return nullptr;
+    BLMemDescr mem = BLMEM_CreateMemDescrEx("VST Effect", 0, 8);
+    auto* e = static_cast<_VSTEFFECT*>(BLMEM_NewEx(mem, sizeof(_VSTEFFECT), 0));
+    if (!e) {
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
+    e->memDescr = mem;
+    e->lock = MutexInit();
+    e->filename = BLMEM_StrDup(mem, filename);
+    e->pluginid = id;
+    e->architecture = 0;
+    _ComputeHash(filename, id, e->hash);
+    _LockEffectList();
+    e->next = __TopEffect;
+    __TopEffect = e;
+    _UnlockEffectList();
+    return e;
+}
+
+extern "C" void _UnlinkEffectRecord(_VSTEFFECT* effect)
+{
+    if (!effect)
+        return;
+    _LockEffectList();
+    for (_VSTEFFECT** p = &__TopEffect; *p; p = &(*p)->next) {
+        if (*p == effect) {
+            *p = effect->next;
+            break;
+        }
+    }
+    effect->next = nullptr;
+    _UnlockEffectList();
+}
+
+extern "C" _VSTEFFECT* _FindRecordByHash(const char* hash)
+{
+    if (!hash)
+        return nullptr;
+    _LockEffectList();
+    _VSTEFFECT* e = __TopEffect;
+    while (e && std::strcmp(e->hash, hash) != 0)
+        e = e->next;
+    _UnlockEffectList();
+    return e;
+}
+
+extern "C" int _MatchEffectById(_VSTEFFECT* effect, int32_t id, _VSTEFFECT** found)
+{
+    if (!effect)
+        return 0;
+    if (effect->category == VSTEFFECT_CATEGORY_SHELL) {
+        for (int i = 0; i < effect->u.shell.numShellEntries; ++i)
+            if (_MatchEffectById(effect->u.shell.shellEntries[i].effect, id, found))
+                return 1;
+        return 0;
+    }
+    if (effect->uniqueId != id)
+        return 0;
+    if (found)
+        *found = effect;
+    return 1;
+}
+
+extern "C" _VSTEFFECT* _FindListBySupportedId(int32_t id)
+{
+    _LockEffectList();
+    _VSTEFFECT* result = nullptr;
+    for (_VSTEFFECT* e = __TopEffect; e && !result; e = e->next) {
+        _VSTEFFECT* match = nullptr;
+        if (_MatchEffectById(e, id, &match) && match->supported)
+            result = match;
+    }
+    _UnlockEffectList();
+    return result;
+}
+
+/* ---- settings ------------------------------------------------------------ */
+
+static void _GroupKey(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
+{
+    std::snprintf(group, VST_SETTINGS_GROUP_SIZE, "%s.%s", VST_SETTINGS_PREFIX, hash);
+}
+
+extern "C" void _SaveToSettings(const _VSTEFFECT* e)
+{
+    if (!e)
+        return;
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _GroupKey(e->hash, g);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%" PRId64, g, "timestamp", e->timestamp);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%s", g, "filename", e->filename ? e->filename : "");
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "pluginid", e->pluginid);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "architecture", e->architecture);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "force_recheck", e->force_recheck);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "enabled", e->enabled);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "supported", e->supported);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "crashed", e->crashed);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "duplicated", e->duplicated);
+    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "rawmode", e->rawmode);
+}
+
+extern "C" void _WipePluginPersistedState(const char* hash)
+{
+    if (!hash || !*hash)
+        return;
+    static const char* const order[] = {"filename", "pluginid", "timestamp", "architecture", "force_recheck",
+                                        "enabled", "supported", "crashed", "duplicated", "rawmode"};
+    static_assert(sizeof(order) == sizeof(kSettingFields), "the wipe covers every field");
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _GroupKey(hash, g);
+    for (const char* field : order)
+        BLSETTINGS_DeleteEx(0, "%s.%s", g, field);
+    char path[1024];
+    if (_GetVSTXMLPath(hash, path, sizeof(path)) && BLIO_Exists(path))
+        std::remove(path);
+}
+
+/* ---- status -------------------------------------------------------------- */
+
+extern "C" int AUDIOVST_GetPluginStatusEx(const char* filename, int id)
+{
+    if (!filename)
+        return AUDIOVST_STATUS_NOFILE;
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!_ComputeHash(filename, id, hash))
+        return AUDIOVST_STATUS_NOFILE;
+    int status = 0;
+    if (const _VSTEFFECT* e = _FindRecordByHash(hash)) {
+        if (!e->enabled)
+            status |= AUDIOVST_STATUS_DISABLED;
+        if (e->crashed)
+            status |= AUDIOVST_STATUS_CRASHED;
+        if (!e->supported)
+            status |= AUDIOVST_STATUS_UNSUPPORTED;
+        if (e->duplicated)
+            status |= AUDIOVST_STATUS_DUPLICATED;
+        if (e->rawmode)
+            status |= AUDIOVST_STATUS_RAWMODE;
+        return status;
+    }
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _GroupKey(hash, g);
+    if (!BLSETTINGS_ExistsEx(0, "%s.%s", g, "enabled"))
+        return AUDIOVST_STATUS_UNKNOWN;
+    if (!BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "enabled"))
+        status |= AUDIOVST_STATUS_DISABLED;
+    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed"))
+        status |= AUDIOVST_STATUS_CRASHED;
+    if (!BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "supported"))
+        status |= AUDIOVST_STATUS_UNSUPPORTED;
+    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "duplicated"))
+        status |= AUDIOVST_STATUS_DUPLICATED;
+    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "rawmode"))
+        status |= AUDIOVST_STATUS_RAWMODE;
+    return status;
+}
+
+extern "C" int AUDIOVST_GetPluginFileArchEx(const char* filename, int id)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!filename || !_ComputeHash(filename, id, hash))
+        return 0;
+    if (const _VSTEFFECT* e = _FindRecordByHash(hash))
+        return e->architecture;
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _GroupKey(hash, g);
+    return BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "architecture");
+}
+
+extern "C" int AUDIOVST_SetEnabledEx(const char* filename, int id, bool enabled)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!filename || !_ComputeHash(filename, id, hash))
+        return 0;
+    if (_VSTEFFECT* e = _FindRecordByHash(hash))
+        e->enabled = enabled ? 1 : 0;
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _GroupKey(hash, g);
+    return BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "enabled", enabled ? 1 : 0);
+}
+
+/* ---- accessors ----------------------------------------------------------- */
+
+static bool _IsNullName(const char* s) { return !s[0] || std::strcmp(s, "(null)") == 0; }
+
+extern "C" int AUDIOVST_GetCategory(const _VSTEFFECT* e) { return e ? e->category : -1; }
+extern "C" int AUDIOVST_GetArch(const _VSTEFFECT* e) { return e ? e->architecture : 0; }
+extern "C" int AUDIOVST_GetUniqueID(const _VSTEFFECT* e) { return e ? e->uniqueId : 0; }
+extern "C" const char* AUDIOVST_GetFileName(const _VSTEFFECT* e) { return e ? e->filename : nullptr; }
+extern "C" const char* AUDIOVST_GetHash(const _VSTEFFECT* e) { return e ? e->hash : nullptr; }
+extern "C" bool AUDIOVST_IsEffect(const _VSTEFFECT* e) { return e && e->category == VSTEFFECT_CATEGORY_EFFECT; }
+extern "C" bool AUDIOVST_IsCrashed(const _VSTEFFECT* e) { return e && e->crashed; }
+extern "C" bool AUDIOVST_IsNative(const _VSTEFFECT* e) { return e && e->architecture == 64; }
+extern "C" bool AUDIOVST_IsEnabled(const _VSTEFFECT* e) { return e && !e->crashed && e->enabled; }
+extern "C" bool AUDIOVST_IsSupported(const _VSTEFFECT* e) { return e && e->supported && !e->crashed; }
+
+extern "C" int AUDIOVST_GetVersion(const _VSTEFFECT* e) { return AUDIOVST_IsEffect(e) ? e->u.fx.version : 0; }
+extern "C" int AUDIOVST_GetNumInputs(const _VSTEFFECT* e) { return AUDIOVST_IsEffect(e) ? e->u.fx.numInputs : 0; }
+extern "C" int AUDIOVST_GetNumOutputs(const _VSTEFFECT* e) { return AUDIOVST_IsEffect(e) ? e->u.fx.numOutputs : 0; }
+extern "C" int AUDIOVST_GetNumParams(const _VSTEFFECT* e) { return AUDIOVST_IsEffect(e) ? e->numParams : -1; }
+
+extern "C" const char* AUDIOVST_GetProductString(const _VSTEFFECT* e)
+{
+    return AUDIOVST_IsEffect(e) ? e->product : nullptr;
+}
+
+extern "C" const char* AUDIOVST_GetEffectName(const _VSTEFFECT* e)
+{
+    return AUDIOVST_IsEffect(e) ? e->effectName : nullptr;
+}
+
+extern "C" const char* AUDIOVST_GetVendorString(const _VSTEFFECT* e)
+{
+    return e && (e->category == VSTEFFECT_CATEGORY_EFFECT || e->category == VSTEFFECT_CATEGORY_SHELL) ? e->vendor
+                                                                                                      : nullptr;
+}
+
+extern "C" const char* AUDIOVST_GetDisplayName(const _VSTEFFECT* e)
+{
+    if (!AUDIOVST_IsEffect(e))
+        return nullptr;
+    if (!_IsNullName(e->effectName))
+        return e->effectName;
+    if (!_IsNullName(e->product))
+        return e->product;
+    if (!e->filename)
+        return nullptr;
+    const char* slash = std::strrchr(e->filename, '/');
+    return slash ? slash : e->filename;
+}
+
+extern "C" const char* AUDIOVST_GetDisplayCategory(const _VSTEFFECT* e)
+{
+    if (!e)
+        return nullptr;
+    return _IsNullName(e->vendor) ? "Undefined" : e->vendor;
+}
+
+static bool _IsShell(const _VSTEFFECT* e) { return e && e->category == VSTEFFECT_CATEGORY_SHELL; }
+
+extern "C" int AUDIOVST_PluginsCount(const _VSTEFFECT* s) { return _IsShell(s) ? s->u.shell.numShellEntries : 0; }
+
+extern "C" const char* AUDIOVST_GetPluginName(const _VSTEFFECT* s, int i)
+{
+    if (!_IsShell(s) || i < 0 || i >= s->u.shell.numShellEntries)
+        return nullptr;
+    return s->u.shell.shellEntries[i].name;
+}
+
+extern "C" int AUDIOVST_GetPluginId(const _VSTEFFECT* s, int i)
+{
+    if (!_IsShell(s) || i < 0 || i >= s->u.shell.numShellEntries)
+        return 0;
+    return s->u.shell.shellEntries[i].id;
+}
+
+/* ---- loading ------------------------------------------------------------- */
+
+extern "C" int AUDIOVST_LoadPlugin(_VSTEFFECT* e)
+{
+    if (!e)
+        return 0;
+    MutexLock(e->lock);
+    const int ok = _UnsafeLoadVSTPlugin(e);
+    MutexUnlock(e->lock);
+    return ok;
+}
+
+extern "C" int _UnsafeUnloadVSTPlugin(_VSTEFFECT* e)
+{
+    if (!e->loaded)
+        return 1;
+    if (e->category == VSTEFFECT_CATEGORY_EFFECT && e->numInstances > 0) {
+        BLDEBUG_Error(-1, "AUDIOVST_UnloadPlugin: Plugin %s has %d instances created.", e->filename, e->numInstances);
+        return 0;
+    }
+    BLLIB_CloseLibrary(e->library);
+    e->loaded = 0;
+    e->library = nullptr;
+    e->entryPoint = nullptr;
+    return 1;
+}
+
+extern "C" int AUDIOVST_UnloadPlugin(_VSTEFFECT* e)
+{
+    if (!e)
+        return 0;
+    MutexLock(e->lock);
+    const int ok = _UnsafeUnloadVSTPlugin(e);
+    MutexUnlock(e->lock);
+    return ok;
+}
+
+extern "C" int AUDIOVST_DeletePlugin(_VSTEFFECT* e)
+{
+    if (!e)
+        return 0;
+    if (e->loaded && !AUDIOVST_UnloadPlugin(e)) {
+        BLDEBUG_Error(-1, "AUDIOVST_DeletePlugin: Can't delete loaded plugin (%s)\n", e->filename);
+        return 0;
+    }
+    _UnlinkEffectRecord(e);
+    MutexDestroy(e->lock);
+    BLMEM_DisposeMemDescr(e->memDescr);
+    return 1;
+}

@@ -1,0 +1,140 @@
+#ifndef VSTEFFECT_P_H
+#define VSTEFFECT_P_H
+/* The engine's own view of a plugin record. Nothing outside src/engine/vst2
+ * (and the host program, which shares the engine) sees these fields. */
+#include "audiovst.h"
+
+#include "blmem.h"
+#include "blmutex.h"
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum { VSTEFFECT_CATEGORY_EFFECT = 0, VSTEFFECT_CATEGORY_SHELL = 1 };
+
+enum {
+    VSTEFFECT_FLAG_HAS_EDITOR = 1u << 0,
+    VSTEFFECT_FLAG_CAN_REPLACING = 1u << 4,
+    VSTEFFECT_FLAG_IS_SYNTH = 1u << 8
+};
+
+#define VSTEFFECT_HASH_SIZE 44
+#define VSTEFFECT_STRING_SIZE 65
+
+typedef struct ShellEntry {
+    int32_t id;
+    char name[64];
+    _VSTEFFECT* effect;
+} ShellEntry;
+
+typedef struct ValueTypeEntry {
+    char name[VSTEFFECT_STRING_SIZE];
+    float low;
+    float high;
+} ValueTypeEntry;
+
+typedef struct ValueType {
+    char name[VSTEFFECT_STRING_SIZE];
+    int32_t count;
+    ValueTypeEntry* entries;
+} ValueType;
+
+typedef struct ParameterRecord {
+    char name[VSTEFFECT_STRING_SIZE];
+    char label[VSTEFFECT_STRING_SIZE];
+    ValueType* valueType;
+    int32_t kind; /* 0 none, 1 enumerated, 2 linear, 3 nonlinear */
+    char minDisplay[VSTEFFECT_STRING_SIZE];
+    char maxDisplay[VSTEFFECT_STRING_SIZE];
+    float minValue;
+    float maxValue;
+} ParameterRecord;
+
+typedef struct ProgramRecord {
+    char name[VSTEFFECT_STRING_SIZE];
+    int32_t id;
+    float* values; /* numParams floats */
+} ProgramRecord;
+
+typedef int32_t (*VSTEntryPoint)(void);
+
+struct _VSTEFFECT {
+    int32_t category;
+    BLMemDescr memDescr;
+    Mutex lock;
+    char* filename;
+    int32_t pluginid;
+    char hash[VSTEFFECT_HASH_SIZE];
+    int64_t timestamp;
+    int32_t uniqueId;
+    int32_t architecture;
+    uint8_t crashed;
+    uint8_t enabled;
+    uint8_t supported;
+    uint8_t duplicated;
+    uint8_t rawmode;
+    uint8_t force_recheck;
+    uint8_t loaded;
+    void* library;
+    void* entryPoint;
+    _VSTEFFECT* next;
+    union {
+        struct {
+            int32_t version;
+            uint32_t flags;
+            int32_t numInputs;
+            int32_t numOutputs;
+        } fx;
+        struct {
+            int32_t numShellEntries;
+            ShellEntry* shellEntries;
+        } shell;
+    } u;
+    int32_t numParams;
+    int32_t numValueTypes;
+    ValueType** valueTypes;
+    ParameterRecord* parameters;
+    int32_t numPrograms;
+    ProgramRecord* defaultProgram;
+    ProgramRecord** programs;
+    char vendor[VSTEFFECT_STRING_SIZE];
+    char product[VSTEFFECT_STRING_SIZE];
+    char effectName[VSTEFFECT_STRING_SIZE];
+    int32_t numInstances;
+    void* configInstance;
+};
+
+#define VST_SETTINGS_PREFIX "vloraudio.fx.vst"
+#define VST_SETTINGS_GROUP_SIZE 69
+
+/* The hash of a file and id into out[44]; 1 on success. */
+int _ComputeHash(const char* filename, int32_t id, char out[VSTEFFECT_HASH_SIZE]);
+/* A new record for filename and id, linked at the head of the list. */
+_VSTEFFECT* _CreateEffectRecord(const char* filename, int32_t id);
+/* Unlinks the record under the list lock; it is not freed. */
+void _UnlinkEffectRecord(_VSTEFFECT* effect);
+/* First record (supported or not) whose hash is this one, or null. */
+_VSTEFFECT* _FindRecordByHash(const char* hash);
+_VSTEFFECT* _FindListBySupportedId(int32_t id);
+int _MatchEffectById(_VSTEFFECT* effect, int32_t id, _VSTEFFECT** found);
+
+void _SaveToSettings(const _VSTEFFECT* effect);
+void _WipePluginPersistedState(const char* hash);
+
+int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect);
+int _UnsafeUnloadVSTPlugin(_VSTEFFECT* effect);
+
+void _LockEffectList(void);
+void _UnlockEffectList(void);
+
+/* Path of the descriptor file of a hash into out (1024 bytes), or null when
+ * there is no data folder to keep it in. */
+char* _GetVSTXMLPath(const char* hash, char* out, int size);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

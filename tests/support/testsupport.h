@@ -1,0 +1,101 @@
+// Helpers shared by the test programs: a private data folder for each run, a
+// reader of the error log, and small file utilities.
+#pragma once
+
+#include "bldebug.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace vlortest {
+
+// A fresh folder under the system's temp folder, removed at the end.
+class TempDir {
+public:
+    TempDir()
+    {
+        char tmpl[] = "/tmp/vlortest.XXXXXX";
+        const char* p = mkdtemp(tmpl);
+        m_path = p ? p : "/tmp";
+    }
+    ~TempDir()
+    {
+        if (m_path.size() > 5)
+            std::system(("rm -rf '" + m_path + "'").c_str());
+    }
+    const std::string& path() const { return m_path; }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// Collects what BLDEBUG_Error reports while it lives.
+class LogCapture {
+public:
+    LogCapture()
+    {
+        BLDEBUG_SetLogCallback(&LogCapture::onLog, this);
+        m_oldStderr = BLDEBUG_SetStderrEnabled(0);
+    }
+    ~LogCapture()
+    {
+        BLDEBUG_SetLogCallback(nullptr, nullptr);
+        BLDEBUG_SetStderrEnabled(m_oldStderr);
+    }
+    std::vector<std::string> lines()
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        return m_lines;
+    }
+    bool contains(const std::string& text)
+    {
+        for (const auto& l : lines())
+            if (l.find(text) != std::string::npos)
+                return true;
+        return false;
+    }
+
+private:
+    static void onLog(void* user, int, const char* message)
+    {
+        auto* self = static_cast<LogCapture*>(user);
+        std::lock_guard<std::mutex> g(self->m_lock);
+        self->m_lines.emplace_back(message);
+    }
+    std::mutex m_lock;
+    std::vector<std::string> m_lines;
+    int m_oldStderr = 1;
+};
+
+inline void writeFile(const std::string& path, const std::string& text, bool executable = false)
+{
+    std::ofstream(path) << text;
+    if (executable)
+        chmod(path.c_str(), 0755);
+}
+
+inline std::string readFile(const std::string& path)
+{
+    std::ifstream in(path);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// The data folder of this test program: set before anything reads settings.
+inline const std::string& dataDir()
+{
+    static TempDir dir;
+    static const bool set = (setenv("VLOR_DATA_PATH", dir.path().c_str(), 1), true);
+    (void)set;
+    return dir.path();
+}
+
+} // namespace vlortest
