@@ -1,0 +1,367 @@
+// The editor-side functions the engines stand on, checked for the behaviour
+// the engines rely on.
+#include "libbase.h"
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+using namespace vlortest;
+
+namespace {
+
+std::string sha1Hex(const void* data, size_t size)
+{
+    uint8_t digest[SHA1HashSize];
+    EXPECT_EQ(BLSHA1_GetHash(data, size, digest), 1);
+    char text[2 * SHA1HashSize + 3];
+    BLSTRING_KeyToStr(digest, text, SHA1HashSize);
+    return text;
+}
+
+} // namespace
+
+TEST(Sha1, MatchesPublishedDigests)
+{
+    EXPECT_EQ(sha1Hex("", 0), "0xda39a3ee5e6b4b0d3255bfef95601890afd80709");
+    EXPECT_EQ(sha1Hex("abc", 3), "0xa9993e364706816aba3e25717850c26c9cd0d89d");
+    const char* two = "abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq";
+    EXPECT_EQ(sha1Hex(two, std::strlen(two)), "0x84983e441c3bd26ebaae4aa1f95129e5e54670f1");
+    const std::string million(1000000, 'a');
+    EXPECT_EQ(sha1Hex(million.data(), million.size()), "0x34aa973cd4c4daa4f61eeb2bdbad27316534016f");
+}
+
+TEST(Sha1, StreamingInUnevenPiecesEqualsOneShot)
+{
+    std::string text;
+    for (int i = 0; i < 300; ++i)
+        text += char('a' + i % 26);
+    SHA1Context ctx;
+    fSHA1Reset(&ctx);
+    size_t pos = 0;
+    for (size_t piece = 1; pos < text.size(); ++piece) {
+        const size_t n = std::min(piece, text.size() - pos);
+        fSHA1Input(&ctx, text.data() + pos, n);
+        pos += n;
+    }
+    uint8_t streamed[SHA1HashSize], oneShot[SHA1HashSize];
+    fSHA1Result(&ctx, streamed);
+    BLSHA1_GetHash(text.data(), text.size(), oneShot);
+    EXPECT_EQ(std::memcmp(streamed, oneShot, SHA1HashSize), 0);
+}
+
+TEST(StringHelpers, KeyToStrWritesPrefixAndLowerCaseHex)
+{
+    const unsigned char bytes[] = {0x00, 0xab, 0x7f};
+    char out[16];
+    EXPECT_STREQ(BLSTRING_KeyToStr(bytes, out, 3), "0x00ab7f");
+}
+
+TEST(StringHelpers, StripStringTrimsBothEnds)
+{
+    char text[] = " \t -12.5 dB \n";
+    EXPECT_STREQ(StripString(text), "-12.5 dB");
+}
+
+TEST(StringHelpers, CompareInsensitiveN)
+{
+    EXPECT_EQ(BLSTRING_CompareInsensitiveN("LEAD", "lead", 4), 0);
+    EXPECT_NE(BLSTRING_CompareInsensitiveN("LEAD", "lea", 4), 0);
+}
+
+TEST(StringHelpers, SplitCommandLineHonoursQuotes)
+{
+    struct Case {
+        const char* line;
+        std::vector<std::string> args;
+    };
+    const Case cases[] = {
+        {"/bin/host --check \"/a dir/plug in.so\" --id 42", {"/bin/host", "--check", "/a dir/plug in.so", "--id", "42"}},
+        {"  a   b  ", {"a", "b"}},
+        {"x 'single quoted \\ text' \"esc \\\" q\"", {"x", "single quoted \\ text", "esc \" q"}},
+        {"empty \"\" arg", {"empty", "", "arg"}},
+    };
+    for (const Case& c : cases) {
+        char** argv = BLSTRING_SplitCommandLine(c.line);
+        ASSERT_NE(argv, nullptr) << c.line;
+        std::vector<std::string> got;
+        for (char** a = argv; *a; ++a)
+            got.emplace_back(*a);
+        std::free(argv);
+        EXPECT_EQ(got, c.args) << c.line;
+    }
+    EXPECT_EQ(BLSTRING_SplitCommandLine("unbalanced \"quote"), nullptr);
+    EXPECT_EQ(BLSTRING_SplitCommandLine("   "), nullptr);
+}
+
+TEST(MemoryDescriptor, AllocationsAreZeroedAlignedAndGoWithTheDescriptor)
+{
+    BLMemDescr mem = BLMEM_CreateMemDescrEx("VST Effect", 0, 8);
+    ASSERT_NE(mem, nullptr);
+    EXPECT_STREQ(BLMEM_GetName(mem), "VST Effect");
+    std::vector<char*> blocks;
+    for (size_t size : {1, 7, 64, 5000, 3, 100000}) {
+        auto* p = static_cast<char*>(BLMEM_NewEx(mem, size, 0));
+        ASSERT_NE(p, nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % alignof(std::max_align_t), 0u);
+        for (size_t i = 0; i < size; ++i)
+            ASSERT_EQ(p[i], 0);
+        std::memset(p, 0x5a, size); // the sanitizers catch any overlap
+        blocks.push_back(p);
+    }
+    EXPECT_EQ(BLMEM_GetAllocated(mem), 1u + 7 + 64 + 5000 + 3 + 100000);
+    EXPECT_STREQ(BLMEM_StrDup(mem, "name"), "name");
+    EXPECT_EQ(BLMEM_DisposeMemDescr(mem), 1);
+    EXPECT_EQ(BLMEM_NewEx(nullptr, 8, 0), nullptr);
+    EXPECT_EQ(BLMEM_DisposeMemDescr(nullptr), 0);
+}
+
+TEST(MemoryDescriptor, OverlapMemCopyMovesOverlappingRegions)
+{
+    char text[] = "0xabcdef";
+    BLMEM_OverlapMemCopy(text, text + 2, std::strlen(text + 2) + 1);
+    EXPECT_STREQ(text, "abcdef");
+}
+
+TEST(Settings, ReadsDefaultsFromTheFormat)
+{
+    EXPECT_EQ(BLSETTINGS_GetIntEx(0, "test.absent.%s=[7]", "int"), 7);
+    EXPECT_EQ(BLSETTINGS_GetBoolEx(0, "test.absent.bool=[1]"), 1);
+    EXPECT_EQ(BLSETTINGS_GetBoolEx(0, "test.absent.bool=[0]"), 0);
+    char out[32];
+    EXPECT_EQ(BLSETTINGS_GetStringEx(0, out, sizeof(out), "test.absent.text=[fallback]"), 0);
+    EXPECT_STREQ(out, "fallback");
+    EXPECT_EQ(BLSETTINGS_ExistsEx(0, "test.absent.int"), 0);
+}
+
+TEST(Settings, WritesReadsAndDeletesTypedValues)
+{
+    EXPECT_EQ(BLSETTINGS_ChangeEx(0, "%s.%s=%d", "test.typed", "int", -42), 1);
+    EXPECT_EQ(BLSETTINGS_ChangeEx(0, "test.typed.big=%lld", 5000000000LL), 1);
+    EXPECT_EQ(BLSETTINGS_ChangeEx(0, "test.typed.bool=%d", 1), 1);
+    EXPECT_EQ(BLSETTINGS_GetIntEx(0, "test.typed.int=[0]"), -42);
+    EXPECT_EQ(BLSETTINGS_GetInt64Ex(0, "test.typed.big=[0]"), 5000000000LL);
+    EXPECT_EQ(BLSETTINGS_GetBoolEx(0, "test.typed.bool=[0]"), 1);
+    EXPECT_EQ(BLSETTINGS_ExistsEx(0, "test.typed.%s", "int"), 1);
+    EXPECT_EQ(BLSETTINGS_DeleteEx(0, "test.typed.int"), 1);
+    EXPECT_EQ(BLSETTINGS_DeleteEx(0, "test.typed.int"), 0);
+    EXPECT_EQ(BLSETTINGS_GetIntEx(0, "test.typed.int=[3]"), 3);
+}
+
+TEST(Settings, PersistAtomicallyInTheDataFolderAndSurviveReload)
+{
+    const std::string value = "/path/with=equals\nand a new line\\and backslash";
+    BLSETTINGS_ChangeEx(0, "test.persist.text=%s", value.c_str());
+    ASSERT_EQ(BLSETTINGS_Flush(), 1);
+    const std::string path = BLSETTINGS_GetFilePath();
+    EXPECT_EQ(path, dataDir() + "/settings.conf");
+    EXPECT_NE(readFile(path).find("test.persist.text="), std::string::npos);
+    // No temporary file is left behind by the atomic replace.
+    EXPECT_EQ(std::system(("ls " + dataDir() + " | grep -q tmp").c_str()) == 0, false);
+
+    ASSERT_EQ(BLSETTINGS_Reload(), 1);
+    char out[256];
+    EXPECT_EQ(BLSETTINGS_GetStringEx(0, out, sizeof(out), "test.persist.text=[]"), 1);
+    EXPECT_EQ(std::string(out), value);
+}
+
+TEST(Settings, ChangesReachTheFileWithoutAnExplicitFlush)
+{
+    BLSETTINGS_ChangeEx(0, "test.lazy.key=%d", 99);
+    const std::string path = BLSETTINGS_GetFilePath();
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (readFile(path).find("test.lazy.key=99") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_NE(readFile(path).find("test.lazy.key=99"), std::string::npos);
+}
+
+TEST(Settings, ConcurrentWritersLoseNothing)
+{
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 8; ++t)
+        threads.emplace_back([t] {
+            for (int i = 0; i < 200; ++i) {
+                BLSETTINGS_ChangeEx(0, "test.threads.%d.%d=%d", t, i, t * 1000 + i);
+                BLSETTINGS_GetIntEx(0, "test.threads.%d.%d=[0]", t, i / 2);
+            }
+        });
+    for (auto& th : threads)
+        th.join();
+    for (int t = 0; t < 8; ++t)
+        for (int i = 0; i < 200; ++i)
+            ASSERT_EQ(BLSETTINGS_GetIntEx(0, "test.threads.%d.%d=[-1]", t, i), t * 1000 + i);
+    char** keys = BLSETTINGS_ListKeys("test.threads.");
+    int count = 0;
+    for (char** k = keys; *k; ++k)
+        ++count;
+    std::free(keys);
+    EXPECT_EQ(count, 1600);
+}
+
+TEST(Spawn, ReturnsExitStatusesUnchanged)
+{
+    EXPECT_EQ(BLCORE_Spawn("/bin/true"), 0);
+    EXPECT_EQ(BLCORE_Spawn("/bin/false"), 1);
+    EXPECT_EQ(BLCORE_Spawn("/bin/sh -c \"exit %d\"", 7), 7);
+    EXPECT_EQ(BLCORE_Spawn("sh -c 'exit 3'"), 3); // found on PATH
+}
+
+TEST(Spawn, ArgumentsArriveWholeWithoutAShell)
+{
+    TempDir dir;
+    const std::string script = dir.file("args.sh");
+    writeFile(script, "#!/bin/sh\n[ \"$1\" = 'a b' ] && [ \"$2\" = '$HOME;x' ] && [ $# -eq 2 ]\n", true);
+    EXPECT_EQ(BLCORE_Spawn("%s \"a b\" \"$HOME;x\"", script.c_str()), 0);
+}
+
+TEST(Spawn, ASignalIsNeitherSuccessNorUnsupported)
+{
+    const int status = BLCORE_Spawn("/bin/sh -c 'kill -SEGV $$'");
+    EXPECT_EQ(status, BLCORE_SPAWN_SIGNALED(11));
+    EXPECT_NE(status, 0);
+    EXPECT_NE(status, 7);
+}
+
+TEST(Spawn, AHungChildIsKilledAtTheTimeout)
+{
+    const int old = BLCORE_SetSpawnTimeout(300);
+    const auto start = std::chrono::steady_clock::now();
+    const int status = BLCORE_Spawn("/bin/sleep 30");
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    BLCORE_SetSpawnTimeout(old);
+    EXPECT_EQ(status, BLCORE_SPAWN_SIGNALED(9));
+    EXPECT_LT(elapsed, std::chrono::seconds(5));
+}
+
+TEST(Spawn, MissingProgramsAndBadLinesFailCleanly)
+{
+    LogCapture log;
+    EXPECT_EQ(BLCORE_Spawn("/nonexistent/program --true"), BLCORE_SPAWN_FAILED);
+    EXPECT_EQ(BLCORE_Spawn("\"unbalanced"), -1);
+    EXPECT_EQ(BLCORE_Spawn(nullptr), -1);
+    EXPECT_TRUE(log.contains("BLCORE_Spawn:"));
+}
+
+TEST(Notify, NewestHandlerFirstAndTheFirstTakerStopsTheWalk)
+{
+    struct Seen {
+        std::vector<int> order;
+    } seen;
+    auto passOn = [](void* user, const BLNotifyEvent* e) -> int {
+        static_cast<Seen*>(user)->order.push_back(e->code * 10 + 1);
+        return 1;
+    };
+    auto take = [](void* user, const BLNotifyEvent* e) -> int {
+        static_cast<Seen*>(user)->order.push_back(e->code * 10 + 2);
+        return e->code == 5 ? 0 : 1;
+    };
+    BLNotifyHandler h1 = take, h2 = passOn;
+    ASSERT_EQ(BLNOTIFY_AddDefaultHandler(h1, &seen), 1);
+    ASSERT_EQ(BLNOTIFY_AddDefaultHandler(h2, &seen), 1);
+    ASSERT_EQ(BLNOTIFY_AddDefaultHandler(h2, &seen), 1); // once only
+    EXPECT_EQ(BLNOTIFY_SendEvent(nullptr, 0, 5, nullptr, nullptr), 0);
+    EXPECT_EQ(BLNOTIFY_SendEvent(nullptr, 0, 6, nullptr, nullptr), 1);
+    EXPECT_EQ(seen.order, (std::vector<int>{51, 52, 61, 62}));
+    EXPECT_EQ(BLNOTIFY_RemoveDefaultHandler(h1, &seen), 1);
+    EXPECT_EQ(BLNOTIFY_RemoveDefaultHandler(h2, &seen), 1);
+    EXPECT_EQ(BLNOTIFY_SendEvent(nullptr, 0, 5, nullptr, nullptr), 1);
+}
+
+TEST(Mutex, UnlockByAThreadThatDoesNotHoldItIsRefused)
+{
+    Mutex m = MutexInit();
+    ASSERT_EQ(MutexLock(m), 1);
+    int otherResult = -1;
+    std::thread([&] { otherResult = MutexUnlock(m); }).join();
+    EXPECT_EQ(otherResult, 0);
+    EXPECT_EQ(MutexTryLock(m), 0);
+    EXPECT_EQ(MutexUnlock(m), 1);
+    EXPECT_EQ(MutexUnlock(m), 0); // a second release changes nothing
+    EXPECT_EQ(MutexTryLock(m), 1);
+    EXPECT_EQ(MutexUnlock(m), 1);
+    MutexDestroy(m);
+}
+
+TEST(Mutex, RecursiveLockNestsAndExcludesOtherThreads)
+{
+    Mutex m = MutexRecursiveInit();
+    MutexLock(m);
+    MutexLock(m);
+    std::atomic<int> got{-1};
+    std::thread([&] { got = MutexTryLock(m); }).join();
+    EXPECT_EQ(got.load(), 0);
+    MutexUnlock(m);
+    MutexUnlock(m);
+    std::thread([&] {
+        got = MutexTryLock(m);
+        MutexUnlock(m);
+    }).join();
+    EXPECT_EQ(got.load(), 1);
+    MutexDestroy(m);
+    EXPECT_EQ(MutexLock(nullptr), 0);
+}
+
+TEST(DebugLog, ReachesTheCallbackWithoutTrailingNewline)
+{
+    LogCapture log;
+    BLDEBUG_Error(-1, "SomeFunction: failed %d\n", 3);
+    ASSERT_EQ(log.lines().size(), 1u);
+    EXPECT_EQ(log.lines()[0], "SomeFunction: failed 3");
+}
+
+TEST(DataFolder, ComesFromTheEnvironmentOrTheXdgDataHome)
+{
+    char out[1024];
+    ASSERT_NE(BLUTILS_GetDataDir(out, sizeof(out)), nullptr);
+    EXPECT_EQ(std::string(out), dataDir());
+
+    const std::string saved = dataDir();
+    unsetenv("VLOR_DATA_PATH");
+    setenv("XDG_DATA_HOME", "/xdg/data/", 1);
+    BLUTILS_GetDataDir(out, sizeof(out));
+    EXPECT_STREQ(out, "/xdg/data/vloraudio");
+    unsetenv("XDG_DATA_HOME");
+    const std::string home = getenv("HOME");
+    BLUTILS_GetDataDir(out, sizeof(out));
+    EXPECT_EQ(std::string(out), home + "/.local/share/vloraudio");
+    setenv("VLOR_DATA_PATH", saved.c_str(), 1);
+    EXPECT_EQ(BLUTILS_GetDataDir(out, 4), nullptr); // too small
+}
+
+TEST(Files, ExistsStampsAndMakeDirs)
+{
+    TempDir dir;
+    const std::string f = dir.file("a.txt");
+    EXPECT_EQ(BLIO_Exists(f.c_str()), 0);
+    EXPECT_EQ(BLIO_GetFileTimeStamp(f.c_str(), 2), 0);
+    writeFile(f, "x");
+    EXPECT_EQ(BLIO_Exists(f.c_str()), 1);
+    const int64_t first = BLIO_GetFileTimeStamp(f.c_str(), 2);
+    EXPECT_GT(first, 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    writeFile(f, "changed");
+    EXPECT_NE(BLIO_GetFileTimeStamp(f.c_str(), 2), first);
+    EXPECT_EQ(BLIOUTILS_MakeDirectory(dir.file("x/y/z").c_str()), 1);
+    EXPECT_EQ(BLIO_Exists(dir.file("x/y/z").c_str()), 1);
+    EXPECT_EQ(BLIO_Exists(nullptr), 0);
+}
+
+TEST(Library, OpensResolvesAndReportsFailures)
+{
+    LogCapture log;
+    BLLibHandle libc = BLLIB_OpenLibrary("libc.so.6");
+    ASSERT_NE(libc, nullptr);
+    EXPECT_NE(BLLIB_GetLibraryFunction(libc, "strlen"), nullptr);
+    EXPECT_EQ(BLLIB_GetLibraryFunction(libc, "no_such_symbol_here"), nullptr);
+    EXPECT_EQ(BLLIB_CloseLibrary(libc), 1);
+    EXPECT_EQ(BLLIB_OpenLibrary("/nonexistent.so"), nullptr);
+    EXPECT_TRUE(log.contains("BLLIB_OpenLibrary:"));
+}
