@@ -678,11 +678,14 @@ extern "C" int aeffectDestroyEffect(_VstEffectInstance* i)
     AEffect* e = valid(i);
     if (!e)
         return 0;
+    // The plugin frees its AEffect in effClose: read what we need before.
+    const int numInputs = e->numInputs;
+    const int numOutputs = e->numOutputs;
     if (a->engine && a->alive)
         dispatch(e, kEffStopProcess);
     dispatch(e, kEffClose);
     // A caller that did not deactivate would otherwise leak the buffers.
-    freeEngine(a->engine, e->numInputs, e->numOutputs);
+    freeEngine(a->engine, numInputs, numOutputs);
     std::free(a);
     return 1;
 }
