@@ -24,8 +24,8 @@ constexpr int kChannels = 2;
 
 std::string pickPlugin()
 {
-    static const char* const preferred[] = {"/usr/lib/vst/ZamTube-vst.so", "/usr/lib/vst/ZamComp-vst.so",
-                                            "/usr/lib/vst/3BandEQ-vst.so", "/usr/lib/vst/MVerb-vst.so"};
+    static const char* const preferred[] = {"/usr/lib/vst/ZamCompX2-vst.so", "/usr/lib/vst/MVerb-vst.so",
+                                            "/usr/lib/vst/3BandEQ-vst.so", "/usr/lib/vst/ZamTube-vst.so"};
     for (const char* p : preferred)
         if (BLIO_Exists(p))
             return p;
