@@ -24,7 +24,7 @@ constexpr int kChannels = 2;
 
 std::string pickPlugin()
 {
-    static const char* const preferred[] = {"/usr/lib/vst/ZamCompX2-vst.so", "/usr/lib/vst/MVerb-vst.so",
+    static const char* const preferred[] = {"/usr/lib/vst/MVerb-vst.so", "/usr/lib/vst/ZamCompX2-vst.so",
                                             "/usr/lib/vst/3BandEQ-vst.so", "/usr/lib/vst/ZamTube-vst.so"};
     for (const char* p : preferred)
         if (BLIO_Exists(p))
