@@ -207,6 +207,53 @@ TEST_F(Adapter, EditorResizeBecomesNotification118)
     EXPECT_EQ(seen.sender, &hostData);
 }
 
+TEST_F(Adapter, HostCallbackAnswersForALiveInstance)
+{
+    Loaded p(kStereo);
+    ASSERT_NE(p.fx, nullptr);
+    AEffect* ae = aeffectGetAEffect(p.fx);
+    auto call = p.symbol<VstIntPtr (*)(AEffect*, int, int, VstIntPtr, void*)>("vlorfixture_call_host");
+    auto callNoEffect = p.symbol<VstIntPtr (*)(AEffect*, int, void*)>("vlorfixture_call_host_without_effect");
+    ASSERT_EQ(p.fx->ActivateEngine(p.fx, 128, 48000), 1);
+
+    EXPECT_EQ(call(ae, 7, 0, 0, nullptr), reinterpret_cast<VstIntPtr>(aeffectGetTime(p.fx)));
+    EXPECT_EQ(call(ae, 23, 0, 0, nullptr), 2);
+    EXPECT_EQ(call(ae, 1, 0, 0, nullptr), 2400);
+    EXPECT_EQ(call(ae, 34, 0, 0, nullptr), 32001);
+    EXPECT_EQ(call(ae, 38, 0, 0, nullptr), 1);
+    EXPECT_EQ(call(ae, 0, 3, 0, nullptr), 0);  // automation is ignored
+    EXPECT_EQ(call(ae, 42, 0, 0, nullptr), 0); // update display
+    EXPECT_EQ(call(ae, 13, 0, 0, nullptr), 0); // anything else
+    char product[64] = {};
+    EXPECT_EQ(call(ae, 33, 0, 0, product), 1);
+    EXPECT_STREQ(product, "vloraudio");
+
+    // Idle requests reach the plugin as the matching dispatches.
+    p.resetLog();
+    EXPECT_EQ(call(ae, 3, 0, 0, nullptr), 1);
+    EXPECT_EQ(call(ae, 14, 0, 0, nullptr), 1);
+    EXPECT_EQ(call(ae, 43, 0, 0, nullptr), 1);
+    EXPECT_EQ(call(ae, 44, 0, 0, nullptr), 1);
+    std::vector<int> ops;
+    for (const LogEntry& e : p.log())
+        ops.push_back(e.opcode);
+    EXPECT_EQ(ops, (std::vector<int>{19, 53, 19, 19}));
+
+    const std::vector<std::pair<const char*, int>> canDo = {
+        {"sendVstTimeInfo", 1}, {"receiveVstEvents", 1}, {"sizeWindow", 1}, {"offline", 1},
+        {"supplyIdle", 1}, {"sendVstEvents", 0}, {"sendVstMidiEvent", 0}, {"receiveVstMidiEvent", 0},
+        {"receiveVstTimeInfo", 0}, {"reportConnectionChanges", 0}, {"acceptIOChanges", 0},
+        {"asyncProcessing", 0}, {"somethingElse", 0}};
+    for (const auto& c : canDo)
+        EXPECT_EQ(call(ae, 37, 0, 0, const_cast<char*>(c.first)), c.second) << c.first;
+
+    // Without an effect only the plain answers come.
+    EXPECT_EQ(callNoEffect(ae, 7, nullptr), 0);
+    EXPECT_EQ(callNoEffect(ae, 23, nullptr), 0);
+    EXPECT_EQ(callNoEffect(ae, 14, nullptr), 0);
+    EXPECT_EQ(callNoEffect(ae, 1, nullptr), 2400);
+}
+
 TEST_F(Adapter, HostCallbackOfTheInstanceLayer)
 {
     EXPECT_EQ(_HostCallback(nullptr, nullptr), -1);
