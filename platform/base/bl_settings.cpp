@@ -263,10 +263,10 @@ void splitRead(const std::string& text, std::string* key, std::string* def)
     }
 }
 
-std::string readValue(const char* format, va_list ap, bool* found = nullptr)
+std::string readValue(const std::string& text, bool* found = nullptr)
 {
     std::string key, def, value;
-    splitRead(formatArgs(format, ap), &key, &def);
+    splitRead(text, &key, &def);
     const bool has = Store::instance().get(key, &value);
     if (found)
         *found = has;
@@ -284,14 +284,18 @@ bool parseBool(const std::string& v)
 
 } // namespace
 
+// The formatted text of a call's format and arguments; 0 for a null format.
+#define FORMATTED_OR_RETURN(text)                                                                                      \
+    if (!format)                                                                                                       \
+        return 0;                                                                                                      \
+    va_list ap;                                                                                                        \
+    va_start(ap, format);                                                                                              \
+    const std::string text = formatArgs(format, ap);                                                                   \
+    va_end(ap)
+
 extern "C" int BLSETTINGS_ChangeEx(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string text = formatArgs(format, ap);
-    va_end(ap);
+    FORMATTED_OR_RETURN(text);
     const size_t eq = text.find('=');
     const std::string key = text.substr(0, eq);
     if (key.empty())
@@ -302,13 +306,9 @@ extern "C" int BLSETTINGS_ChangeEx(BLSettings, const char* format, ...)
 
 extern "C" int BLSETTINGS_GetStringEx(BLSettings, char* out, int size, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
+    FORMATTED_OR_RETURN(text);
     bool found = false;
-    const std::string v = readValue(format, ap, &found);
-    va_end(ap);
+    const std::string v = readValue(text, &found);
     if (out && size > 0)
         std::snprintf(out, size_t(size), "%s", v.c_str());
     return found ? 1 : 0;
@@ -316,56 +316,31 @@ extern "C" int BLSETTINGS_GetStringEx(BLSettings, char* out, int size, const cha
 
 extern "C" int BLSETTINGS_GetIntEx(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string v = readValue(format, ap);
-    va_end(ap);
-    return int(std::strtol(v.c_str(), nullptr, 10));
+    FORMATTED_OR_RETURN(text);
+    return int(std::strtol(readValue(text).c_str(), nullptr, 10));
 }
 
 extern "C" int64_t BLSETTINGS_GetInt64Ex(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string v = readValue(format, ap);
-    va_end(ap);
-    return int64_t(std::strtoll(v.c_str(), nullptr, 10));
+    FORMATTED_OR_RETURN(text);
+    return int64_t(std::strtoll(readValue(text).c_str(), nullptr, 10));
 }
 
 extern "C" int BLSETTINGS_GetBoolEx(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string v = readValue(format, ap);
-    va_end(ap);
-    return parseBool(v) ? 1 : 0;
+    FORMATTED_OR_RETURN(text);
+    return parseBool(readValue(text)) ? 1 : 0;
 }
 
 extern "C" int BLSETTINGS_ExistsEx(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string key = formatArgs(format, ap);
-    va_end(ap);
+    FORMATTED_OR_RETURN(key);
     return Store::instance().get(key, nullptr) ? 1 : 0;
 }
 
 extern "C" int BLSETTINGS_DeleteEx(BLSettings, const char* format, ...)
 {
-    if (!format)
-        return 0;
-    va_list ap;
-    va_start(ap, format);
-    const std::string key = formatArgs(format, ap);
-    va_end(ap);
+    FORMATTED_OR_RETURN(key);
     return Store::instance().remove(key) ? 1 : 0;
 }
 
