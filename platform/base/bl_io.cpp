@@ -47,3 +47,43 @@ extern "C" int BLIO_MakeDirs(const char* path)
 #include "blioutils.h"
 
 extern "C" int BLIOUTILS_MakeDirectory(const char* path) { return BLIO_MakeDirs(path); }
+
+#include <cstring>
+#include <vector>
+
+namespace {
+std::string cleanPath(const char* path)
+{
+    std::vector<std::string> parts;
+    const bool absolute = path[0] == '/';
+    std::string cur;
+    for (const char* p = path;; ++p) {
+        if (*p == '/' || *p == '\0') {
+            if (cur == "..") {
+                if (!parts.empty() && parts.back() != "..")
+                    parts.pop_back();
+                else if (!absolute)
+                    parts.push_back(cur);
+            } else if (!cur.empty() && cur != ".") {
+                parts.push_back(cur);
+            }
+            cur.clear();
+            if (*p == '\0')
+                break;
+        } else {
+            cur += *p;
+        }
+    }
+    std::string out = absolute ? "/" : "";
+    for (size_t i = 0; i < parts.size(); ++i)
+        out += (i ? "/" : "") + parts[i];
+    return out;
+}
+} // namespace
+
+extern "C" int BLIOUTILS_ComparePath(const char* a, const char* b)
+{
+    if (!a || !b)
+        return a == b ? 0 : (a ? 1 : -1);
+    return std::strcmp(cleanPath(a).c_str(), cleanPath(b).c_str());
+}

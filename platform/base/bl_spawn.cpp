@@ -1,5 +1,7 @@
 #include "blcore.h"
 
+#include "bl_process_p.h"
+
 #include "bldebug.h"
 #include "blstring.h"
 
@@ -46,10 +48,10 @@ int pidfdOpen(pid_t pid)
 #endif
 }
 
-// Waits for the child up to timeoutMs (<= 0: for ever) and reaps it; kills it
-// when the time is up. A pidfd lets us sleep in poll() until the child ends
-// instead of polling waitpid.
-int waitChild(pid_t pid, int timeoutMs)
+} // namespace
+
+// A pidfd lets us sleep in poll() until the child ends instead of polling waitpid.
+int blprocess::waitChild(pid_t pid, int timeoutMs)
 {
     int wstatus = 0;
     if (timeoutMs > 0) {
@@ -82,7 +84,11 @@ int waitChild(pid_t pid, int timeoutMs)
     return statusOf(wstatus);
 }
 
-} // namespace
+int blprocess::spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* actions)
+{
+    return std::strchr(argv[0], '/') ? posix_spawn(pid, argv[0], actions, nullptr, argv, environ)
+                                     : posix_spawnp(pid, argv[0], actions, nullptr, argv, environ);
+}
 
 extern "C" int BLCORE_SetSpawnTimeout(int milliseconds) { return g_timeoutMs.exchange(milliseconds); }
 
@@ -108,15 +114,14 @@ extern "C" int BLCORE_Spawn(const char* format, ...)
     posix_spawn_file_actions_init(&actions);
     posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     pid_t pid = 0;
-    const int err = std::strchr(argv[0], '/') ? posix_spawn(&pid, argv[0], &actions, nullptr, argv, environ)
-                                              : posix_spawnp(&pid, argv[0], &actions, nullptr, argv, environ);
+    const int err = blprocess::spawn(&pid, argv, &actions);
     posix_spawn_file_actions_destroy(&actions);
     int status;
     if (err != 0) {
         BLDEBUG_Error(-1, "BLCORE_Spawn: cannot start %s: %s", argv[0], std::strerror(err));
         status = BLCORE_SPAWN_FAILED;
     } else {
-        status = waitChild(pid, g_timeoutMs.load());
+        status = blprocess::waitChild(pid, g_timeoutMs.load());
     }
     std::free(argv);
     std::free(line);

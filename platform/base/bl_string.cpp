@@ -103,3 +103,24 @@ extern "C" char** BLSTRING_SplitCommandLine(const char* line)
     table[args.size()] = nullptr;
     return table;
 }
+
+extern "C" int BLSTRING_GetFloatVectorValuesFromString(const char* text, float* values, int max)
+{
+    if (!text || !values || max <= 0)
+        return 0;
+    int count = 0;
+    const char* p = text;
+    while (*p && count < max) {
+        while (*p && (std::isspace(static_cast<unsigned char>(*p)) || *p == '[' || *p == ']' || *p == ','))
+            ++p;
+        if (!*p)
+            break;
+        char* end = nullptr;
+        const float v = std::strtof(p, &end);
+        if (end == p)
+            break;
+        values[count++] = v;
+        p = end;
+    }
+    return count;
+}

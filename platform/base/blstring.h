@@ -24,6 +24,10 @@ char* StripString(char* text);
  * an empty line. */
 char** BLSTRING_SplitCommandLine(const char* line);
 
+/* Reads up to max floats from a text such as "[0.5, 1]" or "0.5 1" (brackets,
+ * commas and blanks separate); returns how many were read. */
+int BLSTRING_GetFloatVectorValuesFromString(const char* text, float* values, int max);
+
 #ifdef __cplusplus
 }
 #endif

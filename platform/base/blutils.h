@@ -11,6 +11,15 @@ extern "C" {
 char* BLUTILS_GetDataDir(char* out, int size);
 /* Folder of the running executable. */
 char* BLUTILS_GetExecutableDir(char* out, int size);
+/* Folder of the application's helper programs: "VLOR_HELPERS_PATH" if set,
+ * otherwise the executable's folder. */
+char* BLUTILS_GetHelpersDir(char* out, int size);
+/* Folder of the application's resources: the executable's folder plus
+ * "/../share/vloraudio". */
+char* BLUTILS_GetResourceDir(char* out, int size);
+
+/* Copies the variable's value into out; 1 if it is set, 0 otherwise (out then empty). */
+int BLENV_GetEnvValue(const char* name, char* out, int size);
 
 #ifdef __cplusplus
 }

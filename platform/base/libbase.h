@@ -6,6 +6,8 @@
 #include "blioutils.h"
 #include "bllib.h"
 #include "blmem.h"
+#include "blpopenio.h"
+#include "bldom.h"
 #include "blmutex.h"
 #include "blnotify.h"
 #include "blsettings.h"

@@ -10,6 +10,7 @@
 #include "blsettings.h"
 #include "blsha1.h"
 #include "blstring.h"
+#include "remote_p.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -28,6 +29,7 @@ static const char* const kSettingFields[] = {"timestamp", "filename", "pluginid"
 
 extern "C" void _LockEffectList(void) { MutexLock(__TopEffectListLock); }
 extern "C" void _UnlockEffectList(void) { MutexUnlock(__TopEffectListLock); }
+extern "C" _VSTEFFECT* _FirstEffectRecord(void) { return __TopEffect; }
 
 /* ---- hash ---------------------------------------------------------------- */
 
@@ -154,9 +156,13 @@ extern "C" int AUDIOVST_SetVlorVstPath(const char* dir)
     }
     _UnlockEffectList();
 
+    _RegisterRemoteIOCallbacks();
     __VLORVSTEXEPATH_OK = true;
     return 1;
 }
+
+extern "C" bool _HostPathsOk(void) { return __VLORVSTEXEPATH_OK; }
+extern "C" int32_t _HostPathLength(void) { return __VLORVSTEXEPATH_LEN; }
 
 extern "C" const char* AUDIOVST_GetVlorVstPath(int index)
 {

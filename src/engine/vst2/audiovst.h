@@ -68,6 +68,17 @@ AUDIOVST_EXPORT int AUDIOVST_PluginsCount(const _VSTEFFECT* shell);
 AUDIOVST_EXPORT const char* AUDIOVST_GetPluginName(const _VSTEFFECT* shell, int index);
 AUDIOVST_EXPORT int AUDIOVST_GetPluginId(const _VSTEFFECT* shell, int index);
 
+/* Resolution: a usable record for a file and id, checking the plugin in the
+ * host program when what is stored cannot be trusted. Null unless supported. */
+AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool force);
+AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash);
+AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByUniqId(int id);
+AUDIOVST_EXPORT int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size);
+AUDIOVST_EXPORT int AUDIOVST_ResetPlugin(_VSTEFFECT* effect);
+AUDIOVST_EXPORT int AUDIOVST_ResetPluginFile(const char* filename, int id);
+AUDIOVST_EXPORT int AUDIOVST_NeedRecheck(_VSTEFFECT* effect);
+AUDIOVST_EXPORT int AUDIOVST_ForceRecheck(_VSTEFFECT* effect);
+
 /* Opening the plugin's library in this process, under the record's lock. */
 AUDIOVST_EXPORT int AUDIOVST_LoadPlugin(_VSTEFFECT* effect);
 AUDIOVST_EXPORT int AUDIOVST_UnloadPlugin(_VSTEFFECT* effect);

@@ -8,6 +8,7 @@
 #include "blmutex.h"
 
 #include <stdint.h>
+#include <stdio.h>
 
 #ifdef __cplusplus
 extern "C" {
@@ -128,11 +129,41 @@ int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect);
 int _UnsafeUnloadVSTPlugin(_VSTEFFECT* effect);
 
 void _LockEffectList(void);
+/* Head of the list; walk it with the list lock held. */
+_VSTEFFECT* _FirstEffectRecord(void);
 void _UnlockEffectList(void);
 
 /* Path of the descriptor file of a hash into out (1024 bytes), or null when
  * there is no data folder to keep it in. */
 char* _GetVSTXMLPath(const char* hash, char* out, int size);
+
+/* ---- descriptor files ---- */
+
+/* Copies source into destination, escaping < > " & for XML, within size
+ * bytes. An empty source writes nothing: destination keeps what it had. */
+void _XMLEncode(const char* source, char* destination, int size);
+/* Writes the record as a descriptor; 1 on success. */
+int _WriteVSTXML(const _VSTEFFECT* effect, FILE* out);
+/* Fills the record from a descriptor file or a "popen://" command line; 0
+ * when it cannot be parsed or names another file. */
+int _LoadFromVSTXML(_VSTEFFECT* effect, const char* path);
+
+/* Fills the record with what a plugin opened in this process tells of itself:
+ * names, flags, channels, parameters with their kinds, programs; or, for a
+ * shell, its entries. Run by the host program for "--info". 1 on success. */
+int _DescribeEffect(_VSTEFFECT* effect, void* instance);
+
+/* ---- resolution ---- */
+
+/* The text of an argument for a command line that BLCORE_Spawn splits: the
+ * caller puts it in double quotes. Backslashes and quotes are escaped, so any
+ * file name arrives whole. Returns a malloc'd string. */
+char* _QuoteArg(const char* text);
+int _CheckPlugin(_VSTEFFECT* effect);
+int _RefreshPluginData(_VSTEFFECT* effect);
+/* True once a working host program has been found. */
+bool _HostPathsOk(void);
+int32_t _HostPathLength(void);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,70 @@
+#ifndef REMOTE_P_H
+#define REMOTE_P_H
+/* The client of the host program: a plugin instance in a child process,
+ * driven over its standard input and output. It fills the same operations
+ * table as the in-process adapter. */
+#include "vstinstance_p.h"
+
+#include <pthread.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef void* (*vlorvstOpenProc)(const char* command);
+typedef int (*vlorvstReadProc)(void* io, void* buffer, int size);
+typedef int (*vlorvstWriteProc)(void* io, const void* buffer, int size);
+typedef int (*vlorvstAvailableProc)(void* io);
+typedef int (*vlorvstCloseProc)(void* io);
+typedef int (*vlorvstLockProc)(void* lock);
+
+int vlorvstRegisterIOCallbacks(vlorvstOpenProc open, vlorvstReadProc read, vlorvstWriteProc write,
+                               vlorvstAvailableProc dataAvailable, vlorvstCloseProc close,
+                               vlorvstCloseProc terminate);
+int vlorvstRegisterIOLockCallback(void* lock, vlorvstLockProc lockCallback, vlorvstLockProc unlockCallback);
+int vlorvstBeginBlockIO(void);
+int vlorvstEndBlockIO(void);
+
+/* The platform's pipes as the I/O callbacks: 5000 ms reads, 10000 ms close. */
+void _RegisterRemoteIOCallbacks(void);
+
+int vlorvstSendCommand(void* io, int32_t tag);
+int vlorvstRecvCommand(void* io, int32_t* tag);
+int vlorvstSendIntValue(void* io, int32_t value);
+int vlorvstRecvIntValue(void* io, int32_t* value);
+int vlorvstSendFloatValue(void* io, float value);
+int vlorvstRecvFloatValue(void* io, float* value);
+int vlorvstSendUWord64Value(void* io, uint64_t value);
+int vlorvstRecvUWord64Value(void* io, uint64_t* value);
+int vlorvstSendFloatVector(void* io, const float* values, int count);
+/* Fails unless the sender's count is the expected one. */
+int vlorvstRecvFloatVector(void* io, float* values, int count);
+int vlorvstSendString(void* io, const char* text);
+/* Fails unless the length is below size; out gets a terminator. */
+int vlorvstRecvString(void* io, char* out, int size);
+
+int vlorvstOpenIO(const char* command, void** io);
+int vlorvstCloseIO(void* io);
+int vlorvsTerminateIO(void* io);
+int vlorvstFlushInput(void* io);
+int vlorvstPeekCommand(void* io, int32_t* tag);
+int vlorvstCheckCommand(_VstEffectInstance* effect, int32_t* tag);
+_VstEffectInstance* vlorvstCreateRemoteEffect(VstHostCallbackProc hostCallback, void* hostData,
+                                              const char* format, ...) __attribute__((format(printf, 3, 4)));
+int vlorvstDestroyRemoteEffect(_VstEffectInstance* effect);
+int vlorvstTerminateRemoteEffect(_VstEffectInstance* effect);
+
+pthread_mutex_t* VLORVST_MutexInit(void);
+int VLORVST_MutexLock(pthread_mutex_t* m);
+int VLORVST_MutexUnlock(pthread_mutex_t* m);
+int VLORVST_MutexDestroy(pthread_mutex_t* m);
+
+/* The pipe handle of a remote instance, or null: for tests that play the
+ * part of a misbehaving host. */
+void* vlorvstGetIO(_VstEffectInstance* effect);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

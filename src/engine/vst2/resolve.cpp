@@ -1,0 +1,389 @@
+// Resolution: from a file and an id to a record that can be trusted. Nothing of
+// the plugin runs in this process here: it is checked and described by the
+// host program, so that a crash costs a child.
+#include "vsteffect_p.h"
+
+#include "blcore.h"
+#include "bldebug.h"
+#include "bldom.h"
+#include "blio.h"
+#include "blnotify.h"
+#include "blsettings.h"
+#include "blutils.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+namespace {
+
+constexpr int kDirSize = 1024;
+
+void groupKey(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
+{
+    std::snprintf(group, VST_SETTINGS_GROUP_SIZE, "%s.%s", VST_SETTINGS_PREFIX, hash);
+}
+
+bool isShell(const _VSTEFFECT* e) { return e->category == VSTEFFECT_CATEGORY_SHELL; }
+
+// The three walks through a record and, for a shell, the effects of its
+// entries. unsupportedToo is the one difference between them.
+template <typename Test> _VSTEFFECT* walk(_VSTEFFECT* e, bool unsupportedToo, Test test)
+{
+    if (!e || (!unsupportedToo && !e->supported))
+        return nullptr;
+    if (isShell(e)) {
+        for (int i = 0; i < e->u.shell.numShellEntries; ++i)
+            if (_VSTEFFECT* m = walk(e->u.shell.shellEntries[i].effect, unsupportedToo, test))
+                return m;
+        return nullptr;
+    }
+    return test(e) ? e : nullptr;
+}
+
+_VSTEFFECT* _MatchPlugin(_VSTEFFECT* e, const char* filename, int32_t id)
+{
+    return walk(e, false, [&](_VSTEFFECT* x) {
+        return x->filename && std::strcmp(x->filename, filename) == 0 && (x->pluginid == 0 || x->uniqueId == id);
+    });
+}
+
+_VSTEFFECT* _MatchEffectByHash(_VSTEFFECT* e, const char* hash)
+{
+    return walk(e, false, [&](_VSTEFFECT* x) { return std::strcmp(x->hash, hash) == 0; });
+}
+
+template <typename Visit> _VSTEFFECT* eachRecord(Visit visit)
+{
+    _LockEffectList();
+    _VSTEFFECT* found = nullptr;
+    for (_VSTEFFECT* e = _FirstEffectRecord(); e && !found; e = e->next)
+        found = visit(e);
+    _UnlockEffectList();
+    return found;
+}
+
+_VSTEFFECT* _SearchPlugin(const char* filename, int32_t id)
+{
+    return eachRecord([&](_VSTEFFECT* e) -> _VSTEFFECT* {
+        if (!e->supported)
+            return nullptr;
+        if (!isShell(e))
+            return e->filename && std::strcmp(e->filename, filename) == 0 ? e : nullptr;
+        return _MatchPlugin(e, filename, id);
+    });
+}
+
+bool findHost()
+{
+    if (_HostPathsOk())
+        return true;
+    char dir[kDirSize];
+    if (BLUTILS_GetHelpersDir(dir, kDirSize) && AUDIOVST_SetVlorVstPath(dir))
+        return true;
+    if (BLUTILS_GetResourceDir(dir, kDirSize) && AUDIOVST_SetVlorVstPath(dir))
+        return true;
+    if (BLUTILS_GetExecutableDir(dir, kDirSize) && AUDIOVST_SetVlorVstPath(dir))
+        return true;
+    const char* path = std::getenv("PATH");
+    if (path) {
+        // Every element but the one behind the last ':'.
+        std::string rest = path;
+        size_t colon;
+        while ((colon = rest.find(':')) != std::string::npos) {
+            const std::string element = rest.substr(0, colon);
+            rest.erase(0, colon + 1);
+            if (!element.empty() && AUDIOVST_SetVlorVstPath(element.c_str()))
+                return true;
+        }
+    }
+    return false;
+}
+
+void loadSettings(_VSTEFFECT* e)
+{
+    char g[VST_SETTINGS_GROUP_SIZE];
+    groupKey(e->hash, g);
+    e->pluginid = BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "pluginid");
+    e->timestamp = BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp");
+    e->architecture = BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "architecture");
+    e->force_recheck = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "force_recheck"));
+    e->crashed = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed"));
+    e->enabled = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "enabled"));
+    e->supported = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "supported"));
+    e->duplicated = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "duplicated"));
+    e->rawmode = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "rawmode"));
+}
+
+bool settingsBelongTo(const _VSTEFFECT* e)
+{
+    char g[VST_SETTINGS_GROUP_SIZE];
+    groupKey(e->hash, g);
+    char stored[4096];
+    return BLSETTINGS_GetStringEx(0, stored, sizeof(stored), "%s.%s=[]", g, "filename") &&
+           std::strcmp(stored, e->filename) == 0;
+}
+
+void writeDescriptor(const _VSTEFFECT* e)
+{
+    char path[kDirSize];
+    if (!_GetVSTXMLPath(e->hash, path, sizeof(path)))
+        return;
+    // Written beside and moved over, so a reader never sees half a file.
+    const std::string tmp = std::string(path) + ".tmp";
+    FILE* f = BLIO_Open(tmp.c_str(), "w");
+    if (!f)
+        return;
+    const bool ok = _WriteVSTXML(e, f) && std::fflush(f) == 0;
+    BLIO_Close(f);
+    if (!ok || std::rename(tmp.c_str(), path) != 0)
+        std::remove(tmp.c_str());
+}
+
+int spawnCheck(const char* host, const char* quotedFile, int32_t id)
+{
+    char* quotedHost = _QuoteArg(host);
+    const int status = BLCORE_Spawn("\"%s\" --check \"%s\" --id %d", quotedHost, quotedFile, id);
+    std::free(quotedHost);
+    return status;
+}
+
+} // namespace
+
+extern "C" char* _QuoteArg(const char* text)
+{
+    std::string out;
+    for (const char* p = text ? text : ""; *p; ++p) {
+        if (*p == '"' || *p == '\\')
+            out += '\\';
+        out += *p;
+    }
+    return strdup(out.c_str());
+}
+
+/* ---- checking ------------------------------------------------------------ */
+
+extern "C" int _RefreshPluginData(_VSTEFFECT* e)
+{
+    e->duplicated = 0;
+    e->rawmode = 0;
+    e->architecture = 0;
+    e->crashed = 0;
+    e->enabled = 1;
+
+    char* file = _QuoteArg(e->filename);
+    int status = -1;
+    for (int index = 0; index < 2 && e->architecture == 0; ++index) {
+        const char* host = AUDIOVST_GetVlorVstPath(index);
+        if (!host)
+            continue;
+        status = spawnCheck(host, file, e->pluginid);
+        if (status == 0)
+            e->architecture = index == 0 ? 64 : 32;
+    }
+    if (e->architecture == 0) {
+        BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
+        if (status == 7)
+            e->supported = 0;
+        else
+            e->crashed = 1;
+        e->timestamp = BLIO_GetFileTimeStamp(e->filename, 2);
+        std::free(file);
+        return 0;
+    }
+    if (e->architecture == 32)
+        e->rawmode = 1;
+    const char* host = AUDIOVST_GetVlorVstPath(e->architecture == 32 ? 1 : 0);
+    if (!host) {
+        BLDEBUG_Error(-1, "VSTLOAD: Invalid vlorvst path!");
+        std::free(file);
+        return 0;
+    }
+    char* quotedHost = _QuoteArg(host);
+    const size_t size = size_t(_HostPathLength()) + 64 + std::strlen(file) + std::strlen(quotedHost);
+    std::string command(size, '\0');
+    std::snprintf(&command[0], size, "popen://\"%s\" --info \"%s\" --id %d", quotedHost, file, e->pluginid);
+    std::free(quotedHost);
+    std::free(file);
+    if (!_LoadFromVSTXML(e, command.c_str())) {
+        BLDEBUG_Error(-1, "VSTLOAD: Failed to load VST plugin %s!", e->filename);
+        e->duplicated = 0;
+        e->crashed = 1;
+        e->enabled = 0;
+        return 0;
+    }
+    if (e->category == VSTEFFECT_CATEGORY_EFFECT) {
+        // A plugin first asked for with id 0 moves to the hash of its unique id.
+        e->pluginid = e->uniqueId;
+        _ComputeHash(e->filename, e->pluginid, e->hash);
+    }
+    return 1;
+}
+
+extern "C" int _CheckPlugin(_VSTEFFECT* e)
+{
+    e->supported = 0;
+    if (e->category == VSTEFFECT_CATEGORY_SHELL) {
+        e->supported = 1;
+        return 1;
+    }
+    if (e->category != VSTEFFECT_CATEGORY_EFFECT)
+        return 1;
+    const uint32_t flags = e->u.fx.flags;
+    if ((flags & VSTEFFECT_FLAG_IS_SYNTH) || !(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 ||
+        e->u.fx.numOutputs < 1)
+        return 0;
+
+    _VSTEFFECT* other = _FindListBySupportedId(e->uniqueId);
+    while (other && other != e && !BLIO_Exists(other->filename)) {
+        AUDIOVST_DeletePlugin(other);
+        other = _FindListBySupportedId(e->uniqueId);
+    }
+    if (other && other != e && other->enabled && !other->crashed) {
+        if (other->u.fx.version >= e->u.fx.version) {
+            e->duplicated = 1;
+            return 0;
+        }
+        other->enabled = 0;
+        other->duplicated = 1;
+        _SaveToSettings(other);
+    }
+    e->supported = 1;
+    return 1;
+}
+
+/* ---- resolution ---------------------------------------------------------- */
+
+extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool force)
+{
+    if (!findHost()) {
+        BLNOTIFY_SendEvent(nullptr, 0, AUDIOVST_NOTIFY_NO_HOST, nullptr, nullptr);
+        return nullptr;
+    }
+    if (!filename || !*filename)
+        return nullptr;
+
+    _VSTEFFECT* e = _SearchPlugin(filename, id);
+    if (!BLIO_Exists(filename)) {
+        if (e)
+            AUDIOVST_DeletePlugin(e);
+        return nullptr;
+    }
+    if (!e)
+        e = _CreateEffectRecord(filename, id);
+    if (!e)
+        return nullptr;
+
+    bool needCheck = true;
+    if (settingsBelongTo(e)) {
+        loadSettings(e);
+        needCheck = force;
+    }
+    needCheck = needCheck || e->force_recheck;
+
+    const int64_t stamp = BLIO_GetFileTimeStamp(filename, 2);
+    char path[kDirSize];
+    const bool haveDescriptor = _GetVSTXMLPath(e->hash, path, sizeof(path)) && BLIO_Exists(path);
+    bool refresh;
+    if (!haveDescriptor) {
+        e->crashed = 0;
+        refresh = true;
+    } else {
+        if (!e->crashed && e->supported && needCheck)
+            refresh = true;
+        else if (!e->crashed && e->supported)
+            refresh = !_LoadFromVSTXML(e, path) || e->architecture == 0;
+        else
+            refresh = needCheck;
+        const bool unchanged = e->timestamp != 0 && e->timestamp == stamp;
+        if (!unchanged) {
+            // A file that changed on disk is looked at again, and a crash is forgotten with it.
+            e->crashed = 0;
+            refresh = true;
+        }
+    }
+
+    bool refreshed = false;
+    if (refresh && _RefreshPluginData(e)) {
+        refreshed = true;
+        e->force_recheck = 0;
+    }
+    if (!_CheckPlugin(e)) {
+        _CheckPlugin(e);
+        AUDIOVST_DeletePlugin(e);
+        return nullptr;
+    }
+    _SaveToSettings(e);
+    if (refreshed && !e->crashed && e->supported)
+        writeDescriptor(e);
+    return AUDIOVST_IsSupported(e) ? e : nullptr;
+}
+
+extern "C" _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash)
+{
+    if (!hash)
+        return nullptr;
+    return eachRecord([&](_VSTEFFECT* e) { return _MatchEffectByHash(e, hash); });
+}
+
+extern "C" _VSTEFFECT* AUDIOVST_FindPluginByUniqId(int id)
+{
+    return eachRecord([&](_VSTEFFECT* e) {
+        _VSTEFFECT* found = nullptr;
+        return _MatchEffectById(e, id, &found) ? found : nullptr;
+    });
+}
+
+extern "C" int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size)
+{
+    char path[kDirSize];
+    if (!hash || !out || size <= 0 || !_GetVSTXMLPath(hash, path, sizeof(path)))
+        return 0;
+    BLDOM dom = BLDOM_CreateFromXMLFile(path);
+    if (!dom)
+        return 0;
+    std::snprintf(out, size_t(size), "%s", BLDOM_NodeTextContent(dom, BLDOM_FindNode(dom, "/VLORVST/Filename")));
+    BLDOM_Destroy(dom);
+    return 1;
+}
+
+extern "C" int AUDIOVST_ResetPlugin(_VSTEFFECT* e)
+{
+    if (!e || !e->hash[0])
+        return 0;
+    char hash[VSTEFFECT_HASH_SIZE];
+    std::memcpy(hash, e->hash, sizeof(hash));
+    _WipePluginPersistedState(hash);
+    return AUDIOVST_DeletePlugin(e);
+}
+
+extern "C" int AUDIOVST_ResetPluginFile(const char* filename, int id)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!filename || !*filename || !_ComputeHash(filename, id, hash))
+        return 0;
+    _WipePluginPersistedState(hash);
+    _VSTEFFECT* e = _FindRecordByHash(hash);
+    return e ? AUDIOVST_DeletePlugin(e) : 1;
+}
+
+extern "C" int AUDIOVST_NeedRecheck(_VSTEFFECT* e)
+{
+    if (!e)
+        return 1;
+    MutexLock(e->lock);
+    const int v = e->force_recheck;
+    MutexUnlock(e->lock);
+    return v;
+}
+
+extern "C" int AUDIOVST_ForceRecheck(_VSTEFFECT* e)
+{
+    if (!e)
+        return 0;
+    MutexLock(e->lock);
+    e->force_recheck = 1;
+    MutexUnlock(e->lock);
+    return 1;
+}
