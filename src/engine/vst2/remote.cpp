@@ -141,6 +141,15 @@ bool requestAnswered(RemoteInstance* r, const Message& m, bool* ok)
     return true;
 }
 
+// A payload we refused (a wrong count, a string too long) is still in the
+// pipe: throw it away now rather than read it as the next answer.
+bool orResync(RemoteInstance* r, bool ok)
+{
+    if (!ok)
+        vlorvstFlushInput(r->io);
+    return ok;
+}
+
 int intQuery(_VstEffectInstance* i, int32_t tag)
 {
     RemoteInstance* r = remote(i);
@@ -190,7 +199,7 @@ int rGetParameters(_VstEffectInstance* i, float* out, int count)
     if (!r || !r->io || !out || count < 0)
         return 0;
     Locked l(r);
-    return request(r, Message(VLORVST_GET_PARAMS)) && vlorvstRecvFloatVector(r->io, out, count) ? 1 : 0;
+    return request(r, Message(VLORVST_GET_PARAMS)) && orResync(r, vlorvstRecvFloatVector(r->io, out, count)) ? 1 : 0;
 }
 
 int rSetParameter(_VstEffectInstance* i, int index, float value)
@@ -216,7 +225,7 @@ int stringQuery(_VstEffectInstance* i, const Message& m, char* out, int size)
     if (!r || !r->io || !out || size <= 0)
         return 0;
     Locked l(r);
-    return request(r, m) && vlorvstRecvString(r->io, out, size) ? 1 : 0;
+    return request(r, m) && orResync(r, vlorvstRecvString(r->io, out, size)) ? 1 : 0;
 }
 
 int rGetCurrentDisplayValue(_VstEffectInstance* i, int index, char* out, int size)
@@ -414,7 +423,7 @@ int rProcessAudio(_VstEffectInstance* i, const float* in, float* out, int channe
     vlorvstCheckCommand(&r->ops, nullptr);
     int32_t reply = 0;
     const bool ok = writeAll(r->io, r->scratch, int(need)) && vlorvstCheckCommand(&r->ops, &reply) &&
-                    reply == VLORVST_OK && vlorvstRecvFloatVector(r->io, out, int(samples));
+                    reply == VLORVST_OK && orResync(r, vlorvstRecvFloatVector(r->io, out, int(samples)));
     std::free(zero);
     return ok ? 1 : 0;
 }
