@@ -24,8 +24,6 @@ static int32_t __VLORVSTEXEPATH_LEN = 0;
 static bool __VLORVSTEXEPATH_OK = false;
 static char* __VLORVSTXMLPATH = nullptr;
 
-static const char* const kSettingFields[] = {"timestamp", "filename", "pluginid", "architecture", "force_recheck",
-                                             "enabled", "supported", "crashed", "duplicated", "rawmode"};
 
 extern "C" void _LockEffectList(void) { MutexLock(__TopEffectListLock); }
 extern "C" void _UnlockEffectList(void) { MutexUnlock(__TopEffectListLock); }
@@ -311,7 +309,6 @@ extern "C" void _WipePluginPersistedState(const char* hash)
         return;
     static const char* const order[] = {"filename", "pluginid", "timestamp", "architecture", "force_recheck",
                                         "enabled", "supported", "crashed", "duplicated", "rawmode"};
-    static_assert(sizeof(order) == sizeof(kSettingFields), "the wipe covers every field");
     char g[VST_SETTINGS_GROUP_SIZE];
     _GroupKey(hash, g);
     for (const char* field : order)
