@@ -12,14 +12,19 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
+// "rw" children get one end of a socket pair as both standard input and
+// output: a send can refuse to raise SIGPIPE by itself, and a read can try
+// first without waiting, which keeps a round trip at the fewest system calls.
 struct BLPOpenIORec {
     pid_t pid = 0;
-    int toChild = -1;   // its standard input
-    int fromChild = -1; // its standard output
+    int toChild = -1;   // its standard input (the socket in "rw" mode)
+    int fromChild = -1; // its standard output (the same socket in "rw" mode)
+    bool socket = false;
 };
 
 namespace {
@@ -58,38 +63,6 @@ int waitFd(int fd, short events, int timeoutMs)
     }
 }
 
-// A write to a child that is gone raises SIGPIPE; it is blocked for this
-// thread and any pending one consumed, so the editor never sees it.
-class SigpipeGuard {
-public:
-    SigpipeGuard()
-    {
-        sigset_t pipeSet;
-        sigemptyset(&pipeSet);
-        sigaddset(&pipeSet, SIGPIPE);
-        sigpending(&m_pending);
-        m_wasPending = sigismember(&m_pending, SIGPIPE);
-        pthread_sigmask(SIG_BLOCK, &pipeSet, &m_old);
-    }
-    ~SigpipeGuard()
-    {
-        if (!m_wasPending) {
-            sigset_t pipeSet;
-            sigemptyset(&pipeSet);
-            sigaddset(&pipeSet, SIGPIPE);
-            const timespec zero{0, 0};
-            while (sigtimedwait(&pipeSet, nullptr, &zero) > 0) {
-            }
-        }
-        pthread_sigmask(SIG_SETMASK, &m_old, nullptr);
-    }
-
-private:
-    sigset_t m_old;
-    sigset_t m_pending;
-    bool m_wasPending = false;
-};
-
 } // namespace
 
 extern "C" BLPOpenIO BLPOPENIO_Create(const char* mode, const char* command)
@@ -102,41 +75,45 @@ extern "C" BLPOpenIO BLPOPENIO_Create(const char* mode, const char* command)
         BLDEBUG_Error(-1, "BLPOPENIO_Create: cannot split command line: %s", command);
         return nullptr;
     }
-    int in[2] = {-1, -1}, out[2] = {-1, -1};
-    if ((writable && pipe2(in, O_CLOEXEC) != 0) || pipe2(out, O_CLOEXEC) != 0) {
-        closeFd(in[0]);
-        closeFd(in[1]);
+    int ends[2] = {-1, -1}; // [0] ours, [1] the child's
+    const bool made = writable ? socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0
+                               : pipe2(ends, O_CLOEXEC) == 0;
+    if (!made) {
         std::free(argv);
         return nullptr;
     }
-    fcntl(out[0], F_SETPIPE_SZ, kPipeSize);
-    if (writable)
-        fcntl(in[1], F_SETPIPE_SZ, kPipeSize);
+    if (writable) {
+        setsockopt(ends[0], SOL_SOCKET, SO_SNDBUF, &kPipeSize, sizeof(kPipeSize));
+        setsockopt(ends[0], SOL_SOCKET, SO_RCVBUF, &kPipeSize, sizeof(kPipeSize));
+        setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &kPipeSize, sizeof(kPipeSize));
+        setsockopt(ends[1], SOL_SOCKET, SO_RCVBUF, &kPipeSize, sizeof(kPipeSize));
+    } else {
+        fcntl(ends[0], F_SETPIPE_SZ, kPipeSize);
+    }
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
     if (writable)
-        posix_spawn_file_actions_adddup2(&actions, in[0], STDIN_FILENO);
+        posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
     else
         posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, out[1], STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     pid_t pid = 0;
     const int err = blprocess::spawn(&pid, argv, &actions);
     posix_spawn_file_actions_destroy(&actions);
-    closeFd(in[0]);
-    closeFd(out[1]);
+    closeFd(ends[1]);
     if (err != 0) {
         BLDEBUG_Error(-1, "BLPOPENIO_Create: cannot start %s: %s", argv[0], std::strerror(err));
-        closeFd(in[1]);
-        closeFd(out[0]);
+        closeFd(ends[0]);
         std::free(argv);
         return nullptr;
     }
     std::free(argv);
     auto* io = new BLPOpenIORec;
     io->pid = pid;
-    io->toChild = in[1];
-    io->fromChild = out[0];
+    io->fromChild = ends[0];
+    io->toChild = writable ? ends[0] : -1;
+    io->socket = writable;
     return io;
 }
 
@@ -144,25 +121,36 @@ extern "C" int BLPOPENIO_ReadDataEx(BLPOpenIO io, void* buffer, int size, int ti
 {
     if (!io || !buffer || size <= 0 || io->fromChild < 0)
         return -1;
-    const int ready = waitFd(io->fromChild, POLLIN, timeoutMs);
-    if (ready <= 0)
-        return -1;
-    ssize_t n;
-    do
-        n = read(io->fromChild, buffer, size_t(size));
-    while (n < 0 && errno == EINTR);
-    return n < 0 ? -1 : int(n);
+    const int fd = io->fromChild;
+    if (!io->socket) {
+        if (waitFd(fd, POLLIN, timeoutMs) <= 0)
+            return -1;
+        ssize_t n;
+        do
+            n = read(fd, buffer, size_t(size));
+        while (n < 0 && errno == EINTR);
+        return n < 0 ? -1 : int(n);
+    }
+    // What is already there is taken at once; only an empty socket waits.
+    for (;;) {
+        const ssize_t n = recv(fd, buffer, size_t(size), MSG_DONTWAIT);
+        if (n >= 0)
+            return int(n);
+        if (errno == EINTR)
+            continue;
+        if ((errno != EAGAIN && errno != EWOULDBLOCK) || waitFd(fd, POLLIN, timeoutMs) <= 0)
+            return -1;
+    }
 }
 
 extern "C" int BLPOPENIO_WriteData(BLPOpenIO io, const void* buffer, int size)
 {
     if (!io || !buffer || size < 0 || io->toChild < 0)
         return -1;
-    SigpipeGuard guard;
     const char* p = static_cast<const char*>(buffer);
     int left = size;
     while (left > 0) {
-        ssize_t n = write(io->toChild, p, size_t(left));
+        ssize_t n = send(io->toChild, p, size_t(left), MSG_NOSIGNAL | MSG_DONTWAIT);
         if (n < 0 && errno == EINTR)
             continue;
         if (n < 0 && errno == EAGAIN)
@@ -190,7 +178,9 @@ extern "C" int BLPOPENIO_CloseEx(BLPOpenIO io, int wait, int timeoutMs)
     if (!io)
         return -1;
     // The child sees the end of its input first: a well-behaved one ends by itself.
-    closeFd(io->toChild);
+    if (io->socket)
+        shutdown(io->toChild, SHUT_WR);
+    io->toChild = -1;
     closeFd(io->fromChild);
     if (!wait)
         kill(io->pid, SIGKILL);
