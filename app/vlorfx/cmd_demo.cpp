@@ -1,14 +1,17 @@
 // The main job, as far as the library reaches today: a real plugin of the
-// machine opened in this process, a test signal run through it, and a report.
+// machine checked and described by the host program, then run in the host
+// program over a test signal, and a report of what it did.
 #include "commands.h"
 
 #include "aeffect_p.h"
 #include "audiovst.h"
+#include "remote_p.h"
 #include "vsteffect_p.h"
 
 #include "blio.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -73,6 +76,28 @@ void levels(const std::vector<float>& s, double* peakDb, double* rmsDb)
     *rmsDb = rms > 0 ? 20 * std::log10(rms) : -INFINITY;
 }
 
+// In the host program when there is one; in this process otherwise.
+_VstEffectInstance* openInstance(_VSTEFFECT* e, bool* remote)
+{
+    *remote = false;
+    if (const char* host = AUDIOVST_GetVlorVstPath(0)) {
+        char* file = _QuoteArg(AUDIOVST_GetFileName(e));
+        _VstEffectInstance* fx =
+            vlorvstCreateRemoteEffect(_HostCallback, nullptr, "\"%s\" --fxinstance \"%s\" --id %d", host, file,
+                                      e->pluginid);
+        std::free(file);
+        if (fx && fx->Check(fx)) {
+            *remote = true;
+            return fx;
+        }
+        if (fx)
+            fx->Terminate(fx);
+    }
+    if (!AUDIOVST_LoadPlugin(e))
+        return nullptr;
+    return aeffectCreateEffect(_HostCallback, nullptr, e->entryPoint, e->pluginid);
+}
+
 } // namespace
 
 int cmdDemo(int argc, char** argv)
@@ -84,39 +109,40 @@ int cmdDemo(int argc, char** argv)
     }
     std::printf("plugin file: %s\n", path.c_str());
 
-    _VSTEFFECT* record = _CreateEffectRecord(path.c_str(), 0);
-    if (!record || !AUDIOVST_LoadPlugin(record)) {
-        std::fprintf(stderr, "vlorfx demo: cannot load %s\n", path.c_str());
-        if (record)
-            AUDIOVST_DeletePlugin(record);
+    const auto t0 = std::chrono::steady_clock::now();
+    _VSTEFFECT* e = AUDIOVST_FindPluginEx(path.c_str(), 0, false);
+    const double checkMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
+    if (!e || !AUDIOVST_IsEffect(e)) {
+        std::fprintf(stderr, "vlorfx demo: %s is not a usable effect (status %d)\n", path.c_str(),
+                     AUDIOVST_GetPluginStatusEx(path.c_str(), 0));
         return 1;
     }
-    _VstEffectInstance* fx = aeffectCreateEffect(_HostCallback, nullptr, record->entryPoint, 0);
-    if (!fx || !fx->Check(fx)) {
+    std::printf("checked and described by %s in %.1f ms\n", AUDIOVST_GetVlorVstPath(0), checkMs);
+    std::printf("name: %s\nvendor: %s\nunique id: %d, version %d, %d inputs, %d outputs\n", AUDIOVST_GetDisplayName(e),
+                AUDIOVST_GetDisplayCategory(e), AUDIOVST_GetUniqueID(e), AUDIOVST_GetVersion(e),
+                AUDIOVST_GetNumInputs(e), AUDIOVST_GetNumOutputs(e));
+    static const char* const kinds[] = {"-", "list", "linear", "curve"};
+    std::printf("parameters (%d):\n", AUDIOVST_GetNumParams(e));
+    for (int p = 0; p < AUDIOVST_GetNumParams(e); ++p) {
+        const ParameterRecord& r = e->parameters[p];
+        std::printf("  %2d %-24s %-6s %-6s", p, r.name, r.label, kinds[r.kind & 3]);
+        if (r.kind == 2)
+            std::printf(" %g .. %g", double(r.minValue), double(r.maxValue));
+        else if (r.kind == 3)
+            std::printf(" %s .. %s", r.minDisplay, r.maxDisplay);
+        else if (r.kind == 1 && r.valueType)
+            std::printf(" %s", r.valueType->name);
+        std::printf("\n");
+    }
+
+    bool remote = false;
+    _VstEffectInstance* fx = openInstance(e, &remote);
+    if (!fx) {
         std::fprintf(stderr, "vlorfx demo: %s did not open\n", path.c_str());
-        AUDIOVST_DeletePlugin(record);
         return 1;
     }
-
-    char name[128], vendor[128], product[128];
-    aeffectGetString(fx, 45, 0, name, sizeof(name));
-    aeffectGetString(fx, 47, 0, vendor, sizeof(vendor));
-    aeffectGetString(fx, 48, 0, product, sizeof(product));
-    AEffect* ae = aeffectGetAEffect(fx);
-    std::printf("name: %s\nvendor: %s\nproduct: %s\nin process, %d inputs, %d outputs, latency %d frames\n", name,
-                vendor, product, ae->numInputs, ae->numOutputs, fx->GetInitialDelay(fx));
-
-    const int numParams = fx->GetNumParams(fx);
-    std::printf("parameters (%d):\n", numParams);
-    for (int p = 0; p < numParams; ++p) {
-        char pname[128], label[128], text[16];
-        float value = 0;
-        aeffectGetString(fx, 8, p, pname, sizeof(pname));
-        aeffectGetString(fx, 6, p, label, sizeof(label));
-        fx->GetParameter(fx, p, &value);
-        fx->GetCurrentDisplayValue(fx, p, text, sizeof(text));
-        std::printf("  %2d %-24s %-8s %s (%.3f)\n", p, pname, text, label, double(value));
-    }
+    std::printf("running %s, latency %d frames\n", remote ? "in the host program" : "in this process",
+                fx->GetInitialDelay(fx));
 
     const std::vector<float> in = testSignal();
     std::vector<float> out(in.size(), 0.0f);
@@ -126,25 +152,27 @@ int cmdDemo(int argc, char** argv)
         status = 1;
     } else {
         const int frames = int(in.size() / kChannels);
-        for (int f = 0; f < frames; f += kBlock) {
+        const auto r0 = std::chrono::steady_clock::now();
+        for (int f = 0; f < frames && status == 0; f += kBlock) {
             const int n = std::min(kBlock, frames - f);
-            fx->ProcessAudio(fx, &in[size_t(f) * kChannels], &out[size_t(f) * kChannels], kChannels, n);
+            if (!fx->ProcessAudio(fx, &in[size_t(f) * kChannels], &out[size_t(f) * kChannels], kChannels, n)) {
+                std::fprintf(stderr, "vlorfx demo: processing failed at frame %d\n", f);
+                status = 1;
+            }
         }
+        const double renderMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - r0).count();
         fx->StopEngine(fx);
         fx->DeactivateEngine(fx);
         double pin, rin, pout, rout;
         levels(in, &pin, &rin);
         levels(out, &pout, &rout);
-        std::printf("rendered %d frames at %d Hz in blocks of %d\n", frames, kSampleRate, kBlock);
+        std::printf("rendered %d frames at %d Hz in blocks of %d in %.1f ms (%.0fx real time)\n", frames, kSampleRate,
+                    kBlock, renderMs, 1000.0 * frames / kSampleRate / renderMs);
         std::printf("in:  peak %6.2f dBFS  rms %6.2f dBFS\n", pin, rin);
         std::printf("out: peak %6.2f dBFS  rms %6.2f dBFS\n", pout, rout);
-        if (!std::isfinite(rout) && rout > 0) {
-            std::fprintf(stderr, "vlorfx demo: the output is not finite\n");
-            status = 1;
-        }
     }
-    fx->Destroy(fx);
-    AUDIOVST_UnloadPlugin(record);
-    AUDIOVST_DeletePlugin(record);
+    if (!fx->Destroy(fx))
+        fx->Terminate(fx);
+    AUDIOVST_UnloadPlugin(e);
     return status;
 }

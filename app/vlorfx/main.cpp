@@ -5,6 +5,7 @@
 #include "QVlorAudioPlugins.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace {
@@ -21,7 +22,9 @@ const Command kCommands[] = {
 
 void usage(FILE* out)
 {
-    std::fprintf(out, "usage: vlorfx COMMAND [ARGS]\n\ncommands:\n");
+    std::fprintf(out, "usage: vlorfx [--data DIR] COMMAND [ARGS]\n\n"
+                      "  --data DIR  the application's data folder for this run (settings, descriptors)\n\n"
+                      "commands:\n");
     for (const Command& c : kCommands)
         std::fprintf(out, "  %-8s %s\n", c.name, c.help);
 }
@@ -30,6 +33,13 @@ void usage(FILE* out)
 
 int main(int argc, char** argv)
 {
+    // The data folder is settled before the library reads anything from it.
+    if (argc > 2 && !std::strcmp(argv[1], "--data")) {
+        setenv("VLOR_DATA_PATH", argv[2], 1);
+        argv[2] = argv[0];
+        argv += 2;
+        argc -= 2;
+    }
     if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
         usage(argc < 2 ? stderr : stdout);
         return argc < 2 ? 2 : 0;

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <csignal>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -289,4 +290,35 @@ TEST_F(Remote, RealPluginsRunInTheHost)
         ASSERT_EQ(fx->Destroy(fx), 1) << plugin; // stops, deactivates on exit
         fx = nullptr;
     }
+}
+
+TEST(HostProgram, DiesWithItsParent)
+{
+    // A shell starts the host and is then killed; the host must follow it.
+    const std::string script = "sleep 30 | '" + kHost + "' --fxinstance '" + kFixtures +
+                               "/vlor-fixture-stereo.so' --id 0 & echo $!; wait";
+    BLPOpenIO io = BLPOPENIO_Create("r", ("/bin/sh -c \"" + script + "\"").c_str());
+    ASSERT_NE(io, nullptr);
+    char buf[32] = {};
+    ASSERT_GT(BLPOPENIO_ReadDataEx(io, buf, sizeof(buf) - 1, 5000), 0);
+    const pid_t host = pid_t(std::atoi(buf));
+    ASSERT_GT(host, 0);
+    usleep(100000); // let the host load its plugin
+    EXPECT_EQ(kill(host, 0), 0);
+    BLPOPENIO_CloseEx(io, 0, 0); // kills the shell
+    bool gone = false;
+    for (int i = 0; i < 200 && !gone; ++i) {
+        gone = kill(host, 0) != 0;
+        usleep(10000);
+    }
+    EXPECT_TRUE(gone);
+}
+
+TEST(HostProgram, AnswersTrueAndFalseAndRefusesBadArguments)
+{
+    EXPECT_EQ(BLCORE_Spawn("%s --true", kHost.c_str()), 1);
+    EXPECT_EQ(BLCORE_Spawn("%s --false", kHost.c_str()), 0);
+    EXPECT_EQ(BLCORE_Spawn("%s --check", kHost.c_str()), 2);
+    EXPECT_EQ(BLCORE_Spawn("%s --bogus x --id 1", kHost.c_str()), 2);
+    EXPECT_EQ(BLCORE_Spawn("%s --check /nonexistent.so --id 0", kHost.c_str()), VLORVST_CHECK_UNSUPPORTED);
 }

@@ -365,3 +365,82 @@ TEST(Library, OpensResolvesAndReportsFailures)
     EXPECT_EQ(BLLIB_OpenLibrary("/nonexistent.so"), nullptr);
     EXPECT_TRUE(log.contains("BLLIB_OpenLibrary:"));
 }
+
+TEST(ChildPipes, ReadTimeoutAvailableBytesAndBothWaysOfClosing)
+{
+    BLPOpenIO io = BLPOPENIO_Create("rw", "/bin/cat");
+    ASSERT_NE(io, nullptr);
+    char buf[16];
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(BLPOPENIO_ReadDataEx(io, buf, sizeof(buf), 200), -1); // nothing to read: times out
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(190));
+    ASSERT_EQ(BLPOPENIO_WriteData(io, "hello", 5), 5);
+    for (int i = 0; i < 200 && BLPOPENIO_GetBytesReadAvailable(io) < 5; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    EXPECT_EQ(BLPOPENIO_GetBytesReadAvailable(io), 5);
+    EXPECT_EQ(BLPOPENIO_ReadDataEx(io, buf, sizeof(buf), 1000), 5);
+    EXPECT_EQ(std::string(buf, 5), "hello");
+    // cat ends by itself once its input ends: a waiting close gets its status.
+    EXPECT_EQ(BLPOPENIO_CloseEx(io, 1, 5000), 0);
+
+    io = BLPOPENIO_Create("rw", "/bin/sleep 30");
+    ASSERT_NE(io, nullptr);
+    const auto killStart = std::chrono::steady_clock::now();
+    EXPECT_EQ(BLPOPENIO_CloseEx(io, 0, 0), BLCORE_SPAWN_SIGNALED(9));
+    EXPECT_LT(std::chrono::steady_clock::now() - killStart, std::chrono::seconds(2));
+
+    io = BLPOPENIO_Create("rw", "/bin/sleep 30");
+    EXPECT_EQ(BLPOPENIO_CloseEx(io, 1, 200), BLCORE_SPAWN_SIGNALED(9)); // waited, then killed
+    EXPECT_EQ(BLPOPENIO_CloseEx(nullptr, 1, 0), -1);
+}
+
+TEST(ChildPipes, WritingToAChildThatIsGoneFailsWithoutASignal)
+{
+    BLPOpenIO io = BLPOPENIO_Create("rw", "/bin/true");
+    ASSERT_NE(io, nullptr);
+    char buf[4];
+    EXPECT_EQ(BLPOPENIO_ReadDataEx(io, buf, sizeof(buf), 2000), 0); // end of stream
+    std::vector<char> block(1 << 16, 'x');
+    int result = 0;
+    for (int i = 0; i < 50 && result >= 0; ++i)
+        result = BLPOPENIO_WriteData(io, block.data(), int(block.size()));
+    EXPECT_EQ(result, -1); // and this process is still here
+    BLPOPENIO_CloseEx(io, 1, 1000);
+    EXPECT_EQ(BLPOPENIO_Create("rw", "/nonexistent/program"), nullptr);
+    EXPECT_EQ(BLPOPENIO_Create("rw", "\"unbalanced"), nullptr);
+}
+
+TEST(ChildPipes, ReadOnlyCommandsFeedTheXmlReader)
+{
+    BLDOM dom = BLDOM_CreateFromXMLFile("popen:///bin/echo \"<A><B x='1'>t</B></A>\"");
+    ASSERT_NE(dom, nullptr);
+    EXPECT_STREQ(BLDOM_NodeAttributeTextValue(dom, BLDOM_FindNode(dom, "/A/B"), "x"), "1");
+    BLDOM_Destroy(dom);
+    // A command that fails gives no tree, even with output.
+    EXPECT_EQ(BLDOM_CreateFromXMLFile("popen:///bin/sh -c 'echo \"<A/>\"; exit 3'"), nullptr);
+    // One that hangs is killed at the spawn timeout.
+    const int old = BLCORE_SetSpawnTimeout(300);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(BLDOM_CreateFromXMLFile("popen:///bin/sleep 20"), nullptr);
+    BLCORE_SetSpawnTimeout(old);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+}
+
+TEST(Paths, ComparePathIgnoresDotsAndRepeatedSlashes)
+{
+    EXPECT_EQ(BLIOUTILS_ComparePath("/a/b/c.so", "/a//b/./c.so"), 0);
+    EXPECT_EQ(BLIOUTILS_ComparePath("/a/x/../b/c.so", "/a/b/c.so"), 0);
+    EXPECT_EQ(BLIOUTILS_ComparePath("/a/b/", "/a/b"), 0);
+    EXPECT_NE(BLIOUTILS_ComparePath("/a/b/c.so", "/a/b/d.so"), 0);
+    EXPECT_NE(BLIOUTILS_ComparePath("a/b", "/a/b"), 0);
+    float v[3];
+    EXPECT_EQ(BLSTRING_GetFloatVectorValuesFromString("[0.25, 1e-1]", v, 3), 2);
+    EXPECT_FLOAT_EQ(v[1], 0.1f);
+    EXPECT_EQ(BLSTRING_GetFloatVectorValuesFromString("[x]", v, 3), 0);
+    char value[8];
+    setenv("VLOR_TEST_ENV", "abcdefghij", 1);
+    EXPECT_EQ(BLENV_GetEnvValue("VLOR_TEST_ENV", value, sizeof(value)), 1);
+    EXPECT_STREQ(value, "abcdefg");
+    EXPECT_EQ(BLENV_GetEnvValue("VLOR_TEST_ENV_UNSET", value, sizeof(value)), 0);
+    EXPECT_STREQ(value, "");
+}
