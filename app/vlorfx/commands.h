@@ -3,3 +3,4 @@
 // Each command of the reference editor takes the arguments behind its name
 // and returns the process's exit status.
 int cmdDemo(int argc, char** argv);
+int cmdApply(int argc, char** argv);

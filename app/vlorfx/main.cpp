@@ -18,6 +18,7 @@ struct Command {
 
 const Command kCommands[] = {
     {"demo", cmdDemo, "run a real plugin over a generated signal and report what it did"},
+    {"apply", cmdApply, "apply a VST2 effect to an audio file (apply --help)"},
 };
 
 void usage(FILE* out)

@@ -124,3 +124,158 @@ extern "C" int BLSTRING_GetFloatVectorValuesFromString(const char* text, float* 
     }
     return count;
 }
+
+namespace {
+
+// Finds key in a key=value list; the raw value (quotes and brackets kept) in *value.
+bool findItem(const char* list, const char* key, std::string* value)
+{
+    if (!list || !key || !*key)
+        return false;
+    const size_t keyLen = std::strlen(key);
+    const char* p = list;
+    while (*p) {
+        while (*p == ',' || std::isspace(static_cast<unsigned char>(*p)))
+            ++p;
+        const char* start = p;
+        bool quoted = false;
+        int depth = 0;
+        for (; *p; ++p) {
+            if (quoted) {
+                if (*p == '\\' && p[1])
+                    ++p;
+                else if (*p == '"')
+                    quoted = false;
+            } else if (*p == '"') {
+                quoted = true;
+            } else if (*p == '[') {
+                ++depth;
+            } else if (*p == ']' && depth > 0) {
+                --depth;
+            } else if (*p == ',' && depth == 0) {
+                break;
+            }
+        }
+        std::string item(start, size_t(p - start));
+        const size_t eq = item.find('=');
+        if (eq != std::string::npos) {
+            std::string name = item.substr(0, eq);
+            while (!name.empty() && std::isspace(static_cast<unsigned char>(name.back())))
+                name.pop_back();
+            if (name.size() == keyLen && name == key) {
+                std::string v = item.substr(eq + 1);
+                const size_t a = v.find_first_not_of(" \t");
+                const size_t b = v.find_last_not_of(" \t");
+                *value = a == std::string::npos ? std::string() : v.substr(a, b - a + 1);
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+std::string unquote(const std::string& v)
+{
+    if (v.size() < 2 || v.front() != '"' || v.back() != '"')
+        return v;
+    std::string out;
+    for (size_t i = 1; i + 1 < v.size(); ++i) {
+        if (v[i] == '\\' && i + 2 < v.size() && (v[i + 1] == '"' || v[i + 1] == '\\'))
+            ++i;
+        out += v[i];
+    }
+    return out;
+}
+
+} // namespace
+
+extern "C" int BLSTRING_GetStringValueFromString(const char* list, const char* key, const char* defaultValue,
+                                                 char* buffer, int bufferSize)
+{
+    std::string v;
+    const bool found = findItem(list, key, &v);
+    const std::string text = found ? unquote(v) : (defaultValue ? defaultValue : "");
+    if (buffer && bufferSize > 0)
+        std::snprintf(buffer, size_t(bufferSize), "%s", text.c_str());
+    return found && buffer && bufferSize > 0 && text.size() < size_t(bufferSize) ? 1 : 0;
+}
+
+extern "C" int BLSTRING_GetIntegerValueFromString(const char* list, const char* key, int defaultValue)
+{
+    std::string v;
+    if (!findItem(list, key, &v))
+        return defaultValue;
+    v = unquote(v);
+    char* end = nullptr;
+    const long n = std::strtol(v.c_str(), &end, 10);
+    return end != v.c_str() ? int(n) : defaultValue;
+}
+
+extern "C" int BLSTRING_GetBooleanValueFromString(const char* list, const char* key, int defaultValue)
+{
+    std::string v;
+    if (!findItem(list, key, &v))
+        return defaultValue;
+    v = unquote(v);
+    for (char& c : v)
+        c = char(std::tolower(static_cast<unsigned char>(c)));
+    if (v == "1" || v == "true" || v == "yes" || v == "on")
+        return 1;
+    if (v == "0" || v == "false" || v == "no" || v == "off")
+        return 0;
+    return defaultValue;
+}
+
+extern "C" float BLSTRING_GetFloatValueFromString(const char* list, const char* key, float defaultValue)
+{
+    std::string v;
+    if (!findItem(list, key, &v))
+        return defaultValue;
+    v = unquote(v);
+    char* end = nullptr;
+    const float f = std::strtof(v.c_str(), &end);
+    return end != v.c_str() ? f : defaultValue;
+}
+
+extern "C" int BLSTRING_HasKeyInString(const char* list, const char* key)
+{
+    std::string v;
+    return findItem(list, key, &v) ? 1 : 0;
+}
+
+extern "C" int BLSTRING_GetVectorSizeFromString(const char* text)
+{
+    if (!text)
+        return 0;
+    int count = 0;
+    const char* p = text;
+    for (;;) {
+        while (*p && (std::isspace(static_cast<unsigned char>(*p)) || *p == '[' || *p == ']' || *p == ','))
+            ++p;
+        if (!*p)
+            return count;
+        char* end = nullptr;
+        std::strtof(p, &end);
+        if (end == p)
+            return count;
+        ++count;
+        p = end;
+    }
+}
+
+extern "C" int BLSTRING_FloatVectorToString(const float* values, int count, char* out, int size)
+{
+    if ((!values && count > 0) || count < 0 || !out || size <= 0)
+        return -1;
+    std::string s = "[";
+    char num[32];
+    for (int i = 0; i < count; ++i) {
+        std::snprintf(num, sizeof(num), "%.9g", double(values[i]));
+        s += (i ? "," : "") + std::string(num);
+    }
+    s += "]";
+    if (s.size() + 1 > size_t(size))
+        return -1;
+    std::memcpy(out, s.c_str(), s.size() + 1);
+    return int(s.size());
+}

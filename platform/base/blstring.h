@@ -24,6 +24,27 @@ char* StripString(char* text);
  * an empty line. */
 char** BLSTRING_SplitCommandLine(const char* line);
 
+/* Key=value lists, as filters get their configuration:
+ *   vsteffect_hash="3f0a...",vsteffect_filename="/usr/lib/vst/a,b.so",params=[0.5,1]
+ * Items are separated by commas outside double quotes and brackets; a value in
+ * double quotes loses them (a backslash escapes '"' and '\' inside). */
+
+/* Copies the value of key into buffer (or the default when the key is
+ * absent); 1 when the key was found and its value fits. */
+int BLSTRING_GetStringValueFromString(const char* list, const char* key, const char* defaultValue, char* buffer,
+                                      int bufferSize);
+int BLSTRING_GetIntegerValueFromString(const char* list, const char* key, int defaultValue);
+/* "1", "true", "yes", "on" are true; "0", "false", "no", "off" false; else the default. */
+int BLSTRING_GetBooleanValueFromString(const char* list, const char* key, int defaultValue);
+float BLSTRING_GetFloatValueFromString(const char* list, const char* key, float defaultValue);
+/* 1 when the key is present. */
+int BLSTRING_HasKeyInString(const char* list, const char* key);
+/* The number of elements of a vector text such as "[0.5,1]"; 0 for none. */
+int BLSTRING_GetVectorSizeFromString(const char* text);
+/* Writes a float vector as "[v0,v1,...]" with every float exact; the length
+ * written (without terminator), or -1 when it does not fit. */
+int BLSTRING_FloatVectorToString(const float* values, int count, char* out, int size);
+
 /* Reads up to max floats from a text such as "[0.5, 1]" or "0.5 1" (brackets,
  * commas and blanks separate); returns how many were read. */
 int BLSTRING_GetFloatVectorValuesFromString(const char* text, float* values, int max);

@@ -13,5 +13,6 @@
 #include "blsettings.h"
 #include "blsha1.h"
 #include "blstring.h"
+#include "blthread.h"
 #include "blutils.h"
 #endif

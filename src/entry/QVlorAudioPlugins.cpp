@@ -1,14 +1,15 @@
 #include "QVlorAudioPlugins.h"
 
+#include "audiofx.h"
 #include "audiovst.h"
+#include "vstfilter.h"
 
 namespace QVlorAudioPlugins {
 
 int Initialize()
 {
-    // The audio engine's filters are registered here, after the engine, as
-    // each of them joins the library.
-    return AUDIOVST_Initialize();
+    AUDIOVST_Initialize();
+    return AUDIO_AddEffectFilter(&VSTEffect);
 }
 
 int Finalize() { return AUDIOVST_Finalize(); }

@@ -159,6 +159,14 @@ extern "C" int AUDIOVST_SetVlorVstPath(const char* dir)
     return 1;
 }
 
+extern "C" void AUDIOVST_ForgetVlorVstPath(void)
+{
+    _LockEffectList();
+    _FreeHostPaths();
+    __VLORVSTEXEPATH_OK = false;
+    _UnlockEffectList();
+}
+
 extern "C" bool _HostPathsOk(void) { return __VLORVSTEXEPATH_OK; }
 extern "C" int32_t _HostPathLength(void) { return __VLORVSTEXEPATH_LEN; }
 
@@ -477,6 +485,7 @@ extern "C" int _UnsafeUnloadVSTPlugin(_VSTEFFECT* e)
         BLDEBUG_Error(-1, "AUDIOVST_UnloadPlugin: Plugin %s has %d instances created.", e->filename, e->numInstances);
         return 0;
     }
+    _DestroyConfigInstanceOf(e);
     BLLIB_CloseLibrary(e->library);
     e->loaded = 0;
     e->library = nullptr;

@@ -35,6 +35,9 @@ AUDIOVST_EXPORT int AUDIOVST_Initialize(void);
 AUDIOVST_EXPORT int AUDIOVST_Finalize(void);
 
 AUDIOVST_EXPORT int AUDIOVST_SetVlorVstPath(const char* dir);
+/* Forgets the host program: instances made from now on run in this process.
+ * Resolution finds the host again when it next needs one. */
+AUDIOVST_EXPORT void AUDIOVST_ForgetVlorVstPath(void);
 /* The host program for index 0 (64-bit) or 1 (32-bit), or null. */
 AUDIOVST_EXPORT const char* AUDIOVST_GetVlorVstPath(int index);
 
@@ -78,6 +81,66 @@ AUDIOVST_EXPORT int AUDIOVST_ResetPlugin(_VSTEFFECT* effect);
 AUDIOVST_EXPORT int AUDIOVST_ResetPluginFile(const char* filename, int id);
 AUDIOVST_EXPORT int AUDIOVST_NeedRecheck(_VSTEFFECT* effect);
 AUDIOVST_EXPORT int AUDIOVST_ForceRecheck(_VSTEFFECT* effect);
+
+/* ---- instances: in the host program when there is one, else in process ---- */
+
+typedef struct _VSTINSTANCE _VSTINSTANCE;
+
+AUDIOVST_EXPORT _VSTINSTANCE* AUDIOVST_CreateInstance(_VSTEFFECT* effect);
+AUDIOVST_EXPORT _VSTINSTANCE* AUDIOVST_CreateConfigInstance(_VSTEFFECT* effect);
+AUDIOVST_EXPORT _VSTINSTANCE* AUDIOVST_GetConfigInstance(_VSTEFFECT* effect);
+AUDIOVST_EXPORT int AUDIOVST_ReleaseConfigInstance(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_DestroyConfigInstance(_VSTINSTANCE** instance);
+AUDIOVST_EXPORT int AUDIOVST_TerminateConfigInstance(_VSTINSTANCE** instance);
+AUDIOVST_EXPORT int AUDIOVST_DestroyInstance(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_GetEffectFromInstance(_VSTINSTANCE* instance);
+/* 1 when the instance runs in the host program. */
+AUDIOVST_EXPORT int AUDIOVST_IsRemoteInstance(_VSTINSTANCE* instance);
+
+/* Static description, from the record. */
+AUDIOVST_EXPORT const char* AUDIOVST_GetParameterName(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT const char* AUDIOVST_GetParameterLabel(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT int AUDIOVST_GetParameterKind(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT float AUDIOVST_GetParameterMinValue(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT float AUDIOVST_GetParameterMaxValue(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT const char* AUDIOVST_GetParameterMinValueString(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT const char* AUDIOVST_GetParameterMaxValueString(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT int AUDIOVST_GetNumParamOptions(const _VSTEFFECT* effect, int index);
+AUDIOVST_EXPORT const char* AUDIOVST_GetParamOptionLabel(const _VSTEFFECT* effect, int index, int option);
+AUDIOVST_EXPORT int AUDIOVST_GetNumBuiltInPrograms(const _VSTEFFECT* effect);
+AUDIOVST_EXPORT const char* AUDIOVST_GetProgramName(const _VSTEFFECT* effect, int program);
+AUDIOVST_EXPORT const float* AUDIOVST_GetBuiltInProgramParams(const _VSTEFFECT* effect, int program);
+AUDIOVST_EXPORT const float* AUDIOVST_GetDefaultProgram(const _VSTEFFECT* effect);
+AUDIOVST_EXPORT int AUDIOVST_GetProgramIndex(const _VSTEFFECT* effect, const char* name);
+
+/* Per instance; 0 when the instance, its effect or its implementation is missing. */
+AUDIOVST_EXPORT int AUDIOVST_CheckState(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_HasEditor(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT float AUDIOVST_GetParameter(_VSTINSTANCE* instance, int index);
+AUDIOVST_EXPORT int AUDIOVST_SetParameter(_VSTINSTANCE* instance, int index, float value);
+AUDIOVST_EXPORT int AUDIOVST_GetParameters(_VSTINSTANCE* instance, float* values, int count);
+AUDIOVST_EXPORT int AUDIOVST_SetParameters(_VSTINSTANCE* instance, const float* values, int count);
+AUDIOVST_EXPORT int AUDIOVST_SetStringParameter(_VSTINSTANCE* instance, int index, const char* text);
+AUDIOVST_EXPORT int AUDIOVST_SetBypass(_VSTINSTANCE* instance, int bypass);
+AUDIOVST_EXPORT int AUDIOVST_GetInitialDelay(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_GetTailSize(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_GetNumPrograms(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_SetProgram(_VSTINSTANCE* instance, int program);
+AUDIOVST_EXPORT int AUDIOVST_SetProgramName(_VSTINSTANCE* instance, const char* name);
+AUDIOVST_EXPORT int AUDIOVST_GetCurrentProgramName(_VSTINSTANCE* instance, char* out, int size);
+AUDIOVST_EXPORT int AUDIOVST_ActivateEngine(_VSTINSTANCE* instance, int blockSize, int sampleRate);
+AUDIOVST_EXPORT int AUDIOVST_DeactivateEngine(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_StartEngine(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_StopEngine(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_ProcessSamples(_VSTINSTANCE* instance, const float* in, float* out, int channels,
+                                            int frames);
+AUDIOVST_EXPORT int AUDIOVST_EditorGetSize(_VSTINSTANCE* instance, int* width, int* height);
+AUDIOVST_EXPORT int AUDIOVST_EditorOpen(_VSTINSTANCE* instance, void* window);
+AUDIOVST_EXPORT int AUDIOVST_EditorIdle(_VSTINSTANCE* instance);
+AUDIOVST_EXPORT int AUDIOVST_EditorClose(_VSTINSTANCE* instance, void* window);
+AUDIOVST_EXPORT int AUDIOVST_GetParameterDisplayString(_VSTINSTANCE* instance, int index, char* out, int size,
+                                                       float value);
+AUDIOVST_EXPORT int AUDIOVST_SetParameterOption(_VSTINSTANCE* instance, int index, const char* label);
 
 /* Opening the plugin's library in this process, under the record's lock. */
 AUDIOVST_EXPORT int AUDIOVST_LoadPlugin(_VSTEFFECT* effect);

@@ -127,6 +127,8 @@ void _WipePluginPersistedState(const char* hash);
 
 int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect);
 int _UnsafeUnloadVSTPlugin(_VSTEFFECT* effect);
+/* Ends the record's config instance, if any; the record's lock is held. */
+void _DestroyConfigInstanceOf(_VSTEFFECT* effect);
 
 void _LockEffectList(void);
 /* Head of the list; walk it with the list lock held. */

@@ -1,0 +1,191 @@
+// vlorfx apply: a VST2 effect over an audio file, through the "VST host"
+// filter exactly as the editor applies one.
+#include "commands.h"
+
+#include "audiofx.h"
+#include "audiovst.h"
+
+#include "bldebug.h"
+#include "blnotify.h"
+#include "blstring.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+const char* const kHelp =
+    "usage: vlorfx apply --vst2 FILE [--id N] [--param INDEX=VALUE]... [--in-process] IN OUT\n"
+    "\n"
+    "Runs the VST2 effect in FILE over the audio file IN and writes OUT in the\n"
+    "same format. The plugin is checked in the host program first, and runs\n"
+    "there unless --in-process is given. Its latency is taken out: OUT lines up\n"
+    "with IN and is as long.\n"
+    "\n"
+    "  --vst2 FILE          the plugin file\n"
+    "  --id N               the plugin inside a shell file (see the ids listed when it is one)\n"
+    "  --param INDEX=VALUE  a normalised value from 0 to 1 for parameter INDEX (from 0);\n"
+    "                       the others keep the plugin's defaults\n"
+    "  --in-process         run the plugin in this process instead of the host program\n"
+    "\n"
+    "Exit status 0 on success, 1 when the effect cannot be applied, 2 for bad arguments.\n";
+
+bool g_noHost = false;
+int g_checkStatus = 0; // the host program's answer to the last failed check
+
+// Resolution reports a failed check in the log; its status tells why.
+void onLog(void*, int, const char* message)
+{
+    int status = 0;
+    if (std::sscanf(message, "VSTCHECK: Failed to check VST plugin %*[^(](error code = %d)", &status) == 1)
+        g_checkStatus = status;
+}
+
+int noHostHandler(void*, const BLNotifyEvent* e)
+{
+    if (e->code == AUDIOVST_NOTIFY_NO_HOST)
+        g_noHost = true;
+    return 1;
+}
+
+int progressBar(void*, double fraction)
+{
+    const int width = 40;
+    const int filled = int(fraction * width + 0.5);
+    std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################", width - filled, "",
+                 int(fraction * 100 + 0.5));
+    std::fflush(stderr);
+    return 0;
+}
+
+std::string quoted(const std::string& s)
+{
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
+int fail(const std::string& message)
+{
+    std::fprintf(stderr, "vlorfx apply: %s\n", message.c_str());
+    return 1;
+}
+
+int usageError(const std::string& message)
+{
+    std::fprintf(stderr, "vlorfx apply: %s\n\n%s", message.c_str(), kHelp);
+    return 2;
+}
+
+std::string whyNot(const std::string& file, int id)
+{
+    if (g_noHost)
+        return "no working vlorvst host program was found";
+    if (access(file.c_str(), R_OK) != 0)
+        return file + ": " + std::strerror(errno);
+    const int status = AUDIOVST_GetPluginStatusEx(file.c_str(), id);
+    if ((status & AUDIOVST_STATUS_CRASHED) || (g_checkStatus != 0 && g_checkStatus != 7))
+        return file + " crashed the host program while it was checked";
+    if (status & AUDIOVST_STATUS_DUPLICATED)
+        return file + " is an older copy of a plugin found elsewhere";
+    if (status & AUDIOVST_STATUS_DISABLED)
+        return file + " is disabled";
+    return file + " cannot be applied: it is no VST2 effect (an instrument, or not a plugin)";
+}
+
+} // namespace
+
+int cmdApply(int argc, char** argv)
+{
+    std::string plugin, in, out;
+    int id = 0;
+    bool inProcess = false;
+    std::vector<std::pair<int, float>> params;
+    for (int i = 0; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "--help" || a == "-h") {
+            std::fputs(kHelp, stdout);
+            return 0;
+        } else if (a == "--vst2" && i + 1 < argc) {
+            plugin = argv[++i];
+        } else if (a == "--id" && i + 1 < argc) {
+            char* end = nullptr;
+            id = int(std::strtol(argv[++i], &end, 0));
+            if (*end)
+                return usageError(std::string("bad plugin id '") + argv[i] + "'");
+        } else if (a == "--param" && i + 1 < argc) {
+            const std::string p = argv[++i];
+            const size_t eq = p.find('=');
+            char* e1 = nullptr;
+            char* e2 = nullptr;
+            const long index = eq == std::string::npos ? -1 : std::strtol(p.c_str(), &e1, 10);
+            const float value = eq == std::string::npos ? 0 : std::strtof(p.c_str() + eq + 1, &e2);
+            if (eq == std::string::npos || e1 != p.c_str() + eq || index < 0 || !e2 || *e2 || value < 0 || value > 1)
+                return usageError("bad --param '" + p + "': INDEX=VALUE with VALUE from 0 to 1");
+            params.emplace_back(int(index), value);
+        } else if (a == "--in-process") {
+            inProcess = true;
+        } else if (!a.empty() && a[0] == '-' && a != "-") {
+            return usageError("unknown option '" + a + "'");
+        } else if (in.empty()) {
+            in = a;
+        } else if (out.empty()) {
+            out = a;
+        } else {
+            return usageError("too many files");
+        }
+    }
+    if (plugin.empty())
+        return usageError("--vst2 FILE is needed");
+    if (in.empty() || out.empty())
+        return usageError("an input and an output file are needed");
+
+    BLNOTIFY_AddDefaultHandler(noHostHandler, nullptr);
+    BLDEBUG_SetLogCallback(onLog, nullptr);
+    BLDEBUG_SetStderrEnabled(0); // our own message says it better
+    _VSTEFFECT* e = AUDIOVST_FindPluginEx(plugin.c_str(), id, false);
+    if (e && !AUDIOVST_IsEffect(e)) {
+        std::string list;
+        for (int k = 0; k < AUDIOVST_PluginsCount(e); ++k)
+            list += "\n  --id " + std::to_string(AUDIOVST_GetPluginId(e, k)) + "  " + AUDIOVST_GetPluginName(e, k);
+        return fail(plugin + " holds several plugins; choose one:" + list);
+    }
+    if (!e || !AUDIOVST_IsEnabled(e))
+        return fail(whyNot(plugin, id));
+
+    std::string config = "vsteffect_hash=" + quoted(AUDIOVST_GetHash(e)) + ",vsteffect_filename=" + quoted(plugin);
+    if (!params.empty()) {
+        const int n = AUDIOVST_GetNumParams(e);
+        std::vector<float> values(size_t(n > 0 ? n : 0), 0.0f);
+        if (const float* defaults = AUDIOVST_GetDefaultProgram(e))
+            values.assign(defaults, defaults + n);
+        for (const auto& p : params) {
+            if (p.first >= n)
+                return fail("parameter " + std::to_string(p.first) + " does not exist: " + AUDIOVST_GetDisplayName(e) +
+                            " has " + std::to_string(n) + " parameters");
+            values[size_t(p.first)] = p.second;
+        }
+        std::vector<char> text(values.size() * 20 + 8);
+        BLSTRING_FloatVectorToString(values.data(), int(values.size()), text.data(), int(text.size()));
+        config += ",params=" + std::string(text.data());
+    }
+    if (inProcess)
+        AUDIOVST_ForgetVlorVstPath();
+
+    const bool bar = isatty(STDERR_FILENO);
+    char error[1024] = "";
+    const int ok = AUDIO_RenderFile("VST host", config.c_str(), in.c_str(), out.c_str(), bar ? progressBar : nullptr,
+                                    nullptr, error, sizeof(error));
+    if (bar)
+        std::fprintf(stderr, "\n");
+    return ok ? 0 : fail(error);
+}

@@ -1,0 +1,242 @@
+// The "VST host" filter: how the audio engine applies a VST2 plugin offline.
+// The plugin's initial delay is swallowed here: the first frames it delivers
+// are dropped, so the result lines up with the input.
+#include "vstfilter.h"
+
+#include "audiovst.h"
+
+#include "bldebug.h"
+#include "blmem.h"
+#include "blmutex.h"
+#include "blstring.h"
+#include "blthread.h"
+
+#include <cstddef>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr int kBlockSize = 2048;
+constexpr int kFlushBlocks = 50;
+
+struct VstFilterInstance {
+    BLMemDescr memDescr;
+    AUDIO_FORMAT format;
+    bool useConfigInstance;
+    _VSTEFFECT* effect;
+    _VSTINSTANCE* instance;
+    int32_t channels;
+    int64_t latencyLeft;
+};
+
+Mutex _FxLock = nullptr;
+
+class FxLocked {
+public:
+    FxLocked() { MutexLock(_FxLock); }
+    ~FxLocked() { MutexUnlock(_FxLock); }
+};
+
+int AUDIO_fxInitialize()
+{
+    if (!_FxLock)
+        _FxLock = MutexInit();
+    return 1;
+}
+
+int AUDIO_fxFinalize()
+{
+    MutexDestroy(_FxLock);
+    _FxLock = nullptr;
+    return 1;
+}
+
+bool setParams(_VSTINSTANCE* instance, const char* config)
+{
+    char text[65536];
+    if (!BLSTRING_GetStringValueFromString(config, "params", "", text, sizeof(text)))
+        return false;
+    const int n = BLSTRING_GetVectorSizeFromString(text);
+    std::vector<float> values(size_t(n > 0 ? n : 0));
+    BLSTRING_GetFloatVectorValuesFromString(text, values.data(), n);
+    for (int i = 0; i < n; ++i)
+        AUDIOVST_SetParameter(instance, i, values[size_t(i)]);
+    return true;
+}
+
+_VSTEFFECT* findPlugin(const char* config)
+{
+    char hash[64] = "";
+    BLSTRING_GetStringValueFromString(config, "vsteffect_hash", "", hash, sizeof(hash));
+    if (hash[0])
+        if (_VSTEFFECT* e = AUDIOVST_FindPluginByHash(hash))
+            return e;
+    char filename[512] = "";
+    if (!BLSTRING_GetStringValueFromString(config, "vsteffect_filename", "", filename, sizeof(filename)) ||
+        !filename[0]) {
+        if (!BLSTRING_GetStringValueFromString(config, "filename", "", filename, sizeof(filename)) || !filename[0]) {
+            if (!hash[0] || !AUDIOVST_GetFileNameFromHash(hash, filename, sizeof(filename)))
+                filename[0] = '\0';
+        }
+    }
+    if (!filename[0])
+        return nullptr;
+    return AUDIOVST_FindPluginEx(filename, 0, false);
+}
+
+void releaseInstance(VstFilterInstance* fx)
+{
+    if (fx->useConfigInstance)
+        AUDIOVST_ReleaseConfigInstance(fx->instance);
+    else
+        AUDIOVST_DestroyInstance(fx->instance);
+}
+
+void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
+{
+    if (!format || !config)
+        return nullptr;
+    _VSTEFFECT* effect = findPlugin(config);
+    if (!effect) {
+        BLDEBUG_Error(-1, "AUDIO_fxCreate: no usable VST plugin for \"%s\"", config);
+        return nullptr;
+    }
+    const bool useConfig = BLSTRING_GetBooleanValueFromString(config, "use_config_instance", 0) != 0;
+    _VSTINSTANCE* instance = useConfig ? AUDIOVST_GetConfigInstance(effect) : AUDIOVST_CreateInstance(effect);
+    if (!instance)
+        return nullptr;
+
+    BLMemDescr mem = BLMEM_CreateMemDescrEx("VST Effect memory", 0, 8);
+    auto* fx = static_cast<VstFilterInstance*>(BLMEM_NewEx(mem, sizeof(VstFilterInstance), 0));
+    fx->memDescr = mem;
+    fx->format = *format;
+    fx->useConfigInstance = useConfig;
+    fx->effect = effect;
+    fx->instance = instance;
+    fx->channels = format->numChannels;
+
+    if (!AUDIOVST_ActivateEngine(instance, kBlockSize, format->sampleRate)) {
+        releaseInstance(fx);
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
+    setParams(instance, config);
+    if (!AUDIOVST_StartEngine(instance)) {
+        releaseInstance(fx);
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
+    fx->latencyLeft = AUDIOVST_GetInitialDelay(instance);
+    return fx;
+}
+
+void* AUDIO_fxCreateSecure(void* /*engine*/, const AUDIO_FORMAT* format, const char* config)
+{
+    FxLocked l;
+    return AUDIO_fxCreate(format, config);
+}
+
+int AUDIO_fxConfigure(void* handle, const char* config)
+{
+    auto* fx = static_cast<VstFilterInstance*>(handle);
+    if (!fx)
+        return 0;
+    setParams(fx->instance, config);
+    return 1;
+}
+
+int AUDIO_fxProcessSamples(void* handle, const float* in, long* inFrames, float* out, long* outFrames)
+{
+    auto* fx = static_cast<VstFilterInstance*>(handle);
+    if (!fx || !fx->instance || !inFrames || !outFrames)
+        return 0;
+    long n = *inFrames < *outFrames ? *inFrames : *outFrames;
+    *inFrames = n;
+    if (n < 1) {
+        *outFrames = 0;
+        return 1;
+    }
+    if (fx->channels == 0)
+        return 0;
+    if (n > kBlockSize)
+        n = kBlockSize;
+    *inFrames = *outFrames = n;
+    if (!AUDIOVST_ProcessSamples(fx->instance, in, out, fx->channels, int(n))) {
+        *outFrames = 0;
+        return 0;
+    }
+    if (fx->latencyLeft > 0) {
+        const long k = *outFrames < fx->latencyLeft ? *outFrames : long(fx->latencyLeft);
+        *outFrames -= k;
+        fx->latencyLeft -= k;
+        std::memmove(out, out + size_t(k) * size_t(fx->channels), size_t(*outFrames) * size_t(fx->channels) * sizeof(float));
+    }
+    return 1;
+}
+
+void destroyOnMainThread(void* instance) { AUDIOVST_DestroyInstance(static_cast<_VSTINSTANCE*>(instance)); }
+
+int AUDIO_fxDestroySecure(void* handle)
+{
+    auto* fx = static_cast<VstFilterInstance*>(handle);
+    if (!fx)
+        return 0;
+    MutexLock(_FxLock);
+    if (fx->instance && fx->useConfigInstance && fx->channels > 0) {
+        // The config instance lives on after the filter: what the plugin still
+        // holds of the signal is flushed out with silence.
+        std::vector<float> silence(size_t(kBlockSize) * size_t(fx->channels), 0.0f);
+        std::vector<float> scratch(silence.size());
+        for (int b = 0; b < kFlushBlocks; ++b) {
+            AUDIOVST_ProcessSamples(fx->instance, silence.data(), scratch.data(), fx->channels, kBlockSize);
+            AUDIOVST_EditorIdle(fx->instance);
+        }
+    }
+    AUDIOVST_StopEngine(fx->instance);
+    AUDIOVST_DeactivateEngine(fx->instance);
+    if (fx->useConfigInstance) {
+        AUDIOVST_ReleaseConfigInstance(fx->instance);
+    } else {
+        // Plugins are destroyed on the main thread, which must not be waited
+        // for with the lock held.
+        MutexUnlock(_FxLock);
+        BLTHREAD_RunInMainThread(destroyOnMainThread, fx->instance);
+        MutexLock(_FxLock);
+    }
+    BLMEM_DisposeMemDescr(fx->memDescr);
+    MutexUnlock(_FxLock);
+    return 1;
+}
+
+} // namespace
+
+extern "C" {
+AUDIOVST_EXPORT AUDIO_EffectFilter VSTEffect = {
+    "VST host", "VST", "VST host", nullptr,
+    0x00010000u, 0x00000800u, 1u, 1u, 0x3BFFFF80u, 0x00001004u,
+    AUDIO_fxInitialize, AUDIO_fxFinalize, nullptr,
+    AUDIO_fxCreateSecure, AUDIO_fxConfigure, AUDIO_fxProcessSamples,
+    {nullptr, nullptr, nullptr},
+    AUDIO_fxDestroySecure, nullptr,
+    nullptr,
+    {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+    nullptr, nullptr, nullptr,
+    {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+}
+
+// The audio engine reads the record by position.
+static_assert(sizeof(AUDIO_EffectFilter) == 320, "filter record size");
+static_assert(offsetof(AUDIO_EffectFilter, classWord) == 32, "class word");
+static_assert(offsetof(AUDIO_EffectFilter, capabilityMask) == 52, "capability mask");
+static_assert(offsetof(AUDIO_EffectFilter, initialize) == 56, "initialize");
+static_assert(offsetof(AUDIO_EffectFilter, finalize) == 64, "finalize");
+static_assert(offsetof(AUDIO_EffectFilter, create) == 80, "create");
+static_assert(offsetof(AUDIO_EffectFilter, configure) == 88, "configure");
+static_assert(offsetof(AUDIO_EffectFilter, processSamples) == 96, "process");
+static_assert(offsetof(AUDIO_EffectFilter, destroy) == 128, "destroy");
+static_assert(offsetof(AUDIO_EffectFilter, reset) == 144, "reset");
+static_assert(offsetof(AUDIO_EffectFilter, blockSize) == 232, "block size");
+static_assert(offsetof(AUDIO_EffectFilter, latency) == 240, "latency");
+static_assert(offsetof(AUDIO_EffectFilter, tailTime) == 248, "tail time");

@@ -1,0 +1,134 @@
+// vlorfx apply, run as a user runs it: a child process on real files.
+#include "libbase.h"
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <string>
+#include <vector>
+
+using namespace vlortest;
+
+namespace {
+
+const std::string kVlorfx = VLOR_BIN_DIR "/vlorfx";
+const std::string kStereo = VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so";
+
+class Apply : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        SNDFILE* f = sf_open(dir.file("in.wav").c_str(), SFM_WRITE, &info);
+        input.resize(2 * 30000);
+        for (size_t i = 0; i < input.size(); ++i)
+            input[i] = 0.2f * float(std::sin(0.01 * double(i)));
+        sf_writef_float(f, input.data(), 30000);
+        sf_close(f);
+    }
+    // Runs vlorfx with its own data folder; the exit status.
+    int run(const std::string& args)
+    {
+        const std::string cmd = "'" + kVlorfx + "' --data '" + dir.file("data") + "' " + args + " >'" +
+                                dir.file("stdout") + "' 2>'" + dir.file("stderr") + "'";
+        const int status = std::system(cmd.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+    }
+    std::vector<float> read(const std::string& name)
+    {
+        SF_INFO info{};
+        SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_READ, &info);
+        if (!f)
+            return {};
+        std::vector<float> v(size_t(info.frames) * size_t(info.channels));
+        sf_readf_float(f, v.data(), info.frames);
+        sf_close(f);
+        return v;
+    }
+    std::string err() { return readFile(dir.file("stderr")); }
+    TempDir dir;
+    std::vector<float> input;
+};
+
+} // namespace
+
+TEST_F(Apply, TheGainPluginGivesTheInputTimesTheGain)
+{
+    ASSERT_EQ(run("apply --vst2 '" + kStereo + "' --param 0=0.75 '" + dir.file("in.wav") + "' '" +
+                  dir.file("out.wav") + "'"),
+              0)
+        << err();
+    const std::vector<float> out = read("out.wav");
+    ASSERT_EQ(out.size(), input.size());
+    const float gain = std::pow(10.0f, 12.0f / 20.0f);
+    for (size_t i = 0; i < out.size(); ++i)
+        ASSERT_NEAR(out[i], input[i] * gain, 1e-5) << i;
+    EXPECT_EQ(readFile(dir.file("stdout")), ""); // quiet when not on a terminal
+}
+
+TEST_F(Apply, InProcessGivesTheSameResultWithTheLatencyTakenOut)
+{
+    setenv("VLOR_FIXTURE_INITIAL_DELAY", "777", 1);
+    const int remote = run("apply --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("r.wav") + "'");
+    const int local =
+        run("apply --vst2 '" + kStereo + "' --in-process '" + dir.file("in.wav") + "' '" + dir.file("l.wav") + "'");
+    unsetenv("VLOR_FIXTURE_INITIAL_DELAY");
+    ASSERT_EQ(remote, 0) << err();
+    ASSERT_EQ(local, 0) << err();
+    const std::vector<float> r = read("r.wav"), l = read("l.wav");
+    ASSERT_EQ(r.size(), input.size());
+    EXPECT_EQ(r, l);
+    for (size_t i = 0; i < 2000; ++i)
+        ASSERT_FLOAT_EQ(r[i], input[i]) << i; // lined up with the input
+}
+
+TEST_F(Apply, BadRequestsFailClearlyAndWriteNothing)
+{
+    const std::string in = "'" + dir.file("in.wav") + "'";
+    const std::string out = "'" + dir.file("out.wav") + "'";
+    writeFile(dir.file("text.wav"), "not audio");
+    struct Case {
+        std::string args;
+        int status;
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {"apply " + in + " " + out, 2, "--vst2 FILE is needed"},
+        {"apply --vst2 '" + kStereo + "' " + in, 2, "an input and an output file are needed"},
+        {"apply --vst2 '" + kStereo + "' --param 0 " + in + " " + out, 2, "bad --param"},
+        {"apply --vst2 '" + kStereo + "' --param 0=1.5 " + in + " " + out, 2, "bad --param"},
+        {"apply --vst2 '" + kStereo + "' --bogus " + in + " " + out, 2, "unknown option"},
+        {"apply --vst2 '" + kStereo + "' --param 9=0.5 " + in + " " + out, 1, "does not exist"},
+        {"apply --vst2 /no/such.so " + in + " " + out, 1, "No such file"},
+        {"apply --vst2 '" VLOR_FIXTURE_VST_DIR "/vlor-fault-synth.so' " + in + " " + out, 1, "cannot be applied"},
+        {"apply --vst2 '" VLOR_FIXTURE_VST_DIR "/vlor-fault-crash-open.so' " + in + " " + out, 1, "crashed"},
+        {"apply --vst2 '" VLOR_FIXTURE_VST_DIR "/vlor-fixture-shell.so' " + in + " " + out, 1, "--id"},
+        {"apply --vst2 '" + kStereo + "' '" + dir.file("text.wav") + "' " + out, 1, "cannot read"},
+        {"apply --vst2 '" + kStereo + "' " + in + " '" + dir.file("none/out.wav") + "'", 1, "cannot write"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(run(c.args), c.status) << c.args;
+        EXPECT_NE(err().find(c.message), std::string::npos) << c.args << "\n" << err();
+        EXPECT_FALSE(BLIO_Exists(dir.file("out.wav").c_str())) << c.args;
+    }
+    EXPECT_EQ(run("apply --help"), 0);
+    EXPECT_NE(readFile(dir.file("stdout")).find("usage: vlorfx apply"), std::string::npos);
+}
+
+TEST_F(Apply, AShellChildIsAppliedByItsId)
+{
+    const int id = ('V' << 24) | ('s' << 16) | ('A' << 8) | '2';
+    ASSERT_EQ(run("apply --vst2 '" VLOR_FIXTURE_VST_DIR "/vlor-fixture-shell.so' --id " + std::to_string(id) + " '" +
+                  dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"),
+              0)
+        << err();
+    const std::vector<float> out = read("out.wav");
+    ASSERT_EQ(out.size(), input.size());
+    EXPECT_FLOAT_EQ(out[101], input[101] * 0.5f);
+}
