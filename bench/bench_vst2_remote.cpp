@@ -13,6 +13,8 @@
 
 #include "libbase.h"
 
+#include "bench_common.h"
+
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -23,57 +25,9 @@
 #include <unistd.h>
 #include <vector>
 
+using namespace bench;
+
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double micros(Clock::duration d) { return std::chrono::duration<double, std::micro>(d).count(); }
-
-double median(std::vector<double> v)
-{
-    std::sort(v.begin(), v.end());
-    return v.empty() ? 0 : v[v.size() / 2];
-}
-
-int echoChild(size_t in, size_t out)
-{
-    std::vector<char> buf(std::max(in, out));
-    for (;;) {
-        size_t got = 0;
-        while (got < in) {
-            const ssize_t n = read(0, buf.data() + got, in - got);
-            if (n <= 0)
-                return 0;
-            got += size_t(n);
-        }
-        if (write(1, buf.data(), out) != ssize_t(out))
-            return 1;
-    }
-}
-
-// Median round trip of a bare echo: one write of the request, one read of the answer.
-double bareEcho(const std::string& self, int frames, int rounds)
-{
-    const size_t samples = size_t(frames) * 2 * sizeof(float);
-    const size_t in = 16 + samples, out = 8 + samples;
-    BLPOpenIO io = BLPOPENIO_Create("rw", (self + " --echo " + std::to_string(in) + " " + std::to_string(out)).c_str());
-    std::vector<char> request(in, 1), answer(out);
-    std::vector<double> times;
-    for (int r = 0; r < rounds; ++r) {
-        const auto t0 = Clock::now();
-        BLPOPENIO_WriteData(io, request.data(), int(in));
-        size_t got = 0;
-        while (got < out) {
-            const int n = BLPOPENIO_ReadDataEx(io, answer.data() + got, int(out - got), 5000);
-            if (n <= 0)
-                break;
-            got += size_t(n);
-        }
-        times.push_back(micros(Clock::now() - t0));
-    }
-    BLPOPENIO_CloseEx(io, 0, 0);
-    return median(times);
-}
 
 double audRoundTrip(const std::string& host, const std::string& plugin, int frames, int rounds)
 {
@@ -131,8 +85,7 @@ double timeIt(const std::string& command, bool popen)
 
 int main(int argc, char** argv)
 {
-    if (argc == 4 && !std::strcmp(argv[1], "--echo"))
-        return echoChild(size_t(std::atoll(argv[2])), size_t(std::atoll(argv[3])));
+    runEchoChildIfAsked(argc, argv);
     int rounds = 2000;
     bool scan = true;
     for (int i = 1; i < argc; ++i) {
@@ -141,10 +94,7 @@ int main(int argc, char** argv)
         else if (!std::strcmp(argv[i], "--skip-scan"))
             scan = false;
     }
-    char self[4096];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof(self) - 1);
-    self[n > 0 ? n : 0] = '\0';
-    const std::string bin = std::string(self).substr(0, std::string(self).rfind('/'));
+    const std::string bin = binDir();
     const std::string host = bin + "/vlorvst";
     const std::string plugin = bin + "/../fixtures/vst/vlor-fixture-stereo.so";
     BLDEBUG_SetStderrEnabled(0);
@@ -154,7 +104,7 @@ int main(int argc, char** argv)
     std::printf("\"aud \" round trip, stereo, median of %d (microseconds)\n", rounds);
     std::printf("%8s %12s %12s %8s\n", "frames", "bare echo", "aud ", "ratio");
     for (int frames : {64, 512, 2048, 8192}) {
-        const double echo = bareEcho(self, frames, rounds);
+        const double echo = bareEcho(frames, 2, rounds);
         const double aud = audRoundTrip(host, plugin, frames, rounds);
         std::printf("%8d %12.1f %12.1f %8.2f\n", frames, echo, aud, aud / echo);
     }

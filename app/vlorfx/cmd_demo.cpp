@@ -1,29 +1,34 @@
 // The main job, as far as the library reaches today: a real plugin of the
-// machine checked and described by the host program, then run in the host
-// program over a test signal, and a report of what it did.
+// machine checked and described by the host program, then applied to a
+// generated signal through the "VST host" filter in the host program, with
+// the result written next to the input and a report of what it did.
 #include "commands.h"
 
-#include "aeffect_p.h"
+#include "audiofx.h"
 #include "audiovst.h"
-#include "remote_p.h"
 #include "vsteffect_p.h"
 
 #include "blio.h"
+#include "blioutils.h"
+#include "blutils.h"
 
-#include <algorithm>
+#include <sndfile.h>
+
 #include <chrono>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
 namespace {
 
 constexpr int kSampleRate = 44100;
-constexpr int kBlock = 512;
 constexpr int kChannels = 2;
+constexpr int kSeconds = 4;
 
 std::string pickPlugin()
 {
@@ -46,15 +51,16 @@ std::string pickPlugin()
     return found;
 }
 
-// Two seconds of a 220 Hz tone with a slow swell and a little noise, stereo.
+// A 220 Hz tone with a slow swell, a little noise, and a second of silence
+// at the end so that a reverb's tail shows.
 std::vector<float> testSignal()
 {
-    const int frames = 2 * kSampleRate;
+    const int frames = kSeconds * kSampleRate;
     std::vector<float> s(size_t(frames) * kChannels);
     uint32_t noise = 12345;
-    for (int f = 0; f < frames; ++f) {
+    for (int f = 0; f < frames - kSampleRate; ++f) {
         const double t = double(f) / kSampleRate;
-        const double env = 0.2 + 0.6 * std::sin(M_PI * t / 2.0);
+        const double env = 0.2 + 0.6 * std::sin(M_PI * t / (kSeconds - 1));
         for (int c = 0; c < kChannels; ++c) {
             noise = noise * 1664525u + 1013904223u;
             const double n = (double(noise >> 8) / double(1u << 24) - 0.5) * 0.02;
@@ -64,38 +70,51 @@ std::vector<float> testSignal()
     return s;
 }
 
-void levels(const std::vector<float>& s, double* peakDb, double* rmsDb)
+bool writeWav(const std::string& path, const std::vector<float>& samples)
+{
+    SF_INFO info{};
+    info.samplerate = kSampleRate;
+    info.channels = kChannels;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_24;
+    SNDFILE* f = sf_open(path.c_str(), SFM_WRITE, &info);
+    if (!f)
+        return false;
+    const sf_count_t frames = sf_count_t(samples.size() / kChannels);
+    const bool ok = sf_writef_float(f, samples.data(), frames) == frames;
+    return sf_close(f) == 0 && ok;
+}
+
+std::vector<float> readWav(const std::string& path)
+{
+    SF_INFO info{};
+    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    if (!f)
+        return {};
+    std::vector<float> v(size_t(info.frames) * size_t(info.channels));
+    sf_readf_float(f, v.data(), info.frames);
+    sf_close(f);
+    return v;
+}
+
+void levels(const std::vector<float>& s, size_t from, size_t to, double* peakDb, double* rmsDb)
 {
     double peak = 0, sum = 0;
-    for (float v : s) {
-        peak = std::fmax(peak, std::fabs(double(v)));
-        sum += double(v) * double(v);
+    for (size_t i = from; i < to && i < s.size(); ++i) {
+        peak = std::fmax(peak, std::fabs(double(s[i])));
+        sum += double(s[i]) * double(s[i]);
     }
-    const double rms = s.empty() ? 0 : std::sqrt(sum / double(s.size()));
+    const double rms = to > from ? std::sqrt(sum / double(to - from)) : 0;
     *peakDb = peak > 0 ? 20 * std::log10(peak) : -INFINITY;
     *rmsDb = rms > 0 ? 20 * std::log10(rms) : -INFINITY;
 }
 
-// In the host program when there is one; in this process otherwise.
-_VstEffectInstance* openInstance(_VSTEFFECT* e, bool* remote)
+int progressBar(void*, double fraction)
 {
-    *remote = false;
-    if (const char* host = AUDIOVST_GetVlorVstPath(0)) {
-        char* file = _QuoteArg(AUDIOVST_GetFileName(e));
-        _VstEffectInstance* fx =
-            vlorvstCreateRemoteEffect(_HostCallback, nullptr, "\"%s\" --fxinstance \"%s\" --id %d", host, file,
-                                      e->pluginid);
-        std::free(file);
-        if (fx && fx->Check(fx)) {
-            *remote = true;
-            return fx;
-        }
-        if (fx)
-            fx->Terminate(fx);
+    if (isatty(STDOUT_FILENO)) {
+        std::printf("\rapplying: %3d%%", int(fraction * 100 + 0.5));
+        std::fflush(stdout);
     }
-    if (!AUDIOVST_LoadPlugin(e))
-        return nullptr;
-    return aeffectCreateEffect(_HostCallback, nullptr, e->entryPoint, e->pluginid);
+    return 0;
 }
 
 } // namespace
@@ -135,44 +154,49 @@ int cmdDemo(int argc, char** argv)
         std::printf("\n");
     }
 
-    bool remote = false;
-    _VstEffectInstance* fx = openInstance(e, &remote);
-    if (!fx) {
-        std::fprintf(stderr, "vlorfx demo: %s did not open\n", path.c_str());
+    char data[1024];
+    const std::string dir = std::string(BLUTILS_GetDataDir(data, sizeof(data)) ? data : ".") + "/demo";
+    BLIOUTILS_MakeDirectory(dir.c_str());
+    const std::string input = dir + "/input.wav";
+    std::string name = AUDIOVST_GetDisplayName(e);
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)))
+            c = '-';
+    const std::string output = dir + "/input." + name + ".wav";
+    const std::vector<float> in = testSignal();
+    if (!writeWav(input, in)) {
+        std::fprintf(stderr, "vlorfx demo: cannot write %s\n", input.c_str());
         return 1;
     }
-    std::printf("running %s, latency %d frames\n", remote ? "in the host program" : "in this process",
-                fx->GetInitialDelay(fx));
 
-    const std::vector<float> in = testSignal();
-    std::vector<float> out(in.size(), 0.0f);
-    int status = 0;
-    if (!fx->ActivateEngine(fx, kBlock, kSampleRate) || !fx->StartEngine(fx)) {
-        std::fprintf(stderr, "vlorfx demo: the plugin's engine did not start\n");
-        status = 1;
-    } else {
-        const int frames = int(in.size() / kChannels);
-        const auto r0 = std::chrono::steady_clock::now();
-        for (int f = 0; f < frames && status == 0; f += kBlock) {
-            const int n = std::min(kBlock, frames - f);
-            if (!fx->ProcessAudio(fx, &in[size_t(f) * kChannels], &out[size_t(f) * kChannels], kChannels, n)) {
-                std::fprintf(stderr, "vlorfx demo: processing failed at frame %d\n", f);
-                status = 1;
-            }
-        }
-        const double renderMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - r0).count();
-        fx->StopEngine(fx);
-        fx->DeactivateEngine(fx);
-        double pin, rin, pout, rout;
-        levels(in, &pin, &rin);
-        levels(out, &pout, &rout);
-        std::printf("rendered %d frames at %d Hz in blocks of %d in %.1f ms (%.0fx real time)\n", frames, kSampleRate,
-                    kBlock, renderMs, 1000.0 * frames / kSampleRate / renderMs);
-        std::printf("in:  peak %6.2f dBFS  rms %6.2f dBFS\n", pin, rin);
-        std::printf("out: peak %6.2f dBFS  rms %6.2f dBFS\n", pout, rout);
+    const std::string config = "vsteffect_hash=\"" + std::string(AUDIOVST_GetHash(e)) + "\"";
+    char error[1024] = "";
+    const auto r0 = std::chrono::steady_clock::now();
+    const int ok =
+        AUDIO_RenderFile("VST host", config.c_str(), input.c_str(), output.c_str(), progressBar, nullptr, error,
+                         sizeof(error));
+    const double renderMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - r0).count();
+    if (isatty(STDOUT_FILENO))
+        std::printf("\r");
+    if (!ok) {
+        std::fprintf(stderr, "vlorfx demo: %s\n", error);
+        return 1;
     }
-    if (!fx->Destroy(fx))
-        fx->Terminate(fx);
-    AUDIOVST_UnloadPlugin(e);
-    return status;
+    const std::vector<float> out = readWav(output);
+    const size_t signalEnd = size_t(kSeconds - 1) * kSampleRate * kChannels;
+    double pin, rin, pout, rout, ptail, rtail, pin2, rin2;
+    levels(in, 0, signalEnd, &pin, &rin);
+    levels(out, 0, signalEnd, &pout, &rout);
+    levels(in, signalEnd, in.size(), &pin2, &rin2);
+    levels(out, signalEnd, out.size(), &ptail, &rtail);
+    std::printf("applied through the \"VST host\" filter in the host program: %.1f s of audio in %.1f ms "
+                "(%.0fx real time)\n",
+                double(kSeconds), renderMs, 1000.0 * kSeconds / renderMs);
+    std::printf("input:  %s\noutput: %s\n", input.c_str(), output.c_str());
+    std::printf("              peak dBFS  rms dBFS\n");
+    std::printf("signal  in    %8.2f  %8.2f\n", pin, rin);
+    std::printf("signal  out   %8.2f  %8.2f\n", pout, rout);
+    std::printf("silence in    %8.2f  %8.2f\n", pin2, rin2);
+    std::printf("silence out   %8.2f  %8.2f   (what the effect adds after the signal)\n", ptail, rtail);
+    return 0;
 }

@@ -50,17 +50,42 @@ bool writeAll(const void* data, size_t size)
     return true;
 }
 
+// Commands arrive in small pieces (a tag, a few values, a block): one read
+// takes as much of them as is there.
+struct Input {
+    std::vector<char> buffer = std::vector<char>(1 << 16);
+    size_t pos = 0;
+    size_t end = 0;
+} g_in;
+
 bool readAll(void* data, size_t size)
 {
     char* p = static_cast<char*>(data);
     while (size > 0) {
-        const ssize_t n = read(STDIN_FILENO, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
+        if (g_in.pos == g_in.end) {
+            if (size >= g_in.buffer.size()) {
+                const ssize_t n = read(STDIN_FILENO, p, size);
+                if (n < 0 && errno == EINTR)
+                    continue;
+                if (n <= 0)
+                    return false;
+                p += n;
+                size -= size_t(n);
+                continue;
+            }
+            const ssize_t n = read(STDIN_FILENO, g_in.buffer.data(), g_in.buffer.size());
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n <= 0)
+                return false;
+            g_in.pos = 0;
+            g_in.end = size_t(n);
+        }
+        const size_t take = std::min(size, g_in.end - g_in.pos);
+        std::memcpy(p, g_in.buffer.data() + g_in.pos, take);
+        g_in.pos += take;
+        p += take;
+        size -= take;
     }
     return true;
 }

@@ -4,6 +4,7 @@
 #include "bldebug.h"
 #include "blstring.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -16,6 +17,7 @@
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
+#include <vector>
 
 // "rw" children get one end of a socket pair as both standard input and
 // output: a send can refuse to raise SIGPIPE by itself, and a read can try
@@ -25,11 +27,17 @@ struct BLPOpenIORec {
     int toChild = -1;   // its standard input (the socket in "rw" mode)
     int fromChild = -1; // its standard output (the same socket in "rw" mode)
     bool socket = false;
+    // Read ahead: one system call takes a whole answer, which the protocol
+    // then reads in small pieces.
+    std::vector<char> ahead;
+    size_t aheadPos = 0;
+    size_t aheadEnd = 0;
 };
 
 namespace {
 
 constexpr int kWriteTimeoutMs = 5000;
+constexpr int kReadAhead = 1 << 16;
 // Audio blocks of a few thousand stereo frames go in one write.
 constexpr int kPipeSize = 1 << 20;
 
@@ -131,9 +139,27 @@ extern "C" int BLPOPENIO_ReadDataEx(BLPOpenIO io, void* buffer, int size, int ti
         while (n < 0 && errno == EINTR);
         return n < 0 ? -1 : int(n);
     }
+    if (io->aheadPos < io->aheadEnd) {
+        const size_t n = std::min(size_t(size), io->aheadEnd - io->aheadPos);
+        std::memcpy(buffer, io->ahead.data() + io->aheadPos, n);
+        io->aheadPos += n;
+        return int(n);
+    }
     // What is already there is taken at once; only an empty socket waits.
+    // Small reads fill the read-ahead buffer; large ones go straight to the caller.
+    const bool viaAhead = size < kReadAhead;
+    if (viaAhead && io->ahead.empty())
+        io->ahead.resize(kReadAhead);
     for (;;) {
-        const ssize_t n = recv(fd, buffer, size_t(size), MSG_DONTWAIT);
+        const ssize_t n = viaAhead ? recv(fd, io->ahead.data(), io->ahead.size(), MSG_DONTWAIT)
+                                   : recv(fd, buffer, size_t(size), MSG_DONTWAIT);
+        if (n >= 0 && viaAhead) {
+            const size_t take = std::min(size_t(n), size_t(size));
+            std::memcpy(buffer, io->ahead.data(), take);
+            io->aheadPos = take;
+            io->aheadEnd = size_t(n);
+            return int(take);
+        }
         if (n >= 0)
             return int(n);
         if (errno == EINTR)
@@ -170,7 +196,9 @@ extern "C" int BLPOPENIO_GetBytesReadAvailable(BLPOpenIO io)
     if (!io || io->fromChild < 0)
         return -1;
     int n = 0;
-    return ioctl(io->fromChild, FIONREAD, &n) == 0 ? n : -1;
+    if (ioctl(io->fromChild, FIONREAD, &n) != 0)
+        return -1;
+    return n + int(io->aheadEnd - io->aheadPos);
 }
 
 extern "C" int BLPOPENIO_CloseEx(BLPOpenIO io, int wait, int timeoutMs)
