@@ -1,0 +1,410 @@
+// The single operations of the VST2 manager on plugins, paths and vendors.
+// Only enablePlugin loads plugin code, through the engine, and only when the
+// catalog does not already know the answer.
+#include "QVlorVst_Manager.h"
+#include "QVlorVst_Manager_p.h"
+
+#include "QVlorTracer.h"
+
+#include "audiovst.h"
+
+#include <QDir>
+#include <QFile>
+
+namespace QVlorVst {
+
+namespace {
+
+PluginArch archOf(int engineArch) { return engineArch == 32 ? Arch32Bits : engineArch == 64 ? Arch64Bits : ArchUndefined; }
+
+QString text(const char* s) { return s ? QString::fromUtf8(s) : QString(); }
+
+} // namespace
+
+QHash<QString, int> _BuildVendorCount(const Path& path)
+{
+    QHash<QString, int> counts;
+    for (const Plugin& p : path.plugins())
+        if (p.exists() && !p.isShell() && !p.vendor().isEmpty())
+            ++counts[p.vendor().toLower()];
+    return counts;
+}
+
+bool _VendorBlocksPlugin(const Plugin& plugin, const Path& path, const QHash<QString, int>& counts)
+{
+    if (plugin.isShell() || plugin.vendor().isEmpty())
+        return false;
+    const QString vendor = plugin.vendor().toLower();
+    if (path.isVendorEnabled(vendor))
+        return false;
+    return counts.value(vendor) > 1;
+}
+
+void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_shell_plugins)
+{
+    if (d->mustHop()) {
+        Plugin copy = plugin;
+        QMetaObject::invokeMethod(
+            this, [this, copy, path, deep_check_shell_plugins]() mutable { enablePlugin(copy, path, deep_check_shell_plugins); },
+            Qt::QueuedConnection);
+        return;
+    }
+    Plugin* live = d->findLivePlugin(path, plugin);
+    Plugin& p = live ? *live : plugin;
+    const QString ref = p.pluginRef();
+
+    if (!p.exists() || !QFile::exists(p.filename())) {
+        d->clearPendingVerifying(ref);
+        p.setVerifying(false);
+        p.setMissing(true);
+        publish();
+        emit pluginFailed(p, path);
+        return;
+    }
+
+    // Fast path: the catalog knows this plugin; no plugin code is loaded.
+    const bool deepShell = deep_check_shell_plugins && p.isShell();
+    if (!p.isFailed() && p.uniqueId() != 0 && !p.needRecheck() && !deepShell) {
+        if (!p.isEnabled() || p.isShell()) {
+            d->clearPendingVerifying(ref);
+            p.setVerifying(false);
+            p.setEnabled(true);
+            setChanged();
+            publish();
+        } else if (d->clearPendingVerifying(ref) || p.verifying()) {
+            p.setVerifying(false);
+            publish();
+        }
+        emit pluginEnabled(p, path);
+        return;
+    }
+
+    QVlor::Tracer(QStringLiteral("QVlorVst::Manager:")) << "-- => will check plugin " << "\"" << p.filename() << "\"...";
+    p.setVerifying(true);
+    publish();
+    emit catalogChanged();
+
+    const QByteArray file = p.filename().toUtf8();
+    _VSTEFFECT* h = AUDIOVST_FindPluginEx(file.constData(), p.pluginId(), true);
+    d->clearPendingVerifying(ref);
+    p.setVerifying(false);
+
+    bool ok = false;
+    if (!h) {
+        p.setEnabled(false);
+        p.setFailed(true);
+    } else {
+        p.setUniqueId(qint64(int32_t(AUDIOVST_GetUniqueID(h))));
+        if (p.uniqueId() == 0) {
+            p.setFailed(true);
+            p.setEnabled(false);
+        } else if (AUDIOVST_GetCategory(h) == 1) {
+            QList<Plugin> previous = p.plugins();
+            p.setKind(ShellPlugin);
+            p.setArch(archOf(AUDIOVST_GetArch(h)));
+            const QString vendor = text(AUDIOVST_GetVendorString(h));
+            if (!vendor.isEmpty())
+                p.setVendor(vendor);
+            for (int i = 0; i < AUDIOVST_PluginsCount(h); ++i)
+                p.addPlugin(text(AUDIOVST_GetPluginName(h, i)), AUDIOVST_GetPluginId(h, i), &previous);
+            for (const Plugin& gone : previous)
+                p.removePlugin(gone);
+            publish();
+            for (const Plugin& child : p.plugins())
+                if (child.isEnabled())
+                    emit pluginEnabled(child, path);
+            ok = true;
+        } else {
+            // The engine's display category is the vendor grouping of the effect list.
+            p.setVendor(text(AUDIOVST_GetDisplayCategory(h)));
+            p.setName(text(AUDIOVST_GetDisplayName(h)));
+            p.setNeedRecheck(AUDIOVST_NeedRecheck(h) != 0);
+            p.setFailed(false);
+            p.setArch(archOf(AUDIOVST_GetArch(h)));
+            ok = true;
+        }
+    }
+    if (ok) {
+        p.setFailed(false);
+        p.setEnabled(true);
+        publish();
+        emit pluginEnabled(p, path);
+        setChanged();
+        return;
+    }
+    publish();
+    emit pluginFailed(p, path);
+    setChanged();
+}
+
+void Manager::disablePlugin(Plugin& plugin, const Path& path)
+{
+    if (d->mustHop()) {
+        Plugin copy = plugin;
+        QMetaObject::invokeMethod(this, [this, copy, path]() mutable { disablePlugin(copy, path); }, Qt::QueuedConnection);
+        return;
+    }
+    Plugin* live = d->findLivePlugin(path, plugin);
+    Plugin& p = live ? *live : plugin;
+    if (!p.isValid()) {
+        emit pluginFailed(p, path);
+        return;
+    }
+    if (p.isDisabled()) {
+        emit pluginDisabled(p, path);
+        return;
+    }
+    p.setEnabled(false);
+    if (p.isShell())
+        for (const Plugin& child : p.plugins())
+            emit pluginDisabled(child, path);
+    setChanged();
+    publish();
+    emit pluginDisabled(p, path);
+}
+
+void Manager::resetPlugin(Plugin& plugin, const Path& path)
+{
+    if (d->mustHop()) {
+        Plugin copy = plugin;
+        QMetaObject::invokeMethod(this, [this, copy, path]() mutable { resetPlugin(copy, path); }, Qt::QueuedConnection);
+        return;
+    }
+    Plugin* live = d->findLivePlugin(path, plugin);
+    Plugin& p = live ? *live : plugin;
+    if (!p.isValid()) {
+        if (d->clearPendingVerifying(p.pluginRef()) || p.verifying()) {
+            p.setVerifying(false);
+            publish();
+            emit catalogChanged();
+        }
+        return;
+    }
+    const QList<Plugin> children = p.isShell() ? p.plugins() : QList<Plugin>();
+    d->clearPendingVerifying(p.pluginRef());
+    for (const Plugin& child : children)
+        d->clearPendingVerifying(child.pluginRef());
+
+    if (p.isShell()) {
+        for (const Plugin& child : children)
+            AUDIOVST_ResetPluginFile(child.filename().toUtf8().constData(), child.pluginId());
+        AUDIOVST_ResetPluginFile(p.filename().toUtf8().constData(), p.pluginId());
+        p.clearPlugins();
+        p.setKind(EffectPlugin);
+        p.setArch(Arch64Bits);
+        p.setName(QString());
+        p.setVendor(QString());
+    } else {
+        _VSTEFFECT* h = AUDIOVST_FindPluginByHash(PluginSettingsHash(p.filename(), p.uniqueId()).toUtf8().constData());
+        if (!h)
+            h = AUDIOVST_FindPluginEx(p.filename().toUtf8().constData(), p.pluginId(), false);
+        if (h)
+            AUDIOVST_ResetPlugin(h);
+    }
+    // setNew last: the first two clear it.
+    p.setUniqueId(0);
+    p.setFailed(false);
+    p.setEnabled(false);
+    p.setNeedRecheck(false);
+    p.setVerifying(false);
+    p.setNew(true);
+    setChanged();
+    publish();
+    for (const Plugin& child : children)
+        emit pluginDisabled(child, path);
+    emit pluginDisabled(p, path);
+}
+
+void Manager::enablePlugins(const QStringList& plugins)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, plugins] { enablePlugins(plugins); }, Qt::QueuedConnection);
+        return;
+    }
+    d->cancelled.storeRelease(0);
+    emit beginScan();
+    const QSet<QString> wanted(plugins.begin(), plugins.end());
+    int total = 0, n = 0;
+    for (const Path& path : d->paths)
+        if (path.isEnabled())
+            total += int(path.plugins().size());
+    bool stop = false;
+    for (int pi = 0; pi < d->paths.size() && !stop; ++pi) {
+        Path& path = d->paths[pi];
+        if (!path.isEnabled())
+            continue;
+        const QHash<QString, int> counts = _BuildVendorCount(path);
+        for (int k = 0; k < path.plugins().size() && !stop; ++k) {
+            Plugin& plugin = path.plugins()[k];
+            if (!plugin.isShell()) {
+                if (wanted.contains(plugin.pluginRef()))
+                    enablePlugin(plugin, path);
+                else if (plugin.isEnabled() && plugin.exists() && !_VendorBlocksPlugin(plugin, path, counts))
+                    emit pluginEnabled(plugin, path);
+            } else {
+                total += int(plugin.plugins().size());
+                for (Plugin& child : plugin.plugins()) {
+                    if (wanted.contains(child.pluginRef()))
+                        enablePlugin(child, path);
+                    else if (child.isEnabled() && child.exists())
+                        emit pluginEnabled(child, path);
+                    emit progressScan(++n, total);
+                }
+            }
+            emit progressScan(++n, total);
+            stop = d->cancelled.loadAcquire() != 0;
+        }
+    }
+    emit endScan(hasNewPlugins());
+}
+
+void Manager::enableNewPlugins()
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this] { enableNewPlugins(); }, Qt::QueuedConnection);
+        return;
+    }
+    QStringList refs;
+    for (const Path& path : d->paths)
+        for (const Plugin& p : path.plugins()) {
+            if (p.isNew())
+                refs.append(p.pluginRef());
+            if (p.isShell())
+                for (const Plugin& child : p.plugins())
+                    if (child.isNew())
+                        refs.append(child.pluginRef());
+        }
+    enablePlugins(refs);
+}
+
+void Manager::markPluginCrashed(qint64 uniqueId)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, uniqueId] { markPluginCrashed(uniqueId); }, Qt::QueuedConnection);
+        return;
+    }
+    for (Path& path : d->paths) {
+        for (Plugin& p : path.plugins()) {
+            Plugin* hit = p.uniqueId() == uniqueId ? &p : nullptr;
+            for (int c = 0; !hit && p.isShell() && c < p.plugins().size(); ++c)
+                if (p.plugins()[c].uniqueId() == uniqueId)
+                    hit = &p.plugins()[c];
+            if (!hit)
+                continue;
+            hit->setFailed(true);
+            hit->setEnabled(false);
+            publish();
+            emit pluginFailed(*hit, path);
+            setChanged();
+            emit catalogChanged();
+            return;
+        }
+    }
+}
+
+void Manager::addPath(const QString& path)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, path] { addPath(path); }, Qt::QueuedConnection);
+        return;
+    }
+    if (!QDir(path).exists())
+        return;
+    const QString absolute = QDir(path).absolutePath();
+    if (Path* known = d->findPath(absolute)) {
+        if (known->isSearched())
+            return;
+        // A folder deleted while it still had plugins comes back with them.
+        known->setSearched(true);
+        setChanged();
+        publish();
+        emit pathAdded(absolute);
+        return;
+    }
+    d->paths.append(Path(path, UserPath));
+    setChanged();
+    publish();
+    emit pathAdded(path);
+}
+
+void Manager::deletePath(const QString& path)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, path] { deletePath(path); }, Qt::QueuedConnection);
+        return;
+    }
+    for (int i = 0; i < d->paths.size(); ++i) {
+        Path& p = d->paths[i];
+        if (p.absolutePath() != path)
+            continue;
+        if (p.kind() == SystemPath)
+            return;
+        setChanged();
+        p.dropUnprobedPlugins();
+        const QString absolute = p.absolutePath();
+        // Probed plugins keep their state: the path stays, out of every scan.
+        if (p.plugins().isEmpty())
+            d->paths.removeAt(i);
+        else
+            p.setSearched(false);
+        publish();
+        emit pathDeleted(absolute);
+        return;
+    }
+}
+
+void Manager::enablePath(const QString& path)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, path] { enablePath(path); }, Qt::QueuedConnection);
+        return;
+    }
+    if (Path* p = d->findPath(path)) {
+        p->setEnabled(true);
+        setChanged();
+        publish();
+        emit pathEnabled(p->absolutePath());
+    }
+}
+
+void Manager::disablePath(const QString& path)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, path] { disablePath(path); }, Qt::QueuedConnection);
+        return;
+    }
+    if (Path* p = d->findPath(path)) {
+        p->setEnabled(false);
+        setChanged();
+        publish();
+        emit pathDisabled(p->absolutePath());
+    }
+}
+
+void Manager::setVendorEnabled(const QString& path, const QString& vendorKey, bool enabled)
+{
+    if (d->mustHop()) {
+        QMetaObject::invokeMethod(this, [this, path, vendorKey, enabled] { setVendorEnabled(path, vendorKey, enabled); },
+                                  Qt::QueuedConnection);
+        return;
+    }
+    Path* p = d->findPath(path);
+    if (!p)
+        return;
+    const QString vendor = vendorKey.toLower();
+    p->setVendorEnabled(vendor, enabled);
+    setChanged();
+    publish();
+    // The plugins' own flags stay: the vendor switch acts on top of them.
+    for (const Plugin& plugin : p->plugins()) {
+        if (plugin.isShell() || plugin.vendor().toLower() != vendor || !plugin.isEnabled() || !plugin.exists())
+            continue;
+        if (enabled)
+            emit pluginEnabled(plugin, *p);
+        else
+            emit pluginDisabled(plugin, *p);
+    }
+    emit vendorEnabledChanged(p->absolutePath());
+}
+
+} // namespace QVlorVst

@@ -1,0 +1,55 @@
+#ifndef QVLORVST_MANAGER_P_H
+#define QVLORVST_MANAGER_P_H
+
+#include "QVlorVst_Manager.h"
+
+#include <QAtomicInt>
+#include <QHash>
+#include <QJsonObject>
+#include <QJsonValue>
+#include <QMutex>
+#include <QPointer>
+#include <QSet>
+#include <QThread>
+
+namespace QVlorVst {
+
+extern const char* const K_SETTING_SCAN_VST2;
+
+class Manager::Data {
+public:
+    QList<Path> paths;           // the working list: the manager's thread alone
+    mutable QMutex mutex;        // guards published and pendingVerifying
+    QList<Path> published;       // the snapshot other threads read
+    QSet<QString> pendingVerifying;
+    QAtomicInt cancelled{0};
+    QAtomicInt scanning{0};
+    QAtomicInt changed{0};
+    QPointer<QThread> thread;
+
+    static QList<Path> SystemPaths();
+    static Path ConvertJsonValueToPath(const QJsonValue& value);
+    static bool PluginIsNewAndEnabled(const Plugin& plugin);
+    // Resolves an empty name to the default file of that generation, making
+    // the folder when needed.
+    static QString catalogFile(const QString& filename, const char* defaultName);
+    // Reads a catalog file as one JSON object, with the warnings of a bad one.
+    static bool readJsonObject(const QString& filename, QJsonObject* object);
+
+    // True when the call must be posted to the manager's thread.
+    bool mustHop() const;
+    // The record in the working list that a (usually detached) record means.
+    Plugin* findLivePlugin(const Path& path, const Plugin& plugin);
+    Path* findPath(const QString& absolutePath);
+    bool applyPendingVerifyingLocked();
+    bool clearPendingVerifying(const QString& ref);
+};
+
+// Lower-cased vendor -> number of plugins of that vendor in the folder.
+QHash<QString, int> _BuildVendorCount(const Path& path);
+// A vendor switched off blocks its plugins only where it has several.
+bool _VendorBlocksPlugin(const Plugin& plugin, const Path& path, const QHash<QString, int>& counts);
+
+} // namespace QVlorVst
+
+#endif
