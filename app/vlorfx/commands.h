@@ -4,3 +4,5 @@
 // and returns the process's exit status.
 int cmdDemo(int argc, char** argv);
 int cmdApply(int argc, char** argv);
+int cmdScan(int argc, char** argv);
+int cmdList(int argc, char** argv);

@@ -4,6 +4,10 @@
 
 #include "QVlorAudioPlugins.h"
 
+#include "bldebug.h"
+
+#include <QCoreApplication>
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +23,8 @@ struct Command {
 const Command kCommands[] = {
     {"demo", cmdDemo, "run a real plugin over a generated signal and report what it did"},
     {"apply", cmdApply, "apply a VST2 effect to an audio file (apply --help)"},
+    {"scan", cmdScan, "find the plugins of the search folders and check the new ones (scan --help)"},
+    {"list", cmdList, "print the plugin catalog (list --help)"},
 };
 
 void usage(FILE* out)
@@ -28,6 +34,17 @@ void usage(FILE* out)
                       "commands:\n");
     for (const Command& c : kCommands)
         std::fprintf(out, "  %-8s %s\n", c.name, c.help);
+}
+
+// Progress of the library's threads is for developers: shown with VLORFX_VERBOSE.
+void messageHandler(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    static const bool verbose = std::getenv("VLORFX_VERBOSE") != nullptr;
+    if (type == QtInfoMsg || type == QtDebugMsg) {
+        if (!verbose)
+            return;
+    }
+    std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
 } // namespace
@@ -48,6 +65,10 @@ int main(int argc, char** argv)
     for (const Command& c : kCommands) {
         if (std::strcmp(argv[1], c.name) != 0)
             continue;
+        qInstallMessageHandler(messageHandler);
+        if (!std::getenv("VLORFX_VERBOSE"))
+            BLDEBUG_SetStderrEnabled(0);
+        QCoreApplication app(argc, argv);
         QVlorAudioPlugins::Initialize();
         const int status = c.run(argc - 2, argv + 2);
         QVlorAudioPlugins::Finalize();

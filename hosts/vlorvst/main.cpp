@@ -424,6 +424,9 @@ int main(int argc, char** argv)
     const int devnull = open("/dev/null", O_WRONLY);
     if (g_out < 0 || devnull < 0 || dup2(devnull, STDOUT_FILENO) < 0)
         return 3;
+    // Plugins talk on standard error too; the editor's terminal is not theirs.
+    if (!std::getenv("VLORVST_STDERR"))
+        dup2(devnull, STDERR_FILENO);
     close(devnull);
     fcntl(g_out, F_SETFD, FD_CLOEXEC);
     AUDIOVST_Initialize();

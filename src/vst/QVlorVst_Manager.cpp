@@ -196,9 +196,6 @@ void Manager::aboutToQuit()
     if (thread->isRunning())
         thread->wait();
     d->thread.clear();
-    // Anything the thread leaves behind is ours now: its queue will never run.
-    if (thread->isFinished())
-        delete thread;
     qInfo() << "QVlorVst::Manager::About to quit ...";
 }
 
