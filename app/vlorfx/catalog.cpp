@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QThread>
 
 #include <cstdio>
@@ -74,14 +75,19 @@ ScanSummary scan(QVlorVst::Manager& manager, const QStringList& folders, bool pr
                 std::fflush(stderr);
             },
             Qt::DirectConnection);
+    QElapsedTimer timer;
+    timer.start();
     manager.updatePlugins(true, false);
     manager.enableNewPlugins();
     onManagerThread(manager, [] {});
+    const double ms = double(timer.nsecsElapsed()) / 1e6;
     if (progress)
         std::fprintf(stderr, "\r%60s\r", "");
     for (const auto& c : connections)
         QObject::disconnect(c);
-    return summarize(manager.pathsCopy());
+    ScanSummary summary = summarize(manager.pathsCopy());
+    summary.milliseconds = ms;
+    return summary;
 }
 
 void finish(QVlorVst::Manager& manager)

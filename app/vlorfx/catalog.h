@@ -16,6 +16,7 @@ struct ScanSummary {
     int enabled = 0;
     int failed = 0;
     QStringList shells; // "name (children: a, b)"
+    double milliseconds = 0; // the manager's work: the scan and the checks of new plugins
 };
 
 // Runs the event loop until done() or the time is up; false on a time out.

@@ -1,10 +1,13 @@
-// The main job, as far as the library reaches today: a real plugin of the
-// machine checked and described by the host program, then applied to a
-// generated signal through the "VST host" filter in the host program, with
-// the result written next to the input and a report of what it did.
+// The main job, as far as the library reaches today: the machine's VST2
+// plugins scanned into the catalog (each new one checked in the host
+// program), then one of them applied to a generated signal through the
+// "VST host" filter in the host program, with the result written next to the
+// input and a report of what it did.
+#include "catalog.h"
 #include "commands.h"
 
 #include "audiofx.h"
+#include "QVlorApplication.h"
 #include "audiovst.h"
 #include "vsteffect_p.h"
 
@@ -30,25 +33,20 @@ constexpr int kSampleRate = 44100;
 constexpr int kChannels = 2;
 constexpr int kSeconds = 4;
 
-std::string pickPlugin()
+// A reverb shows best what an effect does; otherwise any enabled effect.
+std::string pickPlugin(const QList<QVlorVst::Path>& paths)
 {
-    static const char* const preferred[] = {"/usr/lib/vst/MVerb-vst.so", "/usr/lib/vst/ZamCompX2-vst.so",
-                                            "/usr/lib/vst/3BandEQ-vst.so", "/usr/lib/vst/ZamTube-vst.so"};
-    for (const char* p : preferred)
-        if (BLIO_Exists(p))
-            return p;
-    std::string found;
-    if (DIR* d = opendir("/usr/lib/vst")) {
-        while (dirent* ent = readdir(d)) {
-            const std::string name = ent->d_name;
-            if (name.size() > 3 && name.compare(name.size() - 3, 3, ".so") == 0) {
-                found = "/usr/lib/vst/" + name;
-                break;
-            }
-        }
-        closedir(d);
-    }
-    return found;
+    static const char* const preferred[] = {"MVerb-vst.so", "ZamVerb-vst.so", "ZamCompX2-vst.so", "3BandEQ-vst.so"};
+    for (const char* name : preferred)
+        for (const QVlorVst::Path& path : paths)
+            for (const QVlorVst::Plugin& p : path.plugins())
+                if (p.isEnabled() && !p.isShell() && p.filename().endsWith(QLatin1Char('/') + QLatin1String(name)))
+                    return p.filename().toStdString();
+    for (const QVlorVst::Path& path : paths)
+        for (const QVlorVst::Plugin& p : path.plugins())
+            if (p.isEnabled() && !p.isShell())
+                return p.filename().toStdString();
+    return std::string();
 }
 
 // A 220 Hz tone with a slow swell, a little noise, and a second of silence
@@ -121,9 +119,25 @@ int progressBar(void*, double fraction)
 
 int cmdDemo(int argc, char** argv)
 {
-    const std::string path = argc > 0 ? argv[0] : pickPlugin();
+    std::printf("scanning the VST2 folders of this machine into %s\n",
+                qPrintable(QVlorApplication::applicationDataLocation()));
+    const auto s0 = std::chrono::steady_clock::now();
+    QList<QVlorVst::Path> catalog;
+    {
+        QVlorVst::Manager manager;
+        vlorfx::loadCatalog(manager);
+        const QStringList folders =
+            vlorfx::catalogFolders(manager).isEmpty() ? vlorfx::standardFolders() : QStringList();
+        const vlorfx::ScanSummary s = vlorfx::scan(manager, folders, isatty(STDERR_FILENO));
+        vlorfx::finish(manager);
+        catalog = manager.pathsCopy();
+        const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - s0).count();
+        std::printf("%d folders, %d plugin files, %d enabled, %d failed (instruments, or no plugin), in %.0f ms\n\n",
+                    s.folders, s.found, s.enabled, s.failed, ms);
+    }
+    const std::string path = argc > 0 ? argv[0] : pickPlugin(catalog);
     if (path.empty()) {
-        std::fprintf(stderr, "vlorfx demo: no VST2 plugin found in /usr/lib/vst\n");
+        std::fprintf(stderr, "vlorfx demo: no usable VST2 plugin was found\n");
         return 1;
     }
     std::printf("plugin file: %s\n", path.c_str());
@@ -136,7 +150,7 @@ int cmdDemo(int argc, char** argv)
                      AUDIOVST_GetPluginStatusEx(path.c_str(), 0));
         return 1;
     }
-    std::printf("checked and described by %s in %.1f ms\n", AUDIOVST_GetVlorVstPath(0), checkMs);
+    std::printf("resolved in %.1f ms (checked by %s when it was new)\n", checkMs, AUDIOVST_GetVlorVstPath(0));
     std::printf("name: %s\nvendor: %s\nunique id: %d, version %d, %d inputs, %d outputs\n", AUDIOVST_GetDisplayName(e),
                 AUDIOVST_GetDisplayCategory(e), AUDIOVST_GetUniqueID(e), AUDIOVST_GetVersion(e),
                 AUDIOVST_GetNumInputs(e), AUDIOVST_GetNumOutputs(e));

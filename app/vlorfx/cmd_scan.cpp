@@ -68,6 +68,7 @@ int cmdScan(int argc, char** argv)
     std::printf("shells: %d\n", int(s.shells.size()));
     for (const QString& shell : s.shells)
         std::printf("  %s\n", qPrintable(shell));
+    std::printf("time: %.1f ms\n", s.milliseconds);
     if (!QFile::exists(catalogPath()) && s.folders > 0) {
         std::fprintf(stderr, "vlorfx scan: the catalog could not be saved in %s\n", qPrintable(catalogPath()));
         return 1;

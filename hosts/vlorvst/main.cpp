@@ -170,18 +170,10 @@ bool usableEffect(const _VSTEFFECT* r)
            r->u.fx.numOutputs > 0;
 }
 
-// Where --check leaves the description it made, so that the --info that
-// follows for the same file and stamp need not load the plugin again.
 std::string cachePath(const char* file, int32_t id, int64_t stamp)
 {
-    const char* data = std::getenv("VLOR_DATA_PATH");
-    char hash[VSTEFFECT_HASH_SIZE];
-    if (!data || !*data || !_ComputeHash(file, id, hash))
-        return std::string();
-    const std::string dir = std::string(data) + "/vstxml/.checked";
-    if (!BLIOUTILS_MakeDirectory(dir.c_str()))
-        return std::string();
-    return dir + "/" + hash + "-" + std::to_string(stamp) + ".vstxml";
+    char path[2048];
+    return _CheckedDescriptionPath(file, id, stamp, path, sizeof(path)) ? std::string(path) : std::string();
 }
 
 bool writeDescriptor(const _VSTEFFECT* r, FILE* f) { return _WriteVSTXML(r, f) && std::fflush(f) == 0; }

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 static _VSTEFFECT* __TopEffect = nullptr;
 static Mutex __TopEffectListLock = nullptr;
@@ -177,6 +178,17 @@ extern "C" const char* AUDIOVST_GetVlorVstPath(int index)
     return __VLORVSTEXEPATH[index];
 }
 
+extern "C" char* _QuoteArg(const char* text)
+{
+    std::string out;
+    for (const char* p = text ? text : ""; *p; ++p) {
+        if (*p == '"' || *p == '\\')
+            out += '\\';
+        out += *p;
+    }
+    return strdup(out.c_str());
+}
+
 /* ---- descriptor location ------------------------------------------------- */
 
 extern "C" char* _GetVSTXMLPath(const char* hash, char* out, int size)
@@ -201,6 +213,22 @@ extern "C" char* _GetVSTXMLPath(const char* hash, char* out, int size)
     }
     std::snprintf(out, size_t(size), "%s%c%s.vstxml", __VLORVSTXMLPATH, '/', hash);
     _UnlockEffectList();
+    return out;
+}
+
+extern "C" char* _CheckedDescriptionPath(const char* filename, int32_t id, int64_t stamp, char* out, int size)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    char probe[1024];
+    if (!filename || !out || size <= 0 || !_ComputeHash(filename, id, hash) ||
+        !_GetVSTXMLPath(hash, probe, sizeof(probe)))
+        return nullptr;
+    // Beside the descriptors, in a folder of its own.
+    std::string dir(probe);
+    dir = dir.substr(0, dir.rfind('/')) + "/.checked";
+    if (!BLIOUTILS_MakeDirectory(dir.c_str()))
+        return nullptr;
+    std::snprintf(out, size_t(size), "%s/%s-%" PRId64 ".vstxml", dir.c_str(), hash, stamp);
     return out;
 }
 

@@ -26,7 +26,8 @@ enum {
     kEffShellGetNextPlugin = 70,
 };
 constexpr int kShellCategory = 10;
-constexpr int kSamples = 21;         // points of the range looked at per parameter
+constexpr int kSamples = 11;         // points of the range looked at for words
+constexpr int kNumericSamples = 5;   // and for numbers
 constexpr int kMaxEnumEntries = 16;  // more distinct words than this are not an enumeration
 constexpr int kMaxShellEntries = 4096;
 constexpr int kMaxParams = 10000;
@@ -61,21 +62,31 @@ bool leadingNumber(const std::string& s, double* v)
     return end != p && std::isfinite(*v);
 }
 
-void classify(_VSTEFFECT* rec, AEffect* e, int index, ParameterRecord* p, std::vector<std::string>* typeNames)
+// The texts a parameter shows at n points of its range, evenly spread; the
+// parameter is put back as it was.
+std::vector<std::string> sampleTexts(AEffect* e, int index, int n)
 {
     const float saved = e->getParameter(e, index);
-    std::vector<std::string> texts(kSamples);
-    for (int k = 0; k < kSamples; ++k) {
-        e->setParameter(e, index, float(k) / float(kSamples - 1));
+    std::vector<std::string> texts(static_cast<size_t>(n));
+    for (int k = 0; k < n; ++k) {
+        e->setParameter(e, index, float(k) / float(n - 1));
         texts[size_t(k)] = trim(getString(e, kEffGetParamDisplay, index));
     }
     e->setParameter(e, index, saved);
+    return texts;
+}
 
-    std::vector<double> numbers(kSamples);
+void classify(_VSTEFFECT* rec, AEffect* e, int index, ParameterRecord* p, std::vector<std::string>* typeNames)
+{
+    // Setting a parameter can be costly (some plugins rebuild filters or load
+    // files): numbers are judged from five points, and only words, which may
+    // be an enumeration, are looked at closely.
+    std::vector<std::string> texts = sampleTexts(e, index, kNumericSamples);
+    std::vector<double> numbers(texts.size());
     bool numeric = true, empty = true;
-    for (int k = 0; k < kSamples; ++k) {
-        numeric = numeric && leadingNumber(texts[size_t(k)], &numbers[size_t(k)]);
-        empty = empty && texts[size_t(k)].empty();
+    for (size_t k = 0; k < texts.size(); ++k) {
+        numeric = numeric && leadingNumber(texts[k], &numbers[k]);
+        empty = empty && texts[k].empty();
     }
     if (empty)
         return; // kind 0: nothing to show
@@ -83,9 +94,10 @@ void classify(_VSTEFFECT* rec, AEffect* e, int index, ParameterRecord* p, std::v
     if (numeric) {
         const double lo = numbers.front(), hi = numbers.back();
         const double span = std::fabs(hi - lo);
+        const int n = int(numbers.size());
         double worst = 0;
-        for (int k = 0; k < kSamples; ++k)
-            worst = std::fmax(worst, std::fabs(numbers[size_t(k)] - (lo + (hi - lo) * k / (kSamples - 1))));
+        for (int k = 0; k < n; ++k)
+            worst = std::fmax(worst, std::fabs(numbers[size_t(k)] - (lo + (hi - lo) * k / (n - 1))));
         // Display texts are rounded: allow a little more than their last digit.
         if (span > 0 && worst <= 0.01 * span + 1e-3 * std::fmax(std::fabs(lo), std::fabs(hi))) {
             p->kind = 2;
@@ -98,6 +110,7 @@ void classify(_VSTEFFECT* rec, AEffect* e, int index, ParameterRecord* p, std::v
         cut(p->maxDisplay, sizeof(p->maxDisplay), texts.back());
         return;
     }
+    texts = sampleTexts(e, index, kSamples);
 
     // Runs of the same word; a word that comes back after another is no enumeration.
     struct Run {
@@ -224,14 +237,16 @@ extern "C" int _DescribeEffect(_VSTEFFECT* rec, void* instance)
     int current = 0;
     fx->GetProgram(fx, &current);
     for (int k = 0; k < numPrograms; ++k) {
-        fx->SetProgram(fx, k);
+        // Switching programs can be costly: the current one is read as it stands.
+        if (k != current)
+            fx->SetProgram(fx, k);
         char name[32];
         std::string programName = fx->GetProgramName(fx, name, sizeof(name)) ? name : "";
         if (programName.empty())
             programName = getString(e, kEffGetProgramNameIndexed, k);
         rec->programs[k] = readProgram(rec, e, trim(programName), k);
     }
-    if (numPrograms > 0)
+    if (numPrograms > 1)
         fx->SetProgram(fx, current);
     if (rec->numParams > 0)
         fx->SetParameters(fx, rec->defaultProgram->values, rec->numParams);

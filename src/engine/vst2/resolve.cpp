@@ -151,17 +151,6 @@ int spawnCheck(const char* host, const char* quotedFile, int32_t id)
 
 } // namespace
 
-extern "C" char* _QuoteArg(const char* text)
-{
-    std::string out;
-    for (const char* p = text ? text : ""; *p; ++p) {
-        if (*p == '"' || *p == '\\')
-            out += '\\';
-        out += *p;
-    }
-    return strdup(out.c_str());
-}
-
 /* ---- checking ------------------------------------------------------------ */
 
 extern "C" int _RefreshPluginData(_VSTEFFECT* e)
@@ -178,6 +167,10 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         const char* host = AUDIOVST_GetVlorVstPath(index);
         if (!host)
             continue;
+        // The second host is asked when the first could not load the plugin;
+        // when both are one program its answer can only repeat the first.
+        if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
+            break;
         status = spawnCheck(host, file, e->pluginid);
         if (status == 0)
             e->architecture = index == 0 ? 64 : 32;
@@ -200,13 +193,24 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         std::free(file);
         return 0;
     }
+    // The check has usually left its description of the file as it is now:
+    // reading it spares loading the plugin a second time for --info.
+    char cached[2048];
+    const bool haveCached =
+        _CheckedDescriptionPath(e->filename, e->pluginid, BLIO_GetFileTimeStamp(e->filename, 2), cached, sizeof(cached)) &&
+        BLIO_Exists(cached);
     char* quotedHost = _QuoteArg(host);
     const size_t size = size_t(_HostPathLength()) + 64 + std::strlen(file) + std::strlen(quotedHost);
     std::string command(size, '\0');
     std::snprintf(&command[0], size, "popen://\"%s\" --info \"%s\" --id %d", quotedHost, file, e->pluginid);
     std::free(quotedHost);
     std::free(file);
-    if (!_LoadFromVSTXML(e, command.c_str())) {
+    bool described = haveCached && _LoadFromVSTXML(e, cached);
+    if (haveCached)
+        std::remove(cached);
+    if (!described)
+        described = _LoadFromVSTXML(e, command.c_str());
+    if (!described) {
         BLDEBUG_Error(-1, "VSTLOAD: Failed to load VST plugin %s!", e->filename);
         e->duplicated = 0;
         e->crashed = 1;

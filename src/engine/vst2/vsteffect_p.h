@@ -138,6 +138,9 @@ void _UnlockEffectList(void);
 /* Path of the descriptor file of a hash into out (1024 bytes), or null when
  * there is no data folder to keep it in. */
 char* _GetVSTXMLPath(const char* hash, char* out, int size);
+/* Where "--check" leaves the description it made of a file as it was at
+ * stamp, so that describing it needs no second load; null without a data folder. */
+char* _CheckedDescriptionPath(const char* filename, int32_t id, int64_t stamp, char* out, int size);
 
 /* ---- descriptor files ---- */
 
