@@ -6,3 +6,4 @@ int cmdDemo(int argc, char** argv);
 int cmdApply(int argc, char** argv);
 int cmdScan(int argc, char** argv);
 int cmdList(int argc, char** argv);
+int cmdClasses(int argc, char** argv);

@@ -25,6 +25,7 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 effect to an audio file (apply --help)"},
     {"scan", cmdScan, "find the plugins of the search folders and check the new ones (scan --help)"},
     {"list", cmdList, "print the plugin catalog (list --help)"},
+    {"classes", cmdClasses, "list the effect classes of a VST3 bundle"},
 };
 
 void usage(FILE* out)
