@@ -4,6 +4,8 @@
  * argument answers 0, -1 or nothing as each function says; nothing here
  * throws. SDK types stay behind these names. */
 
+#include <stdint.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -29,6 +31,58 @@ VLORVST3_EXPORT void VLORVST3_ReleaseModule(const char* path);
 /* Writes up to limit records of the bundle's effect classes, in the factory's
  * order; the number written, or -1 for bad arguments or a bundle that does not load. */
 VLORVST3_EXPORT int VLORVST3_ListClasses(const char* path, Vst3ClassRecord* records, int limit);
+
+/* ---- instances ---- */
+
+typedef struct _Vst3Instance _Vst3Instance;
+
+typedef enum Vst3HostEvent {
+    kVst3EventResize = 1,       /* a = width, b = height */
+    kVst3EventParamChanged = 2, /* a = parameter ID, or -1 for all */
+    kVst3EventRestart = 3       /* a = the plugin's restart flags */
+} Vst3HostEvent;
+
+/* May run on any thread the plugin likes: receivers hop to their own. */
+typedef void (*Vst3EventCallback)(void* userData, Vst3HostEvent event, int32_t a, int32_t b);
+
+typedef struct Vst3ParamInfo {
+    uint32_t id;
+    char title[128];
+    char units[64];
+    int32_t stepCount;
+    double defaultNormalized;
+    int32_t canAutomate;
+    int32_t isBypass;
+    int32_t isReadOnly;
+    int32_t isHidden;
+} Vst3ParamInfo;
+
+/* The class uid of the bundle at path, as 32 hexadecimal digits; null when it
+ * cannot be made. Nothing is started. */
+VLORVST3_EXPORT _Vst3Instance* VLORVST3_CreateInstance(const char* path, const char* uid);
+VLORVST3_EXPORT int VLORVST3_DestroyInstance(_Vst3Instance* instance);
+/* Takes effect at the next start. */
+VLORVST3_EXPORT int VLORVST3_SetAudioFormat(_Vst3Instance* instance, int sampleRate, int channels);
+VLORVST3_EXPORT void VLORVST3_SetEventCallback(_Vst3Instance* instance, Vst3EventCallback callback, void* userData);
+VLORVST3_EXPORT int VLORVST3_SetOffline(_Vst3Instance* instance, int offline);
+VLORVST3_EXPORT int VLORVST3_StartEngine(_Vst3Instance* instance);
+VLORVST3_EXPORT int VLORVST3_StopEngine(_Vst3Instance* instance);
+VLORVST3_EXPORT int VLORVST3_Reset(_Vst3Instance* instance);
+VLORVST3_EXPORT int VLORVST3_GetBlockSize(_Vst3Instance* instance);
+/* Seconds; an infinite tail is told as 10 seconds. */
+VLORVST3_EXPORT double VLORVST3_GetLatency(_Vst3Instance* instance);
+VLORVST3_EXPORT double VLORVST3_GetTailTime(_Vst3Instance* instance);
+
+/* Interleaved floats in and out (they may be the same array). */
+VLORVST3_EXPORT int VLORVST3_ProcessAudio(_Vst3Instance* instance, const float* input, float* output, int channels,
+                                          int frames);
+VLORVST3_EXPORT int VLORVST3_GetNumParams(_Vst3Instance* instance);
+VLORVST3_EXPORT int VLORVST3_GetParamInfo(_Vst3Instance* instance, int index, Vst3ParamInfo* info);
+VLORVST3_EXPORT double VLORVST3_GetParamNormalized(_Vst3Instance* instance, uint32_t id);
+VLORVST3_EXPORT int VLORVST3_SetParamNormalized(_Vst3Instance* instance, uint32_t id, double value);
+VLORVST3_EXPORT int VLORVST3_GetParamDisplay(_Vst3Instance* instance, uint32_t id, double value, char* buffer,
+                                             int bufferSize);
+VLORVST3_EXPORT int VLORVST3_SetBypass(_Vst3Instance* instance, int on);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,50 @@
+#ifndef VST3INSTANCE_P_H
+#define VST3INSTANCE_P_H
+// One live VST3 effect: processor and controller with everything needed to
+// feed it audio. The record behind the opaque handle of the engine.
+#include "vst3engine.h"
+#include "vst3hosting_p.h"
+
+#include <mutex>
+
+class __ComponentHandler;
+
+struct _Vst3Instance {
+    VST3::Hosting::Module::Ptr module;
+    std::unique_ptr<Steinberg::Vst::PlugProvider> provider;
+    Steinberg::IPtr<Steinberg::Vst::IComponent> component;
+    Steinberg::IPtr<Steinberg::Vst::IAudioProcessor> processor;
+    Steinberg::IPtr<Steinberg::Vst::IEditController> controller;
+    Steinberg::Vst::HostProcessData processData;
+    Steinberg::Vst::ParameterChangeTransfer paramTransfer{0};
+    Steinberg::Vst::ParameterChanges* inputChanges = nullptr;
+    // Given to process so that plugins that write changes or events find a
+    // place for them; nothing reads them.
+    Steinberg::Vst::ParameterChanges* outputChanges = nullptr;
+    Steinberg::Vst::EventList* inputEvents = nullptr;
+    Steinberg::Vst::EventList* outputEvents = nullptr;
+    std::mutex processLock;
+    int32_t sampleRate = 44100;
+    int32_t channels = 2;
+    int32_t blockSize = 8192;
+    uint8_t offline = 0;
+    uint8_t active = 0;
+    uint8_t processing = 0;
+    uint8_t prepared = 0;
+    Vst3EventCallback eventCallback = nullptr;
+    void* eventUserData = nullptr;
+    __ComponentHandler* handler = nullptr;
+    Steinberg::Vst::ParamID bypassParamId = 0;
+    uint8_t hasBypass = 0;
+
+    void raise(Vst3HostEvent event, int32_t a, int32_t b) const
+    {
+        if (Vst3EventCallback cb = eventCallback)
+            cb(eventUserData, event, a, b);
+    }
+};
+
+// Hands queued parameter changes to the plugin outside of audio.
+void __FlushPendingParameters(_Vst3Instance* instance);
+
+#endif

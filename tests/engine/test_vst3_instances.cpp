@@ -1,0 +1,165 @@
+// VST3 instances of the system's real bundles: creation, the engine's start
+// and stop, audio through the plugin's buses, and parameters.
+#include "vst3engine.h"
+
+#include "testsupport.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <dirent.h>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Bundle {
+    std::string path;
+    std::string uid;
+};
+
+std::vector<Bundle> systemBundles()
+{
+    std::vector<Bundle> out;
+    DIR* d = opendir("/usr/lib/vst3");
+    if (!d)
+        return out;
+    while (dirent* e = readdir(d)) {
+        const std::string name = e->d_name;
+        if (name.size() < 6 || name.compare(name.size() - 5, 5, ".vst3") != 0)
+            continue;
+        Vst3ClassRecord r[4];
+        const std::string path = "/usr/lib/vst3/" + name;
+        if (VLORVST3_ListClasses(path.c_str(), r, 4) >= 1)
+            out.push_back({path, r[0].uid});
+    }
+    closedir(d);
+    return out;
+}
+
+std::vector<float> tone(int channels, int frames)
+{
+    std::vector<float> v(size_t(channels) * size_t(frames));
+    for (int f = 0; f < frames; ++f)
+        for (int c = 0; c < channels; ++c)
+            v[size_t(f) * size_t(channels) + size_t(c)] = 0.4f * float(std::sin(0.03 * f + c));
+    return v;
+}
+
+class Instances : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        VLORVST3_Initialize();
+        bundles = systemBundles();
+        if (bundles.empty())
+            GTEST_SKIP() << "no system bundles";
+    }
+    Bundle find(const std::string& name)
+    {
+        for (const Bundle& b : bundles)
+            if (b.path.find("/" + name + ".vst3") != std::string::npos)
+                return b;
+        return bundles.front();
+    }
+    std::vector<Bundle> bundles;
+};
+
+} // namespace
+
+TEST_F(Instances, EveryBundleRunsAndChangesTheSound)
+{
+    for (const Bundle& b : bundles) {
+        _Vst3Instance* h = VLORVST3_CreateInstance(b.path.c_str(), b.uid.c_str());
+        ASSERT_NE(h, nullptr) << b.path;
+        EXPECT_EQ(VLORVST3_GetBlockSize(h), 8192);
+        ASSERT_EQ(VLORVST3_SetAudioFormat(h, 48000, 2), 1);
+        ASSERT_EQ(VLORVST3_SetOffline(h, 1), 1);
+        ASSERT_EQ(VLORVST3_StartEngine(h), 1) << b.path;
+        EXPECT_EQ(VLORVST3_StartEngine(h), 0); // already started
+        const std::vector<float> in = tone(2, 20000);
+        std::vector<float> out(in.size(), 7.0f);
+        ASSERT_EQ(VLORVST3_ProcessAudio(h, in.data(), out.data(), 2, 20000), 1) << b.path;
+        bool finite = true;
+        for (float v : out)
+            finite = finite && std::isfinite(v) && v != 7.0f;
+        EXPECT_TRUE(finite) << b.path;
+        EXPECT_GE(VLORVST3_GetLatency(h), 0.0);
+        EXPECT_GE(VLORVST3_GetTailTime(h), 0.0);
+        EXPECT_EQ(VLORVST3_StopEngine(h), 1);
+        EXPECT_EQ(VLORVST3_StopEngine(h), 1);
+        EXPECT_EQ(VLORVST3_ProcessAudio(h, in.data(), out.data(), 2, 100), 0); // stopped
+        EXPECT_EQ(VLORVST3_Reset(h), 1);
+        EXPECT_EQ(VLORVST3_DestroyInstance(h), 1);
+    }
+}
+
+TEST_F(Instances, ChannelsAreAdaptedToTheBuses)
+{
+    const Bundle b = find("ZamEQ2");
+    _Vst3Instance* h = VLORVST3_CreateInstance(b.path.c_str(), b.uid.c_str());
+    ASSERT_NE(h, nullptr);
+    ASSERT_EQ(VLORVST3_SetAudioFormat(h, 44100, 3), 1);
+    ASSERT_EQ(VLORVST3_StartEngine(h), 1);
+    const std::vector<float> in = tone(3, 4096);
+    std::vector<float> out(in.size());
+    ASSERT_EQ(VLORVST3_ProcessAudio(h, in.data(), out.data(), 3, 4096), 1);
+    // Three caller channels out of a smaller bus: the last bus channel repeats.
+    for (int f = 0; f < 4096; ++f)
+        ASSERT_EQ(out[size_t(f) * 3 + 2], out[size_t(f) * 3 + 1]) << f;
+    // In place works too, and nothing is done for no frames.
+    std::vector<float> same = in;
+    ASSERT_EQ(VLORVST3_ProcessAudio(h, same.data(), same.data(), 3, 4096), 1);
+    EXPECT_EQ(VLORVST3_ProcessAudio(h, in.data(), out.data(), 3, 0), 1);
+    VLORVST3_DestroyInstance(h);
+}
+
+TEST_F(Instances, ParametersReadWriteAndDisplay)
+{
+    const Bundle b = find("ZamComp");
+    _Vst3Instance* h = VLORVST3_CreateInstance(b.path.c_str(), b.uid.c_str());
+    ASSERT_NE(h, nullptr);
+    const int n = VLORVST3_GetNumParams(h);
+    ASSERT_GT(n, 0);
+    Vst3ParamInfo info;
+    ASSERT_EQ(VLORVST3_GetParamInfo(h, 0, &info), 1);
+    EXPECT_GT(std::strlen(info.title), 0u);
+    EXPECT_EQ(VLORVST3_GetParamInfo(h, n, &info), 0);
+    EXPECT_EQ(VLORVST3_GetParamInfo(h, -1, &info), 0);
+    EXPECT_EQ(VLORVST3_GetParamInfo(h, 0, nullptr), 0);
+    VLORVST3_GetParamInfo(h, 0, &info);
+    ASSERT_EQ(VLORVST3_SetParamNormalized(h, info.id, 0.25), 1);
+    EXPECT_NEAR(VLORVST3_GetParamNormalized(h, info.id), 0.25, 1e-6);
+    char text[64];
+    ASSERT_EQ(VLORVST3_GetParamDisplay(h, info.id, 0.25, text, sizeof(text)), 1);
+    EXPECT_GT(std::strlen(text), 0u);
+    char one[1] = {'x'};
+    ASSERT_EQ(VLORVST3_GetParamDisplay(h, info.id, 0.25, one, 1), 1);
+    EXPECT_EQ(one[0], '\0');
+    // Changes queued while stopped reach the processor with the first block.
+    ASSERT_EQ(VLORVST3_StartEngine(h), 1);
+    const std::vector<float> in = tone(2, 512);
+    std::vector<float> out(in.size());
+    EXPECT_EQ(VLORVST3_ProcessAudio(h, in.data(), out.data(), 2, 512), 1);
+    VLORVST3_DestroyInstance(h);
+}
+
+TEST(InstanceArguments, BadPathsIdsAndNullHandles)
+{
+    VLORVST3_Initialize();
+    const std::string bundle = VLOR_FIXTURE_VST3_DIR "/vlor-vst3-classes.vst3";
+    EXPECT_EQ(VLORVST3_CreateInstance(nullptr, "0A010203000000000000000000000001"), nullptr);
+    EXPECT_EQ(VLORVST3_CreateInstance(bundle.c_str(), nullptr), nullptr);
+    EXPECT_EQ(VLORVST3_CreateInstance(bundle.c_str(), "0A01020300000000000000000000001"), nullptr);   // 31
+    EXPECT_EQ(VLORVST3_CreateInstance(bundle.c_str(), "0A0102030000000000000000000000011"), nullptr); // 33
+    EXPECT_EQ(VLORVST3_CreateInstance(bundle.c_str(), "ZZ010203000000000000000000000001"), nullptr);  // no class
+    EXPECT_EQ(VLORVST3_CreateInstance("/tmp", "0A010203000000000000000000000001"), nullptr);
+    EXPECT_EQ(VLORVST3_DestroyInstance(nullptr), 0);
+    EXPECT_EQ(VLORVST3_StartEngine(nullptr), 0);
+    EXPECT_EQ(VLORVST3_ProcessAudio(nullptr, nullptr, nullptr, 2, 1), 0);
+    EXPECT_EQ(VLORVST3_GetLatency(nullptr), 0.0);
+    EXPECT_EQ(VLORVST3_SetAudioFormat(nullptr, 44100, 2), 0);
+    EXPECT_EQ(VLORVST3_GetNumParams(nullptr), 0);
+    EXPECT_EQ(VLORVST3_SetBypass(nullptr, 1), 0);
+}
