@@ -1,6 +1,7 @@
 #include "blstring.h"
 
 #include <cctype>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -278,4 +279,76 @@ extern "C" int BLSTRING_FloatVectorToString(const float* values, int count, char
         return -1;
     std::memcpy(out, s.c_str(), s.size() + 1);
     return int(s.size());
+}
+
+namespace {
+const char kB64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+int b64Value(unsigned char c)
+{
+    if (c >= 'A' && c <= 'Z')
+        return c - 'A';
+    if (c >= 'a' && c <= 'z')
+        return c - 'a' + 26;
+    if (c >= '0' && c <= '9')
+        return c - '0' + 52;
+    return c == '+' ? 62 : c == '/' ? 63 : -1;
+}
+} // namespace
+
+extern "C" char* BLSTRING_ToBase64(const void* data, int length)
+{
+    if ((!data && length > 0) || length < 0)
+        return nullptr;
+    const unsigned char* p = static_cast<const unsigned char*>(data);
+    const size_t outLen = (size_t(length) + 2) / 3 * 4;
+    char* out = static_cast<char*>(std::malloc(outLen + 1));
+    if (!out)
+        return nullptr;
+    size_t o = 0;
+    for (int i = 0; i < length; i += 3) {
+        const uint32_t b = uint32_t(p[i]) << 16 | (i + 1 < length ? uint32_t(p[i + 1]) << 8 : 0) |
+                           (i + 2 < length ? uint32_t(p[i + 2]) : 0);
+        out[o++] = kB64[(b >> 18) & 63];
+        out[o++] = kB64[(b >> 12) & 63];
+        out[o++] = i + 1 < length ? kB64[(b >> 6) & 63] : '=';
+        out[o++] = i + 2 < length ? kB64[b & 63] : '=';
+    }
+    out[o] = '\0';
+    return out;
+}
+
+extern "C" void* BLSTRING_FromBase64(const char* text, int* outputLength)
+{
+    if (!text)
+        return nullptr;
+    std::vector<unsigned char> out;
+    uint32_t acc = 0;
+    int bits = 0;
+    bool ended = false;
+    for (const char* p = text; *p; ++p) {
+        const unsigned char c = static_cast<unsigned char>(*p);
+        if (std::isspace(c))
+            continue;
+        if (c == '=') {
+            ended = true;
+            continue;
+        }
+        const int v = b64Value(c);
+        if (v < 0 || ended)
+            return nullptr;
+        acc = (acc << 6) | uint32_t(v);
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            out.push_back(static_cast<unsigned char>((acc >> bits) & 0xff));
+        }
+    }
+    void* buffer = std::malloc(out.size() ? out.size() : 1);
+    if (!buffer)
+        return nullptr;
+    if (!out.empty())
+        std::memcpy(buffer, out.data(), out.size());
+    if (outputLength)
+        *outputLength = int(out.size());
+    return buffer;
 }

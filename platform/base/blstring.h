@@ -45,6 +45,12 @@ int BLSTRING_GetVectorSizeFromString(const char* text);
  * written (without terminator), or -1 when it does not fit. */
 int BLSTRING_FloatVectorToString(const float* values, int count, char* out, int size);
 
+/* Standard Base64, no line breaks: a malloc'd text, or null. */
+char* BLSTRING_ToBase64(const void* data, int length);
+/* The bytes of a Base64 text (blanks ignored) in a malloc'd buffer and their
+ * number in outputLength; null for text that is not Base64. */
+void* BLSTRING_FromBase64(const char* text, int* outputLength);
+
 /* Reads up to max floats from a text such as "[0.5, 1]" or "0.5 1" (brackets,
  * commas and blanks separate); returns how many were read. */
 int BLSTRING_GetFloatVectorValuesFromString(const char* text, float* values, int max);

@@ -163,3 +163,64 @@ TEST(InstanceArguments, BadPathsIdsAndNullHandles)
     EXPECT_EQ(VLORVST3_GetNumParams(nullptr), 0);
     EXPECT_EQ(VLORVST3_SetBypass(nullptr, 1), 0);
 }
+
+TEST_F(Instances, StateRoundTripsThroughTheConfigurationString)
+{
+    for (const Bundle& b : bundles) {
+        _Vst3Instance* a = VLORVST3_CreateInstance(b.path.c_str(), b.uid.c_str());
+        ASSERT_NE(a, nullptr);
+        ASSERT_EQ(VLORVST3_StartEngine(a), 1);
+        // The first writable parameter gets a value of its own.
+        Vst3ParamInfo info{};
+        for (int i = 0; i < VLORVST3_GetNumParams(a); ++i)
+            if (VLORVST3_GetParamInfo(a, i, &info) && !info.isReadOnly && !info.isHidden && !info.isBypass)
+                break;
+        VLORVST3_SetParamNormalized(a, info.id, 0.3);
+        // The processor hears of it with the next block (these plugins pass
+        // over changes in a block of no samples).
+        std::vector<float> block(2 * 256, 0.0f);
+        VLORVST3_ProcessAudio(a, block.data(), block.data(), 2, 256);
+        char* config = VLORVST3_GetConfig(a);
+        ASSERT_NE(config, nullptr) << b.path;
+        EXPECT_EQ(std::strncmp(config, "presetsize=", 11), 0) << config;
+
+        _Vst3Instance* c = VLORVST3_CreateInstance(b.path.c_str(), b.uid.c_str());
+        int events = 0;
+        VLORVST3_SetEventCallback(
+            c, [](void* user, Vst3HostEvent e, int32_t p, int32_t) {
+                if (e == kVst3EventParamChanged && p == -1)
+                    ++*static_cast<int*>(user);
+            },
+            &events);
+        const int applied = VLORVST3_SetConfigEx(c, config, true);
+        if (std::string(config) == "presetsize=4,presetdata=\"AA==\"") {
+            // A plugin with nothing to keep writes one zero byte and then
+            // refuses it as state: the refusal comes back as 0, with no event.
+            EXPECT_EQ(applied, 0) << b.path;
+            EXPECT_EQ(events, 0);
+            VLORVST3_FreeString(config);
+            VLORVST3_DestroyInstance(c);
+            VLORVST3_DestroyInstance(a);
+            continue;
+        }
+        ASSERT_EQ(applied, 1) << b.path << " " << config;
+        EXPECT_EQ(events, 1);
+        EXPECT_NEAR(VLORVST3_GetParamNormalized(c, info.id), VLORVST3_GetParamNormalized(a, info.id), 1e-4) << b.path;
+        // Inside a larger configuration, and with no state at all.
+        const std::string wrapped = std::string("vst3effect_uid=\"") + b.uid + "\"," + config;
+        EXPECT_EQ(VLORVST3_SetConfigEx(c, wrapped.c_str(), false), 1);
+        EXPECT_EQ(VLORVST3_SetConfigEx(c, "nothing=1", false), 1);
+        // Malformed or truncated state is an absent pair, not a crash.
+        std::string truncated(config);
+        truncated.resize(truncated.size() / 2);
+        EXPECT_EQ(VLORVST3_SetConfigEx(c, truncated.c_str(), false), 1);
+        EXPECT_EQ(VLORVST3_SetConfigEx(c, "presetsize=8,presetdata=\"!!!!!!!!\"", false), 1);
+        EXPECT_EQ(VLORVST3_SetConfigEx(c, "presetsize=0,presetdata=\"AAAA\"", false), 1);
+        VLORVST3_FreeString(config);
+        VLORVST3_DestroyInstance(c);
+        VLORVST3_DestroyInstance(a);
+    }
+    EXPECT_EQ(VLORVST3_GetConfig(nullptr), nullptr);
+    EXPECT_EQ(VLORVST3_SetConfigEx(nullptr, "x", false), 0);
+    VLORVST3_FreeString(nullptr);
+}

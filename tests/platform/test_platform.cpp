@@ -444,3 +444,30 @@ TEST(Paths, ComparePathIgnoresDotsAndRepeatedSlashes)
     EXPECT_EQ(BLENV_GetEnvValue("VLOR_TEST_ENV_UNSET", value, sizeof(value)), 0);
     EXPECT_STREQ(value, "");
 }
+
+TEST(StringHelpers, Base64RoundTripsAndRefusesGarbage)
+{
+    const unsigned char three[] = {0x01, 0xff, 0x80};
+    char* b64 = BLSTRING_ToBase64(three, 3);
+    ASSERT_NE(b64, nullptr);
+    EXPECT_STREQ(b64, "Af+A");
+    int n = 0;
+    void* back = BLSTRING_FromBase64(b64, &n);
+    ASSERT_NE(back, nullptr);
+    EXPECT_EQ(n, 3);
+    EXPECT_EQ(std::memcmp(back, three, 3), 0);
+    std::free(back);
+    std::free(b64);
+    for (int len = 0; len < 7; ++len) {
+        const char* text = "abcdefg";
+        char* enc = BLSTRING_ToBase64(text, len);
+        void* dec = BLSTRING_FromBase64(enc, &n);
+        EXPECT_EQ(n, len);
+        EXPECT_EQ(std::memcmp(dec, text, size_t(len)), 0);
+        std::free(enc);
+        std::free(dec);
+    }
+    EXPECT_EQ(BLSTRING_FromBase64("!!!!", &n), nullptr);
+    EXPECT_EQ(BLSTRING_FromBase64("AA=A", &n), nullptr);
+    EXPECT_EQ(BLSTRING_FromBase64(nullptr, &n), nullptr);
+}

@@ -4,6 +4,7 @@
  * argument answers 0, -1 or nothing as each function says; nothing here
  * throws. SDK types stay behind these names. */
 
+#include <stdbool.h>
 #include <stdint.h>
 
 #ifdef __cplusplus
@@ -83,6 +84,17 @@ VLORVST3_EXPORT int VLORVST3_SetParamNormalized(_Vst3Instance* instance, uint32_
 VLORVST3_EXPORT int VLORVST3_GetParamDisplay(_Vst3Instance* instance, uint32_t id, double value, char* buffer,
                                              int bufferSize);
 VLORVST3_EXPORT int VLORVST3_SetBypass(_Vst3Instance* instance, int on);
+
+/* ---- state ---- */
+
+/* The plugin's state as "presetsize=N,presetdata=\"...\",ctrlsize=N,ctrldata=\"...\"",
+ * with its bypass lifted while it is read; null when there is nothing to save.
+ * Free with VLORVST3_FreeString. */
+VLORVST3_EXPORT char* VLORVST3_GetConfig(_Vst3Instance* instance);
+VLORVST3_EXPORT void VLORVST3_FreeString(char* text);
+/* Applies the state keys found in config (others are ignored); 0 only when the
+ * component refuses its state. notify raises a "all parameters changed" event. */
+VLORVST3_EXPORT int VLORVST3_SetConfigEx(_Vst3Instance* instance, const char* config, bool notify);
 
 #ifdef __cplusplus
 }
