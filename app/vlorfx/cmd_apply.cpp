@@ -4,11 +4,13 @@
 
 #include "audiofx.h"
 #include "audiovst.h"
+#include "vst3engine.h"
 
 #include "bldebug.h"
 #include "blnotify.h"
 #include "blstring.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +23,7 @@ namespace {
 
 const char* const kHelp =
     "usage: vlorfx apply --vst2 FILE [--id N] [--param INDEX=VALUE]... [--in-process] IN OUT\n"
+    "       vlorfx apply --vst3 BUNDLE [--cid CID] [--param ID=VALUE]... [--state STRING] IN OUT\n"
     "\n"
     "Runs the VST2 effect in FILE over the audio file IN and writes OUT in the\n"
     "same format. The plugin is checked in the host program first, and runs\n"
@@ -32,6 +35,10 @@ const char* const kHelp =
     "  --param INDEX=VALUE  a normalised value from 0 to 1 for parameter INDEX (from 0);\n"
     "                       the others keep the plugin's defaults\n"
     "  --in-process         run the plugin in this process instead of the host program\n"
+    "  --vst3 BUNDLE        a VST3 bundle (runs in this process)\n"
+    "  --cid CID            its effect class, 32 hexadecimal digits; needed when it has several\n"
+    "  --param ID=VALUE     for VST3, a normalised value for the parameter with that ID\n"
+    "  --state STRING       for VST3, a saved state (presetsize=...,presetdata=\"...\",...)\n"
     "\n"
     "Exit status 0 on success, 1 when the effect cannot be applied, 2 for bad arguments.\n";
 
@@ -102,11 +109,85 @@ std::string whyNot(const std::string& file, int id)
     return file + " cannot be applied: it is no VST2 effect (an instrument, or not a plugin)";
 }
 
+int render(const char* filter, const std::string& config, const std::string& in, const std::string& out)
+{
+    const bool bar = isatty(STDERR_FILENO);
+    char error[1024] = "";
+    const int ok = AUDIO_RenderFile(filter, config.c_str(), in.c_str(), out.c_str(), bar ? progressBar : nullptr,
+                                    nullptr, error, sizeof(error));
+    if (bar)
+        std::fprintf(stderr, "\n");
+    return ok ? 0 : fail(error);
+}
+
+// Parameters become state, as the editor's effect dialog would save it: set
+// on an instance of our own, heard by its processor, then read back.
+int applyVst3(const std::string& bundle, std::string cid, const std::vector<std::pair<int, float>>& params,
+              const std::string& state, const std::string& in, const std::string& out)
+{
+    std::vector<Vst3ClassRecord> classes(64);
+    const int n = VLORVST3_ListClasses(bundle.c_str(), classes.data(), int(classes.size()));
+    if (n < 0)
+        return fail(bundle + " is not a VST3 bundle that loads here");
+    if (cid.empty()) {
+        if (n != 1) {
+            std::string list;
+            for (int k = 0; k < n; ++k)
+                list += std::string("\n  --cid ") + classes[size_t(k)].uid + "  " + classes[size_t(k)].name;
+            return fail(bundle + (n ? " holds several effects; choose one:" + list : " holds no effect"));
+        }
+        cid = classes[0].uid;
+    }
+    for (char& c : cid)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    bool known = false;
+    for (int k = 0; k < n; ++k)
+        known = known || cid == classes[size_t(k)].uid;
+    if (!known)
+        return fail("no effect class " + cid + " in " + bundle);
+
+    std::string config = "vst3effect_uid=" + quoted(cid) + ",vst3effect_path=" + quoted(bundle);
+    if (params.empty()) {
+        if (!state.empty())
+            config += "," + state;
+        return render("VST3 host", config, in, out);
+    }
+    _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), cid.c_str());
+    if (!h || !VLORVST3_StartEngine(h)) {
+        VLORVST3_DestroyInstance(h);
+        return fail("the effect " + cid + " did not start");
+    }
+    if (!state.empty() && !VLORVST3_SetConfigEx(h, state.c_str(), false)) {
+        VLORVST3_DestroyInstance(h);
+        return fail("the plugin refused the state given");
+    }
+    for (const auto& p : params) {
+        bool exists = false;
+        Vst3ParamInfo info;
+        for (int k = 0; k < VLORVST3_GetNumParams(h) && !exists; ++k)
+            exists = VLORVST3_GetParamInfo(h, k, &info) && info.id == uint32_t(p.first);
+        if (!exists) {
+            VLORVST3_DestroyInstance(h);
+            return fail("the effect has no parameter with ID " + std::to_string(p.first));
+        }
+        VLORVST3_SetParamNormalized(h, uint32_t(p.first), p.second);
+    }
+    std::vector<float> silence(2 * 64, 0.0f);
+    VLORVST3_SetAudioFormat(h, 44100, 2);
+    VLORVST3_ProcessAudio(h, silence.data(), silence.data(), 2, 64);
+    char* saved = VLORVST3_GetConfig(h);
+    if (saved)
+        config += std::string(",") + saved;
+    VLORVST3_FreeString(saved);
+    VLORVST3_DestroyInstance(h);
+    return render("VST3 host", config, in, out);
+}
+
 } // namespace
 
 int cmdApply(int argc, char** argv)
 {
-    std::string plugin, in, out;
+    std::string plugin, in, out, bundle, cid, state;
     int id = 0;
     bool inProcess = false;
     std::vector<std::pair<int, float>> params;
@@ -134,6 +215,12 @@ int cmdApply(int argc, char** argv)
             params.emplace_back(int(index), value);
         } else if (a == "--in-process") {
             inProcess = true;
+        } else if (a == "--vst3" && i + 1 < argc) {
+            bundle = argv[++i];
+        } else if (a == "--cid" && i + 1 < argc) {
+            cid = argv[++i];
+        } else if (a == "--state" && i + 1 < argc) {
+            state = argv[++i];
         } else if (!a.empty() && a[0] == '-' && a != "-") {
             return usageError("unknown option '" + a + "'");
         } else if (in.empty()) {
@@ -144,10 +231,12 @@ int cmdApply(int argc, char** argv)
             return usageError("too many files");
         }
     }
-    if (plugin.empty())
-        return usageError("--vst2 FILE is needed");
+    if (plugin.empty() == bundle.empty())
+        return usageError("one of --vst2 FILE and --vst3 BUNDLE is needed");
     if (in.empty() || out.empty())
         return usageError("an input and an output file are needed");
+    if (!bundle.empty())
+        return applyVst3(bundle, cid, params, state, in, out);
 
     BLNOTIFY_AddDefaultHandler(noHostHandler, nullptr);
     BLDEBUG_SetLogCallback(onLog, nullptr);
@@ -181,11 +270,5 @@ int cmdApply(int argc, char** argv)
     if (inProcess)
         AUDIOVST_ForgetVlorVstPath();
 
-    const bool bar = isatty(STDERR_FILENO);
-    char error[1024] = "";
-    const int ok = AUDIO_RenderFile("VST host", config.c_str(), in.c_str(), out.c_str(), bar ? progressBar : nullptr,
-                                    nullptr, error, sizeof(error));
-    if (bar)
-        std::fprintf(stderr, "\n");
-    return ok ? 0 : fail(error);
+    return render("VST host", config, in, out);
 }

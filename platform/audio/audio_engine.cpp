@@ -111,9 +111,16 @@ extern "C" int AUDIO_ConfigureEffect(AUDIO_Effect* e, const char* config)
     return e && e->filter->configure ? e->filter->configure(e->instance, config ? config : "") : 0;
 }
 
+extern "C" int AUDIO_ProcessEffectEx(AUDIO_Effect* e, const float* in, long* inFrames, float* out, long* outFrames,
+                                     int wholeBlocks)
+{
+    return e && inFrames && outFrames ? e->filter->processSamples(e->instance, in, inFrames, out, outFrames, wholeBlocks)
+                                      : 0;
+}
+
 extern "C" int AUDIO_ProcessEffect(AUDIO_Effect* e, const float* in, long* inFrames, float* out, long* outFrames)
 {
-    return e && inFrames && outFrames ? e->filter->processSamples(e->instance, in, inFrames, out, outFrames) : 0;
+    return AUDIO_ProcessEffectEx(e, in, inFrames, out, outFrames, 0);
 }
 
 extern "C" int AUDIO_ResetEffect(AUDIO_Effect* e) { return e && e->filter->reset ? e->filter->reset(e->instance) : 0; }

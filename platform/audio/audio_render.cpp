@@ -95,6 +95,8 @@ extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, cons
 
     const int ch = info.channels;
     const sf_count_t total = info.frames;
+    // A latency the filter reports is dropped here; one it swallows itself is not reported.
+    sf_count_t skip = sf_count_t(AUDIO_EffectLatency(f.effect) * info.samplerate + 0.5);
     const sf_count_t maxPad = sf_count_t(kMaxPadSeconds * info.samplerate);
     std::vector<float> in(size_t(kReadFrames) * size_t(ch));
     std::vector<float> out(size_t(kOutputRoom) * size_t(ch));
@@ -130,8 +132,13 @@ extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, cons
                 setError(error, errorSize, "the effect stopped taking audio");
                 return 0;
             }
-            const sf_count_t keep = std::min<sf_count_t>(outFrames, total - written);
-            if (keep > 0 && sf_writef_float(f.out, out.data(), keep) != keep) {
+            sf_count_t from = 0;
+            if (skip > 0) {
+                from = std::min<sf_count_t>(skip, outFrames);
+                skip -= from;
+            }
+            const sf_count_t keep = std::min<sf_count_t>(outFrames - from, total - written);
+            if (keep > 0 && sf_writef_float(f.out, out.data() + from * ch, keep) != keep) {
                 setError(error, errorSize, "cannot write %s: %s", output, sf_strerror(f.out));
                 return 0;
             }

@@ -26,8 +26,10 @@ typedef int (*AUDIO_fxFinalizeProc)(void);
 typedef void* (*AUDIO_fxCreateProc)(void* engine, const AUDIO_FORMAT* format, const char* config);
 typedef int (*AUDIO_fxConfigureProc)(void* instance, const char* config);
 /* Consumes up to *inFrames and delivers up to *outFrames interleaved frames;
- * both are set to what was done. 1 on success. */
-typedef int (*AUDIO_fxProcessProc)(void* instance, const float* in, long* inFrames, float* out, long* outFrames);
+ * both are set to what was done. wholeBlocks asks the filter to work in its
+ * own block size (see blockSize). 1 on success. */
+typedef int (*AUDIO_fxProcessProc)(void* instance, const float* in, long* inFrames, float* out, long* outFrames,
+                                   int wholeBlocks);
 typedef int (*AUDIO_fxDestroyProc)(void* instance);
 typedef int (*AUDIO_fxResetProc)(void* instance);
 typedef int (*AUDIO_fxBlockSizeProc)(void* instance);
@@ -83,6 +85,8 @@ AUDIO_Effect* AUDIO_CreateEffect(const char* filterName, const AUDIO_FORMAT* for
                                  int errorSize);
 int AUDIO_ConfigureEffect(AUDIO_Effect* effect, const char* config);
 int AUDIO_ProcessEffect(AUDIO_Effect* effect, const float* in, long* inFrames, float* out, long* outFrames);
+int AUDIO_ProcessEffectEx(AUDIO_Effect* effect, const float* in, long* inFrames, float* out, long* outFrames,
+                          int wholeBlocks);
 /* 0 (or 0.0) where the filter offers no such entry. */
 int AUDIO_ResetEffect(AUDIO_Effect* effect);
 int AUDIO_EffectBlockSize(AUDIO_Effect* effect);
@@ -98,10 +102,11 @@ typedef int (*AUDIO_ProgressProc)(void* user, double fraction);
 /* Reads input with libsndfile, runs it through a new effect of the filter in
  * blocks, and writes output in the input's format (float WAV when that format
  * cannot be written). The result is written beside output and moved over it
- * at the end, so a failure leaves nothing at output. After the input, silence
- * is fed for as long as the effect still owes frames (its latency, up to ten
- * seconds), so that the output is as long as the input. 1 on success; on
- * failure error holds a message for the user. */
+ * at the end, so a failure leaves nothing at output. A latency the filter
+ * reports is dropped from the start; after the input, silence is fed for as
+ * long as the effect still owes frames (up to ten seconds), so that the
+ * output lines up with the input and is as long. 1 on success; on failure
+ * error holds a message for the user. */
 int AUDIO_RenderFile(const char* filterName, const char* config, const char* input, const char* output,
                      AUDIO_ProgressProc progress, void* user, char* error, int errorSize);
 

@@ -2,6 +2,7 @@
 
 #include "audiofx.h"
 #include "audiovst.h"
+#include "vst3filter.h"
 #include "vstfilter.h"
 
 namespace QVlorAudioPlugins {
@@ -9,7 +10,8 @@ namespace QVlorAudioPlugins {
 int Initialize()
 {
     AUDIOVST_Initialize();
-    return AUDIO_AddEffectFilter(&VSTEffect);
+    AUDIO_AddEffectFilter(&VSTEffect);
+    return AUDIO_AddEffectFilter(&VST3Effect);
 }
 
 int Finalize() { return AUDIOVST_Finalize(); }

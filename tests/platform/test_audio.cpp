@@ -41,7 +41,7 @@ int gainConfigure(void* h, const char* config)
     static_cast<GainFx*>(h)->gain = BLSTRING_GetFloatValueFromString(config, "gain", 1.0f);
     return 1;
 }
-int gainProcess(void* h, const float* in, long* inFrames, float* out, long* outFrames)
+int gainProcess(void* h, const float* in, long* inFrames, float* out, long* outFrames, int)
 {
     auto* fx = static_cast<GainFx*>(h);
     long n = std::min(std::min(*inFrames, *outFrames), 1000L);

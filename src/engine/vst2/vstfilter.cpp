@@ -146,7 +146,7 @@ int AUDIO_fxConfigure(void* handle, const char* config)
     return 1;
 }
 
-int AUDIO_fxProcessSamples(void* handle, const float* in, long* inFrames, float* out, long* outFrames)
+int AUDIO_fxProcessSamples(void* handle, const float* in, long* inFrames, float* out, long* outFrames, int)
 {
     auto* fx = static_cast<VstFilterInstance*>(handle);
     if (!fx || !fx->instance || !inFrames || !outFrames)

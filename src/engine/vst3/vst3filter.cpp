@@ -1,0 +1,183 @@
+// The "VST3 host" filter: how the audio engine applies a VST3 effect. The
+// plugin's latency is reported, not compensated here.
+#include "vst3filter.h"
+
+#include "vst3engine.h"
+#include "remote_p.h"
+
+#include "blmem.h"
+#include "blstring.h"
+
+#include <cstddef>
+
+namespace {
+
+struct Vst3FilterInstance {
+    BLMemDescr memDescr;
+    AUDIO_FORMAT format;
+    _Vst3Instance* handle;
+    int32_t blockSize;
+};
+
+pthread_mutex_t* _FxLock = nullptr;
+
+class FxLocked {
+public:
+    FxLocked() { VLORVST_MutexLock(_FxLock); }
+    ~FxLocked() { VLORVST_MutexUnlock(_FxLock); }
+};
+
+int AUDIO_fxInitialize()
+{
+    if (!_FxLock)
+        _FxLock = VLORVST_MutexInit();
+    return VLORVST3_Initialize();
+}
+
+int AUDIO_fxFinalize()
+{
+    // The modules stay loaded until the process ends.
+    VLORVST_MutexDestroy(_FxLock);
+    _FxLock = nullptr;
+    return 1;
+}
+
+void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config)
+{
+    FxLocked l;
+    if (!format || !config)
+        return nullptr;
+    char uid[64], path[1024];
+    if (!BLSTRING_GetStringValueFromString(config, "vst3effect_uid", "", uid, sizeof(uid)) ||
+        !BLSTRING_GetStringValueFromString(config, "vst3effect_path", "", path, sizeof(path)))
+        return nullptr;
+    BLMemDescr mem = BLMEM_CreateMemDescrEx("VST3 Effect memory", 0, 8);
+    if (!mem)
+        return nullptr;
+    auto* fx = static_cast<Vst3FilterInstance*>(BLMEM_NewEx(mem, sizeof(Vst3FilterInstance), 0));
+    fx->memDescr = mem;
+    fx->format = *format;
+    fx->handle = VLORVST3_CreateInstance(path, uid);
+    if (!fx->handle) {
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
+    VLORVST3_SetAudioFormat(fx->handle, format->sampleRate, format->numChannels);
+    // A filter that may be reconfigured runs in real time; one that may not, offline.
+    VLORVST3_SetOffline(fx->handle, !BLSTRING_GetBooleanValueFromString(config, AUDIOFXPARAM_AllowReconfigure, 0));
+    if (VLORVST3_StartEngine(fx->handle) != 1) {
+        VLORVST3_DestroyInstance(fx->handle);
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
+    fx->blockSize = VLORVST3_GetBlockSize(fx->handle);
+    // A state the plugin refuses leaves it at its defaults: the filter still runs.
+    VLORVST3_SetConfigEx(fx->handle, config, false);
+    return fx;
+}
+
+int AUDIO_fxDestroySecure(void* instance)
+{
+    FxLocked l;
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    if (!fx)
+        return 0;
+    if (fx->handle) {
+        VLORVST3_StopEngine(fx->handle);
+        VLORVST3_DestroyInstance(fx->handle);
+    }
+    BLMEM_DisposeMemDescr(fx->memDescr);
+    return 1;
+}
+
+int AUDIO_fxConfigure(void* instance, const char* config)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    return fx && fx->handle ? VLORVST3_SetConfigEx(fx->handle, config, false) : 0;
+}
+
+int AUDIO_fxReset(void* instance)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    return fx && fx->handle ? VLORVST3_Reset(fx->handle) : 0;
+}
+
+int AUDIO_fxBlockSize(void* instance)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    return fx ? fx->blockSize : 0;
+}
+
+double AUDIO_fxLatency(void* instance)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    return fx && fx->handle ? VLORVST3_GetLatency(fx->handle) : 0.0;
+}
+
+double AUDIO_fxTailTime(void* instance)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    return fx && fx->handle ? VLORVST3_GetTailTime(fx->handle) : 0.0;
+}
+
+int AUDIO_fxProcessSamples(void* instance, const float* in, long* inFrames, float* out, long* outFrames,
+                           int wholeBlocks)
+{
+    auto* fx = static_cast<Vst3FilterInstance*>(instance);
+    if (!fx || !fx->handle || !inFrames || !outFrames)
+        return 0;
+    const long n = *inFrames < *outFrames ? *inFrames : *outFrames;
+    *inFrames = n;
+    const int channels = fx->format.numChannels;
+    if (!wholeBlocks) {
+        if (n <= 0) {
+            *outFrames = 0;
+            return 1;
+        }
+        *outFrames = n;
+        if (VLORVST3_ProcessAudio(fx->handle, in, out, channels, int(n)) != 1) {
+            *outFrames = 0;
+            return 0;
+        }
+        return 1;
+    }
+    if (n <= 0) {
+        *outFrames = 0;
+        return 1;
+    }
+    const long blocks = fx->blockSize > 0 ? *outFrames / fx->blockSize : 0;
+    if (blocks == 0) {
+        // Less room than one block is a failure in this mode.
+        *outFrames = 0;
+        return 0;
+    }
+    *inFrames = n < blocks * fx->blockSize ? n : blocks * fx->blockSize;
+    *outFrames = 0;
+    long left = *inFrames;
+    for (long b = 0; b < blocks; ++b) {
+        const long m = left < fx->blockSize ? left : fx->blockSize;
+        const size_t offset = size_t(b) * size_t(fx->blockSize) * size_t(channels);
+        if (m > 0 && VLORVST3_ProcessAudio(fx->handle, in + offset, out + offset, channels, int(m)) != 1)
+            return 0;
+        *outFrames += m;
+        left -= m;
+    }
+    return 1;
+}
+
+} // namespace
+
+extern "C" {
+__attribute__((visibility("default"))) AUDIO_EffectFilter VST3Effect = {
+    "VST3 host", "VST3", "VST3 host", nullptr,
+    0x00010000u, 0x00002000u, 1u, 1u, 0x3BFFFF80u, 0x00009004u,
+    AUDIO_fxInitialize, AUDIO_fxFinalize, nullptr,
+    AUDIO_fxCreateSecure, AUDIO_fxConfigure, AUDIO_fxProcessSamples,
+    {nullptr, nullptr, nullptr},
+    AUDIO_fxDestroySecure, nullptr,
+    AUDIO_fxReset,
+    {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+    AUDIO_fxBlockSize, AUDIO_fxLatency, AUDIO_fxTailTime,
+    {nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr},
+};
+}
