@@ -9,6 +9,7 @@ endif()
 add_library(vst3sdk STATIC
   ${VST3_SDK_ROOT}/pluginterfaces/base/funknown.cpp
   ${VST3_SDK_ROOT}/pluginterfaces/base/coreiids.cpp
+  ${VST3_SDK_ROOT}/pluginterfaces/base/ustring.cpp
   ${VST3_SDK_ROOT}/public.sdk/source/vst/vstinitiids.cpp
   ${VST3_SDK_ROOT}/public.sdk/source/vst/hosting/hostclasses.cpp
   ${VST3_SDK_ROOT}/public.sdk/source/vst/hosting/pluginterfacesupport.cpp

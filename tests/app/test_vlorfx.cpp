@@ -99,7 +99,7 @@ TEST_F(Apply, BadRequestsFailClearlyAndWriteNothing)
         std::string message;
     };
     const std::vector<Case> cases = {
-        {"apply " + in + " " + out, 2, "--vst2 FILE is needed"},
+        {"apply " + in + " " + out, 2, "one of --vst2 FILE and --vst3 BUNDLE is needed"},
         {"apply --vst2 '" + kStereo + "' " + in, 2, "an input and an output file are needed"},
         {"apply --vst2 '" + kStereo + "' --param 0 " + in + " " + out, 2, "bad --param"},
         {"apply --vst2 '" + kStereo + "' --param 0=1.5 " + in + " " + out, 2, "bad --param"},
