@@ -85,6 +85,20 @@ VLORVST3_EXPORT int VLORVST3_GetParamDisplay(_Vst3Instance* instance, uint32_t i
                                              int bufferSize);
 VLORVST3_EXPORT int VLORVST3_SetBypass(_Vst3Instance* instance, int on);
 
+/* ---- the plugin's own editor, in an X11 window of the caller ---- */
+
+VLORVST3_EXPORT int VLORVST3_HasEditor(_Vst3Instance* instance);
+VLORVST3_EXPORT int VLORVST3_EditorGetSize(_Vst3Instance* instance, int32_t* width, int32_t* height);
+/* window: an X11 window ID. Opening twice without a close is refused. */
+VLORVST3_EXPORT int VLORVST3_EditorOpen(_Vst3Instance* instance, uint64_t window);
+VLORVST3_EXPORT int VLORVST3_EditorClose(_Vst3Instance* instance);
+/* The host's window changed size; 1 if the plugin took it. */
+VLORVST3_EXPORT int VLORVST3_EditorOnSize(_Vst3Instance* instance, int32_t width, int32_t height);
+VLORVST3_EXPORT int VLORVST3_EditorCanResize(_Vst3Instance* instance);
+/* Runs the editor's due timers and ready file handlers; call it often from the
+ * window's thread while the editor is open. How many ran. */
+VLORVST3_EXPORT int VLORVST3_EditorIdle(_Vst3Instance* instance);
+
 /* ---- state ---- */
 
 /* The plugin's state as "presetsize=N,presetdata=\"...\",ctrlsize=N,ctrldata=\"...\"",

@@ -159,6 +159,7 @@ extern "C" int VLORVST3_DestroyInstance(_Vst3Instance* h)
     VLORVST3_StopEngine(h);
     if (h->prepared)
         h->processData.unprepare();
+    vlorvst3EditorDestroy(h);
     if (h->controller)
         h->controller->setComponentHandler(nullptr);
     if (h->handler)

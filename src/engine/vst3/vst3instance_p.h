@@ -8,6 +8,10 @@
 #include <mutex>
 
 class __ComponentHandler;
+class __PlugFrame;
+namespace Steinberg {
+class IPlugView;
+}
 
 struct _Vst3Instance {
     VST3::Hosting::Module::Ptr module;
@@ -36,6 +40,11 @@ struct _Vst3Instance {
     __ComponentHandler* handler = nullptr;
     Steinberg::Vst::ParamID bypassParamId = 0;
     uint8_t hasBypass = 0;
+    Steinberg::IPlugView* view = nullptr;
+    __PlugFrame* frame = nullptr;
+    uint8_t viewProbed = 0;
+    uint8_t viewAvailable = 0;
+    uint8_t editorAttached = 0;
 
     void raise(Vst3HostEvent event, int32_t a, int32_t b) const
     {
@@ -46,5 +55,7 @@ struct _Vst3Instance {
 
 // Hands queued parameter changes to the plugin outside of audio.
 void __FlushPendingParameters(_Vst3Instance* instance);
+// Closes and releases the editor's view and frame; part of the instance's end.
+void vlorvst3EditorDestroy(_Vst3Instance* instance);
 
 #endif
