@@ -204,3 +204,38 @@ TEST_F(Behaviour, LatencyTailAndTheVariantClasses)
     EXPECT_EQ(out[0], 7.0f); // what failed was not written
     VLORVST3_DestroyInstance(fails);
 }
+
+TEST_F(Behaviour, AMonoSourceFeedsBothChannelsOfAStereoBus)
+{
+    ASSERT_EQ(VLORVST3_SetAudioFormat(h, 44100, 1), 1);
+    ASSERT_EQ(VLORVST3_StartEngine(h), 1); // the plugin insists on stereo
+    std::vector<float> mono(64, 0.3f), out(64);
+    ASSERT_EQ(VLORVST3_ProcessAudio(h, mono.data(), out.data(), 1, 64), 1);
+    EXPECT_FLOAT_EQ(fixture<float (*)(int)>("vlorfx3_last_input")(0), 0.3f);
+    EXPECT_FLOAT_EQ(fixture<float (*)(int)>("vlorfx3_last_input")(1), 0.3f);
+}
+
+TEST(BehaviourLifecycle, StartStopAndTheOrderOfTheEnd)
+{
+    VLORVST3_Initialize();
+    _Vst3Instance* h = VLORVST3_CreateInstance(kBundle.c_str(), kGain);
+    ASSERT_NE(h, nullptr);
+    fixture<void (*)()>("vlorfx3_reset")();
+    auto calls = [] {
+        char text[1024];
+        fixture<void (*)(char*, int)>("vlorfx3_calls")(text, sizeof(text));
+        fixture<void (*)()>("vlorfx3_reset")();
+        return std::string(text);
+    };
+    ASSERT_EQ(VLORVST3_StartEngine(h), 1); // real time unless told otherwise
+    EXPECT_EQ(calls(), "setupProcessing realtime\nsetActive 1\nsetProcessing 1\n");
+    EXPECT_EQ(VLORVST3_StopEngine(h), 1);
+    EXPECT_EQ(calls(), "setProcessing 0\nsetActive 0\n");
+    EXPECT_EQ(VLORVST3_StopEngine(h), 1);
+    EXPECT_EQ(calls(), "");
+    VLORVST3_SetOffline(h, 1);
+    EXPECT_EQ(VLORVST3_Reset(h), 1);
+    EXPECT_EQ(calls(), "setupProcessing offline\nsetActive 1\nsetProcessing 1\n");
+    EXPECT_EQ(VLORVST3_DestroyInstance(h), 1);
+    EXPECT_EQ(calls(), "setProcessing 0\nsetActive 0\ncontroller terminate\ncomponent terminate\n");
+}

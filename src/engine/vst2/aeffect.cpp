@@ -3,6 +3,7 @@
 // process down, which is why instances prefer the host program.
 #include "aeffect_p.h"
 #include "vsteffect_p.h"
+#include "../interleave_p.h"
 
 #include "bldebug.h"
 #include "blio.h"
@@ -227,24 +228,6 @@ void fillOps(_VstEffectInstance* ops)
     ops->DeactivateEngine = aeffectDeactivateEngine;
     ops->Destroy = aeffectDestroyEffect;
     ops->Terminate = aeffectDestroyEffect;
-}
-
-// Stereo is the common case: buffers that cannot alias let the compiler
-// vectorise these loops, which keeps the adapter's cost near a memcpy.
-void deinterleave2(const float* __restrict in, float* __restrict l, float* __restrict r, int frames)
-{
-    for (int f = 0; f < frames; ++f) {
-        l[f] = in[2 * f];
-        r[f] = in[2 * f + 1];
-    }
-}
-
-void interleave2(const float* __restrict l, const float* __restrict r, float* __restrict out, int frames)
-{
-    for (int f = 0; f < frames; ++f) {
-        out[2 * f] = l[f];
-        out[2 * f + 1] = r[f];
-    }
 }
 
 // One block of at most blockSize frames: de-interleave, process, interleave.

@@ -1,6 +1,7 @@
 // VST3 instances: creation, the engine's start and stop, audio through the
 // plugin's buses, and its parameters.
 #include "vst3instance_p.h"
+#include "../interleave_p.h"
 
 #include <cstdio>
 #include <cstring>
@@ -288,10 +289,14 @@ extern "C" int VLORVST3_ProcessAudio(_Vst3Instance* h, const float* input, float
         const int n = frames - done < h->blockSize ? frames - done : h->blockSize;
         const float* src = input + size_t(done) * size_t(channels);
         const int used = inCh < channels ? inCh : channels;
-        for (int c = 0; c < used; ++c) {
-            float* dst = inBus[c];
-            for (int f = 0; f < n; ++f)
-                dst[f] = src[size_t(f) * size_t(channels) + size_t(c)];
+        if (channels == 2 && used == 2) {
+            deinterleave2(src, inBus[0], inBus[1], n);
+        } else {
+            for (int c = 0; c < used; ++c) {
+                float* dst = inBus[c];
+                for (int f = 0; f < n; ++f)
+                    dst[f] = src[size_t(f) * size_t(channels) + size_t(c)];
+            }
         }
         // Only a mono source is spread; other missing channels are silence.
         for (int c = used; c < inCh; ++c) {
@@ -306,6 +311,11 @@ extern "C" int VLORVST3_ProcessAudio(_Vst3Instance* h, const float* input, float
         if (h->processor->process(pd) != kResultOk)
             return 0;
         float* dst = output + size_t(done) * size_t(channels);
+        if (channels == 2 && outCh >= 2) {
+            interleave2(outBus[0], outBus[1], dst, n);
+            done += n;
+            continue;
+        }
         for (int c = 0; c < channels; ++c) {
             // Channels beyond the plugin's repeat its last one.
             const float* from = outBus[c < outCh ? c : outCh - 1];
