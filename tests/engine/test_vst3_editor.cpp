@@ -7,6 +7,8 @@
 #include <X11/Xlib.h>
 
 #include <chrono>
+#include <dlfcn.h>
+#include <unistd.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -85,7 +87,7 @@ TEST(Editor, APluginWithoutViewIsAskedOnce)
 {
     VLORVST3_Initialize();
     const std::string bundle = VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3";
-    _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), "51000000000000000000000000000001");
+    _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), "51000000000000000000000000000004");
     ASSERT_NE(h, nullptr);
     EXPECT_EQ(VLORVST3_HasEditor(h), 0);
     EXPECT_EQ(VLORVST3_HasEditor(h), 0);
@@ -95,4 +97,78 @@ TEST(Editor, APluginWithoutViewIsAskedOnce)
     EXPECT_EQ(VLORVST3_EditorClose(h), 0);
     EXPECT_EQ(VLORVST3_EditorIdle(h), 0);
     VLORVST3_DestroyInstance(h);
+}
+
+namespace {
+
+template <typename T> T effectsFixture(const char* name)
+{
+    void* lib = dlopen(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so",
+                       RTLD_NOW | RTLD_NOLOAD);
+    T f = lib ? reinterpret_cast<T>(dlsym(lib, name)) : nullptr;
+    if (lib)
+        dlclose(lib);
+    return f;
+}
+
+std::string takeCalls()
+{
+    char text[2048];
+    effectsFixture<void (*)(char*, int)>("vlorfx3_calls")(text, sizeof(text));
+    effectsFixture<void (*)()>("vlorfx3_reset")();
+    return text;
+}
+
+} // namespace
+
+TEST(EditorRules, OpenCloseAndTheFrame)
+{
+    VLORVST3_Initialize();
+    const std::string bundle = VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3";
+    _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), "51000000000000000000000000000001");
+    ASSERT_NE(h, nullptr);
+    Resizes resizes;
+    VLORVST3_SetEventCallback(h, Resizes::callback, &resizes);
+    takeCalls();
+    EXPECT_EQ(VLORVST3_HasEditor(h), 1);
+    EXPECT_EQ(VLORVST3_HasEditor(h), 1);
+    EXPECT_EQ(takeCalls(), "createView\n"); // asked once
+    int32_t w = 0, hh = 0;
+    ASSERT_EQ(VLORVST3_EditorGetSize(h, &w, &hh), 1);
+    EXPECT_EQ(w, 300);
+    EXPECT_EQ(hh, 200);
+    // Closing what was never opened still takes the frame away.
+    EXPECT_EQ(VLORVST3_EditorClose(h), 1);
+    EXPECT_EQ(takeCalls(), "setFrame null\n");
+    ASSERT_EQ(VLORVST3_EditorOpen(h, 0x42), 1);
+    EXPECT_EQ(VLORVST3_EditorOpen(h, 0x42), 0);
+    EXPECT_EQ(takeCalls(), "setFrame frame\nview attached\n");
+    // The view asked for 640 x 480, and once with no rectangle, which raised nothing.
+    ASSERT_EQ(resizes.seen.size(), 1u);
+    EXPECT_EQ(resizes.seen[0], (std::pair<int, int>(640, 480)));
+    // Its timer runs through our run loop.
+    int ran = 0;
+    for (int i = 0; i < 5 && ran == 0; ++i) {
+        usleep(2000);
+        ran = VLORVST3_EditorIdle(h);
+    }
+    EXPECT_GE(ran, 1);
+    EXPECT_EQ(VLORVST3_EditorCanResize(h), 1);
+    ASSERT_EQ(VLORVST3_EditorOnSize(h, 100, 150), 1);
+    ASSERT_EQ(VLORVST3_EditorGetSize(h, &w, &hh), 1);
+    EXPECT_EQ(w, 200); // the view's own constraint
+    EXPECT_EQ(hh, 150);
+    takeCalls();
+    EXPECT_EQ(VLORVST3_EditorClose(h), 1);
+    EXPECT_EQ(takeCalls(), "view removed\nsetFrame null\n");
+    VLORVST3_DestroyInstance(h);
+
+    // A view for another platform gives 0 and no frame.
+    _Vst3Instance* other = VLORVST3_CreateInstance(bundle.c_str(), "51000000000000000000000000000002");
+    ASSERT_NE(other, nullptr);
+    takeCalls();
+    EXPECT_EQ(VLORVST3_HasEditor(other), 1);
+    EXPECT_EQ(VLORVST3_EditorOpen(other, 0x42), 0);
+    EXPECT_EQ(takeCalls(), "createView\n");
+    VLORVST3_DestroyInstance(other);
 }
