@@ -1,5 +1,6 @@
 // The engine's registry of effect filters and the effects made from them.
 #include "audiofx.h"
+#include "audio_p.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -15,20 +16,13 @@ struct AUDIO_Effect {
     void* instance;
 };
 
+using audio::setError;
+
 namespace {
 
 std::mutex g_lock;
 std::vector<const AUDIO_EffectFilter*> g_filters;
 
-void setError(char* error, int size, const char* format, ...)
-{
-    if (!error || size <= 0)
-        return;
-    va_list ap;
-    va_start(ap, format);
-    std::vsnprintf(error, size_t(size), format, ap);
-    va_end(ap);
-}
 
 } // namespace
 

@@ -1,6 +1,7 @@
 // Offline rendering: a file through an effect, in blocks, with nothing left
 // at the output path unless the whole render succeeded.
 #include "audiofx.h"
+#include "audio_p.h"
 
 #include <sndfile.h>
 
@@ -13,21 +14,14 @@
 #include <unistd.h>
 #include <vector>
 
+using audio::setError;
+
 namespace {
 
 constexpr sf_count_t kReadFrames = 4096;
 constexpr long kOutputRoom = 16384; // enough for any filter's whole block
 constexpr double kMaxPadSeconds = 10.0;
 
-void setError(char* error, int size, const char* format, ...)
-{
-    if (!error || size <= 0)
-        return;
-    va_list ap;
-    va_start(ap, format);
-    std::vsnprintf(error, size_t(size), format, ap);
-    va_end(ap);
-}
 
 struct Files {
     SNDFILE* in = nullptr;

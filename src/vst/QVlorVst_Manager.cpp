@@ -123,6 +123,17 @@ QString Manager::Data::catalogFile(const QString& filename, const char* defaultN
     return data.filePath(QLatin1String(K_VST_XML_FOLDER) + QLatin1Char('/') + QLatin1String(defaultName));
 }
 
+bool Manager::Data::replacePaths(const QJsonObject& root)
+{
+    const QJsonValue list = root.value(QLatin1String(K_VST_PATHS));
+    if (!list.isArray())
+        return false;
+    paths.clear();
+    for (const QJsonValue& v : list.toArray())
+        paths.append(ConvertJsonValueToPath(v));
+    return true;
+}
+
 bool Manager::Data::readJsonObject(const QString& filename, QJsonObject* object)
 {
     QFile file(filename);
@@ -301,27 +312,15 @@ void Manager::loadCatalog(const QString& filename)
         return;
     }
     QJsonObject root;
-    if (!Data::readJsonObject(name, &root))
-        return;
-    const QJsonValue paths = root.value(QLatin1String(K_VST_PATHS));
-    if (!paths.isArray())
-        return;
-    d->paths.clear();
-    for (const QJsonValue& v : paths.toArray())
-        d->paths.append(Data::ConvertJsonValueToPath(v));
+    if (Data::readJsonObject(name, &root))
+        d->replacePaths(root);
 }
 
 void Manager::loadCatalog_v1(const QString& filename)
 {
     QJsonObject root;
-    if (!Data::readJsonObject(filename, &root))
+    if (!Data::readJsonObject(filename, &root) || !d->replacePaths(root))
         return;
-    const QJsonValue paths = root.value(QLatin1String(K_VST_PATHS));
-    if (!paths.isArray())
-        return;
-    d->paths.clear();
-    for (const QJsonValue& v : paths.toArray())
-        d->paths.append(Data::ConvertJsonValueToPath(v));
     for (const QJsonValue& v : root.value(QLatin1String(K_VST_DESCRIPTORS)).toArray()) {
         const QJsonObject o = v.toObject();
         const QString owner = o.value(QLatin1String("path")).toString();

@@ -35,6 +35,9 @@ public:
     static QString catalogFile(const QString& filename, const char* defaultName);
     // Reads a catalog file as one JSON object, with the warnings of a bad one.
     static bool readJsonObject(const QString& filename, QJsonObject* object);
+    // The working list from the "paths" array of a catalog; false, and the
+    // list as it was, when there is none.
+    bool replacePaths(const QJsonObject& root);
 
     // True when the call must be posted to the manager's thread.
     bool mustHop() const;
