@@ -1,0 +1,26 @@
+#ifndef QVLORVST3_PROBE_P_H
+#define QVLORVST3_PROBE_P_H
+// Running the VST3 host program for one job and reading its one-line reply.
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+namespace QVlorVst3 {
+
+extern const char* const K_SETTING_PROBE_TIMEOUT_S; // seconds, default 30
+
+// The arguments behind the host's own for each job.
+QStringList ProbeArguments(const QString& bundle);
+QStringList VerifyArguments(const QString& bundle, const QString& cid);
+
+} // namespace QVlorVst3
+
+// True only for a clean run whose reply says "ok". output gets the reply
+// whenever it parsed, also on failure; errorText the failure's text.
+bool __RunHostProcess(const QString& program, const QStringList& arguments, int timeoutMs, QJsonObject* output,
+                      QString* errorText);
+// Whether path lies in one of the roots (both sides cleaned, compared with case).
+bool __IsUnderScannedRoot(const QString& path, const QStringList& roots);
+
+#endif
