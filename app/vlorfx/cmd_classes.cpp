@@ -2,6 +2,10 @@
 #include "commands.h"
 
 #include "vst3engine.h"
+#include "QVlorVst3_Probe_p.h"
+
+#include <QJsonArray>
+#include <QJsonObject>
 
 #include <cstdio>
 #include <cstring>
@@ -27,4 +31,57 @@ int cmdClasses(int argc, char** argv)
         std::printf("%s  %-28s %-20s %-28s %s\n", r.uid, r.name, r.vendor, r.subCategories, r.version);
     }
     return 0;
+}
+
+// vlorfx probe: the same listing as the library's scan gets it, from a child
+// host process, so that a bundle that crashes or hangs cannot take us along.
+int cmdProbe(int argc, char** argv)
+{
+    bool verify = false;
+    if (argc == 2 && !std::strcmp(argv[0], "--verify")) {
+        verify = true;
+        ++argv;
+        --argc;
+    }
+    if (argc != 1 || !std::strcmp(argv[0], "--help") || !std::strcmp(argv[0], "-h")) {
+        std::fprintf(argc == 1 ? stdout : stderr,
+                     "usage: vlorfx probe [--verify] BUNDLE\n\nLists the effect classes of a VST3 bundle, loaded in a "
+                     "host process of its own.\n  --verify  also open each class in full (set up, start, process, "
+                     "stop) and report the outcome\n");
+        return argc == 1 ? 0 : 2;
+    }
+    QString program;
+    QStringList hostArgs;
+    QVlorVst3::DefaultHostProgram(&program, &hostArgs);
+    const int timeoutMs = 30000;
+    const QString bundle = QString::fromLocal8Bit(argv[0]);
+    QJsonObject reply;
+    QString error;
+    if (!__RunHostProcess(program, hostArgs + QVlorVst3::ProbeArguments(bundle), timeoutMs, &reply, &error)) {
+        std::fprintf(stderr, "vlorfx probe: %s: %s\n", argv[0], qPrintable(error));
+        return 1;
+    }
+    int failures = 0;
+    for (const QJsonValue& v : reply.value(QStringLiteral("classes")).toArray()) {
+        const QJsonObject c = v.toObject();
+        const QString cid = c.value(QStringLiteral("cid")).toString();
+        std::printf("%s  %-28s %-20s %-28s %s", qPrintable(cid), qPrintable(c.value(QStringLiteral("name")).toString()),
+                    qPrintable(c.value(QStringLiteral("vendor")).toString()),
+                    qPrintable(c.value(QStringLiteral("subCategories")).toString()),
+                    qPrintable(c.value(QStringLiteral("version")).toString()));
+        if (verify) {
+            QJsonObject verdict;
+            if (__RunHostProcess(program, hostArgs + QVlorVst3::VerifyArguments(bundle, cid), timeoutMs, &verdict,
+                                 &error)) {
+                std::printf("  verified");
+            } else {
+                std::printf("  FAILED: %s", qPrintable(error));
+                ++failures;
+            }
+        }
+        std::printf("\n");
+    }
+    if (reply.value(QStringLiteral("truncated")).toBool())
+        std::printf("(more classes than the host lists)\n");
+    return failures ? 1 : 0;
 }

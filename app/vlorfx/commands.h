@@ -7,3 +7,4 @@ int cmdApply(int argc, char** argv);
 int cmdScan(int argc, char** argv);
 int cmdList(int argc, char** argv);
 int cmdClasses(int argc, char** argv);
+int cmdProbe(int argc, char** argv);

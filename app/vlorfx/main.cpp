@@ -25,7 +25,8 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 effect to an audio file (apply --help)"},
     {"scan", cmdScan, "find the plugins of the search folders and check the new ones (scan --help)"},
     {"list", cmdList, "print the plugin catalog (list --help)"},
-    {"classes", cmdClasses, "list the effect classes of a VST3 bundle"},
+    {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded here"},
+    {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process (probe --help)"},
 };
 
 void usage(FILE* out)
@@ -50,6 +51,8 @@ void messageHandler(QtMsgType type, const QMessageLogContext&, const QString& me
 
 } // namespace
 
+extern "C" int VLORVST3_HostMain(int argc, char** argv);
+
 int main(int argc, char** argv)
 {
     // The data folder is settled before the library reads anything from it.
@@ -58,6 +61,11 @@ int main(int argc, char** argv)
         argv[2] = argv[0];
         argv += 2;
         argc -= 2;
+    }
+    // Without a VST3 host program installed, the library starts us as one.
+    if (argc > 1 && !std::strcmp(argv[1], "--vst3")) {
+        argv[1] = argv[0];
+        return VLORVST3_HostMain(argc - 1, argv + 1);
     }
     if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
         usage(argc < 2 ? stderr : stdout);

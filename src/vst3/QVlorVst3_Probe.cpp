@@ -1,6 +1,8 @@
 #include "QVlorVst3_Probe_p.h"
 
+#include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QProcess>
 
@@ -13,6 +15,37 @@ QStringList ProbeArguments(const QString& bundle) { return {QStringLiteral("--pr
 QStringList VerifyArguments(const QString& bundle, const QString& cid)
 {
     return {QStringLiteral("--verify"), bundle, QStringLiteral("--cid"), cid};
+}
+
+void DefaultHostProgram(QString* program, QStringList* arguments)
+{
+    const QString beside = QCoreApplication::applicationDirPath() + QStringLiteral("/vlorvst3");
+    if (QFileInfo(beside).isExecutable()) {
+        *program = beside;
+        arguments->clear();
+    } else {
+        *program = QCoreApplication::applicationFilePath();
+        *arguments = {QStringLiteral("--vst3")};
+    }
+}
+
+bool ParseHostReply(const QByteArray& output, QJsonObject* reply)
+{
+    // The reply is the last line that is not blank; the plugin may have talked before it.
+    int end = output.size();
+    while (end > 0) {
+        const int start = output.lastIndexOf('\n', end - 1) + 1;
+        const QByteArray line = output.mid(start, end - start).trimmed();
+        if (!line.isEmpty()) {
+            const QJsonDocument doc = QJsonDocument::fromJson(line);
+            if (!doc.isObject())
+                return false;
+            *reply = doc.object();
+            return true;
+        }
+        end = start - 1;
+    }
+    return false;
 }
 
 } // namespace QVlorVst3
@@ -36,27 +69,16 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
         process.waitForFinished(2000);
         return fail(QStringLiteral("probe timeout"));
     }
-    // The reply is the last line that is not blank; the plugin may have talked before it.
-    const QList<QByteArray> lines = process.readAllStandardOutput().split('\n');
-    QByteArray reply;
-    for (auto it = lines.crbegin(); it != lines.crend(); ++it) {
-        if (!it->trimmed().isEmpty()) {
-            reply = it->trimmed();
-            break;
-        }
-    }
-    QJsonDocument doc;
-    if (!reply.isEmpty())
-        doc = QJsonDocument::fromJson(reply);
+    QJsonObject object;
+    const bool parsed = QVlorVst3::ParseHostReply(process.readAllStandardOutput(), &object);
     const bool normalExit = process.exitStatus() == QProcess::NormalExit;
-    if (!doc.isObject()) {
+    if (!parsed) {
         if (normalExit && process.exitCode() == 0)
             return fail(QStringLiteral("probe produced no parseable output"));
         if (!normalExit)
             return fail(QStringLiteral("probe crashed"));
         return fail(QStringLiteral("probe exited with code %1").arg(process.exitCode()));
     }
-    const QJsonObject object = doc.object();
     if (output)
         *output = object;
     if (normalExit && process.exitCode() == 0) {

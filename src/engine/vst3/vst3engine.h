@@ -110,6 +110,13 @@ VLORVST3_EXPORT void VLORVST3_FreeString(char* text);
  * component refuses its state. notify raises a "all parameters changed" event. */
 VLORVST3_EXPORT int VLORVST3_SetConfigEx(_Vst3Instance* instance, const char* config, bool notify);
 
+/* ---- the child side of probing ---- */
+
+/* The whole of a probe or verify child: "--probe BUNDLE" or "--verify BUNDLE
+ * --cid CID" in argv[1..]. Writes one JSON line on standard output and ends
+ * the process; returns only for bad arguments. */
+VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,0 +1,178 @@
+// The child side of probing and verifying a bundle. One job a process: the
+// bundle is foreign code, so whatever it does to this process (crash, hang,
+// chatter, a corrupt heap) stays here, and the parent reads one line.
+#include "vst3engine.h"
+#include "vst3module_p.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <csignal>
+#include <fcntl.h>
+#include <string>
+#include <sys/prctl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// More classes than any real bundle carries; past it the reply says "truncated".
+constexpr int kMaxClasses = 256;
+constexpr int kVerifyRate = 44100;
+constexpr int kVerifyChannels = 2;
+constexpr int kVerifyBlocks = 8;
+
+int g_reply = -1;
+
+std::string jsonString(const char* text)
+{
+    std::string out = "\"";
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
+        switch (*p) {
+        case '"': out += "\\\""; break;
+        case '\\': out += "\\\\"; break;
+        case '\n': out += "\\n"; break;
+        case '\r': out += "\\r"; break;
+        case '\t': out += "\\t"; break;
+        default:
+            if (*p < 0x20) {
+                char buf[8];
+                std::snprintf(buf, sizeof buf, "\\u%04x", *p);
+                out += buf;
+            } else {
+                out += char(*p);
+            }
+        }
+    }
+    return out + "\"";
+}
+
+// The reply is the last line of our output, and nothing follows it.
+void reply(const std::string& object)
+{
+    std::string line = "\n" + object + "\n";
+    const char* p = line.data();
+    size_t left = line.size();
+    while (left > 0) {
+        const ssize_t n = write(g_reply, p, left);
+        if (n < 0)
+            break;
+        p += n;
+        left -= size_t(n);
+    }
+    close(g_reply);
+    g_reply = -1;
+}
+
+int fail(const std::string& error)
+{
+    reply("{\"ok\":false,\"error\":" + jsonString(error.c_str()) + "}");
+    return 1;
+}
+
+std::string moduleError(const char* bundle)
+{
+    std::string error;
+    if (VST3::Hosting::Module::Ptr module = vlorvst3ModuleForPath(bundle, error))
+        return std::string();
+    return "the bundle could not be loaded: " + (error.empty() ? std::string("unknown reason") : error);
+}
+
+int probe(const char* bundle)
+{
+    const std::string error = moduleError(bundle);
+    if (!error.empty())
+        return fail(error);
+    std::vector<Vst3ClassRecord> records(kMaxClasses + 1);
+    const int count = VLORVST3_ListClasses(bundle, records.data(), kMaxClasses + 1);
+    if (count < 0)
+        return fail("the bundle has no class factory");
+    const bool truncated = count > kMaxClasses;
+    std::string out = "{\"ok\":true,\"classes\":[";
+    for (int i = 0; i < count && i < kMaxClasses; ++i) {
+        const Vst3ClassRecord& r = records[size_t(i)];
+        if (i)
+            out += ",";
+        out += "{\"cid\":" + jsonString(r.uid) + ",\"name\":" + jsonString(r.name) + ",\"vendor\":" + jsonString(r.vendor) +
+               ",\"version\":" + jsonString(r.version) + ",\"subCategories\":" + jsonString(r.subCategories) + "}";
+    }
+    out += "]";
+    if (truncated)
+        out += ",\"truncated\":true";
+    reply(out + "}");
+    return 0;
+}
+
+// Opens the class the way an effect is used: set up, start, a few blocks of
+// silence, its state read, stopped and torn down, the module unloaded.
+int verify(const char* bundle, const char* cid)
+{
+    const std::string error = moduleError(bundle);
+    if (!error.empty())
+        return fail(error);
+    _Vst3Instance* fx = VLORVST3_CreateInstance(bundle, cid);
+    if (!fx)
+        return fail(std::string("the bundle has no effect class ") + cid + " that can be created");
+    if (VLORVST3_SetAudioFormat(fx, kVerifyRate, kVerifyChannels) != 1 || VLORVST3_StartEngine(fx) != 1) {
+        VLORVST3_DestroyInstance(fx);
+        return fail("the effect refuses to start in stereo at 44100 Hz");
+    }
+    const int frames = VLORVST3_GetBlockSize(fx) > 0 ? VLORVST3_GetBlockSize(fx) : 512;
+    std::vector<float> in(size_t(frames) * kVerifyChannels, 0.0f), out(in.size());
+    for (int block = 0; block < kVerifyBlocks; ++block) {
+        if (VLORVST3_ProcessAudio(fx, in.data(), out.data(), kVerifyChannels, frames) != 1) {
+            VLORVST3_StopEngine(fx);
+            VLORVST3_DestroyInstance(fx);
+            return fail("the effect fails to process audio");
+        }
+        for (float v : out) {
+            if (!std::isfinite(v)) {
+                VLORVST3_StopEngine(fx);
+                VLORVST3_DestroyInstance(fx);
+                return fail("the effect turns silence into invalid samples");
+            }
+        }
+    }
+    VLORVST3_FreeString(VLORVST3_GetConfig(fx));
+    VLORVST3_StopEngine(fx);
+    VLORVST3_DestroyInstance(fx);
+    VLORVST3_Finalize();
+    reply("{\"ok\":true}");
+    return 0;
+}
+
+} // namespace
+
+extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
+{
+    // The child never outlives the editor that started it.
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() == 1)
+        return 1;
+    signal(SIGPIPE, SIG_IGN);
+
+    // Standard output is the reply's alone: the plugin's prints go nowhere.
+    g_reply = dup(STDOUT_FILENO);
+    const int devnull = open("/dev/null", O_WRONLY);
+    if (g_reply < 0 || devnull < 0 || dup2(devnull, STDOUT_FILENO) < 0)
+        return 3;
+    close(devnull);
+    fcntl(g_reply, F_SETFD, FD_CLOEXEC);
+
+    int status;
+    if (argc == 3 && !std::strcmp(argv[1], "--probe")) {
+        VLORVST3_Initialize();
+        status = probe(argv[2]);
+    } else if (argc == 5 && !std::strcmp(argv[1], "--verify") && !std::strcmp(argv[3], "--cid")) {
+        VLORVST3_Initialize();
+        status = verify(argv[2], argv[4]);
+    } else {
+        std::fprintf(stderr, "usage: %s --probe BUNDLE | --verify BUNDLE --cid CID\n", argc > 0 ? argv[0] : "vlorvst3");
+        fail("bad arguments to the VST3 host");
+        return 2;
+    }
+    // Module teardown after the reply could only turn a good answer bad.
+    std::fflush(stderr);
+    _exit(status);
+}
