@@ -1,10 +1,11 @@
 #include "QVlorPluginPairs.h"
 
+#include "QVlorJsonFile_p.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QSaveFile>
 #include <QUuid>
 
 const char* const K_PLUGIN_PAIR_ID = "pluginPairId";
@@ -106,11 +107,7 @@ bool QVlorPluginPairs::save(const QString& filename) const
     root.insert(QStringLiteral("version"), 1);
     root.insert(QStringLiteral("pairs"), pairs);
     root.insert(QStringLiteral("splits"), splits);
-    QSaveFile file(filename);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(QJsonDocument(root).toJson(QJsonDocument::Indented));
-    return file.commit();
+    return WriteJsonFileAtomically(filename, root);
 }
 
 QVlorPluginPairs::Entry* QVlorPluginPairs::findByPairId(const QString& pairId)

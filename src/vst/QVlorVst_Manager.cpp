@@ -7,6 +7,8 @@
 #include "QVlorApplication.h"
 #include "QVlorSetting.h"
 
+#include "QVlorJsonFile_p.h"
+
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
@@ -357,16 +359,13 @@ void Manager::saveCatalog(const QString& filename)
         QMetaObject::invokeMethod(this, [this, name] { saveCatalog(name); }, Qt::QueuedConnection);
         return;
     }
-    QFile file(name);
-    if (!file.open(QIODevice::WriteOnly))
-        return; // the flag stays set: a later save tries again
     QJsonArray array;
     for (const Path& p : d->paths)
         array.append(p.toJsonObject());
     QJsonObject root;
     root.insert(QLatin1String(K_VST_PATHS), array);
-    file.write(QJsonDocument(root).toJson(QJsonDocument::Indented));
-    file.close();
+    if (!WriteJsonFileAtomically(name, root))
+        return; // the flag stays set: a later save tries again
     d->changed.storeRelease(0);
 }
 

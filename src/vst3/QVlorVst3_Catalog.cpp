@@ -1,11 +1,12 @@
 #include "QVlorVst3_Catalog.h"
 
+#include "QVlorJsonFile_p.h"
+
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QSaveFile>
 
 namespace QVlorVst3 {
 
@@ -319,11 +320,7 @@ bool Catalog::save(const QString& fileName) const
     const QJsonObject root{{QStringLiteral("version"), 1},
                            {QStringLiteral("bundles"), bundles},
                            {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(d->disabledVendors)}};
-    QSaveFile file(fileName);
-    if (!file.open(QIODevice::WriteOnly))
-        return false;
-    file.write(QJsonDocument(root).toJson(QJsonDocument::Indented));
-    return file.commit();
+    return WriteJsonFileAtomically(fileName, root);
 }
 
 } // namespace QVlorVst3

@@ -1,0 +1,25 @@
+#ifndef QVLORJSONFILE_P_H
+#define QVLORJSONFILE_P_H
+// The library's JSON files are replaced whole or not at all.
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSaveFile>
+
+// A short write (a full disk, a file size limit) must not be committed. Qt
+// reports it only through the count, and a buffered device hides even that,
+// so the file is written unbuffered and the count checked.
+inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& root)
+{
+    QSaveFile file(fileName);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
+        return false;
+    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    if (file.write(bytes) != bytes.size()) {
+        file.cancelWriting();
+        return false;
+    }
+    return file.commit();
+}
+
+#endif
