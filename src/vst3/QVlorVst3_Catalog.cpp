@@ -123,7 +123,7 @@ CatalogClass CatalogClass::fromJsonObject(const QJsonObject& o)
     c.d->enabled = o.value(QStringLiteral("enabled")).toBool(false);
     c.d->state = StateFromString(o.value(QStringLiteral("state")).toString());
     c.d->lastError = o.value(QStringLiteral("lastError")).toString();
-    c.d->verifiedAt = qint64(o.value(QStringLiteral("verifiedAt")).toDouble(0));
+    c.d->verifiedAt = o.value(QStringLiteral("verifiedAt")).toInteger(0);
     c.d->verifierBuild = qint32(o.value(QStringLiteral("verifierBuild")).toInt(0));
     return c;
 }
@@ -210,8 +210,8 @@ CatalogBundle CatalogBundle::fromJsonObject(const QJsonObject& o)
 {
     CatalogBundle b;
     b.d->path = o.value(QStringLiteral("path")).toString();
-    b.d->mtimeSecs = qint64(o.value(QStringLiteral("mtime")).toDouble(0));
-    b.d->sizeBytes = qint64(o.value(QStringLiteral("size")).toDouble(0));
+    b.d->mtimeSecs = o.value(QStringLiteral("mtime")).toInteger(0);
+    b.d->sizeBytes = o.value(QStringLiteral("size")).toInteger(0);
     b.d->moduleinfoFound = o.value(QStringLiteral("moduleinfoFound")).toBool(false);
     b.d->failed = o.value(QStringLiteral("failed")).toBool(false);
     // Files from before these keys existed count as enabled and probed.

@@ -108,6 +108,7 @@ TEST(Vst3CatalogFile, TolerantReading)
           {"path": "/b/Old.vst3", "classes": [{"cid": "00000000000000000000000000000001", "state": "enabled"}]},
           {"path": 5, "mtime": "yesterday", "enabled": "yes", "probed": false,
            "classes": [{"cid": "00000000000000000000000000000002", "enabled": 1, "state": "bogus", "verifiedAt": "x"}]},
+          {"path": "/b/Huge.vst3", "mtime": 1e300, "size": 2.5},
           "not an object"
         ],
         "disabledVendors": ["ACME", "acme", "", 3]
@@ -129,6 +130,10 @@ TEST(Vst3CatalogFile, TolerantReading)
     EXPECT_FALSE(odd.classes().first().isEnabled());
     EXPECT_EQ(odd.classes().first().state(), CatalogClass::New);
     EXPECT_EQ(odd.classes().first().verifiedAt(), 0);
+    // Numbers that no 64-bit integer holds read as 0, not as undefined values.
+    ASSERT_GE(c.bundles().size(), 3);
+    EXPECT_EQ(c.bundles().at(2).mtimeSecs(), 0);
+    EXPECT_EQ(c.bundles().at(2).sizeBytes(), 0);
     EXPECT_EQ(c.disabledVendors(), QStringList{QStringLiteral("acme")});
 }
 
