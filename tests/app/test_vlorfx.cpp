@@ -170,3 +170,19 @@ TEST_F(Apply, AVst3EffectIsAppliedWithItsParametersOrAState)
         EXPECT_FALSE(BLIO_Exists(dir.file("x.wav").c_str()));
     }
 }
+
+// vlorfx probe lists through a host process; a bundle that crashes takes only
+// that process down, and the error says so.
+TEST_F(Apply, ProbeListsVerifiesAndSurvivesACrashingBundle)
+{
+    const std::string effects = VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3";
+    EXPECT_EQ(run("probe --verify '" + effects + "'"), 1); // one class fails to process
+    const std::string out = readFile(dir.file("stdout"));
+    EXPECT_NE(out.find("51000000000000000000000000000001  Fixture Gain"), std::string::npos) << out;
+    EXPECT_NE(out.find("verified"), std::string::npos) << out;
+    EXPECT_NE(out.find("FAILED: the effect fails to process audio"), std::string::npos) << out;
+
+    EXPECT_EQ(run("probe '" VLOR_FIXTURE_VST3_DIR "/vlor-vst3-crash-entry.vst3'"), 1);
+    EXPECT_NE(err().find("probe crashed"), std::string::npos) << err();
+    EXPECT_EQ(run("probe"), 2);
+}

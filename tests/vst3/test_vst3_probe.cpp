@@ -174,6 +174,14 @@ TEST(Vst3HostProgram, FaultyBundlesFailWithoutHarm)
     EXPECT_LT(timer.elapsed(), 1500 + 2000 + 1000);
     EXPECT_FALSE(anyChildOf(getpid()));
 
+    // Past the host's cap the list is cut and says so; the probe still succeeds.
+    o = run(kHost, QVlorVst3::ProbeArguments(kBundles + QStringLiteral("/vlor-vst3-many.vst3")));
+    ASSERT_TRUE(o.ok) << o.error.toStdString();
+    EXPECT_TRUE(o.reply.value(QStringLiteral("truncated")).toBool());
+    EXPECT_EQ(o.reply.value(QStringLiteral("classes")).toArray().size(), 256);
+    EXPECT_EQ(o.reply.value(QStringLiteral("classes")).toArray().last().toObject().value(QStringLiteral("cid")).toString(),
+              QStringLiteral("4D0000000000000000000000000000FF"));
+
     o = run(kHost, QVlorVst3::ProbeArguments(kBundles + QStringLiteral("/vlor-vst3-entry-fails.vst3")));
     EXPECT_FALSE(o.ok);
     EXPECT_TRUE(o.error.startsWith(QStringLiteral("the bundle could not be loaded"))) << o.error.toStdString();
