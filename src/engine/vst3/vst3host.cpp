@@ -21,8 +21,8 @@ namespace {
 constexpr int kMaxClasses = 256;
 constexpr int kVerifyRate = 44100;
 constexpr int kVerifyChannels = 2;
-// A few short blocks prove that processing runs; the instance's maximum block
-// (8192 frames) would only make heavy effects slow to verify.
+// A few short blocks prove that processing runs; blocks of the instance's
+// largest size (8192 frames) would only make heavy effects slow to verify.
 constexpr int kVerifyBlocks = 4;
 constexpr int kVerifyFrames = 512;
 
@@ -107,6 +107,21 @@ int probe(const char* bundle)
     return 0;
 }
 
+// A few blocks of silence through a started effect; the failure's text, or
+// empty.
+std::string processSilence(_Vst3Instance* fx)
+{
+    std::vector<float> in(size_t(kVerifyFrames) * kVerifyChannels, 0.0f), out(in.size());
+    for (int block = 0; block < kVerifyBlocks; ++block) {
+        if (VLORVST3_ProcessAudio(fx, in.data(), out.data(), kVerifyChannels, kVerifyFrames) != 1)
+            return "the effect fails to process audio";
+        for (float v : out)
+            if (!std::isfinite(v))
+                return "the effect turns silence into invalid samples";
+    }
+    return std::string();
+}
+
 // Opens the class the way an effect is used: set up, start, a few blocks of
 // silence, its state read, stopped and torn down, the module unloaded.
 int verify(const char* bundle, const char* cid)
@@ -119,27 +134,15 @@ int verify(const char* bundle, const char* cid)
         return fail(std::string("the bundle has no effect class ") + cid + " that can be created");
     if (VLORVST3_SetAudioFormat(fx, kVerifyRate, kVerifyChannels) != 1 || VLORVST3_StartEngine(fx) != 1) {
         VLORVST3_DestroyInstance(fx);
-        return fail("the effect refuses to start in stereo at 44100 Hz");
+        return fail("the effect refuses to start in stereo at " + std::to_string(kVerifyRate) + " Hz");
     }
-    const int frames = VLORVST3_GetBlockSize(fx) > 0 && VLORVST3_GetBlockSize(fx) < kVerifyFrames ? VLORVST3_GetBlockSize(fx) : kVerifyFrames;
-    std::vector<float> in(size_t(frames) * kVerifyChannels, 0.0f), out(in.size());
-    for (int block = 0; block < kVerifyBlocks; ++block) {
-        if (VLORVST3_ProcessAudio(fx, in.data(), out.data(), kVerifyChannels, frames) != 1) {
-            VLORVST3_StopEngine(fx);
-            VLORVST3_DestroyInstance(fx);
-            return fail("the effect fails to process audio");
-        }
-        for (float v : out) {
-            if (!std::isfinite(v)) {
-                VLORVST3_StopEngine(fx);
-                VLORVST3_DestroyInstance(fx);
-                return fail("the effect turns silence into invalid samples");
-            }
-        }
-    }
-    VLORVST3_FreeString(VLORVST3_GetConfig(fx));
+    const std::string processError = processSilence(fx);
+    if (processError.empty())
+        VLORVST3_FreeString(VLORVST3_GetConfig(fx));
     VLORVST3_StopEngine(fx);
     VLORVST3_DestroyInstance(fx);
+    if (!processError.empty())
+        return fail(processError);
     VLORVST3_Finalize();
     reply("{\"ok\":true}");
     return 0;
