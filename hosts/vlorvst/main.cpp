@@ -7,6 +7,7 @@
 // Whatever the plugin prints never reaches our output: fd 1 is moved aside
 // before the plugin is loaded.
 #include "aeffect_p.h"
+#include "hostchild_p.h"
 #include "vlorvst_protocol.h"
 #include "vsteffect_p.h"
 
@@ -24,7 +25,6 @@
 #include <fcntl.h>
 #include <mutex>
 #include <string>
-#include <sys/prctl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -395,11 +395,8 @@ int usage()
 
 int main(int argc, char** argv)
 {
-    // The host never outlives the editor that started it.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() == 1)
+    if (!HostChildDieWithParent())
         return 1;
-    signal(SIGPIPE, SIG_IGN);
 
     if (argc == 2 && !std::strcmp(argv[1], "--true"))
         return 1;
@@ -411,16 +408,10 @@ int main(int argc, char** argv)
     const char* file = argv[2];
     const int32_t id = int32_t(std::strtol(argv[4], nullptr, 10));
 
-    // Our output is ours alone: the plugin's chatter goes nowhere.
-    g_out = dup(STDOUT_FILENO);
-    const int devnull = open("/dev/null", O_WRONLY);
-    if (g_out < 0 || devnull < 0 || dup2(devnull, STDOUT_FILENO) < 0)
-        return 3;
     // Plugins talk on standard error too; the editor's terminal is not theirs.
-    if (!std::getenv("VLORVST_STDERR"))
-        dup2(devnull, STDERR_FILENO);
-    close(devnull);
-    fcntl(g_out, F_SETFD, FD_CLOEXEC);
+    g_out = HostChildTakeStdout(std::getenv("VLORVST_STDERR") != nullptr);
+    if (g_out < 0)
+        return 3;
     AUDIOVST_Initialize();
 
     int status;

@@ -1,6 +1,7 @@
 // The child side of probing and verifying a bundle. One job a process: the
 // bundle is foreign code, so whatever it does to this process (crash, hang,
 // chatter, a corrupt heap) stays here, and the parent reads one line.
+#include "../hostchild_p.h"
 #include "vst3engine.h"
 #include "vst3module_p.h"
 
@@ -8,10 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <csignal>
-#include <fcntl.h>
 #include <string>
-#include <sys/prctl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -152,19 +150,12 @@ int verify(const char* bundle, const char* cid)
 
 extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
 {
-    // The child never outlives the editor that started it.
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (getppid() == 1)
+    if (!HostChildDieWithParent())
         return 1;
-    signal(SIGPIPE, SIG_IGN);
-
-    // Standard output is the reply's alone: the plugin's prints go nowhere.
-    g_reply = dup(STDOUT_FILENO);
-    const int devnull = open("/dev/null", O_WRONLY);
-    if (g_reply < 0 || devnull < 0 || dup2(devnull, STDOUT_FILENO) < 0)
+    // Standard error stays: the parent does not read it, and it helps whoever runs us by hand.
+    g_reply = HostChildTakeStdout(true);
+    if (g_reply < 0)
         return 3;
-    close(devnull);
-    fcntl(g_reply, F_SETFD, FD_CLOEXEC);
 
     int status;
     if (argc == 3 && !std::strcmp(argv[1], "--probe")) {
