@@ -2,6 +2,7 @@
 #define QVLORJSONFILE_P_H
 // The library's JSON files are replaced whole or not at all.
 
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
@@ -20,6 +21,21 @@ inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& 
         return false;
     }
     return file.commit();
+}
+
+// The one JSON object a file holds; false when it cannot be read, does not
+// parse or holds something else.
+inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root)
+{
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
+    if (error.error != QJsonParseError::NoError || !doc.isObject())
+        return false;
+    *root = doc.object();
+    return true;
 }
 
 #endif

@@ -47,18 +47,14 @@ const QList<QVlorPluginPairs::Entry>& QVlorPluginPairs::entries() const { return
 
 bool QVlorPluginPairs::load(const QString& filename)
 {
-    QFile file(filename);
-    if (!file.exists()) {
+    if (!QFile::exists(filename)) {
         d->entries.clear();
         d->splits.clear();
         return true;
     }
-    if (!file.open(QIODevice::ReadOnly))
+    QJsonObject root;
+    if (!ReadJsonFileObject(filename, &root))
         return false;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-    if (!doc.isObject())
-        return false;
-    const QJsonObject root = doc.object();
     QList<Entry> entries;
     for (const QJsonValue& v : root.value(QStringLiteral("pairs")).toArray()) {
         const QJsonObject o = v.toObject();

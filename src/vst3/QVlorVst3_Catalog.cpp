@@ -285,19 +285,14 @@ void Catalog::removeBundle(const QString& path)
 
 bool Catalog::load(const QString& fileName)
 {
-    QFile file(fileName);
-    if (!file.exists()) {
+    if (!QFile::exists(fileName)) {
         d->bundles.clear();
         d->disabledVendors.clear();
         return true;
     }
-    if (!file.open(QIODevice::ReadOnly))
+    QJsonObject root;
+    if (!ReadJsonFileObject(fileName, &root))
         return false;
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject())
-        return false;
-    const QJsonObject root = doc.object();
     QList<CatalogBundle> bundles;
     for (const QJsonValue& v : root.value(QStringLiteral("bundles")).toArray())
         bundles.append(CatalogBundle::fromJsonObject(v.toObject()));
