@@ -1,52 +1,36 @@
 #include "catalog.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
+#include "QVlorAudioPlugins.h"
+#include "QVlorSetting.h"
+
 #include <QDir>
 #include <QElapsedTimer>
-#include <QThread>
 
 #include <cstdio>
-#include <unistd.h>
 
 namespace vlorfx {
 
-bool waitFor(const std::function<bool()>& done, int timeoutMs)
+namespace {
+
+void syncWith(QObject* manager)
 {
-    QDeadlineTimer deadline(timeoutMs);
-    while (!done()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-        QThread::msleep(1);
-    }
-    return true;
+    if (manager)
+        QMetaObject::invokeMethod(manager, [] {}, Qt::BlockingQueuedConnection);
 }
 
-// Runs a function on the manager's thread after everything queued before it.
-static void onManagerThread(QVlorVst::Manager& manager, const std::function<void()>& f)
+void line(const char* what, int n, int total)
 {
-    QMetaObject::invokeMethod(&manager, f, Qt::BlockingQueuedConnection);
+    std::fprintf(stderr, "\r%-26s %d/%d      ", what, n, total);
+    std::fflush(stderr);
 }
 
-void loadCatalog(QVlorVst::Manager& manager)
-{
-    manager.loadCatalog();
-    onManagerThread(manager, [] {});
-}
+} // namespace
 
-QStringList catalogFolders(QVlorVst::Manager& manager)
+void settle()
 {
-    QStringList folders;
-    QMetaObject::Connection c = QObject::connect(&manager, &QVlorVst::Manager::paths, &manager, [&folders](const QList<QVlorVst::Path>& paths) {
-            for (const QVlorVst::Path& p : paths)
-                folders << p.absolutePath();
-        },
-        Qt::DirectConnection);
-    manager.getPaths();
-    onManagerThread(manager, [] {});
-    QObject::disconnect(c);
-    return folders;
+    // A VST2 plugin that comes up posts a rematch to the VST3 manager: VST2 first.
+    syncWith(QVlorAudioPlugins::vstManager());
+    syncWith(QVlorAudioPlugins::vst3Manager());
 }
 
 QStringList standardFolders()
@@ -61,63 +45,130 @@ QStringList standardFolders()
     return out;
 }
 
-ScanSummary scan(QVlorVst::Manager& manager, const QStringList& folders, bool progress)
+QList<QVlorVst::Path> vst2Paths()
 {
-    for (const QString& f : folders)
-        manager.addPath(f);
-    int scansEnded = 0;
+    QList<QVlorVst::Path> paths;
+    QVlorVst::Manager* m = QVlorAudioPlugins::vstManager();
+    if (!m)
+        return paths;
+    // The working list: a loaded catalog is published only by the scan that follows.
+    const QMetaObject::Connection c = QObject::connect(m, &QVlorVst::Manager::paths, m, [&paths](const QList<QVlorVst::Path>& list) {
+            for (const QVlorVst::Path& p : list)
+                paths << p.detachedCopy();
+        },
+        Qt::DirectConnection);
+    m->getPaths();
+    settle();
+    QObject::disconnect(c);
+    return paths;
+}
+
+QStringList catalogFolders()
+{
+    QStringList folders;
+    for (const QVlorVst::Path& p : vst2Paths())
+        folders << p.absolutePath();
+    return folders;
+}
+
+ScanSummary scan(const ScanOptions& options)
+{
+    QVlorVst::Manager* vst2 = options.vst2 ? QVlorAudioPlugins::vstManager() : nullptr;
+    QVlorVst3::Manager* vst3 = options.vst3 ? QVlorAudioPlugins::vst3Manager() : nullptr;
     QList<QMetaObject::Connection> connections;
-    connections << QObject::connect(&manager, &QVlorVst::Manager::endScan, &manager, [&scansEnded](bool) { ++scansEnded; },
-                                    Qt::DirectConnection);
-    if (progress)
-        connections << QObject::connect(&manager, &QVlorVst::Manager::progressScan, &manager, [&scansEnded](int n, int total) {
-                std::fprintf(stderr, "\r%s %d/%d   ", scansEnded == 0 ? "scanning" : "checking new plugins", n, total);
-                std::fflush(stderr);
+    int vst2Phase = 0; // 0 finding files, 1 checking new plugins
+    if (options.progress && vst2)
+        connections << QObject::connect(vst2, &QVlorVst::Manager::progressScan, vst2, [&vst2Phase](int n, int total) {
+                line(vst2Phase == 0 ? "VST2: finding plugins" : "VST2: checking new plugins", n, total);
             },
             Qt::DirectConnection);
+    if (options.progress && vst3) {
+        connections << QObject::connect(vst3, &QVlorVst3::Manager::progressScan, vst3,
+                                        [](int n, int total) { line("VST3: scanning bundles", n, total); },
+                                        Qt::DirectConnection);
+        connections << QObject::connect(vst3, &QVlorVst3::Manager::pluginStateChanged, vst3, [](const QVlorVst3::CatalogClass& c) {
+                if (c.state() == QVlorVst3::CatalogClass::Verifying)
+                    std::fprintf(stderr, "\r%-26s %-30s", "VST3: verifying", qPrintable(c.name().left(30)));
+            },
+            Qt::DirectConnection);
+    }
+    if (vst3 && !options.vst3Roots.isEmpty()) {
+        QVlorSetting& settings = QVlorSetting::global();
+        QStringList custom = settings.getStringList(QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS));
+        for (const QString& root : options.vst3Roots)
+            if (!custom.contains(root))
+                custom << root;
+        settings.change(QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS), custom);
+    }
+
     QElapsedTimer timer;
     timer.start();
-    manager.updatePlugins(true, false);
-    manager.enableNewPlugins();
-    onManagerThread(manager, [] {});
+    if (vst2) {
+        for (const QString& f : options.vst2Folders)
+            vst2->addPath(f);
+        vst2->updatePlugins(true, false);
+        settle();
+    }
+    if (vst3) {
+        vst3->searchPlugins(true);
+        vst3->enableNewPlugins();
+        settle();
+    }
+    if (vst2) {
+        vst2Phase = 1;
+        vst2->enableNewPlugins();
+        settle();
+    }
     const double ms = double(timer.nsecsElapsed()) / 1e6;
-    if (progress)
-        std::fprintf(stderr, "\r%60s\r", "");
+    if (options.progress)
+        std::fprintf(stderr, "\r%70s\r", "");
     for (const auto& c : connections)
         QObject::disconnect(c);
-    ScanSummary summary = summarize(manager.pathsCopy());
+    ScanSummary summary = summarize();
     summary.milliseconds = ms;
     return summary;
 }
 
-void finish(QVlorVst::Manager& manager)
-{
-    manager.aboutToQuit();
-    manager.saveCatalog();
-}
-
-ScanSummary summarize(const QList<QVlorVst::Path>& paths)
+ScanSummary summarize()
 {
     ScanSummary s;
-    for (const QVlorVst::Path& path : paths) {
-        if (!path.isValid())
-            continue;
-        ++s.folders;
-        for (const QVlorVst::Plugin& p : path.plugins()) {
-            ++s.found;
-            if (p.isFailed())
-                ++s.failed;
-            if (p.isShell()) {
-                QStringList children;
-                for (const QVlorVst::Plugin& c : p.plugins()) {
-                    children << c.name();
-                    s.enabled += c.isEnabled() ? 1 : 0;
+    if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager()) {
+        for (const QVlorVst::Path& path : vst2->pathsCopy()) {
+            if (!path.isValid())
+                continue;
+            ++s.folders;
+            for (const QVlorVst::Plugin& p : path.plugins()) {
+                ++s.found;
+                if (p.isFailed())
+                    ++s.failed;
+                if (p.isShell()) {
+                    QStringList children;
+                    for (const QVlorVst::Plugin& c : p.plugins()) {
+                        children << c.name();
+                        s.enabled += c.isEnabled() ? 1 : 0;
+                    }
+                    s.shells << QStringLiteral("%1 (%2)").arg(p.filename(), children.join(QStringLiteral(", ")));
+                } else if (p.isEnabled()) {
+                    ++s.enabled;
                 }
-                s.shells << QStringLiteral("%1 (%2)").arg(p.filename(), children.join(QStringLiteral(", ")));
-            } else if (p.isEnabled()) {
-                ++s.enabled;
             }
         }
+    }
+    if (QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager()) {
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+        for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
+            ++s.bundles;
+            s.bundlesFailed += b.failed() ? 1 : 0;
+            for (const QVlorVst3::CatalogClass& c : b.classes()) {
+                ++s.classes;
+                s.classesEnabled += c.state() == QVlorVst3::CatalogClass::Enabled ? 1 : 0;
+                s.classesFailed += c.state() == QVlorVst3::CatalogClass::Failed ? 1 : 0;
+                s.classesCrashed += c.state() == QVlorVst3::CatalogClass::Crashed ? 1 : 0;
+            }
+        }
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.vst2 != 0 && !e.vst3.isEmpty())
+                ++s.pairsByOrigin[e.origin];
     }
     return s;
 }

@@ -1,14 +1,23 @@
 #pragma once
-// The catalog work that several commands share: starting the VST2 manager as
-// the editor does, scanning, and the summary of what the catalog holds.
+// The catalog work that several commands share, on the managers that the
+// library's wiring brought up: scanning both formats and summing up what the
+// catalogs and the pair store hold.
 
+#include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
+#include <QMap>
 #include <QStringList>
 
-#include <functional>
-
 namespace vlorfx {
+
+struct ScanOptions {
+    QStringList vst2Folders; // added to the VST2 catalog before the scan
+    QStringList vst3Roots;   // added to the custom VST3 roots
+    bool vst2 = true;
+    bool vst3 = true;
+    bool progress = false;
+};
 
 struct ScanSummary {
     int folders = 0;
@@ -16,22 +25,29 @@ struct ScanSummary {
     int enabled = 0;
     int failed = 0;
     QStringList shells; // "name (children: a, b)"
-    double milliseconds = 0; // the manager's work: the scan and the checks of new plugins
+    int bundles = 0;
+    int classes = 0;
+    int classesEnabled = 0;
+    int classesFailed = 0;
+    int classesCrashed = 0;
+    int bundlesFailed = 0;
+    QMap<QString, int> pairsByOrigin;
+    double milliseconds = 0; // the managers' work: scans, probes, checks and verifications
 };
 
-// Runs the event loop until done() or the time is up; false on a time out.
-bool waitFor(const std::function<bool()>& done, int timeoutMs);
-
-// Loads the catalog on the manager's thread and waits for it.
-void loadCatalog(QVlorVst::Manager& manager);
-// The folders of the catalog as the manager's thread sees them now.
-QStringList catalogFolders(QVlorVst::Manager& manager);
-// Adds the folders, scans, enables what is new; progress on a terminal.
-ScanSummary scan(QVlorVst::Manager& manager, const QStringList& folders, bool progress);
-// Stops the manager's thread and saves.
-void finish(QVlorVst::Manager& manager);
-ScanSummary summarize(const QList<QVlorVst::Path>& paths);
+// Waits until both managers have done everything queued so far.
+void settle();
+// VST2 first finds its files; VST3 then scans and decides its new classes
+// while their VST2 twins are still new, so that a product new in both formats
+// comes up in VST3; last the VST2 plugins are checked, and each one that
+// comes up pairs with its twin.
+ScanSummary scan(const ScanOptions& options);
+ScanSummary summarize();
 // The standard folders of VST2 plugins on Linux that exist here.
 QStringList standardFolders();
+// The VST2 catalog as its manager's thread holds it now.
+QList<QVlorVst::Path> vst2Paths();
+// The folders of the VST2 catalog as its manager's thread sees them now.
+QStringList catalogFolders();
 
 } // namespace vlorfx

@@ -1,13 +1,13 @@
-// The main job, as far as the library reaches today: the machine's VST2
-// plugins scanned into the catalog (each new one checked in the host
-// program), then one of them applied to a generated signal through the
-// "VST host" filter in the host program, with the result written next to the
-// input and a report of what it did.
+// The main job: the machine's plugins of both formats scanned into the
+// catalogs (each new one checked or verified in a host program), the twins
+// paired, and one paired effect applied in its active format to a generated
+// signal, with the result written next to the input and a report of what it did.
 #include "catalog.h"
 #include "commands.h"
 
-#include "audiofx.h"
 #include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "audiofx.h"
 #include "audiovst.h"
 #include "vsteffect_p.h"
 
@@ -33,20 +33,48 @@ constexpr int kSampleRate = 44100;
 constexpr int kChannels = 2;
 constexpr int kSeconds = 4;
 
-// A reverb shows best what an effect does; otherwise any enabled effect.
-std::string pickPlugin(const QList<QVlorVst::Path>& paths)
+struct Choice {
+    QVlorPluginPairs::Entry pair;
+    QString name;
+    QString vst2File;
+    QString vst3Bundle;
+};
+
+// A paired effect whose active format is usable; an echo shows best what an effect does.
+bool pickPair(Choice* choice)
 {
-    static const char* const preferred[] = {"MVerb-vst.so", "ZamVerb-vst.so", "ZamCompX2-vst.so", "3BandEQ-vst.so"};
-    for (const char* name : preferred)
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    if (!vst3 || !vst2)
+        return false;
+    const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+    const QList<QVlorVst::Path> paths = vst2->pathsCopy();
+    QList<Choice> usable;
+    for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy()) {
+        Choice c{e, QString(), QString(), QString()};
+        for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+            for (const QVlorVst3::CatalogClass& k : b.classes())
+                if (k.cid() == e.vst3 && (e.activeFormat != QLatin1String("vst3") || k.isEnabled())) {
+                    c.vst3Bundle = b.path();
+                    c.name = k.name();
+                }
         for (const QVlorVst::Path& path : paths)
             for (const QVlorVst::Plugin& p : path.plugins())
-                if (p.isEnabled() && !p.isShell() && p.filename().endsWith(QLatin1Char('/') + QLatin1String(name)))
-                    return p.filename().toStdString();
-    for (const QVlorVst::Path& path : paths)
-        for (const QVlorVst::Plugin& p : path.plugins())
-            if (p.isEnabled() && !p.isShell())
-                return p.filename().toStdString();
-    return std::string();
+                if (!p.isShell() && p.uniqueId() == e.vst2 && (e.activeFormat != QLatin1String("vst2") || p.isEnabled()))
+                    c.vst2File = p.filename();
+        if (!c.vst3Bundle.isEmpty() && !c.vst2File.isEmpty())
+            usable << c;
+    }
+    if (usable.isEmpty())
+        return false;
+    for (const char* preferred : {"ZamDelay", "ZamTube", "ZamVerb"})
+        for (const Choice& c : usable)
+            if (c.name == QLatin1String(preferred)) {
+                *choice = c;
+                return true;
+            }
+    *choice = usable.first();
+    return true;
 }
 
 // A 220 Hz tone with a slow swell, a little noise, and a second of silence
@@ -117,77 +145,72 @@ int progressBar(void*, double fraction)
 
 } // namespace
 
-int cmdDemo(int argc, char** argv)
+int cmdDemo(int, char**)
 {
-    std::printf("scanning the VST2 folders of this machine into %s\n",
-                qPrintable(QVlorApplication::applicationDataLocation()));
-    const auto s0 = std::chrono::steady_clock::now();
-    QList<QVlorVst::Path> catalog;
-    {
-        QVlorVst::Manager manager;
-        vlorfx::loadCatalog(manager);
-        const QStringList folders =
-            vlorfx::catalogFolders(manager).isEmpty() ? vlorfx::standardFolders() : QStringList();
-        const vlorfx::ScanSummary s = vlorfx::scan(manager, folders, isatty(STDERR_FILENO));
-        vlorfx::finish(manager);
-        catalog = manager.pathsCopy();
-        const double ms = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - s0).count();
-        std::printf("%d folders, %d plugin files, %d enabled, %d failed (instruments, or no plugin), in %.0f ms\n\n",
-                    s.folders, s.found, s.enabled, s.failed, ms);
+    std::printf("data folder: %s\n", qPrintable(QVlorApplication::applicationDataLocation()));
+    vlorfx::ScanOptions options;
+    if (vlorfx::catalogFolders().isEmpty())
+        options.vst2Folders = vlorfx::standardFolders();
+    options.progress = isatty(STDERR_FILENO);
+    std::printf("scanning VST2 folders (%s) and VST3 roots (%s)\n",
+                qPrintable(options.vst2Folders.join(QStringLiteral(", "))),
+                qPrintable(QVlorAudioPlugins::vst3Manager()->searchPaths().join(QStringLiteral(", "))));
+    const vlorfx::ScanSummary s = vlorfx::scan(options);
+    std::printf("VST2: %d plugin files, %d enabled, %d failed (instruments, or no plugin)\n", s.found, s.enabled,
+                s.failed);
+    std::printf("VST3: %d bundles, %d effect classes, %d verified and enabled, %d failed, %d crashed\n", s.bundles,
+                s.classes, s.classesEnabled, s.classesFailed, s.classesCrashed);
+    int pairs = 0;
+    QStringList origins;
+    for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it) {
+        pairs += it.value();
+        origins << QStringLiteral("%1 by %2").arg(it.value()).arg(it.key());
     }
-    const std::string path = argc > 0 ? argv[0] : pickPlugin(catalog);
-    if (path.empty()) {
-        std::fprintf(stderr, "vlorfx demo: no usable VST2 plugin was found\n");
-        return 1;
-    }
-    std::printf("plugin file: %s\n", path.c_str());
+    std::printf("pairs: %d products exist in both formats (%s)\n", pairs, qPrintable(origins.join(QStringLiteral(", "))));
+    std::printf("all of it in %.0f ms\n\n", s.milliseconds);
 
-    const auto t0 = std::chrono::steady_clock::now();
-    _VSTEFFECT* e = AUDIOVST_FindPluginEx(path.c_str(), 0, false);
-    const double checkMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - t0).count();
-    if (!e || !AUDIOVST_IsEffect(e)) {
-        std::fprintf(stderr, "vlorfx demo: %s is not a usable effect (status %d)\n", path.c_str(),
-                     AUDIOVST_GetPluginStatusEx(path.c_str(), 0));
+    Choice choice;
+    if (!pickPair(&choice)) {
+        std::fprintf(stderr, "vlorfx demo: no effect was found in both formats\n");
         return 1;
     }
-    std::printf("resolved in %.1f ms (checked by %s when it was new)\n", checkMs, AUDIOVST_GetVlorVstPath(0));
-    std::printf("name: %s\nvendor: %s\nunique id: %d, version %d, %d inputs, %d outputs\n", AUDIOVST_GetDisplayName(e),
-                AUDIOVST_GetDisplayCategory(e), AUDIOVST_GetUniqueID(e), AUDIOVST_GetVersion(e),
-                AUDIOVST_GetNumInputs(e), AUDIOVST_GetNumOutputs(e));
-    static const char* const kinds[] = {"-", "list", "linear", "curve"};
-    std::printf("parameters (%d):\n", AUDIOVST_GetNumParams(e));
-    for (int p = 0; p < AUDIOVST_GetNumParams(e); ++p) {
-        const ParameterRecord& r = e->parameters[p];
-        std::printf("  %2d %-24s %-6s %-6s", p, r.name, r.label, kinds[r.kind & 3]);
-        if (r.kind == 2)
-            std::printf(" %g .. %g", double(r.minValue), double(r.maxValue));
-        else if (r.kind == 3)
-            std::printf(" %s .. %s", r.minDisplay, r.maxDisplay);
-        else if (r.kind == 1 && r.valueType)
-            std::printf(" %s", r.valueType->name);
-        std::printf("\n");
-    }
+    const bool asVst3 = choice.pair.activeFormat == QLatin1String("vst3");
+    std::printf("paired effect: %s (pair %s, paired by %s)\n  VST2: %s\n  VST3: %s\n  active format: %s\n",
+                qPrintable(choice.name), qPrintable(choice.pair.pairId), qPrintable(choice.pair.origin),
+                qPrintable(choice.vst2File), qPrintable(choice.vst3Bundle), qPrintable(choice.pair.activeFormat));
 
     char data[1024];
     const std::string dir = std::string(BLUTILS_GetDataDir(data, sizeof(data)) ? data : ".") + "/demo";
     BLIOUTILS_MakeDirectory(dir.c_str());
     const std::string input = dir + "/input.wav";
-    std::string name = AUDIOVST_GetDisplayName(e);
+    std::string name = choice.name.toStdString();
     for (char& c : name)
         if (!std::isalnum(static_cast<unsigned char>(c)))
             c = '-';
-    const std::string output = dir + "/input." + name + ".wav";
+    const std::string output = dir + "/input." + name + "." + (asVst3 ? "vst3" : "vst2") + ".wav";
     const std::vector<float> in = testSignal();
     if (!writeWav(input, in)) {
         std::fprintf(stderr, "vlorfx demo: cannot write %s\n", input.c_str());
         return 1;
     }
 
-    const std::string config = "vsteffect_hash=\"" + std::string(AUDIOVST_GetHash(e)) + "\"";
+    std::string config;
+    const char* filter = asVst3 ? "VST3 host" : "VST host";
+    if (asVst3) {
+        config = "vst3effect_uid=\"" + choice.pair.vst3.toStdString() + "\",vst3effect_path=\"" +
+                 choice.vst3Bundle.toStdString() + "\"";
+    } else {
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(choice.vst2File.toUtf8().constData(), int(choice.pair.vst2), false);
+        if (!e) {
+            std::fprintf(stderr, "vlorfx demo: %s is not usable\n", qPrintable(choice.vst2File));
+            return 1;
+        }
+        config = "vsteffect_hash=\"" + std::string(AUDIOVST_GetHash(e)) + "\"";
+    }
     char error[1024] = "";
     const auto r0 = std::chrono::steady_clock::now();
     const int ok =
-        AUDIO_RenderFile("VST host", config.c_str(), input.c_str(), output.c_str(), progressBar, nullptr, error,
+        AUDIO_RenderFile(filter, config.c_str(), input.c_str(), output.c_str(), progressBar, nullptr, error,
                          sizeof(error));
     const double renderMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - r0).count();
     if (isatty(STDOUT_FILENO))
@@ -203,9 +226,9 @@ int cmdDemo(int argc, char** argv)
     levels(out, 0, signalEnd, &pout, &rout);
     levels(in, signalEnd, in.size(), &pin2, &rin2);
     levels(out, signalEnd, out.size(), &ptail, &rtail);
-    std::printf("applied through the \"VST host\" filter in the host program: %.1f s of audio in %.1f ms "
+    std::printf("applied in its active format through the \"%s\" filter: %.1f s of audio in %.1f ms "
                 "(%.0fx real time)\n",
-                double(kSeconds), renderMs, 1000.0 * kSeconds / renderMs);
+                filter, double(kSeconds), renderMs, 1000.0 * kSeconds / renderMs);
     std::printf("input:  %s\noutput: %s\n", input.c_str(), output.c_str());
     std::printf("              peak dBFS  rms dBFS\n");
     std::printf("signal  in    %8.2f  %8.2f\n", pin, rin);

@@ -1,14 +1,18 @@
-// vlorfx scan and vlorfx list: the VST2 catalog as the editor keeps it.
+// vlorfx scan and vlorfx list: both catalogs and the pair store as the editor keeps them.
 #include "catalog.h"
 #include "commands.h"
 
 #include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
 
 #include <QDir>
 #include <QFile>
-#include <QJsonDocument>
+#include <QFileInfo>
+#include <QHash>
 #include <QJsonArray>
+#include <QJsonDocument>
 #include <QJsonObject>
+#include <QSet>
 
 #include <cstdio>
 #include <cstring>
@@ -17,60 +21,102 @@
 namespace {
 
 const char* const kScanHelp =
-    "usage: vlorfx scan [--vst2-path DIR]... [--no-vst3]\n"
+    "usage: vlorfx scan [--vst2-path DIR]... [--vst3-path DIR]... [--no-vst2] [--no-vst3]\n"
     "\n"
-    "Loads the catalog, adds the folders given (or, when none is given and the\n"
-    "catalog has no folders yet, the standard VST2 folders that exist), finds\n"
-    "the plugins in them, checks every new one in the host program, saves the\n"
-    "catalog and prints a summary. Known plugins are not loaded again.\n";
+    "Finds the plugins of both formats and checks every new one in a host\n"
+    "program. VST2: the folders given are added to the catalog (when none is\n"
+    "given and the catalog has no folders yet, the standard folders that\n"
+    "exist). VST3: the standard roots (~/.vst3, /usr/lib/vst3, /usr/local/lib/vst3)\n"
+    "and the folders given, which stay among the roots. Twins of one product\n"
+    "are paired. Known plugins are not loaded again.\n";
 
 const char* const kListHelp =
     "usage: vlorfx list [--json]\n"
     "\n"
-    "Prints the catalog as a table, or as one JSON object whose \"vst2\" member\n"
-    "is the catalog as the catalog file holds it.\n";
+    "Prints one line per product, both formats side by side when they are\n"
+    "paired; or one JSON object with \"vst2\", \"vst3\" and \"pairs\", each as\n"
+    "its file holds it.\n";
 
-QString catalogPath()
+QString dataFile(const QString& name) { return QDir(QVlorApplication::applicationDataLocation()).filePath(name); }
+
+bool addFolder(const char* arg, QStringList* folders)
 {
-    return QDir(QVlorApplication::applicationDataLocation()).filePath(QStringLiteral("vstxml/catalog_v2.json"));
+    const QString dir = QString::fromLocal8Bit(arg);
+    if (!QDir(dir).exists()) {
+        std::fprintf(stderr, "vlorfx scan: no such folder: %s\n", arg);
+        return false;
+    }
+    *folders << QDir(dir).absolutePath();
+    return true;
 }
+
+// A missing file reads as empty; a broken one is an error.
+bool readObject(const QString& file, const QJsonObject& empty, QJsonObject* out)
+{
+    QFile f(file);
+    if (!f.open(QIODevice::ReadOnly)) {
+        *out = empty;
+        return !f.exists();
+    }
+    const QJsonDocument doc = QJsonDocument::fromJson(f.readAll());
+    if (!doc.isObject())
+        return false;
+    *out = doc.object();
+    return true;
+}
+
+QString vst2State(const QVlorVst::Plugin& p) { return p.isShell() ? QStringLiteral("shell") : p.state(); }
 
 } // namespace
 
 int cmdScan(int argc, char** argv)
 {
-    QStringList folders;
+    vlorfx::ScanOptions options;
     for (int i = 0; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
             std::fputs(kScanHelp, stdout);
             return 0;
         } else if (!std::strcmp(argv[i], "--vst2-path") && i + 1 < argc) {
-            const QString dir = QString::fromLocal8Bit(argv[++i]);
-            if (!QDir(dir).exists()) {
-                std::fprintf(stderr, "vlorfx scan: no such folder: %s\n", argv[i]);
+            if (!addFolder(argv[++i], &options.vst2Folders))
                 return 1;
-            }
-            folders << QDir(dir).absolutePath();
+        } else if (!std::strcmp(argv[i], "--vst3-path") && i + 1 < argc) {
+            if (!addFolder(argv[++i], &options.vst3Roots))
+                return 1;
+        } else if (!std::strcmp(argv[i], "--no-vst2")) {
+            options.vst2 = false;
         } else if (!std::strcmp(argv[i], "--no-vst3")) {
-            // VST3 bundles are not scanned by this version.
+            options.vst3 = false;
         } else {
             std::fprintf(stderr, "vlorfx scan: unknown argument '%s'\n\n%s", argv[i], kScanHelp);
             return 2;
         }
     }
-    QVlorVst::Manager manager;
-    vlorfx::loadCatalog(manager);
-    if (folders.isEmpty() && vlorfx::catalogFolders(manager).isEmpty())
-        folders = vlorfx::standardFolders();
-    const vlorfx::ScanSummary s = vlorfx::scan(manager, folders, isatty(STDERR_FILENO));
-    vlorfx::finish(manager);
+    if (options.vst2 && options.vst2Folders.isEmpty() && vlorfx::catalogFolders().isEmpty())
+        options.vst2Folders = vlorfx::standardFolders();
+    options.progress = isatty(STDERR_FILENO);
+    const vlorfx::ScanSummary s = vlorfx::scan(options);
+    QVlorAudioPlugins::AboutToQuit(); // saves both catalogs and the pairs now, to check them below
     std::printf("folders: %d\nplugins found: %d\nenabled: %d\nfailed: %d\n", s.folders, s.found, s.enabled, s.failed);
     std::printf("shells: %d\n", int(s.shells.size()));
     for (const QString& shell : s.shells)
         std::printf("  %s\n", qPrintable(shell));
+    std::printf("bundles: %d\nclasses: %d\nclasses enabled: %d\nclasses failed: %d\nclasses crashed: %d\n", s.bundles,
+                s.classes, s.classesEnabled, s.classesFailed, s.classesCrashed);
+    int pairs = 0;
+    for (int n : s.pairsByOrigin)
+        pairs += n;
+    std::printf("pairs: %d\n", pairs);
+    for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it)
+        std::printf("  %s: %d\n", qPrintable(it.key()), it.value());
     std::printf("time: %.1f ms\n", s.milliseconds);
-    if (!QFile::exists(catalogPath()) && s.folders > 0) {
-        std::fprintf(stderr, "vlorfx scan: the catalog could not be saved in %s\n", qPrintable(catalogPath()));
+    const QString vst2Catalog = dataFile(QStringLiteral("vstxml/catalog_v2.json"));
+    if (options.vst2 && s.folders > 0 && !QFile::exists(vst2Catalog)) {
+        std::fprintf(stderr, "vlorfx scan: the catalog could not be saved in %s\n", qPrintable(vst2Catalog));
+        return 1;
+    }
+    if (options.vst3 && s.bundles > 0 && !QFile::exists(dataFile(QStringLiteral("catalog_vst3.json")))) {
+        std::fprintf(stderr, "vlorfx scan: the VST3 catalog could not be saved in %s\n",
+                     qPrintable(QVlorApplication::applicationDataLocation()));
         return 1;
     }
     return 0;
@@ -90,49 +136,92 @@ int cmdList(int argc, char** argv)
             return 2;
         }
     }
-    // Loading migrates an older catalog; finishing saves it.
-    QVlorVst::Manager manager;
-    vlorfx::loadCatalog(manager);
-    QList<QVlorVst::Path> paths;
-    {
-        QMetaObject::Connection c = QObject::connect(&manager, &QVlorVst::Manager::paths, &manager, [&paths](const QList<QVlorVst::Path>& p) {
-                for (const QVlorVst::Path& path : p)
-                    paths << path.detachedCopy();
-            },
-            Qt::DirectConnection);
-        manager.getPaths();
-        QMetaObject::invokeMethod(&manager, [] {}, Qt::BlockingQueuedConnection);
-        QObject::disconnect(c);
-    }
-    vlorfx::finish(manager);
-
+    vlorfx::settle();
     if (json) {
-        QJsonObject vst2{{QStringLiteral("paths"), QJsonArray()}};
-        QFile file(catalogPath());
-        if (file.open(QIODevice::ReadOnly)) {
-            const QJsonDocument doc = QJsonDocument::fromJson(file.readAll());
-            if (!doc.isObject()) {
-                std::fprintf(stderr, "vlorfx list: %s is not a catalog\n", qPrintable(catalogPath()));
+        // Loading may have migrated an older catalog: saved first, so the files say what the managers hold.
+        QVlorAudioPlugins::AboutToQuit();
+        const struct {
+            const char* key;
+            QString file;
+            QJsonObject empty;
+        } files[] = {
+            {"vst2", dataFile(QStringLiteral("vstxml/catalog_v2.json")), {{QStringLiteral("paths"), QJsonArray()}}},
+            {"vst3", dataFile(QStringLiteral("catalog_vst3.json")), {{QStringLiteral("bundles"), QJsonArray()}}},
+            {"pairs", dataFile(QStringLiteral("plugin_pairs.json")), {{QStringLiteral("pairs"), QJsonArray()}}},
+        };
+        QJsonObject root;
+        for (const auto& f : files) {
+            QJsonObject object;
+            if (!readObject(f.file, f.empty, &object)) {
+                std::fprintf(stderr, "vlorfx list: %s is not readable JSON\n", qPrintable(f.file));
                 return 1;
             }
-            vst2 = doc.object();
+            root.insert(QLatin1String(f.key), object);
         }
-        const QJsonObject root{{QStringLiteral("vst2"), vst2}};
         std::fputs(QJsonDocument(root).toJson(QJsonDocument::Indented).constData(), stdout);
         return 0;
     }
-    for (const QVlorVst::Path& path : paths) {
-        std::printf("%s%s%s\n", qPrintable(path.absolutePath()), path.isEnabled() ? "" : "  (disabled)",
-                    path.isSearched() ? "" : "  (not searched)");
-        for (const QVlorVst::Plugin& p : path.plugins()) {
-            const QString name = p.name().isEmpty() ? p.relativeFilename(path) : p.name();
-            std::printf("  %-9s %-30s %-28s %10lld  %s\n", qPrintable(p.isShell() ? QStringLiteral("Shell") : p.state()),
-                        qPrintable(name.left(30)), qPrintable(p.vendor().left(28)), p.uniqueId(),
-                        qPrintable(p.relativeFilename(path)));
-            for (const QVlorVst::Plugin& c : p.plugins())
-                std::printf("    %-9s %-28s %-28s %10lld\n", qPrintable(c.state()), qPrintable(c.name().left(28)), "",
-                            c.uniqueId());
-        }
+
+    struct Vst2Row {
+        QVlorVst::Plugin plugin;
+        QString file;
+    };
+    QHash<qint64, Vst2Row> vst2ById;
+    QList<Vst2Row> vst2Rows;
+    for (const QVlorVst::Path& path : vlorfx::vst2Paths())
+            for (const QVlorVst::Plugin& p : path.plugins()) {
+                const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
+                for (const QVlorVst::Plugin& member : members) {
+                    const Vst2Row row{member, p.relativeFilename(path)};
+                    vst2Rows << row;
+                    if (member.uniqueId() != 0)
+                        vst2ById.insert(member.uniqueId(), row);
+                }
+            }
+    QVlorVst3::Catalog catalog;
+    QList<QVlorPluginPairs::Entry> pairs;
+    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
+        catalog = m->catalogCopy();
+        pairs = m->pairsEntriesCopy();
+    }
+    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
+
+    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", "PRODUCT", "VENDOR", "VST2", "VST3", "ACTIVE", "PAIRED BY",
+                "FILES");
+    auto row = [](const QString& name, const QString& vendor, const QString& s2, const QString& s3,
+                  const QString& active, const QString& origin, const QString& files) {
+        std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", qPrintable(name.left(28)), qPrintable(vendor.left(22)),
+                    qPrintable(s2), qPrintable(s3), qPrintable(active), qPrintable(origin), qPrintable(files));
+    };
+    QSet<qint64> shown2;
+    QSet<QString> shown3;
+    for (const QVlorPluginPairs::Entry& e : pairs) {
+        if (e.vst2 == 0 || e.vst3.isEmpty() || !vst2ById.contains(e.vst2) || !vst3ByCid.contains(e.vst3))
+            continue;
+        const Vst2Row& a = vst2ById[e.vst2];
+        const auto& b = vst3ByCid[e.vst3];
+        row(b.first.name(), b.first.vendor(), vst2State(a.plugin),
+            QVlorVst3::CatalogClass::StateToString(b.first.state()), e.activeFormat, e.origin,
+            a.file + QStringLiteral(" + ") + b.second);
+        shown2.insert(e.vst2);
+        shown3.insert(e.vst3);
+    }
+    for (const Vst2Row& a : vst2Rows)
+        if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
+            row(a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(), vst2State(a.plugin),
+                QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file);
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
+        if (b.classes().isEmpty())
+            row(QFileInfo(b.path()).completeBaseName(), QString(), QStringLiteral("-"),
+                b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"),
+                QStringLiteral("-"), QFileInfo(b.path()).fileName());
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            if (!shown3.contains(c.cid()))
+                row(c.name(), c.vendor(), QStringLiteral("-"), QVlorVst3::CatalogClass::StateToString(c.state()),
+                    QStringLiteral("vst3"), QStringLiteral("-"), QFileInfo(b.path()).fileName());
     }
     return 0;
 }

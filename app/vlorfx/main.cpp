@@ -2,11 +2,13 @@
 // way the editor does and offers the library's work as commands.
 #include "commands.h"
 
+#include "QVlorApplication.h"
+#include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
 
 #include "bldebug.h"
-
-#include <QCoreApplication>
 
 #include <cstdio>
 #include <cstdlib>
@@ -42,11 +44,56 @@ void usage(FILE* out)
 void messageHandler(QtMsgType type, const QMessageLogContext&, const QString& message)
 {
     static const bool verbose = std::getenv("VLORFX_VERBOSE") != nullptr;
-    if (type == QtInfoMsg || type == QtDebugMsg) {
+    // Qt's own remarks on the environment (a runtime folder, a display) are not the user's business either.
+    if (type == QtInfoMsg || type == QtDebugMsg || message.startsWith(QLatin1String("QStandardPaths:"))) {
         if (!verbose)
             return;
     }
     std::fprintf(stderr, "%s\n", qPrintable(message));
+}
+
+// The editor without windows: no main menu, no audio in front, and it tells
+// the user of plugins new to it on standard error.
+class HeadlessHost : public QVlorAudioPlugins::Host {
+public:
+    void announceNewPlugins(const QList<QString>& names) override
+    {
+        if (std::getenv("VLORFX_VERBOSE"))
+            std::fprintf(stderr, "new plugins: %s\n", qPrintable(QStringList(names).join(QStringLiteral(", "))));
+    }
+    QMenu* mainMenu() override { return nullptr; }
+    void registerAction(QAction*, const QString&, const QString&, const QString&) override {}
+    void registerQuickOpen(int, QAction*, const QString&, const QString&, const QString&, const QString&,
+                           const QString&) override
+    {
+    }
+    void unregisterAction(QAction*) override {}
+    void unregisterQuickOpen(QAction*) override {}
+    QVlorAudio currentAudio() override { return QVlorAudio(); }
+    // Never offered: without a main menu there is no Plugins menu to open an effect from.
+    void presentEffectWidget(QVlorFxWidget*, QAction*, const QString&, const QString&) override {}
+};
+
+// The library comes up and goes down as in the editor.
+int runWithLibrary(const Command& c, int argc, char** argv)
+{
+    // Commands have no window; a display is not needed.
+    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
+        setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    QVlorApplication app(argc, argv);
+    QVlorAudioPlugins::Initialize();
+    HeadlessHost host;
+    QVlorAudioPlugins::UI::install(&host);
+    const QString crashed = QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel();
+    if (!crashed.isEmpty())
+        std::fprintf(stderr, "Last run crashed while opening %s\n", qPrintable(crashed));
+    if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
+        vst2->loadCatalog();
+    const int status = c.run(argc - 2, argv + 2);
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    QVlorAudioPlugins::Finalize();
+    return status;
 }
 
 } // namespace
@@ -77,11 +124,7 @@ int main(int argc, char** argv)
         qInstallMessageHandler(messageHandler);
         if (!std::getenv("VLORFX_VERBOSE"))
             BLDEBUG_SetStderrEnabled(0);
-        QCoreApplication app(argc, argv);
-        QVlorAudioPlugins::Initialize();
-        const int status = c.run(argc - 2, argv + 2);
-        QVlorAudioPlugins::Finalize();
-        return status;
+        return runWithLibrary(c, argc, argv);
     }
     std::fprintf(stderr, "vlorfx: unknown command '%s'\n", argv[1]);
     usage(stderr);

@@ -12,6 +12,13 @@ namespace {
 std::atomic<int> g_uiMode{QVlorApplication::Headless};
 }
 
+QVlorApplication::QVlorApplication(int& argc, char** argv) : QApplication(argc, argv) {}
+
+int QVlorApplication::buildStamp(int component, int kind) const
+{
+    return component == 1 && kind == 1 ? VLOR_BUILD_STAMP : 0;
+}
+
 QString QVlorApplication::applicationDataLocation()
 {
     char dir[4096];

@@ -1,12 +1,21 @@
 #ifndef QVLORAPPLICATION_H
 #define QVLORAPPLICATION_H
 
+#include <QApplication>
 #include <QString>
 
-// What the library asks of the application as a whole.
-class QVlorApplication {
+// The editor's application object, and what the library asks of the
+// application as a whole. The static services work without an instance.
+class QVlorApplication : public QApplication {
+    Q_OBJECT
 public:
     enum UiMode { Headless = 0, Gui = 1 };
+
+    QVlorApplication(int& argc, char** argv);
+
+    // A build stamp of one of the application's components: component 1 is
+    // the VST3 host program, kind 1 its build number. 0 for anything unknown.
+    virtual int buildStamp(int component, int kind) const;
 
     // The application's per-user data folder (settings, catalogs, descriptors).
     static QString applicationDataLocation();

@@ -1,0 +1,544 @@
+// The VST3 manager: its thread, the published copies, the search paths, the
+// scan and the crash sentinel. Enabling and verifying are in
+// QVlorVst3_ManagerOps.cpp, the pair operations in QVlorVst3_ManagerPairs.cpp.
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Manager_p.h"
+
+#include "QVlorSetting.h"
+#include "QVlorVst3_ModuleInfo.h"
+#include "QVlorVst3_Probe_p.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QLoggingCategory>
+#include <QSaveFile>
+
+namespace QVlorVst3 {
+
+const char* const K_SETTING_SCAN_VST3 = "vloraudio.plugins.scan_vst3";
+const char* const K_SETTING_VST3_CUSTOM_PATHS = "vloraudio.plugins.vst3_custom_paths";
+const char* const K_SETTING_VST3_DISABLED_PATHS = "vloraudio.plugins.vst3_disabled_paths";
+const char* const K_PROBE_TRUNCATED_TEXT =
+    "probe class list truncated -- module exposes more classes than the probe cap";
+
+namespace {
+
+// The sentinel's path for the static functions, which the widgets call
+// without a manager at hand.
+QMutex s_sentinelLock;
+QString s_sentinelPath;
+
+QString sentinelPath()
+{
+    QMutexLocker l(&s_sentinelLock);
+    return s_sentinelPath;
+}
+
+void writeSentinel(const QString& path, const QString& text)
+{
+    QSaveFile file(path);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write(text.toUtf8());
+        file.commit();
+    }
+}
+
+} // namespace
+
+/* ---- Data ---------------------------------------------------------------- */
+
+void Manager::Data::publish()
+{
+    QMutexLocker l(&publishLock);
+    publishedCatalog = catalog;
+    publishedPairs = pairs.entries();
+    applyPendingVerifyingLocked();
+}
+
+bool Manager::Data::applyPendingVerifyingLocked()
+{
+    bool changed = false;
+    for (const QString& path : std::as_const(pendingVerifyingBundles)) {
+        CatalogBundle* b = publishedCatalog.findBundle(path);
+        if (b && !b->missing() && !b->verifying()) {
+            b->setVerifying(true);
+            changed = true;
+        }
+    }
+    for (const QString& cid : std::as_const(pendingVerifyingClasses)) {
+        const CatalogClass* found = std::as_const(publishedCatalog).findClass(cid);
+        if (!found || found->state() == CatalogClass::Missing || found->state() == CatalogClass::Verifying)
+            continue;
+        // Only now is the copy detached: a publish with nothing to mark stays a pointer copy.
+        publishedCatalog.findClass(cid)->setState(CatalogClass::Verifying);
+        changed = true;
+    }
+    return changed;
+}
+
+bool Manager::Data::addMarks(QSet<QString>* pending, const QStringList& keys, bool* shown)
+{
+    QMutexLocker l(&publishLock);
+    for (const QString& key : keys)
+        pending->insert(key);
+    if (!thread || QThread::currentThread() == thread.data() || thread->isFinished())
+        return false;
+    *shown = applyPendingVerifyingLocked();
+    return true;
+}
+
+void Manager::Data::clearPendingVerifyingBundle(const QString& path)
+{
+    QMutexLocker l(&publishLock);
+    pendingVerifyingBundles.remove(path);
+}
+
+void Manager::Data::clearPendingVerifyingClass(const QString& cid)
+{
+    QMutexLocker l(&publishLock);
+    pendingVerifyingClasses.remove(cid);
+}
+
+bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const
+{
+    const QString program = hostBinary.isEmpty() ? QCoreApplication::applicationFilePath() : hostBinary;
+    const int seconds = QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);
+    qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
+    return __RunHostProcess(program, hostArgs + job, qMax(1, seconds) * 1000, reply, errorText);
+}
+
+QList<CatalogClass> Manager::Data::ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
+{
+    QList<CatalogClass> classes;
+    for (const QJsonValue& v : reply.value(QStringLiteral("classes")).toArray()) {
+        const QJsonObject o = v.toObject();
+        const QString subCategories = o.value(QStringLiteral("subCategories")).toString();
+        // The system hosts effects; an instrument that is also an effect stays.
+        if (subCategories.contains(QLatin1String("Instrument")) && !subCategories.contains(QLatin1String("Fx")))
+            continue;
+        const QString cid = o.value(QStringLiteral("cid")).toString();
+        if (taken->contains(cid))
+            continue;
+        taken->insert(cid);
+        CatalogClass c(cid, o.value(QStringLiteral("name")).toString(), o.value(QStringLiteral("vendor")).toString(),
+                       subCategories, o.value(QStringLiteral("version")).toString());
+        c.setState(CatalogClass::New);
+        c.setEnabled(false);
+        classes.append(c);
+    }
+    return classes;
+}
+
+void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
+{
+    QList<ModuleInfo::CompatEntry> compat;
+    bundle->setModuleinfoFound(ModuleInfo::read(bundle->path(), nullptr, &compat, nullptr));
+    bundle->compat().clear();
+    for (const ModuleInfo::CompatEntry& e : compat)
+        bundle->compat().append({e.newCid, e.oldCids});
+}
+
+void Manager::Data::StoreFileStamp(CatalogBundle* bundle)
+{
+    const QFileInfo info(bundle->path());
+    bundle->setMtimeSecs(info.lastModified().toSecsSinceEpoch());
+    bundle->setSizeBytes(info.size());
+}
+
+/* ---- construction and the thread ------------------------------------------ */
+
+Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath, qint32 verifierBuild,
+                 const QString& sentinel)
+    : QObject(nullptr), d(new Data)
+{
+    // An object with a parent cannot change threads: the parent is not taken.
+    d->hostArgs = QStringList{QStringLiteral("--vst3")};
+    d->catalogPath = catalogPath;
+    d->pairsPath = pairsPath;
+    d->sentinelPath = sentinel;
+    d->verifierBuild = verifierBuild;
+    d->thread = new QThread;
+
+    qRegisterMetaType<QVlorVst3::CatalogClass>("QVlorVst3::CatalogClass");
+    qRegisterMetaType<QVlorVst3::CatalogClass>("QVlorVst3::CatalogClass&");
+    qRegisterMetaType<QVlorVst3::Catalog>("QVlorVst3::Catalog");
+    qRegisterMetaType<QVlorPluginPairs::Entry>("QVlorPluginPairs::Entry");
+    qRegisterMetaType<QList<QVlorPluginPairs::Entry>>("QList<QVlorPluginPairs::Entry>");
+    {
+        QMutexLocker l(&s_sentinelLock);
+        s_sentinelPath = sentinel;
+    }
+    QVlorSetting& settings = QVlorSetting::global();
+    settings.setDefault(QLatin1String(K_SETTING_SCAN_VST3), true);
+    settings.setDefault(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);
+
+    // A file that does not read leaves an empty catalog or store until the next save.
+    if (!d->catalog.load(catalogPath))
+        d->catalog = Catalog();
+    d->pairs.load(pairsPath);
+    d->publish();
+
+    connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
+    connect(this, &Manager::endScan, this, &Manager::onEndScan);
+    // Saved on a later turn of the loop: several changes in one turn cost one write.
+    connect(this, &Manager::catalogChanged, this, &Manager::saveCatalogAndPairs, Qt::QueuedConnection);
+
+    moveToThread(d->thread);
+    d->thread->setObjectName(QStringLiteral("QVlorVst3::Manager"));
+    d->thread->start(QThread::InheritPriority);
+    connect(d->thread.data(), &QThread::finished, d->thread.data(), &QObject::deleteLater);
+}
+
+Manager::~Manager()
+{
+    aboutToQuit();
+    delete d;
+}
+
+void Manager::aboutToQuit()
+{
+    if (!d->thread || d->thread->isFinished())
+        return;
+    if (QThread::currentThread() == d->thread.data()) {
+        d->thread->quit();
+        return;
+    }
+    cancel();
+    QThread* thread = d->thread.data();
+    if (thread->isRunning())
+        QMetaObject::invokeMethod(this, [this] { aboutToQuit(); }, Qt::BlockingQueuedConnection);
+    if (thread->isRunning())
+        thread->wait();
+    d->thread.clear();
+    saveCatalogAndPairs();
+}
+
+/* ---- read side and plain state ------------------------------------------- */
+
+Catalog Manager::catalogCopy() const
+{
+    QMutexLocker l(&d->publishLock);
+    return d->publishedCatalog;
+}
+
+Catalog& Manager::catalog() { return d->catalog; }
+QVlorPluginPairs& Manager::pairs() { return d->pairs; }
+bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
+void Manager::cancel() { d->cancelRequested.storeRelease(1); }
+void Manager::onBeginScan() { d->scanning.storeRelease(1); }
+void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
+
+bool Manager::isScanEnabled() const { return QVlorSetting::global().getBool(QLatin1String(K_SETTING_SCAN_VST3), true); }
+
+void Manager::setScanEnabled(bool on) { QVlorSetting::global().change(QLatin1String(K_SETTING_SCAN_VST3), on); }
+
+void Manager::saveCatalogAndPairs()
+{
+    if (!d->dirty.loadAcquire())
+        return;
+    d->catalog.save(d->catalogPath);
+    d->pairs.save(d->pairsPath);
+    d->dirty.storeRelease(0);
+}
+
+void Manager::setVst2ItemsProvider(const Vst2ItemsProvider& provider)
+{
+    if (d->post(this, [this, provider] { setVst2ItemsProvider(provider); }))
+        return;
+    d->vst2Items = provider;
+}
+
+void Manager::setVst2FailedSetter(const Vst2FailedSetter& setter)
+{
+    if (d->post(this, [this, setter] { setVst2FailedSetter(setter); }))
+        return;
+    d->vst2Failed = setter;
+}
+
+void Manager::setHostBinary(const QString& path, const QStringList& arguments)
+{
+    if (d->post(this, [this, path, arguments] { setHostBinary(path, arguments); }))
+        return;
+    d->hostBinary = path;
+    d->hostArgs = arguments;
+}
+
+void Manager::setHostBinaryForTesting(const QString& path) { setHostBinary(path, {QStringLiteral("--vst3")}); }
+
+void Manager::setSearchPathsForTesting(const QStringList& paths)
+{
+    if (d->post(this, [this, paths] { setSearchPathsForTesting(paths); }))
+        return;
+    d->searchPathsOverride = paths;
+    d->searchPathsOverridden = true;
+}
+
+/* ---- search paths ---------------------------------------------------------- */
+
+QStringList Manager::SystemPaths()
+{
+    return {QDir::homePath() + QStringLiteral("/.vst3"), QStringLiteral("/usr/lib/vst3"),
+            QStringLiteral("/usr/local/lib/vst3")};
+}
+
+QStringList Manager::searchPaths() const
+{
+    if (d->searchPathsOverridden)
+        return d->searchPathsOverride;
+    QStringList paths = SystemPaths();
+    QVlorSetting& settings = QVlorSetting::global();
+    for (const QString& custom : settings.getStringList(QLatin1String(K_SETTING_VST3_CUSTOM_PATHS)))
+        if (!paths.contains(custom))
+            paths.append(custom);
+    for (const QString& off : settings.getStringList(QLatin1String(K_SETTING_VST3_DISABLED_PATHS)))
+        paths.removeAll(off);
+    return paths;
+}
+
+void __CollectBundlePaths(const QString& directory, QStringList* output)
+{
+    QDirIterator it(directory, QDir::Dirs | QDir::Files | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+    while (it.hasNext()) {
+        it.next();
+        const QFileInfo info = it.fileInfo();
+        if (info.suffix().compare(QLatin1String("vst3"), Qt::CaseInsensitive) == 0)
+            output->append(info.absoluteFilePath());
+        else if (info.isDir())
+            __CollectBundlePaths(info.absoluteFilePath(), output);
+    }
+}
+
+/* ---- the scan ---------------------------------------------------------------- */
+
+void Manager::searchPlugins(bool notifyNew)
+{
+    if (d->post(this, [this, notifyNew] { searchPlugins(notifyNew); }))
+        return;
+    d->cancelRequested.storeRelease(0);
+    if (!isScanEnabled()) {
+        emit endScan(false);
+        return;
+    }
+    emit beginScan();
+    qInfo() << "QVlorVst3::Manager: searchPlugins started";
+
+    const QStringList roots = searchPaths();
+    QStringList found;
+    for (const QString& root : roots)
+        if (QFileInfo(root).isDir())
+            __CollectBundlePaths(root, &found);
+    const QSet<QString> foundSet(found.begin(), found.end());
+
+    QList<CatalogBundle>& bundles = d->catalog.bundles();
+    // Never probed and gone: nothing of the user's is lost. Probed bundles
+    // hold the user's choices and stay.
+    for (int i = int(bundles.size()) - 1; i >= 0; --i) {
+        const CatalogBundle& b = bundles.at(i);
+        if (!b.probed() && !foundSet.contains(b.path()) && __IsUnderScannedRoot(b.path(), roots))
+            bundles.removeAt(i);
+    }
+    for (CatalogBundle& b : bundles) {
+        if (foundSet.contains(b.path()) || !__IsUnderScannedRoot(b.path(), roots))
+            continue;
+        for (CatalogClass& c : b.classes()) {
+            if (c.state() == CatalogClass::Missing)
+                continue;
+            c.setState(CatalogClass::Missing);
+            emit pluginStateChanged(c);
+        }
+    }
+
+    QSet<QString> seen;
+    QList<QString> newNames;
+    const int total = int(found.size());
+    for (int i = 1; i <= total; ++i) {
+        if (d->cancelRequested.loadAcquire())
+            break;
+        const QString& path = found.at(i - 1);
+        CatalogBundle* b = d->catalog.findBundle(path);
+        if (!b) {
+            CatalogBundle fresh;
+            fresh.setPath(path);
+            Data::StoreFileStamp(&fresh);
+            fresh.setProbed(false);
+            d->catalog.bundles().append(fresh);
+            newNames.append(QFileInfo(path).completeBaseName());
+        } else if (!b->probed()) {
+            const qint64 oldTime = b->mtimeSecs(), oldSize = b->sizeBytes();
+            Data::StoreFileStamp(b);
+            b->setMissing(false);
+            // A changed file gets a new chance.
+            if (oldTime != b->mtimeSecs() || oldSize != b->sizeBytes()) {
+                b->setFailed(false);
+                b->setLastError(QString());
+            }
+        } else {
+            bool lostClasses = false;
+            for (const CatalogClass& c : std::as_const(*b).classes())
+                lostClasses = lostClasses || c.state() == CatalogClass::Missing;
+            if (!lostClasses && !b->isOutdated()) {
+                // The first bundle holding a class ID keeps it.
+                QList<CatalogClass>& classes = b->classes();
+                for (int k = int(classes.size()) - 1; k >= 0; --k)
+                    if (seen.contains(classes.at(k).cid()))
+                        classes.removeAt(k);
+                for (const CatalogClass& c : std::as_const(classes))
+                    seen.insert(c.cid());
+            } else {
+                reprobeBundle(path, &seen, &newNames);
+            }
+        }
+        emit progressScan(i, total);
+    }
+
+    runMatcher({}, 0);
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+    bool anyNew = false;
+    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+        for (const CatalogClass& c : b.classes())
+            anyNew = anyNew || c.state() == CatalogClass::New;
+    emit endScan(anyNew);
+    if (!newNames.isEmpty() && notifyNew)
+        emit newPluginsFound(newNames);
+    qInfo() << "QVlorVst3::Manager: searchPlugins finished";
+}
+
+// A probed bundle that changed or lost classes: probed again, keeping the user's choices.
+void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames)
+{
+    CatalogBundle copy = *d->catalog.findBundle(path);
+    Data::StoreFileStamp(&copy);
+    QJsonObject reply;
+    QString error;
+    if (!d->runHost(ProbeArguments(path), &reply, &error)) {
+        copy.setFailed(true);
+        copy.setLastError(error);
+        QList<CatalogClass>& classes = copy.classes();
+        for (int k = 0; k < classes.size();) {
+            if (seen->contains(classes.at(k).cid())) {
+                classes.removeAt(k);
+            } else {
+                seen->insert(classes.at(k).cid());
+                ++k;
+            }
+        }
+    } else {
+        copy.setFailed(false);
+        copy.setLastError(QString());
+        const QList<CatalogClass> old = copy.classes();
+        QList<CatalogClass> classes = Data::ReplyClasses(reply, seen);
+        for (CatalogClass& c : classes) {
+            const CatalogClass* before = nullptr;
+            for (const CatalogClass& o : old)
+                if (o.cid() == c.cid())
+                    before = &o;
+            if (!before) {
+                newNames->append(c.name());
+                continue;
+            }
+            c.setEnabled(before->isEnabled());
+            c.setLastError(before->lastError());
+            c.setVerifiedAt(before->verifiedAt());
+            c.setVerifierBuild(before->verifierBuild());
+            if (before->state() == CatalogClass::Missing)
+                c.setState(before->isEnabled() ? CatalogClass::Enabled : CatalogClass::Disabled);
+            else
+                c.setState(before->state());
+        }
+        copy.classes() = classes;
+    }
+    Data::ReadModuleInfo(&copy);
+    if (reply.value(QStringLiteral("truncated")).toBool(false))
+        copy.setLastError(QLatin1String(K_PROBE_TRUNCATED_TEXT));
+    if (CatalogBundle* live = d->catalog.findBundle(path))
+        *live = copy;
+    else
+        d->catalog.bundles().append(copy);
+}
+
+void Manager::rescanPlugins()
+{
+    if (d->post(this, [this] { rescanPlugins(); }))
+        return;
+    for (CatalogBundle& b : d->catalog.bundles()) {
+        if (!b.probed() || b.failed())
+            continue;
+        b.setMtimeSecs(0);
+        b.setSizeBytes(0);
+    }
+    searchPlugins(false);
+}
+
+/* ---- the crash sentinel ------------------------------------------------------ */
+
+QString Manager::SetOpeningSentinel(const QString& format, const QString& id, const QString& name)
+{
+    const QString path = sentinelPath();
+    if (path.isEmpty())
+        return QString();
+    QString previous;
+    QFile file(path);
+    if (file.exists() && file.open(QIODevice::ReadOnly))
+        previous = QString::fromUtf8(file.readAll());
+    file.close();
+    writeSentinel(path, QStringLiteral("%1|%2|%3").arg(format, id, name));
+    return previous;
+}
+
+void Manager::ClearOpeningSentinel(const QString& previous)
+{
+    const QString path = sentinelPath();
+    if (path.isEmpty())
+        return;
+    if (previous.isEmpty())
+        QFile::remove(path);
+    else
+        writeSentinel(path, previous);
+}
+
+QString Manager::consumeCrashSentinel()
+{
+    if (d->thread && QThread::currentThread() != d->thread.data() && d->thread->isRunning()) {
+        QString name;
+        QMetaObject::invokeMethod(this, [this, &name] { name = consumeCrashSentinel(); }, Qt::BlockingQueuedConnection);
+        return name;
+    }
+    if (d->sentinelPath.isEmpty() || !QFile::exists(d->sentinelPath))
+        return QString();
+    QString text;
+    {
+        QFile file(d->sentinelPath);
+        if (file.open(QIODevice::ReadOnly))
+            text = QString::fromUtf8(file.readAll());
+    }
+    // A start blames a plugin at most once.
+    QFile::remove(d->sentinelPath);
+    QStringList parts = text.split(QLatin1Char('|'), Qt::KeepEmptyParts);
+    if (parts.size() < 3)
+        return QString();
+    const QString format = parts.takeFirst();
+    const QString key = parts.takeFirst();
+    const QString name = parts.join(QLatin1Char('|'));
+    if (format == QLatin1String("vst3")) {
+        if (CatalogClass* c = d->catalog.findClass(key)) {
+            c->setState(CatalogClass::Crashed);
+            const CatalogClass crashed = *c;
+            d->dirty.storeRelease(1);
+            d->publish();
+            emit pluginStateChanged(crashed);
+            emit catalogChanged();
+        }
+    } else if (format == QLatin1String("vst2") && d->vst2Failed) {
+        d->vst2Failed(key.toLongLong(nullptr, 10));
+    }
+    return name;
+}
+
+} // namespace QVlorVst3

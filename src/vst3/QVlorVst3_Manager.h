@@ -1,0 +1,131 @@
+#ifndef QVLORVST3_MANAGER_H
+#define QVLORVST3_MANAGER_H
+
+#include "QVlorPluginPairs.h"
+#include "QVlorVst3_Catalog.h"
+
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QStringList>
+
+#include <functional>
+
+namespace QVlorVst3 {
+
+extern const char* const K_SETTING_SCAN_VST3;           // "vloraudio.plugins.scan_vst3"
+extern const char* const K_SETTING_VST3_CUSTOM_PATHS;   // "vloraudio.plugins.vst3_custom_paths"
+extern const char* const K_SETTING_VST3_DISABLED_PATHS; // "vloraudio.plugins.vst3_disabled_paths"
+
+// Owns the live VST3 catalog and the pair store. It lives on a thread of its
+// own: directory walks and host processes never block the user interface.
+// Its mutating calls, made from another thread, post themselves there and
+// return at once, and report through signals; readers take the published
+// copies, which are swapped under a mutex.
+class Manager : public QObject {
+    Q_OBJECT
+public:
+    // What the manager is told of one VST2 plugin; the matcher's view of the VST2 side.
+    struct Vst2PluginInfo {
+        qint64 uniqueId = 0;
+        QString name;
+        QString vendor;
+        bool exists = false; // for a shell's child, the shell's
+        bool isNew = false;
+        bool enabled = false;
+        bool failed = false;
+    };
+    using Vst2ItemsProvider = std::function<QList<Vst2PluginInfo>()>;
+    using Vst2FailedSetter = std::function<void(qint64)>;
+
+    Manager(QObject* parent, const QString& catalogPath, const QString& pairsPath, qint32 verifierBuild,
+            const QString& sentinelPath);
+    ~Manager() override;
+
+    // Any thread.
+    Catalog catalogCopy() const;
+    bool isScanning() const;
+    bool isScanEnabled() const;
+    void setScanEnabled(bool on);
+    QStringList searchPaths() const;
+    static QStringList SystemPaths();
+
+    // The live objects: the manager's thread only.
+    Catalog& catalog();
+    QVlorPluginPairs& pairs();
+
+    // Setters; from another thread they are posted to the manager's.
+    void setVst2ItemsProvider(const Vst2ItemsProvider& provider);
+    void setVst2FailedSetter(const Vst2FailedSetter& setter);
+    void setHostBinary(const QString& path, const QStringList& arguments);
+    void setHostBinaryForTesting(const QString& path);
+    void setSearchPathsForTesting(const QStringList& paths);
+
+    // The crash sentinel: a file naming the plugin being opened in process.
+    static QString SetOpeningSentinel(const QString& format, const QString& id, const QString& name);
+    static void ClearOpeningSentinel(const QString& previous);
+    QString consumeCrashSentinel();
+
+    // The matcher over the live catalog and store; the manager's thread only.
+    void runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId);
+
+signals:
+    void beginScan();
+    void endScan(bool hasNewPlugins);
+    void progressScan(int n, int total);
+    void catalogChanged();
+    void pluginStateChanged(const QVlorVst3::CatalogClass& catalogClass);
+    void pluginEnabled(const QVlorVst3::CatalogClass& catalogClass);
+    void pluginDisabled(const QVlorVst3::CatalogClass& catalogClass);
+    void pluginFailed(const QVlorVst3::CatalogClass& catalogClass);
+    void newPluginsFound(const QList<QString>& names);
+
+public slots:
+    void searchPlugins(bool notifyNew = true);
+    void rescanPlugins();
+    void cancel();
+    void aboutToQuit();
+    void saveCatalogAndPairs();
+    void onBeginScan();
+    void onEndScan(bool hasNewPlugins);
+
+    // Enabling and verification.
+    void enablePlugin(const QString& cid);
+    void enableBundle(const QString& path);
+    void enableBundleInternal(const QString& path, bool autoEnableSingle);
+    void enableNewPlugins();
+    void disablePlugin(const QString& cid);
+    void setBundleEnabled(const QString& path, bool on);
+    void setVendorEnabled(const QString& vendor, bool on);
+    void clearCrashedState(const QString& cid);
+    void removeFromCatalog(const QString& cid);
+    void resetBundle(const QString& path);
+    void purgeUnprobedUnder(const QString& root);
+    void markClassesVerifying(const QStringList& cids);
+    void markBundlesVerifying(const QStringList& paths);
+
+    // Pairs.
+    QList<QVlorPluginPairs::Entry> pairsEntriesCopy() const;
+    QSet<qint64> pendingPairOpVst2IdsCopy() const;
+    QSet<QString> pendingPairOpCidsCopy() const;
+    void rematchPairs(qint64 vst2UniqueId = 0);
+    void setPairActiveFormat(const QString& pairId, const QString& format);
+    void splitPair(const QString& pairId, const QString& keepFormat, qint64 pendingVst2UniqueId = 0,
+                   const QString& pendingVst3Cid = QString());
+    void markPairOpPending(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
+    void addManualPair(qint64 vst2UniqueId, const QString& vst3Cid, const QString& activeFormat);
+    void purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
+
+private:
+    void reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames);
+
+    class Data;
+    Data* d;
+};
+
+} // namespace QVlorVst3
+
+Q_DECLARE_METATYPE(QVlorVst3::CatalogClass)
+Q_DECLARE_METATYPE(QVlorVst3::Manager::Vst2PluginInfo)
+
+#endif

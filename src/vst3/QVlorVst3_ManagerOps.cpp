@@ -1,0 +1,409 @@
+// The VST3 manager's operations that move classes and bundles through their
+// states: probing, verifying, switching on and off, forgetting.
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Manager_p.h"
+
+#include "QVlorPluginMatcher.h"
+#include "QVlorVst3_Probe_p.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+
+namespace QVlorVst3 {
+
+bool __LocateClassAndBundle(Catalog& catalog, const QString& cid, CatalogBundle** bundle, CatalogClass** catalogClass)
+{
+    const QList<CatalogBundle>& constBundles = std::as_const(catalog).bundles();
+    for (int b = 0; b < constBundles.size(); ++b) {
+        const QList<CatalogClass>& classes = constBundles.at(b).classes();
+        for (int c = 0; c < classes.size(); ++c) {
+            if (classes.at(c).cid() != cid)
+                continue;
+            // Detached only once found, so that a miss copies nothing.
+            CatalogBundle& live = catalog.bundles()[b];
+            *bundle = &live;
+            *catalogClass = &live.classes()[c];
+            return true;
+        }
+    }
+    return false;
+}
+
+void Manager::enablePlugin(const QString& cid)
+{
+    if (d->post(this, [this, cid] { enablePlugin(cid); }))
+        return;
+    CatalogBundle* bundle = nullptr;
+    CatalogClass* c = nullptr;
+    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
+        d->clearPendingVerifyingClass(cid);
+        d->publish();
+        return;
+    }
+    c->setState(CatalogClass::Verifying);
+    const QString path = bundle->path();
+    d->publish();
+    emit pluginStateChanged(*c);
+
+    QString error;
+    const bool ok = d->runHost(VerifyArguments(path, cid), nullptr, &error);
+    d->clearPendingVerifyingClass(cid);
+    // The catalog may have changed while the host ran.
+    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
+        d->publish();
+        return;
+    }
+    if (ok) {
+        c->setEnabled(true);
+        c->setState(CatalogClass::Enabled);
+        c->setLastError(QString());
+        c->setVerifiedAt(QDateTime::currentSecsSinceEpoch());
+        c->setVerifierBuild(d->verifierBuild);
+        if (QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid))
+            entry->vetoedAutoEnable = false;
+    } else {
+        c->setEnabled(false);
+        c->setState(CatalogClass::Failed);
+        c->setLastError(error);
+    }
+    const CatalogClass result = *c;
+    d->dirty.storeRelease(1);
+    d->publish();
+    if (ok)
+        emit pluginEnabled(result);
+    else
+        emit pluginFailed(result);
+    emit catalogChanged();
+}
+
+void Manager::enableBundle(const QString& path) { enableBundleInternal(path, true); }
+
+void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
+{
+    if (d->post(this, [this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
+        return;
+    auto dropMark = [this, &path] {
+        QMutexLocker l(&d->publishLock);
+        return d->pendingVerifyingBundles.remove(path);
+    };
+    CatalogBundle* b = d->catalog.findBundle(path);
+    if (!b) {
+        // A mark on a bundle that is gone would show it busy until the next publish.
+        if (dropMark()) {
+            d->publish();
+            emit catalogChanged();
+        }
+        return;
+    }
+    if (b->probed()) {
+        const bool wasMarked = dropMark();
+        if (wasMarked || b->verifying()) {
+            b->setVerifying(false);
+            d->publish();
+            emit catalogChanged();
+        }
+        return;
+    }
+    if (!QFileInfo::exists(path)) {
+        dropMark();
+        b->setVerifying(false);
+        b->setMissing(true);
+        d->dirty.storeRelease(1);
+        d->publish();
+        emit catalogChanged();
+        return;
+    }
+    b->setVerifying(true);
+    d->publish();
+    emit catalogChanged();
+
+    QJsonObject reply;
+    QString error;
+    const bool ok = d->runHost(ProbeArguments(path), &reply, &error);
+    dropMark();
+    b = d->catalog.findBundle(path);
+    if (!b) {
+        d->publish();
+        return;
+    }
+    b->setVerifying(false);
+    Data::StoreFileStamp(b);
+    if (!ok) {
+        // Not probed: the bundle can be tried again.
+        b->setFailed(true);
+        b->setLastError(error);
+        d->dirty.storeRelease(1);
+        d->publish();
+        emit catalogChanged();
+        return;
+    }
+    QSet<QString> taken;
+    for (const CatalogBundle& other : std::as_const(d->catalog).bundles())
+        if (other.path() != path)
+            for (const CatalogClass& c : other.classes())
+                taken.insert(c.cid());
+    QList<CatalogClass> classes = Data::ReplyClasses(reply, &taken);
+    // The probe has just loaded the only class: that is its verification.
+    if (autoEnableSingle && classes.size() == 1) {
+        classes[0].setEnabled(true);
+        classes[0].setState(CatalogClass::Enabled);
+    }
+    b->classes() = classes;
+    b->setProbed(true);
+    b->setFailed(false);
+    b->setMissing(false);
+    b->setLastError(reply.value(QStringLiteral("truncated")).toBool(false) ? QLatin1String(K_PROBE_TRUNCATED_TEXT)
+                                                                          : QString());
+    Data::ReadModuleInfo(b);
+    runMatcher({}, 0);
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::enableNewPlugins()
+{
+    if (d->post(this, [this] { enableNewPlugins(); }))
+        return;
+    QStringList unprobed;
+    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+        if (!b.probed() && !b.failed() && !b.missing() && b.enabled())
+            unprobed.append(b.path());
+    // Each new class is decided below, by its twin.
+    for (const QString& path : std::as_const(unprobed))
+        enableBundleInternal(path, false);
+
+    QStringList fresh;
+    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+        for (const CatalogClass& c : b.classes())
+            if (c.state() == CatalogClass::New)
+                fresh.append(c.cid());
+    const QList<Vst2PluginInfo> vst2 = d->vst2Items ? d->vst2Items() : QList<Vst2PluginInfo>();
+
+    for (const QString& cid : std::as_const(fresh)) {
+        const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
+        if (!c || c->state() != CatalogClass::New)
+            continue;
+        QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+        bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
+        if (entry && entry->vst2 != 0) {
+            hasVst2 = true;
+            for (const Vst2PluginInfo& info : vst2) {
+                if (info.uniqueId != entry->vst2 || info.isNew)
+                    continue;
+                // Off and not failed: the user switched it off. A twin that crashed gives way.
+                vst2Enabled = info.enabled;
+                vst2UserDisabled = !info.enabled && !info.failed;
+                break;
+            }
+        }
+        const QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
+        if (format == QLatin1String("veto")) {
+            if (entry)
+                entry->vetoedAutoEnable = true;
+        } else if (format == QLatin1String("vst3")) {
+            if (entry)
+                entry->activeFormat = QStringLiteral("vst3");
+            enablePlugin(cid);
+        } else {
+            if (entry)
+                entry->activeFormat = QStringLiteral("vst2");
+            // Turned off without a verify: the pair runs as VST2.
+            if (CatalogClass* live = d->catalog.findClass(cid)) {
+                live->setState(CatalogClass::Disabled);
+                const CatalogClass off = *live;
+                d->publish();
+                emit pluginStateChanged(off);
+            }
+        }
+    }
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::disablePlugin(const QString& cid)
+{
+    if (d->post(this, [this, cid] { disablePlugin(cid); }))
+        return;
+    CatalogClass* c = d->catalog.findClass(cid);
+    if (!c)
+        return;
+    c->setEnabled(false);
+    c->setState(CatalogClass::Disabled);
+    const CatalogClass off = *c;
+    d->publish();
+    emit pluginDisabled(off);
+    d->dirty.storeRelease(1);
+    emit catalogChanged();
+}
+
+void Manager::setBundleEnabled(const QString& path, bool on)
+{
+    if (d->post(this, [this, path, on] { setBundleEnabled(path, on); }))
+        return;
+    CatalogBundle* b = d->catalog.findBundle(path);
+    if (!b || b->enabled() == on)
+        return;
+    b->setEnabled(on);
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::setVendorEnabled(const QString& vendor, bool on)
+{
+    if (d->post(this, [this, vendor, on] { setVendorEnabled(vendor, on); }))
+        return;
+    const QString key = vendor.toLower();
+    if (key.isEmpty())
+        return;
+    QStringList& vendors = d->catalog.disabledVendors();
+    bool changed;
+    if (on) {
+        changed = vendors.removeAll(key) > 0;
+    } else {
+        changed = !vendors.contains(key);
+        if (changed)
+            vendors.append(key);
+    }
+    if (!changed)
+        return;
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::clearCrashedState(const QString& cid)
+{
+    if (d->post(this, [this, cid] { clearCrashedState(cid); }))
+        return;
+    CatalogClass* c = d->catalog.findClass(cid);
+    if (!c || c->state() != CatalogClass::Crashed)
+        return;
+    c->setState(CatalogClass::Enabled);
+    const CatalogClass cleared = *c;
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit pluginStateChanged(cleared);
+    // The user's answer must outlive a crash of the very next open.
+    emit catalogChanged();
+}
+
+void Manager::removeFromCatalog(const QString& cid)
+{
+    if (d->post(this, [this, cid] { removeFromCatalog(cid); }))
+        return;
+    CatalogBundle* bundle = nullptr;
+    CatalogClass* c = nullptr;
+    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c))
+        return;
+    QList<CatalogClass>& classes = bundle->classes();
+    classes.removeAt(int(c - classes.data()));
+    if (classes.isEmpty())
+        d->catalog.removeBundle(bundle->path());
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::resetBundle(const QString& path)
+{
+    if (d->post(this, [this, path] { resetBundle(path); }))
+        return;
+    CatalogBundle* b = d->catalog.findBundle(path);
+    if (!b)
+        return;
+    QStringList cids;
+    for (const CatalogClass& c : std::as_const(*b).classes())
+        cids.append(c.cid());
+    b->classes().clear();
+    b->compat().clear();
+    b->setProbed(false);
+    b->setModuleinfoFound(false);
+    b->setFailed(false);
+    b->setLastError(QString());
+    b->setEnabled(true);
+    b->setVerifying(false);
+    b->setMissing(false);
+    d->pairs.purgeIdentities({}, cids);
+    d->clearPendingPairOp({}, cids);
+    {
+        QMutexLocker l(&d->publishLock);
+        d->pendingVerifyingBundles.remove(path);
+        for (const QString& cid : std::as_const(cids))
+            d->pendingVerifyingClasses.remove(cid);
+    }
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::purgeUnprobedUnder(const QString& root)
+{
+    if (d->post(this, [this, root] { purgeUnprobedUnder(root); }))
+        return;
+    if (root.isEmpty())
+        return;
+    QList<CatalogBundle>& bundles = d->catalog.bundles();
+    bool any = false;
+    for (int i = int(bundles.size()) - 1; i >= 0; --i) {
+        if (bundles.at(i).probed() || !__IsUnderScannedRoot(bundles.at(i).path(), {root}))
+            continue;
+        bundles.removeAt(i);
+        any = true;
+    }
+    if (!any)
+        return;
+    d->dirty.storeRelease(1);
+    d->publish();
+    emit catalogChanged();
+}
+
+void Manager::markClassesVerifying(const QStringList& cids)
+{
+    bool shown = false;
+    if (d->addMarks(&d->pendingVerifyingClasses, cids, &shown)) {
+        if (shown)
+            emit catalogChanged();
+        d->post(this, [this, cids] { markClassesVerifying(cids); });
+        return;
+    }
+    bool any = false;
+    for (const QString& cid : cids) {
+        CatalogClass* c = d->catalog.findClass(cid);
+        if (c && c->state() != CatalogClass::Verifying) {
+            c->setState(CatalogClass::Verifying);
+            any = true;
+        }
+    }
+    if (any) {
+        d->publish();
+        emit catalogChanged();
+    }
+}
+
+void Manager::markBundlesVerifying(const QStringList& paths)
+{
+    bool shown = false;
+    if (d->addMarks(&d->pendingVerifyingBundles, paths, &shown)) {
+        if (shown)
+            emit catalogChanged();
+        d->post(this, [this, paths] { markBundlesVerifying(paths); });
+        return;
+    }
+    bool any = false;
+    for (const QString& path : paths) {
+        CatalogBundle* b = d->catalog.findBundle(path);
+        if (b && !b->missing() && !b->verifying()) {
+            b->setVerifying(true);
+            any = true;
+        }
+    }
+    if (any) {
+        d->publish();
+        emit catalogChanged();
+    }
+}
+
+} // namespace QVlorVst3

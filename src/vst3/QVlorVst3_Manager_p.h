@@ -1,0 +1,84 @@
+#ifndef QVLORVST3_MANAGER_P_H
+#define QVLORVST3_MANAGER_P_H
+
+#include "QVlorVst3_Manager.h"
+
+#include <QAtomicInt>
+#include <QJsonObject>
+#include <QMetaObject>
+#include <QMutex>
+#include <QPointer>
+#include <QSet>
+#include <QThread>
+
+namespace QVlorVst3 {
+
+class Manager::Data {
+public:
+    QString catalogPath;
+    QString pairsPath;
+    QString sentinelPath;
+    qint32 verifierBuild = 0;
+    Vst2ItemsProvider vst2Items;
+    Vst2FailedSetter vst2Failed;
+    QStringList searchPathsOverride;
+    bool searchPathsOverridden = false;
+    QString hostBinary;
+    QStringList hostArgs;
+
+    Catalog catalog;        // the manager's thread alone
+    QVlorPluginPairs pairs; // likewise
+
+    mutable QMutex publishLock; // guards the copies and every pending set
+    Catalog publishedCatalog;
+    QList<QVlorPluginPairs::Entry> publishedPairs;
+    QSet<QString> pendingVerifyingBundles;
+    QSet<QString> pendingVerifyingClasses;
+    QSet<qint64> pendingPairOpVst2Ids;
+    QSet<QString> pendingPairOpCids;
+
+    QAtomicInt cancelRequested{0};
+    QAtomicInt scanning{0};
+    QAtomicInt dirty{0};
+    QPointer<QThread> thread;
+
+    // True when a call must be posted to the manager's thread; it then has been.
+    template <typename F> bool post(QObject* manager, F&& call) const
+    {
+        if (!thread || QThread::currentThread() == thread.data() || thread->isFinished())
+            return false;
+        QMetaObject::invokeMethod(manager, std::forward<F>(call), Qt::QueuedConnection);
+        return true;
+    }
+
+    void publish();
+    bool applyPendingVerifyingLocked();
+    // The user interface's marks, recorded at once. Away from the manager's
+    // running thread they are shown on the published copy (shown: it changed)
+    // and the answer is true: the caller posts the rest of the work.
+    bool addMarks(QSet<QString>* pending, const QStringList& keys, bool* shown);
+    void clearPendingVerifyingBundle(const QString& path);
+    void clearPendingVerifyingClass(const QString& cid);
+    bool clearPendingPairOp(const QList<qint64>& ids, const QStringList& cids);
+
+    // One job of the host program; the reply and the failure's text as __RunHostProcess gives them.
+    bool runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const;
+    // The effect classes of a probe's reply, each a new one that is off. IDs
+    // in taken are left out, and those kept are added to it.
+    static QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken);
+    // The moduleinfo compatibility list of the bundle, and whether it has moduleinfo at all.
+    static void ReadModuleInfo(CatalogBundle* bundle);
+    static void StoreFileStamp(CatalogBundle* bundle);
+};
+
+// The bundle holding the class and the class itself, both detached, in the live catalog.
+bool __LocateClassAndBundle(Catalog& catalog, const QString& cid, CatalogBundle** bundle,
+                            CatalogClass** catalogClass);
+// Every .vst3 under directory; a bundle is not entered, links are not followed.
+void __CollectBundlePaths(const QString& directory, QStringList* output);
+
+extern const char* const K_PROBE_TRUNCATED_TEXT;
+
+} // namespace QVlorVst3
+
+#endif
