@@ -3,6 +3,7 @@
 // The library's JSON files are replaced whole or not at all.
 
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
@@ -27,6 +28,9 @@ inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& 
 // parse or holds something else.
 inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root)
 {
+    // A pipe or a device in the file's place would block the open or never end.
+    if (!QFileInfo(fileName).isFile())
+        return false;
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         return false;

@@ -138,6 +138,9 @@ bool Manager::Data::replacePaths(const QJsonObject& root)
 
 bool Manager::Data::readJsonObject(const QString& filename, QJsonObject* object)
 {
+    // A pipe or a device in the file's place would block the open or never end.
+    if (!QFileInfo(filename).isFile())
+        return false;
     QFile file(filename);
     if (!file.open(QIODevice::ReadOnly))
         return false;

@@ -39,6 +39,18 @@ QString sentinelPath()
     return s_sentinelPath;
 }
 
+// The text of the sentinel; empty when it cannot be read. Only a plain file
+// is read: anything else in its place would block or never end.
+QString readSentinel(const QString& path)
+{
+    if (!QFileInfo(path).isFile())
+        return QString();
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return QString();
+    return QString::fromUtf8(file.read(64 * 1024));
+}
+
 void writeSentinel(const QString& path, const QString& text)
 {
     QSaveFile file(path);
@@ -483,11 +495,7 @@ QString Manager::SetOpeningSentinel(const QString& format, const QString& id, co
     const QString path = sentinelPath();
     if (path.isEmpty())
         return QString();
-    QString previous;
-    QFile file(path);
-    if (file.exists() && file.open(QIODevice::ReadOnly))
-        previous = QString::fromUtf8(file.readAll());
-    file.close();
+    const QString previous = readSentinel(path);
     writeSentinel(path, QStringLiteral("%1|%2|%3").arg(format, id, name));
     return previous;
 }
@@ -512,12 +520,7 @@ QString Manager::consumeCrashSentinel()
     }
     if (d->sentinelPath.isEmpty() || !QFile::exists(d->sentinelPath))
         return QString();
-    QString text;
-    {
-        QFile file(d->sentinelPath);
-        if (file.open(QIODevice::ReadOnly))
-            text = QString::fromUtf8(file.readAll());
-    }
+    const QString text = readSentinel(d->sentinelPath);
     // A start blames a plugin at most once.
     QFile::remove(d->sentinelPath);
     QStringList parts = text.split(QLatin1Char('|'), Qt::KeepEmptyParts);

@@ -2,6 +2,13 @@
 #include "libbase.h"
 #include "testsupport.h"
 
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QSet>
+#include <QStringList>
+
 #include <gtest/gtest.h>
 
 #include <sndfile.h>
@@ -185,4 +192,70 @@ TEST_F(Apply, ProbeListsVerifiesAndSurvivesACrashingBundle)
     EXPECT_EQ(run("probe '" VLOR_FIXTURE_VST3_DIR "/vlor-vst3-crash-entry.vst3'"), 1);
     EXPECT_NE(err().find("probe crashed"), std::string::npos) << err();
     EXPECT_EQ(run("probe"), 2);
+}
+
+// The machine's own plugins, scanned as the editor does: every zam VST3 class
+// verified and enabled, and each zam product that exists in both formats
+// paired once. A second scan loads nothing.
+TEST_F(Apply, ScanOfTheDebianPluginsPairsTheZamTwinsOnce)
+{
+    if (!BLIO_Exists("/usr/lib/vst3/ZamTube.vst3") || !BLIO_Exists("/usr/lib/vst/ZamTube-vst.so"))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    ASSERT_EQ(run("scan --vst2-path /usr/lib/vst --vst2-path /usr/lib/lxvst --vst3-path /usr/lib/vst3"), 0) << err();
+    ASSERT_EQ(run("list --json"), 0) << err();
+    const QJsonObject root = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(dir.file("stdout")))).object();
+    QHash<qint64, QString> vst2Names; // unique id -> file
+    for (const QJsonValue& path : root.value("vst2").toObject().value("paths").toArray())
+        for (const QJsonValue& p : path.toObject().value("plugins").toArray())
+            if (p.toObject().value("filename").toString().contains("/Zam") ||
+                p.toObject().value("filename").toString().contains("/ZaM"))
+                vst2Names.insert(p.toObject().value("unique_id").toInteger(), p.toObject().value("filename").toString());
+    QStringList zamCids;
+    for (const QJsonValue& b : root.value("vst3").toObject().value("bundles").toArray()) {
+        if (!b.toObject().value("path").toString().startsWith("/usr/lib/vst3/Za"))
+            continue;
+        const QJsonArray classes = b.toObject().value("classes").toArray();
+        ASSERT_EQ(classes.size(), 1) << b.toObject().value("path").toString().toStdString();
+        const QJsonObject c = classes.first().toObject();
+        EXPECT_EQ(c.value("state").toString(), "enabled") << c.value("name").toString().toStdString();
+        EXPECT_TRUE(c.value("enabled").toBool());
+        EXPECT_GT(c.value("verifiedAt").toInteger(), 0) << c.value("name").toString().toStdString();
+        zamCids << c.value("cid").toString();
+    }
+    EXPECT_EQ(zamCids.size(), 17);
+    QSet<qint64> pairedVst2;
+    QSet<QString> pairedCids;
+    for (const QJsonValue& v : root.value("pairs").toObject().value("pairs").toArray()) {
+        const QJsonObject e = v.toObject();
+        const QString cid = e.value("vst3").toString();
+        const qint64 id = e.value("vst2").toString().toLongLong(); // written as text
+        if (!zamCids.contains(cid))
+            continue;
+        EXPECT_FALSE(pairedCids.contains(cid)) << cid.toStdString();
+        EXPECT_FALSE(pairedVst2.contains(id)) << id;
+        EXPECT_TRUE(vst2Names.contains(id)) << cid.toStdString();
+        pairedCids.insert(cid);
+        pairedVst2.insert(id);
+    }
+    // Every zam VST3 product also ships as VST2.
+    EXPECT_EQ(pairedCids.size(), 17);
+
+    // Nothing changed: no host program runs at all.
+    setenv("VLORFX_VERBOSE", "1", 1);
+    const int again = run("scan");
+    unsetenv("VLORFX_VERBOSE");
+    ASSERT_EQ(again, 0) << err();
+    EXPECT_EQ(err().find("host run"), std::string::npos) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("classes enabled: 17"), std::string::npos);
+}
+
+// A start after a crash names the plugin once, as the editor would.
+TEST_F(Apply, AStartAfterACrashNamesThePluginOnce)
+{
+    BLIOUTILS_MakeDirectory(dir.file("data").c_str());
+    writeFile(dir.file("data/opening_sentinel"), "vst3|0123|Some|Plugin");
+    ASSERT_EQ(run("list"), 0) << err();
+    EXPECT_NE(err().find("Last run crashed while opening Some|Plugin"), std::string::npos) << err();
+    ASSERT_EQ(run("list"), 0) << err();
+    EXPECT_EQ(err().find("Last run crashed"), std::string::npos) << err();
 }

@@ -1,0 +1,286 @@
+// The library brought up and down as the editor does, and the crash sentinel:
+// its file rules, and a real crash in a child process that the next start
+// blames on the right plugin. This program runs away from the host programs,
+// so the library must start the application itself as its VST3 host.
+#include "QVlorAudioPlugins.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+#include "audiovst.h"
+#include "testhost.h"
+#include "testsupport.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+using namespace vlortest;
+using QVlorVst3::CatalogClass;
+
+namespace {
+
+const QString kData = QString::fromStdString(dataDir());
+const QString kGain = QStringLiteral("51000000000000000000000000000001");
+const qint64 kStereoId = 0x566C4678; // "VlFx"
+
+void settle()
+{
+    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
+                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
+        if (m)
+            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
+}
+
+QString dataFile(const char* name) { return QDir(kData).filePath(QLatin1String(name)); }
+
+QString readAll(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()) : QString();
+}
+
+void write(const QString& path, const QByteArray& bytes)
+{
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    f.write(bytes);
+}
+
+// The exit of the open child: the signal that killed it, or -(exit status).
+int runOpenChild(const QStringList& args, const char* crashVariable)
+{
+    std::string cmd = "VLOR_CHILD_ARM=" + std::string(crashVariable) + " '" VLOR_BIN_DIR "/vlor_open_child'";
+    for (const QString& a : args)
+        cmd += " '" + a.toStdString() + "'";
+    cmd += " >/dev/null 2>&1";
+    const int status = std::system(cmd.c_str());
+    if (WIFSIGNALED(status))
+        return WTERMSIG(status);
+    // A shell that did not hand over reports a child killed by a signal as 128 + the signal.
+    const int code = WIFEXITED(status) ? WEXITSTATUS(status) : 255;
+    return code > 128 ? code - 128 : -code;
+}
+
+class Wiring : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        QVlorAudioPlugins::Initialize();
+        AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+    }
+    void TearDown() override
+    {
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(nullptr);
+        QVlorAudioPlugins::Finalize();
+        QVlorSetting::global().change(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS), true);
+    }
+    TestHost host;
+};
+
+} // namespace
+
+TEST_F(Wiring, WithoutVst2SupportTheVst3SideComesUpAlone)
+{
+    QVlorAudioPlugins::AboutToQuit(); // before install: nothing to do
+    EXPECT_EQ(QVlorAudioPlugins::vst3Manager(), nullptr);
+    QVlorSetting::global().change(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS), false);
+    QVlorAudioPlugins::UI::install(&host);
+    TestHost other;
+    QVlorAudioPlugins::UI::install(&other); // a second install changes nothing
+    EXPECT_EQ(QVlorAudioPlugins::host(), &host);
+    EXPECT_EQ(QVlorAudioPlugins::vstManager(), nullptr);
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    ASSERT_NE(vst3, nullptr);
+    EXPECT_EQ(QVlorAudioPlugins::UI::menuController(), nullptr);
+
+    // No vlorvst3 beside this program: the program itself, with "--vst3", probes and verifies.
+    TempDir root;
+    QDir().mkpath(QString::fromStdString(root.path()));
+    const QString bundle = QString::fromStdString(root.file("Effects.vst3"));
+    QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
+    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
+                bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
+    vst3->setSearchPathsForTesting({QString::fromStdString(root.path())});
+    vst3->searchPlugins(true);
+    vst3->enableNewPlugins();
+    settle();
+    const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+    ASSERT_NE(catalog.findClass(kGain), nullptr);
+    EXPECT_EQ(catalog.findClass(kGain)->state(), CatalogClass::Enabled);
+    // A class with no VST2 side to ask: the failed setter does nothing, the provider gives nothing.
+    write(dataFile("opening_sentinel"), "vst2|123|Lonely");
+    EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Lonely"));
+    EXPECT_TRUE(vst3->pairsEntriesCopy().isEmpty());
+    // The host heard of the new bundle, on the main thread's loop.
+    QCoreApplication::processEvents();
+    EXPECT_EQ(host.announced, QList<QString>{QStringLiteral("Effects")});
+    EXPECT_TRUE(other.announced.isEmpty());
+}
+
+TEST(Sentinel, SetAndClearNestAndConsumingBlamesOnce)
+{
+    TempDir dir;
+    const QString path = QString::fromStdString(dir.file("opening_sentinel"));
+    QVlorVst3::Manager m(nullptr, QString::fromStdString(dir.file("c.json")), QString::fromStdString(dir.file("p.json")),
+                         0, path);
+    QList<qint64> blamed;
+    m.setVst2FailedSetter([&blamed](qint64 id) { blamed << id; });
+
+    EXPECT_EQ(m.consumeCrashSentinel(), QString()); // no file
+    const QString a = QVlorVst3::Manager::SetOpeningSentinel(QStringLiteral("vst3"), QStringLiteral("AA"), QStringLiteral("A"));
+    EXPECT_EQ(a, QString());
+    const QString b = QVlorVst3::Manager::SetOpeningSentinel(QStringLiteral("vst2"), QStringLiteral("5"), QStringLiteral("B"));
+    EXPECT_EQ(b, QStringLiteral("vst3|AA|A"));
+    EXPECT_EQ(readAll(path), QStringLiteral("vst2|5|B"));
+    QVlorVst3::Manager::ClearOpeningSentinel(b);
+    EXPECT_EQ(readAll(path), QStringLiteral("vst3|AA|A"));
+    QVlorVst3::Manager::ClearOpeningSentinel(a);
+    EXPECT_FALSE(QFile::exists(path));
+
+    struct Case {
+        QByteArray content;
+        QString name;
+        QList<qint64> blamed;
+    };
+    const QList<Case> cases = {
+        {"vst3|0123|My|Plugin", QStringLiteral("My|Plugin"), {}}, // an unknown class still gives the name
+        {"vst3|0123", QString(), {}},
+        {"vst2|12x|Broken id", QStringLiteral("Broken id"), {0}},
+        {"vst2|-9000000000|Big", QStringLiteral("Big"), {-9000000000LL}},
+        {"au|1|Other format", QStringLiteral("Other format"), {}},
+        {"", QString(), {}},
+        {QByteArray("vst3|\xff\xfe|\x00\x01", 10), QString::fromUtf8(QByteArray("\x00\x01", 2)), {}},
+    };
+    for (const Case& c : cases) {
+        blamed.clear();
+        write(path, c.content);
+        EXPECT_EQ(m.consumeCrashSentinel(), c.name) << c.content.toStdString();
+        EXPECT_EQ(blamed, c.blamed) << c.content.toStdString();
+        EXPECT_FALSE(QFile::exists(path));
+        EXPECT_EQ(m.consumeCrashSentinel(), QString()); // blamed once
+    }
+    // Something that is no file in its place: nobody is blamed, nothing blocks.
+    ASSERT_EQ(mkfifo(path.toLocal8Bit().constData(), 0600), 0);
+    EXPECT_EQ(m.consumeCrashSentinel(), QString());
+    EXPECT_FALSE(QFile::exists(path));
+}
+
+TEST_F(Wiring, ARealCrashInTheGuardedStretchIsBlamedOnItsPluginAtTheNextStart)
+{
+    // A first run finds and enables one plugin of each format.
+    TempDir plugins;
+    const QString vst2File = QString::fromStdString(plugins.file("vst2/Stereo.so"));
+    QDir().mkpath(QFileInfo(vst2File).absolutePath());
+    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so"), vst2File);
+    const QString bundle = QString::fromStdString(plugins.file("vst3/Effects.vst3"));
+    QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
+    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
+                bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
+    QVlorAudioPlugins::UI::install(&host);
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    ASSERT_NE(vst2, nullptr);
+    vst2->addPath(QFileInfo(vst2File).absolutePath());
+    vst2->updatePlugins(true, false);
+    vst2->enableNewPlugins();
+    QVlorAudioPlugins::vst3Manager()->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
+    QVlorAudioPlugins::vst3Manager()->searchPlugins(true);
+    QVlorAudioPlugins::vst3Manager()->enableNewPlugins();
+    settle();
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+
+    // The effect dialog's process dies while it opens the VST3 class.
+    EXPECT_EQ(runOpenChild({QStringLiteral("vst3"), kGain, QStringLiteral("Fixture Gain"), bundle},
+                           "VLOR_FIXTURE_CRASH_ON_CREATE"),
+              SIGSEGV);
+    EXPECT_EQ(readAll(dataFile("opening_sentinel")), QStringLiteral("vst3|") + kGain + QStringLiteral("|Fixture Gain"));
+
+    QVlorAudioPlugins::UI::install(&host);
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
+    EXPECT_EQ(vst3->consumeCrashSentinel(), QString());
+    const QVlorVst3::Catalog afterCrash = vst3->catalogCopy();
+    const CatalogClass* gain = afterCrash.findClass(kGain);
+    ASSERT_NE(gain, nullptr);
+    EXPECT_EQ(gain->state(), CatalogClass::Crashed);
+    EXPECT_TRUE(gain->isEnabled());
+    QVlorAudioPlugins::AboutToQuit();
+    EXPECT_TRUE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("\"crashed\"")));
+    QVlorAudioPlugins::UI::uninstall(&host);
+
+    // The same for a VST2 plugin, which the VST3 side blames through the setter.
+    EXPECT_EQ(runOpenChild({QStringLiteral("vst2"), QString::number(kStereoId), QStringLiteral("Stereo"), vst2File},
+                           "VLOR_FIXTURE_CRASH_IN_MAIN"),
+              SIGSEGV);
+    QVlorAudioPlugins::UI::install(&host);
+    QVlorAudioPlugins::vstManager()->loadCatalog();
+    EXPECT_EQ(QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel(), QStringLiteral("Stereo"));
+    settle();
+    bool failed = false;
+    for (const QVlorVst::Path& path : QVlorAudioPlugins::vstManager()->pathsCopy())
+        for (const QVlorVst::Plugin& p : path.plugins())
+            if (p.uniqueId() == kStereoId)
+                failed = p.isFailed() && !p.isEnabled();
+    EXPECT_TRUE(failed);
+
+    // Without the crash, the stretch leaves no file behind.
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    EXPECT_EQ(runOpenChild({QStringLiteral("vst3"), kGain, QStringLiteral("Fixture Gain"), bundle}, "VLOR_UNUSED"), 0);
+    EXPECT_FALSE(QFile::exists(dataFile("opening_sentinel")));
+}
+
+TEST_F(Wiring, BrokenFilesAreToleratedAndTheNextSaveReplacesThemWhole)
+{
+    struct Bad {
+        const char* name;
+        QByteArray content;
+    };
+    const QList<Bad> bads = {
+        {"truncated", "{\"version\":1,\"bundles\":[{\"path\":\"/x.vst3\",\"classes\":[{\"cid\":"},
+        {"not an object", "[1,2,3]"},
+        {"hostile", "{\"bundles\":[{\"path\":7,\"classes\":\"no\",\"mtimeSecs\":1e999},null,[],{\"classes\":[{\"state\":"
+                    "\"exploded\",\"verifiedAt\":-1e300}]}],\"pairs\":[{\"vst2\":\"x\",\"vst3\":[]},7],\"splits\":{}}"},
+        {"binary", QByteArray("\x00\xff\xfe{{{", 6)},
+    };
+    for (const Bad& bad : bads) {
+        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel"})
+            write(dataFile(file), bad.content);
+        QVlorAudioPlugins::UI::install(&host);
+        QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+        EXPECT_EQ(vst3->consumeCrashSentinel(), QString()) << bad.name;
+        // A change makes the manager save: both files come out whole and readable.
+        vst3->setVendorEnabled(QStringLiteral("someone"), false);
+        vst3->rematchPairs();
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&host);
+        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json"}) {
+            QFile f(dataFile(file));
+            ASSERT_TRUE(f.open(QIODevice::ReadOnly)) << bad.name << file;
+            EXPECT_TRUE(QJsonDocument::fromJson(f.readAll()).isObject()) << bad.name << file;
+        }
+        EXPECT_FALSE(QFile::exists(dataFile("opening_sentinel")));
+    }
+    // Pipes in the files' places: a start that does not hang, and saves that replace them.
+    for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel"}) {
+        QFile::remove(dataFile(file));
+        ASSERT_EQ(mkfifo(dataFile(file).toLocal8Bit().constData(), 0600), 0);
+    }
+    QVlorAudioPlugins::UI::install(&host);
+    EXPECT_EQ(QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel(), QString());
+    QVlorAudioPlugins::vst3Manager()->setVendorEnabled(QStringLiteral("someone"), false);
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    EXPECT_TRUE(QFileInfo(dataFile("catalog_vst3.json")).isFile());
+    EXPECT_TRUE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("someone")));
+}

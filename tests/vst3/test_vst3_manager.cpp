@@ -1,0 +1,583 @@
+// The VST3 manager with its real thread and the real host program: scanning
+// fixture trees, probing and verifying, the state changes of enabling, the
+// published copies and the marks that must outlive them, cancelling, and the
+// decisions that a VST2 twin makes for a new class.
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMutex>
+#include <QSemaphore>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace QVlorVst3;
+using namespace vlortest;
+
+namespace {
+
+const QString kBundles = QStringLiteral(VLOR_FIXTURE_VST3_DIR);
+const QString kEffects = QStringLiteral("vlor-vst3-effects");
+const QString kClasses = QStringLiteral("vlor-vst3-classes");
+// The effects bundle's classes.
+const QString kGain = QStringLiteral("51000000000000000000000000000001");
+
+void sync(Manager& m) { QMetaObject::invokeMethod(&m, [] {}, Qt::BlockingQueuedConnection); }
+
+// What the manager said, and on which thread.
+struct Recorder {
+    QMutex lock;
+    QStringList events;
+    QSet<QThread*> threads;
+    void add(const QString& e)
+    {
+        QMutexLocker l(&lock);
+        events << e;
+        threads << QThread::currentThread();
+    }
+    int count(const QString& e)
+    {
+        QMutexLocker l(&lock);
+        return int(events.count(e));
+    }
+    QStringList take()
+    {
+        QMutexLocker l(&lock);
+        QStringList out;
+        out.swap(events);
+        return out;
+    }
+    void attach(Manager& m)
+    {
+        const auto direct = Qt::DirectConnection;
+        QObject::connect(&m, &Manager::beginScan, &m, [this] { add(QStringLiteral("begin")); }, direct);
+        QObject::connect(&m, &Manager::endScan, &m, [this](bool b) { add(QStringLiteral("end %1").arg(b)); }, direct);
+        QObject::connect(&m, &Manager::catalogChanged, &m, [this] { add(QStringLiteral("changed")); }, direct);
+        QObject::connect(&m, &Manager::newPluginsFound, &m,
+                         [this](const QList<QString>& n) { add(QStringLiteral("new ") + QStringList(n).join(',')); },
+                         direct);
+        auto state = [this](const char* what) {
+            return [this, what](const CatalogClass& c) {
+                add(QStringLiteral("%1 %2 %3").arg(QLatin1String(what), c.name(), CatalogClass::StateToString(c.state())));
+            };
+        };
+        QObject::connect(&m, &Manager::pluginStateChanged, &m, state("state"), direct);
+        QObject::connect(&m, &Manager::pluginEnabled, &m, state("enabled"), direct);
+        QObject::connect(&m, &Manager::pluginDisabled, &m, state("disabled"), direct);
+        QObject::connect(&m, &Manager::pluginFailed, &m, state("failed"), direct);
+    }
+};
+
+// A data folder and plugin roots of the test's own, and a host program that
+// logs every start before it hands over to vlorvst3.
+class Vst3ManagerTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        root = QString::fromStdString(dir.file("root"));
+        QDir().mkpath(root);
+        hostLog = dir.file("host.log");
+        host = QString::fromStdString(dir.file("vlorvst3"));
+        writeFile(host.toStdString(),
+                  "#!/bin/sh\nprintf '%s\\n' \"$*\" >> '" + hostLog + "'\nexec '" VLOR_BIN_DIR "/vlorvst3' \"$@\"\n",
+                  true);
+        QVlorSetting::global().change(QLatin1String(K_SETTING_SCAN_VST3), true);
+    }
+    void TearDown() override { manager.reset(); }
+
+    Manager& make(const QStringList& roots = {})
+    {
+        manager.reset(new Manager(nullptr, file("catalog_vst3.json"), file("plugin_pairs.json"), 7,
+                                  file("opening_sentinel")));
+        manager->setHostBinary(host, {});
+        manager->setSearchPathsForTesting(roots.isEmpty() ? QStringList{root} : roots);
+        events.attach(*manager);
+        return *manager;
+    }
+    QString file(const char* name) const { return QString::fromStdString(dir.file(name)); }
+    // A copy of a fixture bundle under the root, its binary renamed to match.
+    QString copyBundle(const QString& fixture, const QString& to)
+    {
+        const QString target = root + QLatin1Char('/') + to;
+        const QString base = QFileInfo(to).completeBaseName();
+        QDir().mkpath(target + QStringLiteral("/Contents/x86_64-linux"));
+        QFile::copy(kBundles + QLatin1Char('/') + fixture + QStringLiteral(".vst3/Contents/x86_64-linux/") + fixture +
+                        QStringLiteral(".so"),
+                    target + QStringLiteral("/Contents/x86_64-linux/") + base + QStringLiteral(".so"));
+        return target;
+    }
+    int hostRuns() { return int(QString::fromStdString(readFile(hostLog)).count(QLatin1Char('\n'))); }
+    // Runs a call on the manager's thread and waits for it, all before it, and
+    // what it queued in turn (the save that follows a change).
+    void run(const std::function<void(Manager&)>& call)
+    {
+        call(*manager);
+        sync(*manager);
+        sync(*manager);
+    }
+    CatalogClass cls(const QString& cid)
+    {
+        const Catalog c = manager->catalogCopy();
+        const CatalogClass* found = c.findClass(cid);
+        return found ? *found : CatalogClass();
+    }
+    QString cidOf(const QString& name)
+    {
+        const Catalog catalog = manager->catalogCopy();
+        for (const CatalogBundle& b : catalog.bundles())
+            for (const CatalogClass& c : b.classes())
+                if (c.name() == name)
+                    return c.cid();
+        return QString();
+    }
+    CatalogBundle bundle(const QString& path)
+    {
+        Catalog c = manager->catalogCopy();
+        const CatalogBundle* b = c.findBundle(path);
+        return b ? *b : CatalogBundle();
+    }
+    QJsonObject savedCatalog()
+    {
+        QFile f(file("catalog_vst3.json"));
+        f.open(QIODevice::ReadOnly);
+        return QJsonDocument::fromJson(f.readAll()).object();
+    }
+
+    TempDir dir;
+    QString root;
+    QString host;
+    std::string hostLog;
+    Recorder events;
+    std::unique_ptr<Manager> manager;
+};
+
+} // namespace
+
+TEST_F(Vst3ManagerTest, AScanFindsBundlesWhereARootHoldsThemAndNowhereElse)
+{
+    const QString nested = copyBundle(kEffects, QStringLiteral("a/b/Effects.vst3"));
+    const QString upper = copyBundle(kClasses, QStringLiteral("Upper.VST3"));
+    // A bundle inside a bundle is part of it, not a bundle of its own.
+    copyBundle(kClasses, QStringLiteral("Upper.VST3/Contents/Inner.vst3"));
+    // Links are not followed, to a bundle or to a folder.
+    TempDir elsewhere;
+    QFile::link(kBundles + QStringLiteral("/vlor-vst3-effects.vst3"), root + QStringLiteral("/Link.vst3"));
+    QFile::link(kBundles, root + QStringLiteral("/linked-folder"));
+    Manager& m = make({root, root + QStringLiteral("/no/such/root")});
+
+    run([](Manager& m) { m.searchPlugins(true); });
+    QStringList paths;
+    const Catalog found = m.catalogCopy();
+    for (const CatalogBundle& b : found.bundles()) {
+        paths << b.path();
+        EXPECT_FALSE(b.probed());
+        EXPECT_TRUE(b.classes().isEmpty());
+        EXPECT_EQ(b.mtimeSecs(), QFileInfo(b.path()).lastModified().toSecsSinceEpoch());
+    }
+    paths.sort();
+    EXPECT_EQ(paths, (QStringList{upper, nested}));
+    // Recording new bundles loads nothing; they have no classes that are new yet.
+    EXPECT_EQ(hostRuns(), 0);
+    const QStringList said = events.take();
+    EXPECT_EQ(said.first(), QStringLiteral("begin"));
+    EXPECT_TRUE(said.contains(QStringLiteral("end 0")));
+    EXPECT_TRUE(said.contains(QStringLiteral("new Effects,Upper")) || said.contains(QStringLiteral("new Upper,Effects")));
+    EXPECT_TRUE(QFile::exists(file("catalog_vst3.json"))); // saved as a consequence of catalogChanged
+
+    // Scanning turned off: an end and nothing else.
+    m.setScanEnabled(false);
+    run([](Manager& m) { m.searchPlugins(true); });
+    EXPECT_EQ(events.take(), QStringList{QStringLiteral("end 0")});
+    m.setScanEnabled(true);
+}
+
+TEST_F(Vst3ManagerTest, ProbingKeepsEffectsOnlyAndTheFirstHolderOfAClassId)
+{
+    const QString first = copyBundle(kClasses, QStringLiteral("A-Classes.vst3"));
+    const QString second = copyBundle(kClasses, QStringLiteral("B-Classes.vst3"));
+    make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    // Two classes: the probe's own single-class shortcut does not apply.
+    run([&](Manager& m) { m.enableBundle(first); });
+    run([&](Manager& m) { m.enableBundle(second); });
+    QStringList names;
+    for (const CatalogClass& c : bundle(first).classes()) {
+        names << c.name();
+        EXPECT_EQ(c.state(), CatalogClass::New);
+        EXPECT_FALSE(c.isEnabled());
+    }
+    // The instrument is dropped; the controllers never were classes.
+    EXPECT_EQ(names, (QStringList{QStringLiteral("Fixture Delay"), QStringLiteral("Fixture EQ"),
+                                  QStringLiteral("Fixture Gate")}));
+    EXPECT_TRUE(bundle(first).probed());
+    EXPECT_TRUE(bundle(first).moduleinfoFound() == false); // copies carry no moduleinfo.json
+    // The same classes in a second bundle belong to the first.
+    EXPECT_TRUE(bundle(second).probed());
+    EXPECT_TRUE(bundle(second).classes().isEmpty());
+
+    // A probed bundle: enableBundle does not load it again.
+    const int runs = hostRuns();
+    run([&](Manager& m) { m.enableBundle(first); });
+    EXPECT_EQ(hostRuns(), runs);
+}
+
+TEST_F(Vst3ManagerTest, ABundleThatGoesAndComesBackKeepsTheUsersChoices)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    const QString unprobed = copyBundle(kClasses, QStringLiteral("Unprobed.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    run([](Manager& m) { m.enableNewPlugins(); });
+    // enableNewPlugins also probed the other bundle: made unprobed again, to be pruned below.
+    run([&](Manager& m) { m.resetBundle(unprobed); });
+    const QString endless = cidOf(QStringLiteral("Fixture Endless"));
+    run([&](Manager& m) { m.disablePlugin(endless); });
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    EXPECT_EQ(cls(endless).state(), CatalogClass::Disabled);
+
+    // Both leave the root: the unprobed one is forgotten, the probed one stays with its classes missing.
+    const QString away = QString::fromStdString(dir.file("away"));
+    QDir().mkpath(away);
+    ASSERT_TRUE(QDir().rename(effects, away + QStringLiteral("/Effects.vst3")));
+    QDir(unprobed).removeRecursively();
+    events.take();
+    run([](Manager& m) { m.searchPlugins(false); });
+    EXPECT_FALSE(m.catalogCopy().findBundle(unprobed));
+    ASSERT_EQ(bundle(effects).classes().size(), 4);
+    for (const CatalogClass& c : bundle(effects).classes())
+        EXPECT_EQ(c.state(), CatalogClass::Missing) << c.name().toStdString();
+    EXPECT_EQ(events.count(QStringLiteral("state Fixture Gain missing")), 1);
+
+    // Missing stays missing, with no second signal.
+    run([](Manager& m) { m.searchPlugins(false); });
+    EXPECT_EQ(events.count(QStringLiteral("state Fixture Gain missing")), 1);
+
+    // Back again: probed anew, each class with the choice it had.
+    ASSERT_TRUE(QDir().rename(away + QStringLiteral("/Effects.vst3"), effects));
+    const int runs = hostRuns();
+    run([](Manager& m) { m.searchPlugins(false); });
+    EXPECT_EQ(hostRuns(), runs + 1);
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    EXPECT_GT(cls(kGain).verifiedAt(), 0);
+    EXPECT_EQ(cls(kGain).verifierBuild(), 7);
+    EXPECT_EQ(cls(endless).state(), CatalogClass::Disabled);
+
+    // A root taken out of the search leaves its bundles alone.
+    m.setSearchPathsForTesting({QString::fromStdString(dir.file("other"))});
+    run([](Manager& m) { m.searchPlugins(false); });
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    run([&](Manager& m) { m.purgeUnprobedUnder(root); }); // nothing unprobed there
+    EXPECT_TRUE(m.catalogCopy().findBundle(effects));
+}
+
+TEST_F(Vst3ManagerTest, VerifyingMovesAClassThroughItsStates)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    const QString fails = cidOf(QStringLiteral("Fixture Fails"));
+    events.take();
+
+    run([&](Manager& m) { m.enablePlugin(kGain); });
+    EXPECT_EQ(events.take(), (QStringList{QStringLiteral("state Fixture Gain verifying"),
+                                          QStringLiteral("enabled Fixture Gain enabled"), QStringLiteral("changed")}));
+    EXPECT_TRUE(cls(kGain).isEnabled());
+    EXPECT_NEAR(double(cls(kGain).verifiedAt()), double(QDateTime::currentSecsSinceEpoch()), 60);
+
+    // A failure keeps its reason, and a second try runs the host again.
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const int runs = hostRuns();
+        run([&](Manager& m) { m.enablePlugin(fails); });
+        EXPECT_EQ(hostRuns(), runs + 1);
+        EXPECT_EQ(cls(fails).state(), CatalogClass::Failed);
+        EXPECT_FALSE(cls(fails).isEnabled());
+        EXPECT_FALSE(cls(fails).lastError().isEmpty());
+        EXPECT_EQ(cls(fails).verifiedAt(), 0);
+    }
+    EXPECT_EQ(events.count(QStringLiteral("failed Fixture Fails failed")), 2);
+
+    // An unknown class: nothing runs, no mark stays behind.
+    const int runs = hostRuns();
+    m.markClassesVerifying({QStringLiteral("0123")});
+    run([](Manager& m) { m.enablePlugin(QStringLiteral("0123")); });
+    EXPECT_EQ(hostRuns(), runs);
+
+    run([&](Manager& m) { m.disablePlugin(kGain); });
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Disabled);
+    EXPECT_FALSE(cls(kGain).isEnabled());
+    run([&](Manager& m) { m.clearCrashedState(kGain); }); // not crashed: left alone
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Disabled);
+
+    run([](Manager& m) {
+        m.setVendorEnabled(QStringLiteral("ACME"), false);
+        m.setVendorEnabled(QStringLiteral("Acme"), false);
+    });
+    EXPECT_EQ(m.catalogCopy().disabledVendors(), QStringList{QStringLiteral("acme")});
+    run([](Manager& m) { m.setVendorEnabled(QStringLiteral("acme"), true); });
+    EXPECT_TRUE(m.catalogCopy().disabledVendors().isEmpty());
+
+    // The bundle's own switch is a gate of its own: the classes keep their states.
+    run([&](Manager& m) { m.setBundleEnabled(effects, false); });
+    EXPECT_FALSE(bundle(effects).enabled());
+    EXPECT_EQ(cls(fails).state(), CatalogClass::Failed);
+
+    // Forgetting: the classes one by one, the bundle with its last.
+    for (const CatalogClass& c : bundle(effects).classes())
+        run([&](Manager& m) { m.removeFromCatalog(c.cid()); });
+    EXPECT_FALSE(m.catalogCopy().findBundle(effects));
+    // Still on disk: found again, unprobed, by the next scan.
+    run([](Manager& m) { m.searchPlugins(false); });
+    ASSERT_TRUE(m.catalogCopy().findBundle(effects));
+    EXPECT_FALSE(bundle(effects).probed());
+
+    // A reset gives a bundle that was switched off its first chance back.
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    run([&](Manager& m) { m.setBundleEnabled(effects, false); });
+    run([&](Manager& m) { m.resetBundle(effects); });
+    EXPECT_FALSE(bundle(effects).probed());
+    EXPECT_TRUE(bundle(effects).enabled());
+    EXPECT_TRUE(bundle(effects).classes().isEmpty());
+}
+
+TEST_F(Vst3ManagerTest, ABundleWithOneClassIsEnabledByItsProbe)
+{
+    make({QStringLiteral("/usr/lib/vst3")});
+    const QString tube = QStringLiteral("/usr/lib/vst3/ZamTube.vst3");
+    if (!QFileInfo::exists(tube))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundle(tube); });
+    ASSERT_EQ(bundle(tube).classes().size(), 1);
+    const CatalogClass c = bundle(tube).classes().first();
+    EXPECT_EQ(c.state(), CatalogClass::Enabled);
+    EXPECT_TRUE(c.isEnabled());
+    EXPECT_EQ(c.verifiedAt(), 0); // the probe loaded it; no verify ran
+    EXPECT_EQ(hostRuns(), 1);
+}
+
+TEST_F(Vst3ManagerTest, MarksOfTheUserInterfaceOutliveEveryPublishUntilTheWorkIsDone)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+
+    // The manager's thread is held busy while the user interface marks and posts.
+    QSemaphore release1, release2;
+    QMetaObject::invokeMethod(&m, [&] { release1.acquire(); });
+    QThread* uiThread = QThread::currentThread();
+    QThread* signalThread = nullptr;
+    const auto c = QObject::connect(&m, &Manager::catalogChanged, &m, [&] { signalThread = QThread::currentThread(); },
+                                    Qt::DirectConnection);
+    m.markClassesVerifying({kGain});
+    // Shown at once, from the caller's thread, on the published copy alone.
+    EXPECT_EQ(signalThread, uiThread);
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Verifying);
+    QObject::disconnect(c);
+    m.setVendorEnabled(QStringLiteral("someone"), false); // publishes before the verify
+    QMetaObject::invokeMethod(&m, [&] { release2.acquire(); });
+    m.enablePlugin(kGain);
+    release1.release();
+    // The vendor change has published; the verify has not begun.
+    for (int i = 0; i < 500 && m.catalogCopy().disabledVendors().isEmpty(); ++i)
+        QThread::msleep(2);
+    ASSERT_EQ(m.catalogCopy().disabledVendors(), QStringList{QStringLiteral("someone")});
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Verifying);
+    release2.release();
+    sync(m);
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    // The mark is gone with the work: later publishes show the real state.
+    run([](Manager& m) { m.setVendorEnabled(QStringLiteral("someone"), true); });
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+
+    // A bundle's mark likewise, until its probe is done.
+    run([&](Manager& m) { m.resetBundle(effects); });
+    QSemaphore release3;
+    QMetaObject::invokeMethod(&m, [&] { release3.acquire(); });
+    m.markBundlesVerifying({effects});
+    EXPECT_TRUE(bundle(effects).verifying());
+    m.enableBundle(effects);
+    release3.release();
+    sync(m);
+    EXPECT_FALSE(bundle(effects).verifying());
+    EXPECT_TRUE(bundle(effects).probed());
+
+    // Every signal came from the manager's own thread, but the marks' own catalogChanged.
+    for (QThread* t : events.threads)
+        EXPECT_TRUE(t == uiThread || t->objectName() == QStringLiteral("QVlorVst3::Manager"));
+    EXPECT_TRUE(m.isScanEnabled());
+    EXPECT_FALSE(m.isScanning());
+}
+
+TEST_F(Vst3ManagerTest, CancelEndsTheScanBetweenBundlesAndStillPublishesAndSaves)
+{
+    QStringList paths;
+    for (const char* name : {"A.vst3", "B.vst3", "C.vst3"})
+        paths << copyBundle(kEffects, QLatin1String(name));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) {
+        for (const QString& p : paths)
+            m.enableBundleInternal(p, false);
+    });
+    // Only the first bundle holds the classes; all three are probed.
+    // A rescan probes each again; a cancel at the first progress stops it there.
+    bool scanning = false;
+    const auto c = QObject::connect(&m, &Manager::progressScan, &m, [&](int n, int) {
+            if (n == 1) {
+                scanning = m.isScanning();
+                m.cancel();
+            }
+        },
+        Qt::DirectConnection);
+    const int runs = hostRuns();
+    events.take();
+    run([](Manager& m) { m.rescanPlugins(); });
+    QObject::disconnect(c);
+    EXPECT_TRUE(scanning);
+    EXPECT_FALSE(m.isScanning());
+    EXPECT_EQ(hostRuns(), runs + 1);
+    const QStringList said = events.take();
+    EXPECT_TRUE(said.contains(QStringLiteral("changed")));
+    EXPECT_TRUE(said.contains(QStringLiteral("end 1"))); // the classes are still new
+    // The first bundle has its fresh stamp; the others still carry the rescan's zero.
+    int stamped = 0;
+    const Catalog after = m.catalogCopy();
+    for (const CatalogBundle& b : after.bundles())
+        stamped += b.mtimeSecs() != 0;
+    EXPECT_EQ(stamped, 1);
+    sync(m); // the queued save
+    int savedStamped = 0;
+    for (const QJsonValue& v : savedCatalog().value(QStringLiteral("bundles")).toArray())
+        savedStamped += v.toObject().value(QStringLiteral("mtime")).toInteger() != 0;
+    EXPECT_EQ(savedStamped, 1);
+}
+
+TEST_F(Vst3ManagerTest, ANewClassIsDecidedByItsVst2Twin)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    const QString vendor = cls(kGain).vendor();
+    auto twin = [&](qint64 id, const char* name, bool enabled, bool failed) {
+        Manager::Vst2PluginInfo i;
+        i.uniqueId = id;
+        i.name = QLatin1String(name);
+        i.vendor = vendor;
+        i.exists = true;
+        i.enabled = enabled;
+        i.failed = failed;
+        return i;
+    };
+    // Gain's twin is in use, Endless's was switched off by the user, Alone's crashed; Fails has none.
+    const QList<Manager::Vst2PluginInfo> vst2{twin(1001, "Fixture Gain", true, false),
+                                              twin(1002, "Fixture Endless", false, false),
+                                              twin(1003, "Fixture Alone", false, true)};
+    m.setVst2ItemsProvider([vst2] { return vst2; });
+    run([](Manager& m) { m.rematchPairs(); });
+    ASSERT_EQ(m.pairsEntriesCopy().size(), 3);
+    run([](Manager& m) { m.enableNewPlugins(); });
+
+    auto entryOf = [&](qint64 id) {
+        for (const QVlorPluginPairs::Entry& e : m.pairsEntriesCopy())
+            if (e.vst2 == id)
+                return e;
+        return QVlorPluginPairs::Entry();
+    };
+    // "vst2": turned off without a verify.
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Disabled);
+    EXPECT_EQ(cls(kGain).verifiedAt(), 0);
+    EXPECT_EQ(entryOf(1001).activeFormat, QStringLiteral("vst2"));
+    // "veto": left new, and the pair remembers it.
+    EXPECT_EQ(cls(cidOf(QStringLiteral("Fixture Endless"))).state(), CatalogClass::New);
+    EXPECT_TRUE(entryOf(1002).vetoedAutoEnable);
+    // "vst3": verified and enabled.
+    EXPECT_EQ(cls(cidOf(QStringLiteral("Fixture Alone"))).state(), CatalogClass::Enabled);
+    EXPECT_EQ(entryOf(1003).activeFormat, QStringLiteral("vst3"));
+    // No twin: "vst3", and its verify fails.
+    EXPECT_EQ(cls(cidOf(QStringLiteral("Fixture Fails"))).state(), CatalogClass::Failed);
+
+    // A later verify of the vetoed class lifts the veto.
+    run([&](Manager& m) { m.enablePlugin(cidOf(QStringLiteral("Fixture Endless"))); });
+    EXPECT_FALSE(entryOf(1002).vetoedAutoEnable);
+    // Saved with the catalog.
+    sync(m);
+    QFile pairs(file("plugin_pairs.json"));
+    ASSERT_TRUE(pairs.open(QIODevice::ReadOnly));
+    EXPECT_EQ(QJsonDocument::fromJson(pairs.readAll()).object().value(QStringLiteral("pairs")).toArray().size(), 3);
+}
+
+TEST_F(Vst3ManagerTest, PairCommandsClearTheirBusyMarksAndPublish)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    const QString vendor = cls(kGain).vendor();
+    Manager::Vst2PluginInfo gain;
+    gain.uniqueId = 1001;
+    gain.name = QStringLiteral("Fixture Gain");
+    gain.vendor = vendor;
+    gain.exists = false; // its file is gone: not offered to the matcher
+    QList<Manager::Vst2PluginInfo> vst2{gain};
+    m.setVst2ItemsProvider([&vst2] { return vst2; });
+    events.take();
+    run([](Manager& m) { m.rematchPairs(); });
+    EXPECT_TRUE(m.pairsEntriesCopy().isEmpty());
+    EXPECT_EQ(events.take(), QStringList{QStringLiteral("changed")}); // emitted even with nothing added
+    vst2[0].exists = true;
+    run([](Manager& m) { m.rematchPairs(1001); });
+    ASSERT_EQ(m.pairsEntriesCopy().size(), 1);
+    const QString pairId = m.pairsEntriesCopy().first().pairId;
+
+    run([&](Manager& m) { m.setPairActiveFormat(pairId, QStringLiteral("veto")); });
+    EXPECT_EQ(m.pairsEntriesCopy().first().activeFormat, QStringLiteral("vst3"));
+    run([&](Manager& m) { m.setPairActiveFormat(pairId, QStringLiteral("vst2")); });
+    EXPECT_EQ(m.pairsEntriesCopy().first().activeFormat, QStringLiteral("vst2"));
+
+    // Marks: emitted once, however often they are asked for.
+    events.take();
+    m.markPairOpPending({1001, 0}, {kGain});
+    m.markPairOpPending({1001}, {kGain});
+    EXPECT_EQ(events.take(), QStringList{QStringLiteral("changed")});
+    EXPECT_EQ(m.pendingPairOpVst2IdsCopy(), QSet<qint64>{1001});
+    // A split clears the marks of the pair's identities; the split forbids the pair.
+    run([&](Manager& m) { m.splitPair(pairId, QStringLiteral("vst3")); });
+    EXPECT_TRUE(m.pendingPairOpVst2IdsCopy().isEmpty());
+    EXPECT_TRUE(m.pendingPairOpCidsCopy().isEmpty());
+    run([](Manager& m) { m.rematchPairs(); });
+    ASSERT_EQ(m.pairsEntriesCopy().size(), 1);
+    EXPECT_EQ(m.pairsEntriesCopy().first().vst2, 0); // the VST3 side stays, alone
+    // With an unknown pair id, the marks given still go.
+    m.markPairOpPending({77}, {QStringLiteral("X")});
+    run([](Manager& m) { m.splitPair(QStringLiteral("nope"), QStringLiteral("vst2"), 77, QStringLiteral("X")); });
+    EXPECT_TRUE(m.pendingPairOpVst2IdsCopy().isEmpty());
+    // A manual pair lifts the split, in the entry that held the VST3 side.
+    m.markPairOpPending({1001}, {kGain});
+    run([&](Manager& m) { m.addManualPair(1001, kGain, QStringLiteral("vst3")); });
+    ASSERT_EQ(m.pairsEntriesCopy().size(), 1);
+    EXPECT_EQ(m.pairsEntriesCopy().first().vst2, 1001);
+    EXPECT_TRUE(m.pairsEntriesCopy().first().manualOverride);
+    EXPECT_TRUE(m.pendingPairOpCidsCopy().isEmpty());
+
+    // Purging identities that are only marked: a signal, no publish needed.
+    m.markPairOpPending({555}, {});
+    events.take();
+    run([](Manager& m) { m.purgePairState({555}, {}); });
+    EXPECT_EQ(events.take(), QStringList{QStringLiteral("changed")});
+    EXPECT_EQ(m.pairsEntriesCopy().size(), 1);
+    run([&](Manager& m) { m.purgePairState({}, {kGain}); });
+    EXPECT_TRUE(m.pairsEntriesCopy().isEmpty());
+}
