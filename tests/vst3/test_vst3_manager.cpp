@@ -210,7 +210,8 @@ TEST_F(Vst3ManagerTest, ProbingKeepsEffectsOnlyAndTheFirstHolderOfAClassId)
     run([&](Manager& m) { m.enableBundle(first); });
     run([&](Manager& m) { m.enableBundle(second); });
     QStringList names;
-    for (const CatalogClass& c : bundle(first).classes()) {
+    const CatalogBundle firstBundle = bundle(first);
+    for (const CatalogClass& c : firstBundle.classes()) {
         names << c.name();
         EXPECT_EQ(c.state(), CatalogClass::New);
         EXPECT_FALSE(c.isEnabled());
@@ -254,7 +255,8 @@ TEST_F(Vst3ManagerTest, ABundleThatGoesAndComesBackKeepsTheUsersChoices)
     run([](Manager& m) { m.searchPlugins(false); });
     EXPECT_FALSE(m.catalogCopy().findBundle(unprobed));
     ASSERT_EQ(bundle(effects).classes().size(), 4);
-    for (const CatalogClass& c : bundle(effects).classes())
+    const CatalogBundle gone = bundle(effects);
+    for (const CatalogClass& c : gone.classes())
         EXPECT_EQ(c.state(), CatalogClass::Missing) << c.name().toStdString();
     EXPECT_EQ(events.count(QStringLiteral("state Fixture Gain missing")), 1);
 
@@ -333,7 +335,8 @@ TEST_F(Vst3ManagerTest, VerifyingMovesAClassThroughItsStates)
     EXPECT_EQ(cls(fails).state(), CatalogClass::Failed);
 
     // Forgetting: the classes one by one, the bundle with its last.
-    for (const CatalogClass& c : bundle(effects).classes())
+    const CatalogBundle before = bundle(effects);
+    for (const CatalogClass& c : before.classes())
         run([&](Manager& m) { m.removeFromCatalog(c.cid()); });
     EXPECT_FALSE(m.catalogCopy().findBundle(effects));
     // Still on disk: found again, unprobed, by the next scan.
