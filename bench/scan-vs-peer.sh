@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
-# The first scan of the system's VST2 plugins against another host's scanner
-# run once per file, and a second scan with nothing changed; both scanners go
-# one plugin at a time. Counts the host programs our scans start through a
-# logging wrapper found first on the helpers path.
+# The first scan of the system's plugins of both formats (VST2 files checked,
+# VST3 bundles probed and their classes verified) against another host's two
+# scanners run once per file and once per bundle, and a second scan with
+# nothing changed; all go one plugin at a time. Counts the host programs our
+# scans start: VST2 through a logging wrapper found first on the helpers path,
+# VST3 through the manager's own log of each run.
 #
 #   bench/scan-vs-peer.sh            (after a build; installs nothing)
 set -euo pipefail
@@ -21,25 +23,31 @@ chmod +x "$work/helpers/vlorvst"
 : > "$work/starts.log"
 
 mapfile -t files < <(find /usr/lib/vst /usr/lib/lxvst -name '*.so' -type f 2>/dev/null | sort)
-echo "plugin files: ${#files[@]}"
+mapfile -t bundles < <(find /usr/lib/vst3 -maxdepth 1 -iname '*.vst3' 2>/dev/null | sort)
+echo "VST2 plugin files: ${#files[@]}, VST3 bundles: ${#bundles[@]}"
 
 now() { date +%s.%N; }
 t0=$(now)
-VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan \
-  --vst2-path /usr/lib/vst --vst2-path /usr/lib/lxvst > "$work/first.txt"
+VLORFX_VERBOSE=1 VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan \
+  --vst2-path /usr/lib/vst --vst2-path /usr/lib/lxvst > "$work/first.txt" 2> "$work/first.err"
 t1=$(now)
-first_children=$(wc -l < "$work/starts.log")
+first_children=$(( $(wc -l < "$work/starts.log") + $(grep -c 'host run' "$work/first.err" || true) ))
 : > "$work/starts.log"
 t2=$(now)
-VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan > "$work/second.txt"
+VLORFX_VERBOSE=1 VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan \
+  > "$work/second.txt" 2> "$work/second.err"
 t3=$(now)
-second_children=$(wc -l < "$work/starts.log")
+second_children=$(( $(wc -l < "$work/starts.log") + $(grep -c 'host run' "$work/second.err" || true) ))
 
 peer=/usr/lib/ardour7/ardour-vst-scanner
-if [ -x "$peer" ]; then
+peer3=/usr/lib/ardour7/ardour-vst3-scanner
+if [ -x "$peer" ] && [ -x "$peer3" ]; then
   p0=$(now)
   for f in "${files[@]}"; do
     LD_LIBRARY_PATH=/usr/lib/ardour7 HOME="$work" timeout 60 "$peer" -f -q "$f" >/dev/null 2>&1 || true
+  done
+  for b in "${bundles[@]}"; do
+    LD_LIBRARY_PATH=/usr/lib/ardour7 HOME="$work" timeout 60 "$peer3" -f -q "$b" >/dev/null 2>&1 || true
   done
   p1=$(now)
   peer_time=$(echo "$p1 - $p0" | bc)
@@ -51,10 +59,10 @@ first=$(echo "$t1 - $t0" | bc)
 second=$(echo "$t3 - $t2" | bc)
 echo "first scan:  ${first} s wall, $(grep '^time:' "$work/first.txt"), $first_children host programs started"
 echo "second scan: ${second} s wall, $(grep '^time:' "$work/second.txt"), $second_children host programs started"
-grep -E '^(enabled|failed):' "$work/first.txt" | tr '\n' ' '; echo
+grep -E '^(enabled|failed|classes enabled|classes failed|pairs):' "$work/first.txt" | tr '\n' ' '; echo
 if [ -n "$peer_time" ]; then
-  echo "peer scanner, once per file: ${peer_time} s wall"
+  echo "peer scanners, once per file and once per bundle: ${peer_time} s wall"
   echo "ratio first scan / peer: $(echo "scale=2; $first / $peer_time" | bc)"
 else
-  echo "peer scanner not installed ($peer): apt-get install ardour"
+  echo "peer scanners not installed ($peer, $peer3): apt-get install ardour"
 fi
