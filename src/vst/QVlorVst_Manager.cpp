@@ -8,6 +8,7 @@
 #include "QVlorSetting.h"
 
 #include "QVlorJsonFile_p.h"
+#include "QVlorManagerThread_p.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -185,10 +186,7 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 
     publish();
 
-    moveToThread(d->thread);
-    d->thread->setObjectName(QStringLiteral("QVlorVst::Manager"));
-    d->thread->start(QThread::InheritPriority);
-    connect(d->thread.data(), &QThread::finished, d->thread.data(), &QObject::deleteLater);
+    StartManagerThread(this, &d->thread, QStringLiteral("QVlorVst::Manager"));
 }
 
 Manager::~Manager()
@@ -199,20 +197,8 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
-    if (!d->thread)
-        return;
-    if (QThread::currentThread() == d->thread.data()) {
-        d->thread->quit();
-        return;
-    }
-    cancel();
-    QThread* thread = d->thread.data();
-    if (thread->isRunning())
-        QMetaObject::invokeMethod(this, [this] { aboutToQuit(); }, Qt::BlockingQueuedConnection);
-    if (thread->isRunning())
-        thread->wait();
-    d->thread.clear();
-    qInfo() << "QVlorVst::Manager::About to quit ...";
+    if (EndManagerThread(this, &d->thread))
+        qInfo() << "QVlorVst::Manager::About to quit ...";
 }
 
 /* ---- snapshot and plain state ------------------------------------------- */

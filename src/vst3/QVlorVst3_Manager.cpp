@@ -7,6 +7,7 @@
 #include "QVlorSetting.h"
 #include "QVlorVst3_ModuleInfo.h"
 #include "QVlorVst3_Probe_p.h"
+#include "QVlorManagerThread_p.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -200,10 +201,7 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     // Saved on a later turn of the loop: several changes in one turn cost one write.
     connect(this, &Manager::catalogChanged, this, &Manager::saveCatalogAndPairs, Qt::QueuedConnection);
 
-    moveToThread(d->thread);
-    d->thread->setObjectName(QStringLiteral("QVlorVst3::Manager"));
-    d->thread->start(QThread::InheritPriority);
-    connect(d->thread.data(), &QThread::finished, d->thread.data(), &QObject::deleteLater);
+    StartManagerThread(this, &d->thread, QStringLiteral("QVlorVst3::Manager"));
 }
 
 Manager::~Manager()
@@ -214,20 +212,9 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
-    if (!d->thread || d->thread->isFinished())
-        return;
-    if (QThread::currentThread() == d->thread.data()) {
-        d->thread->quit();
-        return;
-    }
-    cancel();
-    QThread* thread = d->thread.data();
-    if (thread->isRunning())
-        QMetaObject::invokeMethod(this, [this] { aboutToQuit(); }, Qt::BlockingQueuedConnection);
-    if (thread->isRunning())
-        thread->wait();
-    d->thread.clear();
-    saveCatalogAndPairs();
+    // What the thread held is saved last, once nothing can change it any more.
+    if (EndManagerThread(this, &d->thread))
+        saveCatalogAndPairs();
 }
 
 /* ---- read side and plain state ------------------------------------------- */
@@ -286,6 +273,8 @@ void Manager::setSearchPathsForTesting(const QStringList& paths)
 {
     if (d->post(this, [this, paths] { setSearchPathsForTesting(paths); }))
         return;
+    // Read from any thread by searchPaths().
+    QMutexLocker l(&d->publishLock);
     d->searchPathsOverride = paths;
     d->searchPathsOverridden = true;
 }
@@ -300,8 +289,11 @@ QStringList Manager::SystemPaths()
 
 QStringList Manager::searchPaths() const
 {
-    if (d->searchPathsOverridden)
-        return d->searchPathsOverride;
+    {
+        QMutexLocker l(&d->publishLock);
+        if (d->searchPathsOverridden)
+            return d->searchPathsOverride;
+    }
     QStringList paths = SystemPaths();
     QVlorSetting& settings = QVlorSetting::global();
     for (const QString& custom : settings.getStringList(QLatin1String(K_SETTING_VST3_CUSTOM_PATHS)))

@@ -21,7 +21,7 @@ public:
     qint32 verifierBuild = 0;
     Vst2ItemsProvider vst2Items;
     Vst2FailedSetter vst2Failed;
-    QStringList searchPathsOverride;
+    QStringList searchPathsOverride; // under publishLock
     bool searchPathsOverridden = false;
     QString hostBinary;
     QStringList hostArgs;
@@ -29,7 +29,7 @@ public:
     Catalog catalog;        // the manager's thread alone
     QVlorPluginPairs pairs; // likewise
 
-    mutable QMutex publishLock; // guards the copies and every pending set
+    mutable QMutex publishLock; // guards the copies, every pending set and the search paths' override
     Catalog publishedCatalog;
     QList<QVlorPluginPairs::Entry> publishedPairs;
     QSet<QString> pendingVerifyingBundles;

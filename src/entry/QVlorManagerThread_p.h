@@ -1,0 +1,41 @@
+#ifndef QVLORMANAGERTHREAD_P_H
+#define QVLORMANAGERTHREAD_P_H
+// The life of a catalog manager's own thread, the same for both formats.
+
+#include <QMetaObject>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QThread>
+
+// Moves the manager to a new thread of that name and starts it.
+inline void StartManagerThread(QObject* manager, QPointer<QThread>* thread, const QString& name)
+{
+    manager->moveToThread(thread->data());
+    (*thread)->setObjectName(name);
+    (*thread)->start(QThread::InheritPriority);
+    QObject::connect(thread->data(), &QThread::finished, thread->data(), &QObject::deleteLater);
+}
+
+// The manager's aboutToQuit: on its own thread it ends the loop; from any
+// other it cancels the work under way, lets the thread end and waits for it.
+// True when the thread was ended from outside, so that the caller saves last.
+template <typename Manager> bool EndManagerThread(Manager* manager, QPointer<QThread>* thread)
+{
+    if (!*thread || (*thread)->isFinished())
+        return false;
+    if (QThread::currentThread() == thread->data()) {
+        (*thread)->quit();
+        return false;
+    }
+    manager->cancel();
+    QThread* t = thread->data();
+    if (t->isRunning())
+        QMetaObject::invokeMethod(manager, [manager] { manager->aboutToQuit(); }, Qt::BlockingQueuedConnection);
+    if (t->isRunning())
+        t->wait();
+    thread->clear();
+    return true;
+}
+
+#endif
