@@ -58,7 +58,7 @@ protected:
 TEST_F(Modules, EffectClassesAreListedInFactoryOrderWithTheirLeadingZeros)
 {
     const std::vector<Vst3ClassRecord> r = list(kClasses);
-    ASSERT_EQ(r.size(), 4u); // the controllers take no record
+    ASSERT_EQ(r.size(), 5u); // the controllers take no record
     EXPECT_STREQ(r[0].uid, "0A010203000000000000000000000001");
     EXPECT_STREQ(r[0].name, "Fixture Delay");
     EXPECT_STREQ(r[0].category, "Audio Module Class");
@@ -68,6 +68,7 @@ TEST_F(Modules, EffectClassesAreListedInFactoryOrderWithTheirLeadingZeros)
     EXPECT_STREQ(r[1].uid, "000BCDEF000000000000000000000002");
     EXPECT_STREQ(r[2].subCategories, "Instrument|Synth");
     EXPECT_STREQ(r[3].name, "Fixture Gate");
+    EXPECT_STREQ(r[4].subCategories, "Fx|Instrument");
 
     int n = 0;
     const std::vector<Vst3ClassRecord> one = list(kClasses, 1, &n);
@@ -98,7 +99,7 @@ TEST_F(Modules, AFailedBundleIsTriedAgainOnceFixed)
     EXPECT_EQ(n, -1);
     copyBundle(kClasses, "vlor-vst3-classes", bundle);
     list(bundle, 8, &n);
-    EXPECT_EQ(n, 4);
+    EXPECT_EQ(n, 5);
 }
 
 TEST_F(Modules, BadArgumentsAndThingsThatAreNoBundle)

@@ -216,9 +216,10 @@ TEST_F(Vst3ManagerTest, ProbingKeepsEffectsOnlyAndTheFirstHolderOfAClassId)
         EXPECT_EQ(c.state(), CatalogClass::New);
         EXPECT_FALSE(c.isEnabled());
     }
-    // The instrument is dropped; the controllers never were classes.
+    // The instrument is dropped, the instrument that is also an effect kept;
+    // the controllers never were classes.
     EXPECT_EQ(names, (QStringList{QStringLiteral("Fixture Delay"), QStringLiteral("Fixture EQ"),
-                                  QStringLiteral("Fixture Gate")}));
+                                  QStringLiteral("Fixture Gate"), QStringLiteral("Fixture Vocoder")}));
     EXPECT_TRUE(bundle(first).probed());
     EXPECT_TRUE(bundle(first).moduleinfoFound() == false); // copies carry no moduleinfo.json
     // The same classes in a second bundle belong to the first.

@@ -163,7 +163,7 @@ TEST(Vst3HostProgram, FaultyBundlesFailWithoutHarm)
     // The plugin prints an object of its own while loading; the reply still wins.
     Outcome o = run(kHost, QVlorVst3::ProbeArguments(kBundles + QStringLiteral("/vlor-vst3-classes.vst3")));
     ASSERT_TRUE(o.ok) << o.error.toStdString();
-    EXPECT_EQ(o.reply.value(QStringLiteral("classes")).toArray().size(), 4);
+    EXPECT_EQ(o.reply.value(QStringLiteral("classes")).toArray().size(), 5);
 
     EXPECT_EQ(run(kHost, QVlorVst3::ProbeArguments(kBundles + QStringLiteral("/vlor-vst3-crash-entry.vst3"))).error,
               QStringLiteral("probe crashed"));
