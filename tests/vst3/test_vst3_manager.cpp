@@ -232,6 +232,32 @@ TEST_F(Vst3ManagerTest, ProbingKeepsEffectsOnlyAndTheFirstHolderOfAClassId)
     EXPECT_EQ(hostRuns(), runs);
 }
 
+TEST_F(Vst3ManagerTest, AClassIdHeldByTwoProbedBundlesStaysWithOne)
+{
+    // A catalog from elsewhere (an older version, a hand edit) with one class in two bundles.
+    Catalog saved;
+    for (const char* name : {"A.vst3", "B.vst3"}) {
+        CatalogBundle b;
+        b.setPath(copyBundle(kEffects, QLatin1String(name)));
+        b.setMtimeSecs(QFileInfo(b.path()).lastModified().toSecsSinceEpoch());
+        b.setSizeBytes(QFileInfo(b.path()).size());
+        b.setProbed(true);
+        CatalogClass c(kGain, QStringLiteral("Fixture Gain"), QString(), QStringLiteral("Fx"), QString());
+        c.setState(CatalogClass::Enabled);
+        c.setEnabled(true);
+        b.classes() << c;
+        saved.bundles() << b;
+    }
+    ASSERT_TRUE(saved.save(file("catalog_vst3.json")));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    const Catalog after = m.catalogCopy();
+    ASSERT_EQ(after.bundles().size(), 2);
+    // The first found in the walk keeps it; the folder decides which that is.
+    EXPECT_EQ(after.bundles().at(0).classes().size() + after.bundles().at(1).classes().size(), 1);
+    EXPECT_EQ(hostRuns(), 0); // unchanged bundles are not loaded again
+}
+
 TEST_F(Vst3ManagerTest, ABundleThatGoesAndComesBackKeepsTheUsersChoices)
 {
     const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
