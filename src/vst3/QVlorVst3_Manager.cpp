@@ -17,6 +17,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QSaveFile>
 
 namespace QVlorVst3 {
@@ -135,7 +136,9 @@ QList<CatalogClass> Manager::Data::ReplyClasses(const QJsonObject& reply, QSet<Q
         if (subCategories.contains(QLatin1String("Instrument")) && !subCategories.contains(QLatin1String("Fx")))
             continue;
         const QString cid = o.value(QStringLiteral("cid")).toString();
-        if (taken->contains(cid))
+        // A class is known by its ID alone: one that is not 32 hexadecimal digits could never be found again.
+        static const QRegularExpression kCid(QStringLiteral("^[0-9A-F]{32}$"));
+        if (!kCid.match(cid).hasMatch() || taken->contains(cid))
             continue;
         taken->insert(cid);
         CatalogClass c(cid, o.value(QStringLiteral("name")).toString(), o.value(QStringLiteral("vendor")).toString(),

@@ -258,6 +258,31 @@ TEST_F(Vst3ManagerTest, AClassIdHeldByTwoProbedBundlesStaysWithOne)
     EXPECT_EQ(hostRuns(), 0); // unchanged bundles are not loaded again
 }
 
+// A host program that answers with nonsense (ours never does; a broken
+// install might): only classes that can be found again by their ID go in.
+TEST_F(Vst3ManagerTest, AMalformedProbeReplyAddsOnlyWellFormedClasses)
+{
+    const QString path = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    const QString liar = QString::fromStdString(dir.file("liar"));
+    writeFile(liar.toStdString(),
+              "#!/bin/sh\necho '{\"ok\":true}'\necho '{\"ok\":true,\"truncated\":true,\"classes\":[{\"cid\":\"\"},"
+              "{\"cid\":\"xyz\"},{\"cid\":7},null,[],{\"cid\":\"0123456789abcdef0123456789ABCDEF\"},"
+              "{\"cid\":\"0123456789ABCDEF0123456789ABCDEF\",\"name\":5,\"subCategories\":[\"Fx\"]}]}'\n",
+              true);
+    Manager& m = make();
+    m.setHostBinary(liar, {});
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundle(path); });
+    const CatalogBundle b = bundle(path);
+    ASSERT_EQ(b.classes().size(), 1);
+    EXPECT_EQ(b.classes().first().cid(), QStringLiteral("0123456789ABCDEF0123456789ABCDEF"));
+    EXPECT_EQ(b.classes().first().name(), QString());
+    // One well-formed class: the probe's shortcut enables it.
+    EXPECT_EQ(b.classes().first().state(), CatalogClass::Enabled);
+    EXPECT_EQ(b.lastError(), QStringLiteral("probe class list truncated -- module exposes more classes than the probe cap"));
+    EXPECT_FALSE(b.failed());
+}
+
 TEST_F(Vst3ManagerTest, ABundleThatGoesAndComesBackKeepsTheUsersChoices)
 {
     const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
