@@ -445,7 +445,7 @@ TEST_F(Vst3ManagerTest, MarksOfTheUserInterfaceOutliveEveryPublishUntilTheWorkIs
     m.enablePlugin(kGain);
     release1.release();
     // The vendor change has published; the verify has not begun.
-    for (int i = 0; i < 500 && m.catalogCopy().disabledVendors().isEmpty(); ++i)
+    for (int i = 0; i < 2500 && m.catalogCopy().disabledVendors().isEmpty(); ++i)
         QThread::msleep(2);
     ASSERT_EQ(m.catalogCopy().disabledVendors(), QStringList{QStringLiteral("someone")});
     EXPECT_EQ(cls(kGain).state(), CatalogClass::Verifying);
