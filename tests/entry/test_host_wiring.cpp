@@ -224,6 +224,15 @@ TEST_F(Wiring, ARealCrashInTheGuardedStretchIsBlamedOnItsPluginAtTheNextStart)
     EXPECT_TRUE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("\"crashed\"")));
     QVlorAudioPlugins::UI::uninstall(&host);
 
+    // The user opens it anyway: back to enabled, and saved so.
+    QVlorAudioPlugins::UI::install(&host);
+    QVlorAudioPlugins::vst3Manager()->clearCrashedState(kGain);
+    settle();
+    EXPECT_EQ(QVlorAudioPlugins::vst3Manager()->catalogCopy().findClass(kGain)->state(), CatalogClass::Enabled);
+    QVlorAudioPlugins::AboutToQuit();
+    EXPECT_FALSE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("\"crashed\"")));
+    QVlorAudioPlugins::UI::uninstall(&host);
+
     // The same for a VST2 plugin, which the VST3 side blames through the setter.
     EXPECT_EQ(runOpenChild({QStringLiteral("vst2"), QString::number(kStereoId), QStringLiteral("Stereo"), vst2File},
                            "VLOR_FIXTURE_CRASH_IN_MAIN"),
