@@ -20,6 +20,8 @@
 #include <QRegularExpression>
 #include <QSaveFile>
 
+#include <limits>
+
 namespace QVlorVst3 {
 
 const char* const K_SETTING_SCAN_VST3 = "vloraudio.plugins.scan_vst3";
@@ -121,9 +123,11 @@ void Manager::Data::clearPendingVerifyingClass(const QString& cid)
 bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const
 {
     const QString program = hostBinary.isEmpty() ? QCoreApplication::applicationFilePath() : hostBinary;
-    const int seconds = QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);
+    // A setting edited by hand must neither overflow into "wait forever" nor give no time at all.
+    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30),
+                               std::numeric_limits<int>::max() / 1000);
     qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
-    return __RunHostProcess(program, hostArgs + job, qMax(1, seconds) * 1000, reply, errorText);
+    return __RunHostProcess(program, hostArgs + job, seconds * 1000, reply, errorText);
 }
 
 QList<CatalogClass> Manager::Data::ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
