@@ -421,6 +421,20 @@ TEST_F(Vst3ManagerTest, ABundleWithOneClassIsEnabledByItsProbe)
     EXPECT_EQ(hostRuns(), 1);
 }
 
+// The editor itself as the host program, told so by "--vst3".
+TEST_F(Vst3ManagerTest, TheApplicationCanServeAsItsOwnHostProgram)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    m.setHostBinaryForTesting(QStringLiteral(VLOR_BIN_DIR "/vlorfx"));
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(effects, false); });
+    run([](Manager& m) { m.enablePlugin(kGain); });
+    EXPECT_EQ(bundle(effects).classes().size(), 4);
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    EXPECT_EQ(hostRuns(), 0); // not the logging wrapper
+}
+
 TEST_F(Vst3ManagerTest, MarksOfTheUserInterfaceOutliveEveryPublishUntilTheWorkIsDone)
 {
     const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
