@@ -489,6 +489,34 @@ TEST_F(Vst3ManagerTest, MarksOfTheUserInterfaceOutliveEveryPublishUntilTheWorkIs
     EXPECT_FALSE(m.isScanning());
 }
 
+TEST_F(Vst3ManagerTest, AfterShutdownCallsRunOnTheCallersThreadAndTheLastChangeIsSaved)
+{
+    const QString effects = copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    m.aboutToQuit();
+    m.aboutToQuit(); // a second time: nothing left to stop
+    // No thread to post to: the work is done here and now.
+    m.enableBundleInternal(effects, false);
+    EXPECT_EQ(bundle(effects).classes().size(), 4);
+    QThread* here = QThread::currentThread();
+    bool sameThread = false;
+    const auto c = QObject::connect(&m, &Manager::pluginEnabled, &m, [&] { sameThread = QThread::currentThread() == here; },
+                                    Qt::DirectConnection);
+    m.enablePlugin(kGain);
+    QObject::disconnect(c);
+    EXPECT_TRUE(sameThread);
+    EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    // Saving is a queued consequence of a change; with no loop left, the owner saves.
+    m.saveCatalogAndPairs();
+    QString savedState;
+    for (const QJsonValue& b : savedCatalog().value(QStringLiteral("bundles")).toArray())
+        for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray())
+            if (c.toObject().value(QStringLiteral("cid")).toString() == kGain)
+                savedState = c.toObject().value(QStringLiteral("state")).toString();
+    EXPECT_EQ(savedState, QStringLiteral("enabled"));
+}
+
 TEST_F(Vst3ManagerTest, CancelEndsTheScanBetweenBundlesAndStillPublishesAndSaves)
 {
     QStringList paths;
