@@ -77,9 +77,8 @@ public:
 // The library comes up and goes down as in the editor.
 int runWithLibrary(const Command& c, int argc, char** argv)
 {
-    // Commands have no window; a display is not needed.
-    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
-        setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    // Commands have no window: a display that is set but out of reach must not stop them.
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QVlorApplication app(argc, argv);
     QVlorAudioPlugins::Initialize();
     HeadlessHost host;
