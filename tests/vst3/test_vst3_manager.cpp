@@ -200,6 +200,22 @@ TEST_F(Vst3ManagerTest, AScanFindsBundlesWhereARootHoldsThemAndNowhereElse)
     m.setScanEnabled(true);
 }
 
+TEST_F(Vst3ManagerTest, TheSearchPathsAreTheSystemsAndTheUsersLessThoseTurnedOff)
+{
+    QVlorSetting& settings = QVlorSetting::global();
+    settings.change(QLatin1String(K_SETTING_VST3_CUSTOM_PATHS),
+                    QStringList{QStringLiteral("/opt/vst3"), QStringLiteral("/usr/lib/vst3"), QStringLiteral("/opt/vst3")});
+    settings.change(QLatin1String(K_SETTING_VST3_DISABLED_PATHS), QStringList{QStringLiteral("/usr/lib/vst3")});
+    Manager m(nullptr, file("c.json"), file("p.json"), 0, QString());
+    EXPECT_EQ(m.searchPaths(), (QStringList{QDir::homePath() + QStringLiteral("/.vst3"),
+                                            QStringLiteral("/usr/local/lib/vst3"), QStringLiteral("/opt/vst3")}));
+    m.setSearchPathsForTesting({QStringLiteral("/only")});
+    sync(m);
+    EXPECT_EQ(m.searchPaths(), QStringList{QStringLiteral("/only")});
+    settings.change(QLatin1String(K_SETTING_VST3_CUSTOM_PATHS), QStringList());
+    settings.change(QLatin1String(K_SETTING_VST3_DISABLED_PATHS), QStringList());
+}
+
 TEST_F(Vst3ManagerTest, ProbingKeepsEffectsOnlyAndTheFirstHolderOfAClassId)
 {
     const QString first = copyBundle(kClasses, QStringLiteral("A-Classes.vst3"));
