@@ -15,6 +15,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QJsonArray>
 #include <QLoggingCategory>
 #include <QRegularExpression>
@@ -364,6 +365,11 @@ void Manager::searchPlugins(bool notifyNew)
         }
     }
 
+    // Where each known bundle stands: a catalog of thousands is not searched once a bundle.
+    // The list only grows from here on, so the places hold.
+    QHash<QString, int> place;
+    for (int k = 0; k < bundles.size(); ++k)
+        place.insert(bundles.at(k).path(), k);
     QSet<QString> seen;
     QList<QString> newNames;
     const int total = int(found.size());
@@ -371,12 +377,14 @@ void Manager::searchPlugins(bool notifyNew)
         if (d->cancelRequested.loadAcquire())
             break;
         const QString& path = found.at(i - 1);
-        CatalogBundle* b = d->catalog.findBundle(path);
+        const int at = place.value(path, -1);
+        CatalogBundle* b = at < 0 ? nullptr : &d->catalog.bundles()[at];
         if (!b) {
             CatalogBundle fresh;
             fresh.setPath(path);
             Data::StoreFileStamp(&fresh);
             fresh.setProbed(false);
+            place.insert(path, int(d->catalog.bundles().size()));
             d->catalog.bundles().append(fresh);
             newNames.append(QFileInfo(path).completeBaseName());
         } else if (!b->probed()) {
