@@ -103,7 +103,7 @@ bool Manager::Data::addMarks(QSet<QString>* pending, const QStringList& keys, bo
     QMutexLocker l(&publishLock);
     for (const QString& key : keys)
         pending->insert(key);
-    if (!thread || QThread::currentThread() == thread.data() || thread->isFinished())
+    if (!awayFromThread())
         return false;
     *shown = applyPendingVerifyingLocked();
     return true;

@@ -42,10 +42,15 @@ public:
     QAtomicInt dirty{0};
     QPointer<QThread> thread;
 
+    // On another thread than the manager's, while that one still runs: work must be posted.
+    bool awayFromThread() const
+    {
+        return thread && QThread::currentThread() != thread.data() && !thread->isFinished();
+    }
     // True when a call must be posted to the manager's thread; it then has been.
     template <typename F> bool post(QObject* manager, F&& call) const
     {
-        if (!thread || QThread::currentThread() == thread.data() || thread->isFinished())
+        if (!awayFromThread())
             return false;
         QMetaObject::invokeMethod(manager, std::forward<F>(call), Qt::QueuedConnection);
         return true;
