@@ -211,7 +211,7 @@ extern "C" int BLPOPENIO_CloseEx(BLPOpenIO io, int wait, int timeoutMs)
     io->toChild = -1;
     closeFd(io->fromChild);
     if (!wait)
-        kill(io->pid, SIGKILL);
+        kill(-io->pid, SIGKILL);
     const int status = blprocess::waitChild(io->pid, wait ? (timeoutMs > 0 ? timeoutMs : 1) : 0);
     delete io;
     return status;

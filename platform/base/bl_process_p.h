@@ -6,10 +6,12 @@
 
 namespace blprocess {
 
-// Starts argv[0] (searched on PATH when it holds no '/'); 0 on success, or the error.
+// Starts argv[0] (searched on PATH when it holds no '/') as the leader of a
+// process group of its own; 0 on success, or the error.
 int spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* actions);
 // Waits up to timeoutMs (<= 0: for ever) and reaps; kills the child when the
-// time is up. The exit status, 128 + N for signal N.
+// time is up, and whatever is left of its process group in any case. The
+// exit status, 128 + N for signal N.
 int waitChild(pid_t pid, int timeoutMs);
 
 } // namespace blprocess

@@ -50,10 +50,21 @@ int pidfdOpen(pid_t pid)
 
 } // namespace
 
-// A pidfd lets us sleep in poll() until the child ends instead of polling waitpid.
+// A plugin may fork, and its children must not outlive the host that loaded
+// it: every child leads a process group of its own, and the whole group is
+// ended with it. The leader is not reaped before that, so its id, which is
+// the group's, cannot be taken by another process in between.
 int blprocess::waitChild(pid_t pid, int timeoutMs)
 {
-    int wstatus = 0;
+    siginfo_t info{};
+    auto ended = [&](int flags) {
+        info.si_pid = 0;
+        int r;
+        do
+            r = waitid(P_PID, id_t(pid), &info, WEXITED | WNOWAIT | flags);
+        while (r < 0 && errno == EINTR);
+        return r == 0 && info.si_pid == pid;
+    };
     if (timeoutMs > 0) {
         const int fd = pidfdOpen(pid);
         if (fd >= 0) {
@@ -64,19 +75,22 @@ int blprocess::waitChild(pid_t pid, int timeoutMs)
             while (r < 0 && errno == EINTR);
             close(fd);
             if (r == 0)
-                kill(pid, SIGKILL);
+                kill(-pid, SIGKILL);
         } else {
             // Kernels without pidfd: a short back-off on WNOHANG.
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-            while (waitpid(pid, &wstatus, WNOHANG) == 0) {
+            while (!ended(WNOHANG)) {
                 if (std::chrono::steady_clock::now() >= deadline) {
-                    kill(pid, SIGKILL);
+                    kill(-pid, SIGKILL);
                     break;
                 }
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
             }
         }
     }
+    ended(0);
+    kill(-pid, SIGKILL);
+    int wstatus = 0;
     while (waitpid(pid, &wstatus, 0) < 0) {
         if (errno != EINTR)
             return BLCORE_SPAWN_FAILED;
@@ -86,8 +100,14 @@ int blprocess::waitChild(pid_t pid, int timeoutMs)
 
 int blprocess::spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* actions)
 {
-    return std::strchr(argv[0], '/') ? posix_spawn(pid, argv[0], actions, nullptr, argv, environ)
-                                     : posix_spawnp(pid, argv[0], actions, nullptr, argv, environ);
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attr, 0);
+    const int err = std::strchr(argv[0], '/') ? posix_spawn(pid, argv[0], actions, &attr, argv, environ)
+                                              : posix_spawnp(pid, argv[0], actions, &attr, argv, environ);
+    posix_spawnattr_destroy(&attr);
+    return err;
 }
 
 extern "C" int BLCORE_SetSpawnTimeout(int milliseconds) { return g_timeoutMs.exchange(milliseconds); }

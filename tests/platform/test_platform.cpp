@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
+#include <functional>
 #include <chrono>
 #include <cstdint>
 #include <cstring>
@@ -392,6 +394,56 @@ TEST(ChildPipes, ReadTimeoutAvailableBytesAndBothWaysOfClosing)
     io = BLPOPENIO_Create("rw", "/bin/sleep 30");
     EXPECT_EQ(BLPOPENIO_CloseEx(io, 1, 200), BLCORE_SPAWN_SIGNALED(9)); // waited, then killed
     EXPECT_EQ(BLPOPENIO_CloseEx(nullptr, 1, 0), -1);
+}
+
+// A plugin that forks leaves a grandchild; it must end with the child that
+// started it, however that child ends.
+TEST(ChildProcessGroup, WhatAChildForksEndsWithIt)
+{
+    TempDir dir;
+    const std::string pidFile = dir.file("grandchild.pid");
+    // The child forks a sleeper and says where it is, then ends as the case says.
+    auto script = [&](const char* end) {
+        return "/bin/sh -c \"sleep 60 & echo $! > '" + pidFile + "'; " + end + "\"";
+    };
+    struct Case {
+        const char* name;
+        std::function<void(const std::string&)> run;
+    };
+    const std::vector<Case> cases = {
+        {"spawn, normal end", [](const std::string& cmd) { EXPECT_EQ(BLCORE_Spawn("%s", cmd.c_str()), 0); }},
+        {"spawn, crash",
+         [](const std::string& cmd) { EXPECT_EQ(BLCORE_Spawn("%s", cmd.c_str()), BLCORE_SPAWN_SIGNALED(11)); }},
+        {"spawn, timeout",
+         [](const std::string& cmd) {
+             const int old = BLCORE_SetSpawnTimeout(300);
+             EXPECT_EQ(BLCORE_Spawn("%s", cmd.c_str()), BLCORE_SPAWN_SIGNALED(9));
+             BLCORE_SetSpawnTimeout(old);
+         }},
+        {"pipe, closed waiting",
+         [](const std::string& cmd) {
+             BLPOpenIO io = BLPOPENIO_Create("r", cmd.c_str());
+             ASSERT_NE(io, nullptr);
+             EXPECT_EQ(BLPOPENIO_CloseEx(io, 1, 5000), 0);
+         }},
+        {"pipe, killed",
+         [&](const std::string& cmd) {
+             BLPOpenIO io = BLPOPENIO_Create("rw", cmd.c_str());
+             ASSERT_NE(io, nullptr);
+             pidFromFile(pidFile);
+             EXPECT_EQ(BLPOPENIO_CloseEx(io, 0, 0), BLCORE_SPAWN_SIGNALED(9));
+         }},
+    };
+    const std::vector<const char*> ends = {"exit 0", "kill -SEGV $$", "sleep 30", "exit 0", "sleep 30"};
+    for (size_t i = 0; i < cases.size(); ++i) {
+        std::remove(pidFile.c_str());
+        cases[i].run(script(ends[i]));
+        const long grandchild = pidFromFile(pidFile);
+        ASSERT_GT(grandchild, 0) << cases[i].name;
+        EXPECT_FALSE(processRuns(grandchild)) << cases[i].name;
+        if (processRuns(grandchild, 0))
+            kill(pid_t(grandchild), SIGKILL);
+    }
 }
 
 TEST(ChildPipes, WritingToAChildThatIsGoneFailsWithoutASignal)

@@ -89,6 +89,35 @@ inline std::string readFile(const std::string& path)
     return s.str();
 }
 
+// Whether a process runs: a zombie, left to an init that does not reap, has
+// ended. Waits up to waitMs for it to end, as a kill is not instant.
+inline bool processRuns(long pid, int waitMs = 2000)
+{
+    for (int waited = 0;; waited += 20) {
+        std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+        std::string stat;
+        std::getline(in, stat);
+        const size_t paren = stat.rfind(')');
+        const bool runs = paren != std::string::npos && paren + 2 < stat.size() && stat[paren + 2] != 'Z' &&
+                          stat[paren + 2] != 'X';
+        if (!runs || waited >= waitMs)
+            return runs;
+        usleep(20 * 1000);
+    }
+}
+
+// The pid a forking test child wrote to its file, or 0.
+inline long pidFromFile(const std::string& path)
+{
+    for (int waited = 0; waited < 2000; waited += 20) {
+        const std::string text = readFile(path);
+        if (!text.empty() && text.back() == '\n')
+            return std::stol(text);
+        usleep(20 * 1000);
+    }
+    return 0;
+}
+
 // The data folder of this test program: set before anything reads settings.
 inline const std::string& dataDir()
 {
