@@ -158,7 +158,7 @@ TEST_F(Adapter, ShellServesTheChildWhoseIdIsAsked)
         char name[128];
         while (int id = int(ae->dispatcher(ae, 70, 0, 0, name, 0)))
             children.emplace_back(id, name);
-        ASSERT_EQ(children.size(), 3u);
+        ASSERT_EQ(children.size(), 4u);
         EXPECT_EQ(children[1].second, "Shell Child Stereo");
 
         Loaded child(kShell, children[1].first);

@@ -126,7 +126,8 @@ TEST_F(Descriptor, AShellListsItsEntriesAndNoDescription)
     ASSERT_EQ(_LoadFromVSTXML(e, infoCommand(file).c_str()), 1);
     EXPECT_EQ(e->category, VSTEFFECT_CATEGORY_SHELL);
     EXPECT_FALSE(AUDIOVST_IsEffect(e));
-    ASSERT_EQ(AUDIOVST_PluginsCount(e), 3);
+    ASSERT_EQ(AUDIOVST_PluginsCount(e), 4);
+    EXPECT_STREQ(AUDIOVST_GetPluginName(e, 3), "Shell \"Child\" & <Wide>");
     EXPECT_STREQ(AUDIOVST_GetPluginName(e, 2), "Shell Child Synth");
     EXPECT_EQ(e->u.shell.shellEntries[0].effect, nullptr);
     EXPECT_STREQ(AUDIOVST_GetVendorString(e), "Vlor Test Vendor");

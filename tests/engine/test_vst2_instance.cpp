@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+#include <sstream>
 #include <string>
 
 using namespace vlortest;
@@ -28,6 +30,25 @@ protected:
     void TearDown() override { AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR); }
     _VSTEFFECT* effect = nullptr;
 };
+
+// The host programs that run an instance for this process.
+int instanceHosts()
+{
+    int n = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    while (dirent* t = tasks ? readdir(tasks) : nullptr) {
+        if (t->d_name[0] == '.')
+            continue;
+        std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
+        for (std::string pid; children >> pid;) {
+            const std::string cmdline = readFile("/proc/" + pid + "/cmdline");
+            n += cmdline.find("--fxinstance") != std::string::npos && processRuns(std::stol(pid), 0);
+        }
+    }
+    if (tasks)
+        closedir(tasks);
+    return n;
+}
 
 } // namespace
 
@@ -161,4 +182,49 @@ TEST(InstanceNull, EveryCallAcceptsNull)
     EXPECT_EQ(AUDIOVST_DestroyInstance(nullptr), 0);
     EXPECT_EQ(AUDIOVST_DestroyConfigInstance(nullptr), 0);
     EXPECT_EQ(AUDIOVST_GetEffectFromInstance(nullptr), nullptr);
+}
+
+// The file vanishes under a running instance, the rescan deletes its record
+// and the user resets it: the record stays until the instances are gone, and
+// no host is left behind them (the sanitized build sees any use after free).
+TEST_F(Instance, ARecordDeletedUnderLiveInstancesOutlivesThem)
+{
+    TempDir dir;
+    const std::string file = dir.file("vanishing.so");
+    ASSERT_EQ(std::system(("cp '" + kStereo + "' '" + file + "'").c_str()), 0);
+    effect->enabled = 0; // the copy is not a duplicate of the fixture's own record
+    for (const bool remote : {true, false}) {
+        ASSERT_EQ(AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR), 1);
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), 0, false);
+        ASSERT_NE(e, nullptr);
+        if (!remote)
+            AUDIOVST_ForgetVlorVstPath(); // instances then run in this process
+        const int hostsBefore = instanceHosts();
+        if (remote)
+            e->architecture = 32; // served by the second host: the config instance runs there too
+        _VSTINSTANCE* a = AUDIOVST_CreateInstance(e);
+        _VSTINSTANCE* config = AUDIOVST_CreateConfigInstance(e);
+        ASSERT_TRUE(a && config);
+        ASSERT_EQ(AUDIOVST_IsRemoteInstance(a), remote ? 1 : 0);
+        EXPECT_EQ(instanceHosts(), hostsBefore + (remote ? 2 : 0));
+        const std::string hash = e->hash;
+        const int32_t id = e->pluginid;
+
+        ASSERT_EQ(std::rename(file.c_str(), (file + ".away").c_str()), 0);
+        ASSERT_EQ(AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR), 1);
+        EXPECT_EQ(AUDIOVST_FindPluginEx(file.c_str(), id, false), nullptr); // the rescan deletes the record
+        EXPECT_EQ(AUDIOVST_FindPluginByHash(hash.c_str()), nullptr);
+        EXPECT_EQ(AUDIOVST_ResetPluginFile(file.c_str(), id), 1);
+        EXPECT_EQ(AUDIOVST_ResetPlugin(e), 1);
+
+        float in[128] = {}, out[128] = {};
+        EXPECT_EQ(AUDIOVST_ActivateEngine(a, 64, 44100), 1);
+        EXPECT_EQ(AUDIOVST_StartEngine(a), 1);
+        EXPECT_EQ(AUDIOVST_ProcessSamples(a, in, out, 2, 64), 1); // still runs
+        EXPECT_EQ(AUDIOVST_DestroyInstance(a), 1);
+        EXPECT_EQ(AUDIOVST_DestroyConfigInstance(&config), 1);
+        EXPECT_EQ(instanceHosts(), hostsBefore);
+        ASSERT_EQ(std::rename((file + ".away").c_str(), file.c_str()), 0);
+    }
+    effect->enabled = 1;
 }

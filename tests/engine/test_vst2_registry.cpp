@@ -225,7 +225,7 @@ TEST_F(Registry, SupportedIdSearchPassesOverUnsupportedRecords)
     AUDIOVST_DeletePlugin(supported);
 }
 
-TEST_F(Registry, DeletePluginRefusesALoadedPluginWithLiveInstances)
+TEST_F(Registry, ARecordInUseLeavesTheListAtOnceAndIsFreedByItsLastInstance)
 {
     LogCapture log;
     _VSTEFFECT* e = effectRecord(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so");
@@ -234,11 +234,16 @@ TEST_F(Registry, DeletePluginRefusesALoadedPluginWithLiveInstances)
     EXPECT_EQ(AUDIOVST_UnloadPlugin(e), 0);
     EXPECT_TRUE(log.contains("AUDIOVST_UnloadPlugin: Plugin " VLOR_FIXTURE_VST_DIR
                              "/vlor-fixture-stereo.so has 2 instances created."));
-    EXPECT_EQ(AUDIOVST_DeletePlugin(e), 0);
-    EXPECT_TRUE(log.contains("AUDIOVST_DeletePlugin: Can't delete loaded plugin"));
-    EXPECT_TRUE(e->loaded);
-    e->numInstances = 0;
+    const std::string hash = e->hash;
     EXPECT_EQ(AUDIOVST_DeletePlugin(e), 1);
+    EXPECT_EQ(_FindRecordByHash(hash.c_str()), nullptr); // nobody finds it again
+    EXPECT_TRUE(e->loaded);                               // its instances still run it
+    EXPECT_EQ(AUDIOVST_DeletePlugin(e), 1);               // a second delete changes nothing
+    MutexLock(e->lock);
+    e->numInstances = 1;
+    EXPECT_EQ(_ReleaseOrphanLocked(e), 0);
+    e->numInstances = 0;
+    EXPECT_EQ(_ReleaseOrphanLocked(e), 1); // the last one ends: unloaded and freed
 }
 
 /* ---- the host program's self test ---------------------------------------- */

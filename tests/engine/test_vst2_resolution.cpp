@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -241,7 +242,7 @@ TEST_F(Resolution, AShellResolvesToAShellRecord)
     ASSERT_NE(s, nullptr);
     EXPECT_FALSE(AUDIOVST_IsEffect(s));
     EXPECT_EQ(AUDIOVST_GetCategory(s), VSTEFFECT_CATEGORY_SHELL);
-    EXPECT_EQ(AUDIOVST_PluginsCount(s), 3);
+    EXPECT_EQ(AUDIOVST_PluginsCount(s), 4);
     EXPECT_EQ(s->pluginid, 0); // a shell keeps the id it was asked for
 }
 
@@ -264,6 +265,71 @@ TEST_F(Resolution, HostileFileNamesReachOnlyTheHostAndResolve)
         AUDIOVST_ResetPluginFile(file.c_str(), e->pluginid);
     }
     EXPECT_FALSE(BLIO_Exists(marker.c_str()));
+}
+
+// Folders and files named with what XML must escape: the descriptor written
+// for them reads back, so a second engine resolves them from it alone.
+TEST_F(Resolution, NamesXmlMustEscapeAreDescribedAndReadBack)
+{
+    const std::string folder = dir.file("Drums & Bass");
+    ASSERT_EQ(std::system(("mkdir -p '" + folder + "'").c_str()), 0);
+    const std::vector<std::string> names = {"Drums & Bass/amp&.so", "a<b>.so", "q\"uote\".so", "cr\r.so",
+                                            "Caf\xC3\xA9 \xC3\xBCnicode.so", "tab\there.so"};
+    for (const std::string& name : names) {
+        const std::string file = plugin("vlor-fixture-stereo.so", name);
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), 0, false);
+        ASSERT_NE(e, nullptr) << name;
+        const int32_t id = e->pluginid;
+        char path[1024];
+        ASSERT_NE(_GetVSTXMLPath(e->hash, path, sizeof(path)), nullptr);
+        char fromHash[4096];
+        ASSERT_EQ(AUDIOVST_GetFileNameFromHash(e->hash, fromHash, sizeof(fromHash)), 1) << name;
+        EXPECT_EQ(std::string(fromHash), file);
+
+        AUDIOVST_DeletePlugin(e);
+        writeFile(log, "");
+        e = AUDIOVST_FindPluginEx(file.c_str(), id, false);
+        ASSERT_NE(e, nullptr) << name;
+        EXPECT_EQ(e->numParams, 4) << name;
+        EXPECT_EQ(starts("--check"), 0) << name; // read from the descriptor
+        AUDIOVST_ResetPlugin(e);
+    }
+}
+
+// Each child of a shell is a record of its own: asked for by its id, it is
+// found, checked and remembered as itself, whatever was asked for before.
+TEST_F(Resolution, EveryChildOfAShellKeepsItsOwnRecord)
+{
+    const std::string file = plugin("vlor-fixture-shell.so", "children.so");
+    struct Child {
+        const char* id;
+        const char* name;
+    };
+    const std::vector<Child> children = {
+        {"VsA1", "Shell Child Mono"}, {"VsA2", "Shell Child Stereo"}, {"VsA4", "Shell \"Child\" & <Wide>"}};
+    std::vector<std::string> hashes;
+    for (int round = 0; round < 2; ++round) {
+        for (const Child& c : children) {
+            _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), fourCC(c.id), false);
+            ASSERT_NE(e, nullptr) << c.id;
+            EXPECT_EQ(e->uniqueId, fourCC(c.id)) << c.id;
+            EXPECT_EQ(e->pluginid, fourCC(c.id)) << c.id;
+            EXPECT_STREQ(AUDIOVST_GetDisplayName(e), c.name);
+            char hash[64];
+            AUDIOVST_ComputePluginHash(file.c_str(), fourCC(c.id), hash, sizeof(hash));
+            EXPECT_STREQ(e->hash, hash) << c.id;
+            EXPECT_EQ(AUDIOVST_FindPluginByHash(hash), e) << c.id;
+            char path[1024];
+            ASSERT_NE(_GetVSTXMLPath(hash, path, sizeof(path)), nullptr);
+            EXPECT_TRUE(BLIO_Exists(path)) << c.id;
+            if (round == 0)
+                hashes.push_back(hash);
+        }
+        // The second round reads every child back from its own descriptor.
+        for (const std::string& h : hashes)
+            AUDIOVST_DeletePlugin(AUDIOVST_FindPluginByHash(h.c_str()));
+    }
+    EXPECT_EQ(std::set<std::string>(hashes.begin(), hashes.end()).size(), children.size());
 }
 
 TEST_F(Resolution, RealPluginsFromTheSystemResolve)

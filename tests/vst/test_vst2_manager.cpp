@@ -289,7 +289,7 @@ TEST_F(ManagerTest, AShellsChildrenAreReplacedAtADeepReprobeAndKeepTheirChoices)
     scan(m);
     Plugin shell = find(m, file);
     ASSERT_TRUE(shell.isShell());
-    ASSERT_EQ(shell.plugins().size(), 3);
+    ASSERT_EQ(shell.plugins().size(), 4);
     Plugin second = shell.plugins()[1];
     EXPECT_FALSE(second.isEnabled()); // children are enabled one by one
     m.enablePlugin(second, pathOf(m));
@@ -327,7 +327,7 @@ TEST_F(ManagerTest, ResetForgetsWhatWasLearned)
     s = find(m, file);
     EXPECT_EQ(s.kind(), EffectPlugin);
     EXPECT_TRUE(s.plugins().isEmpty());
-    EXPECT_EQ(r.count(QStringLiteral("disabled ") + file + QLatin1Char(':')), 4); // three children, then the file
+    EXPECT_EQ(r.count(QStringLiteral("disabled ") + file + QLatin1Char(':')), 5); // four children, then the file
     EXPECT_EQ(AUDIOVST_GetPluginStatusEx(plain.toUtf8().constData(), int(('V' << 24) | ('l' << 16) | ('F' << 8) | 'x')),
               AUDIOVST_STATUS_UNKNOWN);
 }

@@ -531,16 +531,51 @@ extern "C" int AUDIOVST_UnloadPlugin(_VSTEFFECT* e)
     return ok;
 }
 
+namespace {
+void freeRecord(_VSTEFFECT* e)
+{
+    MutexDestroy(e->lock);
+    BLMEM_DisposeMemDescr(e->memDescr);
+}
+} // namespace
+
+// A record that instances still point at (the filter's, a widget's config
+// instance, remote or not) leaves the list at once, so that nobody finds it
+// again, and is freed by the end of its last instance: freeing it now would
+// leave them reading freed memory and their hosts running.
 extern "C" int AUDIOVST_DeletePlugin(_VSTEFFECT* e)
 {
     if (!e)
         return 0;
-    if (e->loaded && !AUDIOVST_UnloadPlugin(e)) {
+    MutexLock(e->lock);
+    if (e->orphaned) {
+        MutexUnlock(e->lock);
+        return 1;
+    }
+    if (e->numInstances > 0 || e->configInstance) {
+        e->orphaned = 1;
+        MutexUnlock(e->lock);
+        _UnlinkEffectRecord(e);
+        return 1;
+    }
+    if (e->loaded && !_UnsafeUnloadVSTPlugin(e)) {
+        MutexUnlock(e->lock);
         BLDEBUG_Error(-1, "AUDIOVST_DeletePlugin: Can't delete loaded plugin (%s)\n", e->filename);
         return 0;
     }
+    MutexUnlock(e->lock);
     _UnlinkEffectRecord(e);
-    MutexDestroy(e->lock);
-    BLMEM_DisposeMemDescr(e->memDescr);
+    freeRecord(e);
+    return 1;
+}
+
+extern "C" int _ReleaseOrphanLocked(_VSTEFFECT* e)
+{
+    if (!e->orphaned || e->numInstances > 0 || e->configInstance)
+        return 0;
+    if (e->loaded)
+        _UnsafeUnloadVSTPlugin(e);
+    MutexUnlock(e->lock);
+    freeRecord(e);
     return 1;
 }

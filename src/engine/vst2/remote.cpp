@@ -723,7 +723,11 @@ extern "C" int VLORVST_MutexDestroy(pthread_mutex_t* m)
 {
     if (!m)
         return 0;
+    // A mutex that will not be destroyed is still held by somebody: freeing
+    // it would leave them unlocking freed memory. It is left, a small leak.
     const int err = pthread_mutex_destroy(m);
+    if (err != 0)
+        return -err;
     std::free(m);
-    return err == 0 ? 1 : -err;
+    return 1;
 }

@@ -64,15 +64,26 @@ template <typename Visit> _VSTEFFECT* eachRecord(Visit visit)
     return found;
 }
 
+// The children of a shell are records of their own with the same file, so
+// a file alone does not name a record: the id asked for must be the record's
+// too. Id 0 asks for the file's only plugin, which after its first refresh
+// carries its unique id: failing a record of id 0, any effect of the file
+// is that plugin.
 _VSTEFFECT* _SearchPlugin(const char* filename, int32_t id)
 {
-    return eachRecord([&](_VSTEFFECT* e) -> _VSTEFFECT* {
+    auto sameFile = [&](const _VSTEFFECT* e) { return e->supported && e->filename && std::strcmp(e->filename, filename) == 0; };
+    _VSTEFFECT* found = eachRecord([&](_VSTEFFECT* e) -> _VSTEFFECT* {
         if (!e->supported)
             return nullptr;
         if (!isShell(e))
-            return e->filename && std::strcmp(e->filename, filename) == 0 ? e : nullptr;
+            return sameFile(e) && (e->pluginid == id || (id != 0 && e->uniqueId == id)) ? e : nullptr;
+        if (sameFile(e) && id == 0)
+            return e;
         return _MatchPlugin(e, filename, id);
     });
+    if (found || id != 0)
+        return found;
+    return eachRecord([&](_VSTEFFECT* e) -> _VSTEFFECT* { return !isShell(e) && sameFile(e) ? e : nullptr; });
 }
 
 bool findHost()
@@ -339,7 +350,7 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginByUniqId(int id)
     });
 }
 
-extern "C" int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size)
+extern "C" int _GetFileAndIdFromHash(const char* hash, char* out, int size, int* id)
 {
     char path[kDirSize];
     if (!hash || !out || size <= 0 || !_GetVSTXMLPath(hash, path, sizeof(path)))
@@ -348,8 +359,15 @@ extern "C" int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int siz
     if (!dom)
         return 0;
     std::snprintf(out, size_t(size), "%s", BLDOM_NodeTextContent(dom, BLDOM_FindNode(dom, "/VLORVST/Filename")));
+    if (id)
+        *id = std::atoi(BLDOM_NodeTextContent(dom, BLDOM_FindNode(dom, "/VLORVST/UniqueID")));
     BLDOM_Destroy(dom);
     return 1;
+}
+
+extern "C" int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size)
+{
+    return _GetFileAndIdFromHash(hash, out, size, nullptr);
 }
 
 extern "C" int AUDIOVST_ResetPlugin(_VSTEFFECT* e)

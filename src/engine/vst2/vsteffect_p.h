@@ -106,6 +106,9 @@ struct _VSTEFFECT {
     char effectName[VSTEFFECT_STRING_SIZE];
     int32_t numInstances;
     void* configInstance;
+    /* Deleted while instances still used it: out of the list, freed by the
+     * end of the last one. Guarded by lock. */
+    uint8_t orphaned;
 };
 
 #define VST_SETTINGS_PREFIX "vloraudio.fx.vst"
@@ -127,6 +130,9 @@ void _WipePluginPersistedState(const char* hash);
 
 int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect);
 int _UnsafeUnloadVSTPlugin(_VSTEFFECT* effect);
+/* Frees a record deleted while in use once its last instance has ended; the
+ * record's lock is held and, when it returns 1, gone. */
+int _ReleaseOrphanLocked(_VSTEFFECT* effect);
 /* Ends the record's config instance, if any; the record's lock is held. */
 void _DestroyConfigInstanceOf(_VSTEFFECT* effect);
 
@@ -149,6 +155,8 @@ char* _CheckedDescriptionPath(const char* filename, int32_t id, int64_t stamp, c
 void _XMLEncode(const char* source, char* destination, int size);
 /* Writes the record as a descriptor; 1 on success. */
 int _WriteVSTXML(const _VSTEFFECT* effect, FILE* out);
+/* The file and the unique id a descriptor of this hash was written for; 1 if it reads. */
+int _GetFileAndIdFromHash(const char* hash, char* out, int size, int* id);
 /* Fills the record from a descriptor file or a "popen://" command line; 0
  * when it cannot be parsed or names another file. */
 int _LoadFromVSTXML(_VSTEFFECT* effect, const char* path);

@@ -4,6 +4,8 @@
 #include "vstfilter.h"
 
 #include "audiovst.h"
+#include "vsteffect_p.h"
+#include "blsettings.h"
 
 #include "bldebug.h"
 #include "blmem.h"
@@ -12,6 +14,7 @@
 #include "blthread.h"
 
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <vector>
 
@@ -65,20 +68,38 @@ bool setParams(_VSTINSTANCE* instance, const char* config)
     return true;
 }
 
+// The hash names one plugin, a shell's child included; the file name alone
+// names only a file. So the hash wins: its settings group, or failing that
+// its descriptor, gives the file and the id that were resolved under it.
+bool fileOfHash(const char* hash, char* filename, int size, int* id)
+{
+    char group[VST_SETTINGS_GROUP_SIZE];
+    std::snprintf(group, sizeof(group), "%s.%s", VST_SETTINGS_PREFIX, hash);
+    if (BLSETTINGS_GetStringEx(0, filename, size, "%s.%s=[]", group, "filename") && filename[0]) {
+        *id = BLSETTINGS_GetIntEx(0, "%s.%s=[0]", group, "pluginid");
+        return true;
+    }
+    if (!_GetFileAndIdFromHash(hash, filename, size, id) || !filename[0])
+        return false;
+    return true;
+}
+
 _VSTEFFECT* findPlugin(const char* config)
 {
     char hash[64] = "";
     BLSTRING_GetStringValueFromString(config, "vsteffect_hash", "", hash, sizeof(hash));
-    if (hash[0])
+    char filename[4096] = "";
+    if (hash[0]) {
         if (_VSTEFFECT* e = AUDIOVST_FindPluginByHash(hash))
             return e;
-    char filename[512] = "";
+        int id = 0;
+        if (fileOfHash(hash, filename, sizeof(filename), &id))
+            return AUDIOVST_FindPluginEx(filename, id, false);
+    }
     if (!BLSTRING_GetStringValueFromString(config, "vsteffect_filename", "", filename, sizeof(filename)) ||
         !filename[0]) {
-        if (!BLSTRING_GetStringValueFromString(config, "filename", "", filename, sizeof(filename)) || !filename[0]) {
-            if (!hash[0] || !AUDIOVST_GetFileNameFromHash(hash, filename, sizeof(filename)))
-                filename[0] = '\0';
-        }
+        if (!BLSTRING_GetStringValueFromString(config, "filename", "", filename, sizeof(filename)) || !filename[0])
+            filename[0] = '\0';
     }
     if (!filename[0])
         return nullptr;
@@ -109,6 +130,11 @@ void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
 
     BLMemDescr mem = BLMEM_CreateMemDescrEx("VST Effect memory", 0, 8);
     auto* fx = static_cast<VstFilterInstance*>(BLMEM_NewEx(mem, sizeof(VstFilterInstance), 0));
+    if (!fx) {
+        BLMEM_DisposeMemDescr(mem);
+        AUDIOVST_DestroyInstance(useConfig ? nullptr : instance);
+        return nullptr;
+    }
     fx->memDescr = mem;
     fx->format = *format;
     fx->useConfigInstance = useConfig;

@@ -101,7 +101,8 @@ int endConfigInstance(_VSTINSTANCE** pinstance, bool terminate, const char* call
     e->configInstance = nullptr;
     BLMEM_DisposeMemDescr(instance->memDescr);
     *pinstance = nullptr;
-    MutexUnlock(e->lock);
+    if (!_ReleaseOrphanLocked(e))
+        MutexUnlock(e->lock);
     return 1;
 }
 
@@ -179,7 +180,8 @@ extern "C" int AUDIOVST_DestroyInstance(_VSTINSTANCE* instance)
         impl->Terminate(impl); // a dead host: nothing is left to ask
     BLMEM_DisposeMemDescr(instance->memDescr);
     --e->numInstances;
-    MutexUnlock(e->lock);
+    if (!_ReleaseOrphanLocked(e))
+        MutexUnlock(e->lock);
     return 1;
 }
 

@@ -55,6 +55,10 @@ void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config
     if (!mem)
         return nullptr;
     auto* fx = static_cast<Vst3FilterInstance*>(BLMEM_NewEx(mem, sizeof(Vst3FilterInstance), 0));
+    if (!fx) {
+        BLMEM_DisposeMemDescr(mem);
+        return nullptr;
+    }
     fx->memDescr = mem;
     fx->format = *format;
     fx->handle = VLORVST3_CreateInstance(path, uid);
