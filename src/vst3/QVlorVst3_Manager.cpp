@@ -131,30 +131,6 @@ bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString*
     return __RunHostProcess(program, hostArgs + job, seconds * 1000, reply, errorText);
 }
 
-QList<CatalogClass> Manager::Data::ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
-{
-    QList<CatalogClass> classes;
-    for (const QJsonValue& v : reply.value(QStringLiteral("classes")).toArray()) {
-        const QJsonObject o = v.toObject();
-        const QString subCategories = o.value(QStringLiteral("subCategories")).toString();
-        // The system hosts effects; an instrument that is also an effect stays.
-        if (subCategories.contains(QLatin1String("Instrument")) && !subCategories.contains(QLatin1String("Fx")))
-            continue;
-        const QString cid = o.value(QStringLiteral("cid")).toString();
-        // A class is known by its ID alone: one that is not 32 hexadecimal digits could never be found again.
-        static const QRegularExpression kCid(QStringLiteral("^[0-9A-F]{32}$"));
-        if (!kCid.match(cid).hasMatch() || taken->contains(cid))
-            continue;
-        taken->insert(cid);
-        CatalogClass c(cid, o.value(QStringLiteral("name")).toString(), o.value(QStringLiteral("vendor")).toString(),
-                       subCategories, o.value(QStringLiteral("version")).toString());
-        c.setState(CatalogClass::New);
-        c.setEnabled(false);
-        classes.append(c);
-    }
-    return classes;
-}
-
 void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
 {
     QList<ModuleInfo::CompatEntry> compat;
@@ -452,7 +428,7 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
         copy.setFailed(false);
         copy.setLastError(QString());
         const QList<CatalogClass> old = copy.classes();
-        QList<CatalogClass> classes = Data::ReplyClasses(reply, seen);
+        QList<CatalogClass> classes = ReplyClasses(reply, seen);
         for (CatalogClass& c : classes) {
             const CatalogClass* before = nullptr;
             for (const CatalogClass& o : old)

@@ -142,7 +142,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         if (other.path() != path)
             for (const CatalogClass& c : other.classes())
                 taken.insert(c.cid());
-    QList<CatalogClass> classes = Data::ReplyClasses(reply, &taken);
+    QList<CatalogClass> classes = ReplyClasses(reply, &taken);
     // The probe has just loaded the only class: that is its verification.
     if (autoEnableSingle && classes.size() == 1) {
         classes[0].setEnabled(true);

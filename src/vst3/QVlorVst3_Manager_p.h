@@ -70,7 +70,6 @@ public:
     bool runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const;
     // The effect classes of a probe's reply, each a new one that is off. IDs
     // in taken are left out, and those kept are added to it.
-    static QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken);
     // The moduleinfo compatibility list of the bundle, and whether it has moduleinfo at all.
     static void ReadModuleInfo(CatalogBundle* bundle);
     static void StoreFileStamp(CatalogBundle* bundle);

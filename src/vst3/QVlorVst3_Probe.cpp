@@ -1,10 +1,18 @@
 #include "QVlorVst3_Probe_p.h"
 
+#include "QVlorVst3_Catalog.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QProcess>
+
+#include <csignal>
+#include <sys/types.h>
+#include <unistd.h>
 
 namespace QVlorVst3 {
 
@@ -37,7 +45,9 @@ bool ParseHostReply(const QByteArray& output, QJsonObject* reply)
         const int start = output.lastIndexOf('\n', end - 1) + 1;
         const QByteArray line = output.mid(start, end - start).trimmed();
         if (!line.isEmpty()) {
-            const QJsonDocument doc = QJsonDocument::fromJson(line);
+            // Bytes that are not UTF-8 are read as U+FFFD rather than losing
+            // the whole reply, so a host of another build still gets through.
+            const QJsonDocument doc = QJsonDocument::fromJson(QString::fromUtf8(line).toUtf8());
             if (!doc.isObject())
                 return false;
             *reply = doc.object();
@@ -46,6 +56,30 @@ bool ParseHostReply(const QByteArray& output, QJsonObject* reply)
         end = start - 1;
     }
     return false;
+}
+
+QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
+{
+    QList<CatalogClass> classes;
+    for (const QJsonValue& v : reply.value(QStringLiteral("classes")).toArray()) {
+        const QJsonObject o = v.toObject();
+        const QString subCategories = o.value(QStringLiteral("subCategories")).toString();
+        // The system hosts effects; an instrument that is also an effect stays.
+        if (subCategories.contains(QLatin1String("Instrument")) && !subCategories.contains(QLatin1String("Fx")))
+            continue;
+        const QString cid = o.value(QStringLiteral("cid")).toString();
+        // A class is known by its ID alone: one that is not 32 hexadecimal digits could never be found again.
+        static const QRegularExpression kCid(QStringLiteral("^[0-9A-F]{32}$"));
+        if (!kCid.match(cid).hasMatch() || taken->contains(cid))
+            continue;
+        taken->insert(cid);
+        CatalogClass c(cid, o.value(QStringLiteral("name")).toString(), o.value(QStringLiteral("vendor")).toString(),
+                       subCategories, o.value(QStringLiteral("version")).toString());
+        c.setState(CatalogClass::New);
+        c.setEnabled(false);
+        classes.append(c);
+    }
+    return classes;
 }
 
 } // namespace QVlorVst3
@@ -62,13 +96,23 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
     process.setProgram(program);
     process.setArguments(arguments);
     process.setProcessChannelMode(QProcess::SeparateChannels);
+    // The host leads a process group of its own, which ends with it: what a
+    // plugin forks must not outlive the job.
+    process.setChildProcessModifier([] { setpgid(0, 0); });
     process.start(QIODevice::ReadWrite);
+    const qint64 group = process.processId();
+    auto endGroup = [group] {
+        if (group > 0)
+            ::kill(pid_t(-group), SIGKILL);
+    };
     // A start that failed shows up here too, as a wait that fails.
     if (!process.waitForFinished(timeoutMs)) {
+        endGroup();
         process.kill();
         process.waitForFinished(2000);
         return fail(QStringLiteral("probe timeout"));
     }
+    endGroup();
     QJsonObject object;
     const bool parsed = QVlorVst3::ParseHostReply(process.readAllStandardOutput(), &object);
     const bool normalExit = process.exitStatus() == QProcess::NormalExit;

@@ -3,10 +3,14 @@
 // Running the VST3 host program for one job and reading its one-line reply.
 
 #include <QJsonObject>
+#include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
 namespace QVlorVst3 {
+
+class CatalogClass;
 
 extern const char* const K_SETTING_PROBE_TIMEOUT_S; // seconds, default 30
 
@@ -21,6 +25,9 @@ void DefaultHostProgram(QString* program, QStringList* arguments);
 // The JSON object on the last line of a host's output that is not blank;
 // false when there is no such line or it holds no object.
 bool ParseHostReply(const QByteArray& output, QJsonObject* reply);
+// The effect classes of a probe's reply, as new and off; instruments and
+// IDs that are malformed or already in taken are passed over.
+QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken);
 
 } // namespace QVlorVst3
 

@@ -3,11 +3,15 @@
 // crash, hang or fail.
 #include "QVlorVst3_Probe_p.h"
 
+#include "QVlorVst3_Catalog.h"
+
 #include "testsupport.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
+#include <QSet>
 #include <QJsonArray>
 #include <QJsonObject>
 
@@ -125,6 +129,11 @@ TEST(HostReplyRules, ParserAndRoots)
     EXPECT_TRUE(QVlorVst3::ParseHostReply("x\n{\"ok\":true}\r\n \n", &r));
     EXPECT_FALSE(QVlorVst3::ParseHostReply("{\"ok\":true}\n}", &r));
     EXPECT_FALSE(QVlorVst3::ParseHostReply("\n\n", &r));
+    // A byte of another code page, or a name cut inside a character, costs
+    // that character and not the whole reply.
+    ASSERT_TRUE(QVlorVst3::ParseHostReply("{\"ok\":true,\"classes\":[{\"name\":\"Caf\xE9 \xC3\"}]}", &r));
+    EXPECT_EQ(r.value(QStringLiteral("classes")).toArray().first().toObject().value(QStringLiteral("name")).toString(),
+              QStringLiteral("Caf\uFFFD \uFFFD"));
 
     const QStringList roots{QStringLiteral("/a/b/"), QStringLiteral("/x/y/../z")};
     EXPECT_TRUE(__IsUnderScannedRoot(QStringLiteral("/a/b/c.vst3"), roots));
@@ -251,4 +260,50 @@ TEST(Vst3HostProgram, DiesWithItsParent)
     }
     close(pipefd[0]);
     EXPECT_LT(timer.elapsed(), 3000);
+}
+
+// What a plugin forks during a probe or verify ends with the host program,
+// whether the host ends by itself, crashes or hangs past its time.
+TEST(HostRun, WhatTheHostForksEndsWithIt)
+{
+    TempDir dir;
+    const std::string pidFile = dir.file("grandchild.pid");
+    for (const char* end : {"echo '{\"ok\":true}'", "kill -SEGV $$", "sleep 30"}) {
+        std::remove(pidFile.c_str());
+        const QString body = QStringLiteral("sleep 60 & echo $! > '%1'; %2").arg(QString::fromStdString(pidFile), QString::fromUtf8(end));
+        run(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), body}, 500);
+        const long grandchild = vlortest::pidFromFile(pidFile);
+        ASSERT_GT(grandchild, 0) << end;
+        EXPECT_FALSE(vlortest::processRuns(grandchild)) << end;
+        if (vlortest::processRuns(grandchild, 0))
+            kill(pid_t(grandchild), SIGKILL);
+    }
+}
+
+// A factory that names its classes in Latin-1: the Unicode class information
+// is taken where the factory offers it, and whatever else it says arrives as
+// valid UTF-8, so the bundle probes and its classes verify.
+TEST(Vst3HostProgram, NamesOfAnotherCodePageProbeAndVerify)
+{
+    const QString bundle = kBundles + QStringLiteral("/vlor-vst3-latin1.vst3");
+    QProcess host;
+    host.start(kHost, QVlorVst3::ProbeArguments(bundle));
+    ASSERT_TRUE(host.waitForFinished(10000));
+    const QByteArray raw = host.readAllStandardOutput();
+    EXPECT_TRUE(QString::fromUtf8(raw).toUtf8() == raw) << raw.toStdString(); // nothing to repair on our side
+
+    const Outcome o = run(kHost, QVlorVst3::ProbeArguments(bundle));
+    ASSERT_TRUE(o.ok) << o.error.toStdString();
+    const QJsonArray classes = o.reply.value(QStringLiteral("classes")).toArray();
+    ASSERT_EQ(classes.size(), 4);
+    EXPECT_EQ(classes[0].toObject().value(QStringLiteral("name")).toString(), QStringLiteral("Fixture Caf\u00E9 Gain"));
+    EXPECT_EQ(classes[1].toObject().value(QStringLiteral("name")).toString(),
+              QStringLiteral("Fixture Endless \uFFFDt\uFFFD"));
+    QSet<QString> taken;
+    EXPECT_EQ(QVlorVst3::ReplyClasses(o.reply, &taken).size(), 4);
+    for (int i = 0; i < 2; ++i) {
+        const QString cid = classes[i].toObject().value(QStringLiteral("cid")).toString();
+        const Outcome v = run(kHost, QVlorVst3::VerifyArguments(bundle, cid));
+        EXPECT_TRUE(v.ok) << v.error.toStdString();
+    }
 }

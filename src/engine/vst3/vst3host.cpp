@@ -13,6 +13,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "../utf8_p.h"
+
 namespace {
 
 // More classes than any real bundle carries; past it the reply says "truncated".
@@ -41,8 +43,13 @@ std::string jsonString(const char* text)
                 char buf[8];
                 std::snprintf(buf, sizeof buf, "\\u%04x", *p);
                 out += buf;
+            } else if (const int n = Utf8SequenceLength(p)) {
+                out.append(reinterpret_cast<const char*>(p), size_t(n));
+                p += n - 1;
             } else {
-                out += char(*p);
+                // A reply must be UTF-8 to be read at all: one stray byte of
+                // another code page would lose the whole bundle.
+                out += UTF8_REPLACEMENT;
             }
         }
     }

@@ -18,6 +18,42 @@ std::string text(const char* s, size_t max)
     return std::string(s, n);
 }
 
+// UTF-16 as a factory gives it, up to max units, into UTF-8; a lone
+// surrogate becomes U+FFFD.
+std::string text16(const char16* s, size_t max)
+{
+    std::string out;
+    auto put = [&out](uint32_t c) {
+        if (c < 0x80) {
+            out += char(c);
+        } else if (c < 0x800) {
+            out += char(0xC0 | (c >> 6));
+            out += char(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            out += char(0xE0 | (c >> 12));
+            out += char(0x80 | ((c >> 6) & 0x3F));
+            out += char(0x80 | (c & 0x3F));
+        } else {
+            out += char(0xF0 | (c >> 18));
+            out += char(0x80 | ((c >> 12) & 0x3F));
+            out += char(0x80 | ((c >> 6) & 0x3F));
+            out += char(0x80 | (c & 0x3F));
+        }
+    };
+    for (size_t i = 0; i < max && s[i]; ++i) {
+        const uint32_t c = uint16_t(s[i]);
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < max && uint16_t(s[i + 1]) >= 0xDC00 && uint16_t(s[i + 1]) <= 0xDFFF) {
+            put(0x10000 + ((c - 0xD800) << 10) + (uint16_t(s[i + 1]) - 0xDC00));
+            ++i;
+        } else if (c >= 0xD800 && c <= 0xDFFF) {
+            put(0xFFFD);
+        } else {
+            put(c);
+        }
+    }
+    return out;
+}
+
 bool isDirectory(const std::string& p)
 {
     struct stat st;
@@ -45,6 +81,22 @@ std::string binaryOf(const std::string& bundle)
     return name + "/Contents/x86_64-linux/" + base + ".so";
 }
 
+std::vector<std::string> splitSubCategories(const std::string& subs)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (start < subs.size()) {
+        const size_t bar = subs.find('|', start);
+        const std::string part = subs.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
+        if (!part.empty())
+            parts.push_back(part);
+        if (bar == std::string::npos)
+            break;
+        start = bar + 1;
+    }
+    return parts;
+}
+
 using EntryProc = bool (*)(void*);
 using ExitProc = bool (*)();
 using FactoryProc = IPluginFactory* (*)();
@@ -68,28 +120,29 @@ std::vector<ClassInfo> PluginFactory::classInfos() const
     m_factory->getFactoryInfo(&factoryInfo);
     const std::string factoryVendor = text(factoryInfo.vendor, PFactoryInfo::kNameSize);
     FUnknownPtr<IPluginFactory2> f2(m_factory);
+    FUnknownPtr<IPluginFactory3> f3(m_factory);
     const int32 count = m_factory->countClasses();
     for (int32 i = 0; i < count; ++i) {
         ClassInfo c;
+        PClassInfoW infoW{};
         PClassInfo2 info2{};
         PClassInfo info{};
-        if (f2 && f2->getClassInfo2(i, &info2) == kResultOk) {
+        // The Unicode names come first where the factory has them: the 8-bit
+        // ones are often in the code page of the machine that built the plugin.
+        if (f3 && f3->getClassInfoUnicode(i, &infoW) == kResultOk) {
+            std::copy(infoW.cid, infoW.cid + 16, c.m_id.begin());
+            c.m_name = text16(infoW.name, PClassInfo::kNameSize);
+            c.m_category = text(infoW.category, PClassInfo::kCategorySize);
+            c.m_vendor = text16(infoW.vendor, PClassInfo2::kVendorSize);
+            c.m_version = text16(infoW.version, PClassInfo2::kVersionSize);
+            c.m_subCategories = splitSubCategories(text(infoW.subCategories, PClassInfo2::kSubCategoriesSize));
+        } else if (f2 && f2->getClassInfo2(i, &info2) == kResultOk) {
             std::copy(info2.cid, info2.cid + 16, c.m_id.begin());
             c.m_name = text(info2.name, PClassInfo::kNameSize);
             c.m_category = text(info2.category, PClassInfo::kCategorySize);
             c.m_vendor = text(info2.vendor, PClassInfo2::kVendorSize);
             c.m_version = text(info2.version, PClassInfo2::kVersionSize);
-            const std::string subs = text(info2.subCategories, PClassInfo2::kSubCategoriesSize);
-            size_t start = 0;
-            while (start < subs.size()) {
-                const size_t bar = subs.find('|', start);
-                const std::string part = subs.substr(start, bar == std::string::npos ? std::string::npos : bar - start);
-                if (!part.empty())
-                    c.m_subCategories.push_back(part);
-                if (bar == std::string::npos)
-                    break;
-                start = bar + 1;
-            }
+            c.m_subCategories = splitSubCategories(text(info2.subCategories, PClassInfo2::kSubCategoriesSize));
         } else if (m_factory->getClassInfo(i, &info) == kResultOk) {
             std::copy(info.cid, info.cid + 16, c.m_id.begin());
             c.m_name = text(info.name, PClassInfo::kNameSize);
