@@ -82,6 +82,19 @@ ScanSummary scan(const ScanOptions& options)
                 line(vst2Phase == 0 ? "VST2: finding plugins" : "VST2: checking new plugins", n, total);
             },
             Qt::DirectConnection);
+    // The plugin a child is checking is named, so that one that hangs is known.
+    auto naming = [](const char* format) {
+        return [format](const QString& name) {
+            std::fprintf(stderr, "\r%-26s %-30s", format, qPrintable(name.left(30)));
+            std::fflush(stderr);
+        };
+    };
+    if (options.progress && vst2)
+        connections << QObject::connect(vst2, &QVlorVst::Manager::progressPlugin, vst2, naming("VST2: checking"),
+                                        Qt::DirectConnection);
+    if (options.progress && vst3)
+        connections << QObject::connect(vst3, &QVlorVst3::Manager::progressPlugin, vst3, naming("VST3: probing"),
+                                        Qt::DirectConnection);
     if (options.progress && vst3) {
         connections << QObject::connect(vst3, &QVlorVst3::Manager::progressScan, vst3,
                                         [](int n, int total) { line("VST3: scanning bundles", n, total); },

@@ -209,19 +209,22 @@ int cmdList(int argc, char** argv)
         shown2.insert(e.vst2);
         shown3.insert(e.vst3);
     }
+    // A failure says why, after the file it concerns.
+    auto why = [](const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); };
     for (const Vst2Row& a : vst2Rows)
         if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
             row(a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(), vst2State(a.plugin),
-                QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file);
+                QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file + why(a.plugin.failReason()));
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
         if (b.classes().isEmpty())
             row(QFileInfo(b.path()).completeBaseName(), QString(), QStringLiteral("-"),
                 b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"),
-                QStringLiteral("-"), QFileInfo(b.path()).fileName());
+                QStringLiteral("-"), QFileInfo(b.path()).fileName() + why(b.failed() ? b.lastError() : QString()));
         for (const QVlorVst3::CatalogClass& c : b.classes())
             if (!shown3.contains(c.cid()))
                 row(c.name(), c.vendor(), QStringLiteral("-"), QVlorVst3::CatalogClass::StateToString(c.state()),
-                    QStringLiteral("vst3"), QStringLiteral("-"), QFileInfo(b.path()).fileName());
+                    QStringLiteral("vst3"), QStringLiteral("-"),
+                    QFileInfo(b.path()).fileName() + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()));
     }
     return 0;
 }

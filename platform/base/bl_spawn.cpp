@@ -27,6 +27,7 @@ extern char** environ;
 namespace {
 
 std::atomic<int> g_timeoutMs{120000};
+thread_local bool t_lastTimedOut = false;
 
 int statusOf(int wstatus)
 {
@@ -54,8 +55,10 @@ int pidfdOpen(pid_t pid)
 // it: every child leads a process group of its own, and the whole group is
 // ended with it. The leader is not reaped before that, so its id, which is
 // the group's, cannot be taken by another process in between.
-int blprocess::waitChild(pid_t pid, int timeoutMs)
+int blprocess::waitChild(pid_t pid, int timeoutMs, bool* timedOut)
 {
+    if (timedOut)
+        *timedOut = false;
     siginfo_t info{};
     auto ended = [&](int flags) {
         info.si_pid = 0;
@@ -74,14 +77,19 @@ int blprocess::waitChild(pid_t pid, int timeoutMs)
                 r = poll(&p, 1, timeoutMs);
             while (r < 0 && errno == EINTR);
             close(fd);
-            if (r == 0)
+            if (r == 0) {
                 kill(-pid, SIGKILL);
+                if (timedOut)
+                    *timedOut = true;
+            }
         } else {
             // Kernels without pidfd: a short back-off on WNOHANG.
             const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
             while (!ended(WNOHANG)) {
                 if (std::chrono::steady_clock::now() >= deadline) {
                     kill(-pid, SIGKILL);
+                    if (timedOut)
+                        *timedOut = true;
                     break;
                 }
                 std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -112,6 +120,8 @@ int blprocess::spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* 
 
 extern "C" int BLCORE_SetSpawnTimeout(int milliseconds) { return g_timeoutMs.exchange(milliseconds); }
 
+extern "C" int BLCORE_LastSpawnTimedOut(void) { return t_lastTimedOut ? 1 : 0; }
+
 extern "C" int BLCORE_Spawn(const char* format, ...)
 {
     if (!format)
@@ -137,11 +147,12 @@ extern "C" int BLCORE_Spawn(const char* format, ...)
     const int err = blprocess::spawn(&pid, argv, &actions);
     posix_spawn_file_actions_destroy(&actions);
     int status;
+    t_lastTimedOut = false;
     if (err != 0) {
         BLDEBUG_Error(-1, "BLCORE_Spawn: cannot start %s: %s", argv[0], std::strerror(err));
         status = BLCORE_SPAWN_FAILED;
     } else {
-        status = blprocess::waitChild(pid, g_timeoutMs.load());
+        status = blprocess::waitChild(pid, g_timeoutMs.load(), &t_lastTimedOut);
     }
     std::free(argv);
     std::free(line);

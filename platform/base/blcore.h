@@ -18,6 +18,9 @@ int BLCORE_Spawn(const char* format, ...) __attribute__((format(printf, 1, 2)));
 /* How long BLCORE_Spawn waits before it kills the child; returns the old value.
  * Default 120000 ms; 0 or less waits for ever. */
 int BLCORE_SetSpawnTimeout(int milliseconds);
+/* Whether the last BLCORE_Spawn of the calling thread was killed at the
+ * timeout; 1 or 0. */
+int BLCORE_LastSpawnTimedOut(void);
 
 #ifdef __cplusplus
 }

@@ -31,6 +31,9 @@ signals:
     void beginScan();
     void endScan(bool hasNewPluginsToAdd);
     void progressScan(int n, int total);
+    // Names the plugin a child process is about to check, probe or verify,
+    // so that one that hangs is known while it does.
+    void progressPlugin(const QString& name);
     void pluginEnabled(const QVlorVst::Plugin& plugin, const QVlorVst::Path& path);
     void pluginDisabled(const QVlorVst::Plugin& plugin, const QVlorVst::Path& path);
     void pluginFailed(const QVlorVst::Plugin& plugin, const QVlorVst::Path& path);

@@ -10,6 +10,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 
 namespace QVlorVst {
 
@@ -83,6 +84,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     p.setVerifying(true);
     publish();
     emit catalogChanged();
+    emit progressPlugin(p.name().isEmpty() ? QFileInfo(p.filename()).fileName() : p.name());
 
     const QByteArray file = p.filename().toUtf8();
     _VSTEFFECT* h = AUDIOVST_FindPluginEx(file.constData(), p.pluginId(), true);
@@ -93,6 +95,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     if (!h) {
         p.setEnabled(false);
         p.setFailed(true);
+        p.setFailReason(QString::fromUtf8(AUDIOVST_GetLastFailure()));
     } else {
         p.setUniqueId(qint64(int32_t(AUDIOVST_GetUniqueID(h))));
         if (p.uniqueId() == 0) {

@@ -33,6 +33,7 @@ const char* const K_VST_EXPANDED = "expanded";
 const char* const K_VST_PLUGINS = "plugins";
 const char* const K_VST_ENABLED = "enabled";
 const char* const K_VST_FAILED = "failed";
+const char* const K_VST_FAIL_REASON = "fail_reason";
 const char* const K_VST_NEED_RECHECK = "need_recheck";
 
 QString key(const char* k) { return QString::fromLatin1(k); }
@@ -54,6 +55,7 @@ public:
     bool isNew = false;
     bool enabled = false;
     bool failed = false;
+    QString failReason;
     bool needRecheck = false;
     bool expanded = false;
     QString vendor;
@@ -112,6 +114,7 @@ Plugin::Plugin(const QJsonObject& o) : d(new Data)
     d->isNew = o.value(key(K_VST_IS_NEW)).toBool(false);
     d->enabled = o.value(key(K_VST_ENABLED)).toBool(false);
     d->failed = o.value(key(K_VST_FAILED)).toBool(false);
+    d->failReason = d->failed ? o.value(key(K_VST_FAIL_REASON)).toString() : QString();
     d->needRecheck = o.value(key(K_VST_NEED_RECHECK)).toBool(false);
     d->expanded = o.value(key(K_VST_EXPANDED)).toBool(true);
     d->vendor = o.value(key(K_VST_VENDOR)).toString();
@@ -133,6 +136,7 @@ PluginArch Plugin::arch() const { return d->arch; }
 int Plugin::pluginId() const { return d->pluginId; }
 bool Plugin::isNew() const { return d->isNew; }
 bool Plugin::isFailed() const { return d->failed; }
+QString Plugin::failReason() const { return d->failReason; }
 bool Plugin::needRecheck() const { return d->needRecheck; }
 bool Plugin::isExpanded() const { return d->expanded; }
 bool Plugin::exists() const { return d->exists; }
@@ -160,8 +164,12 @@ void Plugin::setName(const QString& name) { d->name = name; }
 void Plugin::setFailed(bool failed)
 {
     d->failed = failed;
+    if (!failed)
+        d->failReason.clear();
     d->isNew = false;
 }
+
+void Plugin::setFailReason(const QString& reason) { d->failReason = reason; }
 
 void Plugin::setUniqueId(qint64 uniqueId)
 {
@@ -242,6 +250,8 @@ QJsonObject Plugin::toJsonObject() const
         o.insert(key(K_VST_ENABLED), true);
     if (d->failed)
         o.insert(key(K_VST_FAILED), true);
+    if (d->failed && !d->failReason.isEmpty())
+        o.insert(key(K_VST_FAIL_REASON), d->failReason);
     if (d->needRecheck)
         o.insert(key(K_VST_NEED_RECHECK), true);
     return o;

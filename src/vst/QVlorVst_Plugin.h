@@ -34,6 +34,8 @@ public:
     int pluginId() const;
     bool isNew() const;
     bool isFailed() const;
+    // Why the last check failed, for the user: "did not answer within 120 s".
+    QString failReason() const;
     bool needRecheck() const;
     bool isExpanded() const;
     bool exists() const;
@@ -59,6 +61,7 @@ public:
     void setName(const QString& name);
     // Also clears isNew: a record stops being new once it has been probed.
     void setFailed(bool failed);
+    void setFailReason(const QString& reason);
     void setUniqueId(qint64 uniqueId);
     // On a shell, also on every child.
     void setExists(bool exists);

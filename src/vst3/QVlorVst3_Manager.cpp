@@ -410,6 +410,7 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
 {
     CatalogBundle copy = *d->catalog.findBundle(path);
     Data::StoreFileStamp(&copy);
+    emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
     if (!d->runHost(ProbeArguments(path), &reply, &error)) {

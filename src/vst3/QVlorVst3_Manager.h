@@ -73,6 +73,9 @@ signals:
     void beginScan();
     void endScan(bool hasNewPlugins);
     void progressScan(int n, int total);
+    // Names the plugin a child process is about to check, probe or verify,
+    // so that one that hangs is known while it does.
+    void progressPlugin(const QString& name);
     void catalogChanged();
     void pluginStateChanged(const QVlorVst3::CatalogClass& catalogClass);
     void pluginEnabled(const QVlorVst3::CatalogClass& catalogClass);

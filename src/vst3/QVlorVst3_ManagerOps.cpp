@@ -45,6 +45,7 @@ void Manager::enablePlugin(const QString& cid)
     d->publish();
     emit pluginStateChanged(*c);
 
+    emit progressPlugin(c->name());
     QString error;
     const bool ok = d->runHost(VerifyArguments(path, cid), nullptr, &error);
     d->clearPendingVerifyingClass(cid);
@@ -117,6 +118,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
     d->publish();
     emit catalogChanged();
 
+    emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
     const bool ok = d->runHost(ProbeArguments(path), &reply, &error);

@@ -107,9 +107,13 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
     };
     // A start that failed shows up here too, as a wait that fails.
     if (!process.waitForFinished(timeoutMs)) {
+        const bool hung = process.error() == QProcess::Timedout;
         endGroup();
         process.kill();
         process.waitForFinished(2000);
+        // A host that hangs is named by what the user can act on.
+        if (hung)
+            return fail(QStringLiteral("did not answer within %1 s").arg((timeoutMs + 999) / 1000));
         return fail(QStringLiteral("probe timeout"));
     }
     endGroup();

@@ -460,3 +460,37 @@ TEST(DebianSet, EveryFileFoundEveryEffectEnabledTheCoreFailed)
         }
     EXPECT_EQ(found, files);
 }
+
+// A plugin that hangs its check is named before the check starts and is
+// remembered with a reason a user can read; so are the others that fail.
+TEST_F(ManagerTest, AFailedCheckIsNamedAndKeepsItsReason)
+{
+    const QString hang = add(QStringLiteral("vlor-fault-hang-open.so"), QStringLiteral("hang.so"));
+    const QString synth = add(QStringLiteral("vlor-fault-synth.so"), QStringLiteral("synth.so"));
+    const QString crash = add(QStringLiteral("vlor-fault-crash-open.so"), QStringLiteral("crash.so"));
+    const int old = BLCORE_SetSpawnTimeout(1000);
+    Manager m;
+    QStringList named;
+    QObject::connect(&m, &Manager::progressPlugin, &m, [&named](const QString& n) { named << n; }, Qt::DirectConnection);
+    m.addPath(folder);
+    scan(m);
+    BLCORE_SetSpawnTimeout(old);
+    EXPECT_TRUE(named.contains(QStringLiteral("hang.so"))) << named.join(QLatin1Char(',')).toStdString();
+    struct Expect {
+        QString file;
+        QString reason;
+    };
+    for (const Expect& e : {Expect{hang, QStringLiteral("did not answer within 1 s")},
+                            Expect{synth, QStringLiteral("not an effect this host can use (an instrument, or no audio in place)")},
+                            Expect{crash, QStringLiteral("crashed while being checked (signal 11)")}}) {
+        const Plugin p = find(m, e.file);
+        EXPECT_TRUE(p.isFailed()) << e.file.toStdString();
+        EXPECT_EQ(p.failReason(), e.reason) << e.file.toStdString();
+    }
+    // The reason travels with the record into the catalog file.
+    const Plugin p = find(m, hang);
+    EXPECT_EQ(Plugin(p.toJsonObject()).failReason(), QStringLiteral("did not answer within 1 s"));
+    Plugin revived = p.detachedCopy();
+    revived.setFailed(false);
+    EXPECT_TRUE(revived.failReason().isEmpty());
+}

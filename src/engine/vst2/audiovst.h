@@ -74,6 +74,10 @@ AUDIOVST_EXPORT int AUDIOVST_GetPluginId(const _VSTEFFECT* shell, int index);
 /* Resolution: a usable record for a file and id, checking the plugin in the
  * host program when what is stored cannot be trusted. Null unless supported. */
 AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool force);
+/* Why the last AUDIOVST_FindPluginEx of the calling thread gave no plugin, in
+ * words for the user ("did not answer within 120 s"); empty when it gave one
+ * or did not say. */
+AUDIOVST_EXPORT const char* AUDIOVST_GetLastFailure(void);
 AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash);
 AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByUniqId(int id);
 AUDIOVST_EXPORT int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size);

@@ -11,6 +11,7 @@
 #include "blsettings.h"
 #include "blutils.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -19,6 +20,27 @@
 namespace {
 
 constexpr int kDirSize = 1024;
+
+// Why the last resolution on this thread failed: set where it first fails
+// (what follows a failure only repeats it), read by the catalog to show the user.
+thread_local char t_failure[160] = "";
+
+__attribute__((format(printf, 1, 2))) void setFailure(const char* format, ...)
+{
+    if (t_failure[0])
+        return;
+    va_list ap;
+    va_start(ap, format);
+    std::vsnprintf(t_failure, sizeof(t_failure), format, ap);
+    va_end(ap);
+}
+
+int spawnTimeoutSeconds()
+{
+    const int ms = BLCORE_SetSpawnTimeout(0);
+    BLCORE_SetSpawnTimeout(ms);
+    return ms / 1000;
+}
 
 void groupKey(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
 {
@@ -188,10 +210,20 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
     }
     if (e->architecture == 0) {
         BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
-        if (status == 7)
+        if (status == 7) {
             e->supported = 0;
-        else
+            setFailure("not an effect this host can use (an instrument, or no audio in place)");
+        } else {
             e->crashed = 1;
+            if (BLCORE_LastSpawnTimedOut()) {
+                BLDEBUG_Error(-1, "VSTCHECK: %s did not answer within %d s", e->filename, spawnTimeoutSeconds());
+                setFailure("did not answer within %d s", spawnTimeoutSeconds());
+            } else if (status > 128 && status < 128 + 65) {
+                setFailure("crashed while being checked (signal %d)", status - 128);
+            } else {
+                setFailure("failed its check (exit code %d)", status);
+            }
+        }
         e->timestamp = BLIO_GetFileTimeStamp(e->filename, 2);
         std::free(file);
         return 0;
@@ -223,6 +255,7 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         described = _LoadFromVSTXML(e, command.c_str());
     if (!described) {
         BLDEBUG_Error(-1, "VSTLOAD: Failed to load VST plugin %s!", e->filename);
+        setFailure("could not be described");
         e->duplicated = 0;
         e->crashed = 1;
         e->enabled = 0;
@@ -246,9 +279,14 @@ extern "C" int _CheckPlugin(_VSTEFFECT* e)
     if (e->category != VSTEFFECT_CATEGORY_EFFECT)
         return 1;
     const uint32_t flags = e->u.fx.flags;
-    if ((flags & VSTEFFECT_FLAG_IS_SYNTH) || !(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 ||
-        e->u.fx.numOutputs < 1)
+    if (flags & VSTEFFECT_FLAG_IS_SYNTH) {
+        setFailure("an instrument, not an effect");
         return 0;
+    }
+    if (!(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 || e->u.fx.numOutputs < 1) {
+        setFailure("cannot process audio in place");
+        return 0;
+    }
 
     _VSTEFFECT* other = _FindListBySupportedId(e->uniqueId);
     while (other && other != e && !BLIO_Exists(other->filename)) {
@@ -258,6 +296,7 @@ extern "C" int _CheckPlugin(_VSTEFFECT* e)
     if (other && other != e && other->enabled && !other->crashed) {
         if (other->u.fx.version >= e->u.fx.version) {
             e->duplicated = 1;
+            setFailure("the same plugin (or a newer one) is in %s", other->filename);
             return 0;
         }
         other->enabled = 0;
@@ -272,7 +311,9 @@ extern "C" int _CheckPlugin(_VSTEFFECT* e)
 
 extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool force)
 {
+    t_failure[0] = '\0';
     if (!findHost()) {
+        setFailure("no working host program (vlorvst) was found");
         BLNOTIFY_SendEvent(nullptr, 0, AUDIOVST_NOTIFY_NO_HOST, nullptr, nullptr);
         return nullptr;
     }
@@ -281,6 +322,7 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
 
     _VSTEFFECT* e = _SearchPlugin(filename, id);
     if (!BLIO_Exists(filename)) {
+        setFailure("the file is gone");
         if (e)
             AUDIOVST_DeletePlugin(e);
         return nullptr;
@@ -332,8 +374,14 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
     _SaveToSettings(e);
     if (refreshed && !e->crashed && e->supported)
         writeDescriptor(e);
-    return AUDIOVST_IsSupported(e) ? e : nullptr;
+    if (AUDIOVST_IsSupported(e))
+        return e;
+    if (!t_failure[0])
+        setFailure(e->crashed ? "crashed when it was last checked" : "cannot be used here");
+    return nullptr;
 }
+
+extern "C" const char* AUDIOVST_GetLastFailure(void) { return t_failure; }
 
 extern "C" _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash)
 {
