@@ -12,6 +12,7 @@ int spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* actions);
 // Waits up to timeoutMs (<= 0: for ever) and reaps; kills the child when the
 // time is up, and whatever is left of its process group in any case. The
 // exit status, 128 + N for signal N.
-int waitChild(pid_t pid, int timeoutMs, bool* timedOut = nullptr);
+enum class WaitEnd { Ended, TimedOut, Aborted };
+int waitChild(pid_t pid, int timeoutMs, WaitEnd* how = nullptr);
 
 } // namespace blprocess

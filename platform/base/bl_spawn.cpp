@@ -5,6 +5,7 @@
 #include "bldebug.h"
 #include "blstring.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -27,7 +28,12 @@ extern char** environ;
 namespace {
 
 std::atomic<int> g_timeoutMs{120000};
-thread_local bool t_lastTimedOut = false;
+// BLCORE_AbortSpawns: each call a new generation, and the time by which the
+// children running then must have ended (steady clock ticks).
+std::atomic<uint64_t> g_abortGeneration{1};
+std::atomic<int64_t> g_abortDeadline{0};
+constexpr int kAbortSliceMs = 50;
+thread_local blprocess::WaitEnd t_lastEnd = blprocess::WaitEnd::Ended;
 
 int statusOf(int wstatus)
 {
@@ -55,10 +61,10 @@ int pidfdOpen(pid_t pid)
 // it: every child leads a process group of its own, and the whole group is
 // ended with it. The leader is not reaped before that, so its id, which is
 // the group's, cannot be taken by another process in between.
-int blprocess::waitChild(pid_t pid, int timeoutMs, bool* timedOut)
+int blprocess::waitChild(pid_t pid, int timeoutMs, WaitEnd* how)
 {
-    if (timedOut)
-        *timedOut = false;
+    if (how)
+        *how = WaitEnd::Ended;
     siginfo_t info{};
     auto ended = [&](int flags) {
         info.si_pid = 0;
@@ -69,32 +75,41 @@ int blprocess::waitChild(pid_t pid, int timeoutMs, bool* timedOut)
         return r == 0 && info.si_pid == pid;
     };
     if (timeoutMs > 0) {
+        using Clock = std::chrono::steady_clock;
+        const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+        // An abort whose grace still runs concerns a child started just after
+        // it too: the quit may have come while the child was being started.
+        const uint64_t abortsBefore =
+            Clock::now().time_since_epoch().count() < g_abortDeadline.load() ? 0 : g_abortGeneration.load();
         const int fd = pidfdOpen(pid);
-        if (fd >= 0) {
-            pollfd p{fd, POLLIN, 0};
-            int r;
-            do
-                r = poll(&p, 1, timeoutMs);
-            while (r < 0 && errno == EINTR);
-            close(fd);
-            if (r == 0) {
+        // Woken every slice to see whether the application quits meanwhile.
+        for (;;) {
+            const bool aborted = g_abortGeneration.load() != abortsBefore;
+            const auto end = aborted ? std::min(deadline, Clock::time_point(Clock::duration(g_abortDeadline.load())))
+                                     : deadline;
+            const auto now = Clock::now();
+            if (now >= end) {
                 kill(-pid, SIGKILL);
-                if (timedOut)
-                    *timedOut = true;
+                if (how)
+                    *how = aborted && end < deadline ? WaitEnd::Aborted : WaitEnd::TimedOut;
+                break;
             }
-        } else {
-            // Kernels without pidfd: a short back-off on WNOHANG.
-            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-            while (!ended(WNOHANG)) {
-                if (std::chrono::steady_clock::now() >= deadline) {
-                    kill(-pid, SIGKILL);
-                    if (timedOut)
-                        *timedOut = true;
+            const int slice = int(std::min<int64_t>(
+                kAbortSliceMs, std::chrono::duration_cast<std::chrono::milliseconds>(end - now).count() + 1));
+            if (fd >= 0) {
+                pollfd p{fd, POLLIN, 0};
+                const int r = poll(&p, 1, slice);
+                if (r > 0)
                     break;
-                }
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            } else {
+                // Kernels without pidfd: a short back-off on WNOHANG.
+                if (ended(WNOHANG))
+                    break;
+                std::this_thread::sleep_for(std::chrono::milliseconds(std::min(slice, 2)));
             }
         }
+        if (fd >= 0)
+            close(fd);
     }
     ended(0);
     kill(-pid, SIGKILL);
@@ -120,7 +135,15 @@ int blprocess::spawn(pid_t* pid, char** argv, const posix_spawn_file_actions_t* 
 
 extern "C" int BLCORE_SetSpawnTimeout(int milliseconds) { return g_timeoutMs.exchange(milliseconds); }
 
-extern "C" int BLCORE_LastSpawnTimedOut(void) { return t_lastTimedOut ? 1 : 0; }
+extern "C" int BLCORE_LastSpawnTimedOut(void) { return t_lastEnd == blprocess::WaitEnd::TimedOut ? 1 : 0; }
+extern "C" int BLCORE_LastSpawnAborted(void) { return t_lastEnd == blprocess::WaitEnd::Aborted ? 1 : 0; }
+
+extern "C" void BLCORE_AbortSpawns(int graceMs)
+{
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs > 0 ? graceMs : 0);
+    g_abortDeadline.store(end.time_since_epoch().count());
+    g_abortGeneration.fetch_add(1);
+}
 
 extern "C" int BLCORE_Spawn(const char* format, ...)
 {
@@ -147,12 +170,12 @@ extern "C" int BLCORE_Spawn(const char* format, ...)
     const int err = blprocess::spawn(&pid, argv, &actions);
     posix_spawn_file_actions_destroy(&actions);
     int status;
-    t_lastTimedOut = false;
+    t_lastEnd = blprocess::WaitEnd::Ended;
     if (err != 0) {
         BLDEBUG_Error(-1, "BLCORE_Spawn: cannot start %s: %s", argv[0], std::strerror(err));
         status = BLCORE_SPAWN_FAILED;
     } else {
-        status = blprocess::waitChild(pid, g_timeoutMs.load(), &t_lastTimedOut);
+        status = blprocess::waitChild(pid, g_timeoutMs.load(), &t_lastEnd);
     }
     std::free(argv);
     std::free(line);

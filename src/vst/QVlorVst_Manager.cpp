@@ -9,6 +9,7 @@
 
 #include "QVlorJsonFile_p.h"
 #include "QVlorManagerThread_p.h"
+#include "blcore.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -22,6 +23,11 @@
 namespace QVlorVst {
 
 const char* const K_SETTING_SCAN_VST2 = "vloraudio.plugins.scan_vst2";
+
+namespace {
+// How long a check under way at quit may still take before it is killed.
+constexpr int kQuitGraceMs = 2000;
+} // namespace
 static const char* const K_VST_XML_FOLDER = "vstxml";
 static const char* const K_VST_CATALOG_V2_NAME = "catalog_v2.json";
 static const char* const K_VST_CATALOG_V1_NAME = "catalog.json";
@@ -197,6 +203,11 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
+    if (d->mustHop()) {
+        // The check under way gets a short grace; what is queued behind it is dropped.
+        cancel();
+        BLCORE_AbortSpawns(kQuitGraceMs);
+    }
     if (EndManagerThread(this, &d->thread))
         qInfo() << "QVlorVst::Manager::About to quit ...";
 }
@@ -222,7 +233,35 @@ QList<Path> Manager::pathsCopy() const
 
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 bool Manager::hasChanges() const { return d->changed.loadAcquire() != 0; }
-void Manager::cancel() { d->cancelled.storeRelease(1); }
+void Manager::cancel()
+{
+    d->cancelled.storeRelease(1);
+    d->cancelGeneration.fetchAndAddOrdered(1);
+}
+
+void Manager::Data::dropCancelledWork(Manager* manager)
+{
+    bool dropped;
+    {
+        QMutexLocker l(&mutex);
+        dropped = !pendingVerifying.isEmpty();
+        pendingVerifying.clear();
+    }
+    // The marks may be on the working list too.
+    for (Path& path : paths)
+        for (Plugin& p : path.plugins()) {
+            dropped = dropped || p.verifying();
+            p.setVerifying(false);
+            for (Plugin& child : p.plugins()) {
+                dropped = dropped || child.verifying();
+                child.setVerifying(false);
+            }
+        }
+    if (!dropped)
+        return;
+    manager->publish();
+    emit manager->catalogChanged();
+}
 void Manager::setChanged() { d->changed.storeRelease(1); }
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
@@ -362,11 +401,8 @@ void Manager::saveCatalog(const QString& filename)
 
 void Manager::searchPlugins(bool notifyNewPlugins)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, notifyNewPlugins] { searchPlugins(notifyNewPlugins); },
-                                  Qt::QueuedConnection);
+    if (d->postWork(this, [this, notifyNewPlugins] { searchPlugins(notifyNewPlugins); }))
         return;
-    }
     if (!isScanEnabled() || d->paths.isEmpty())
         return;
     qInfo() << "VlorVst::Manager: searchPlugins started!";
@@ -437,12 +473,10 @@ bool Manager::searchPluginsInPath(const QString& folder, Path& path, QStringList
 
 void Manager::updatePlugins(bool notifyNewPlugins, bool deep_check_shell_plugins)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(
-            this, [this, notifyNewPlugins, deep_check_shell_plugins] { updatePlugins(notifyNewPlugins, deep_check_shell_plugins); },
-            Qt::QueuedConnection);
+    if (d->postWork(this, [this, notifyNewPlugins, deep_check_shell_plugins] {
+            updatePlugins(notifyNewPlugins, deep_check_shell_plugins);
+        }))
         return;
-    }
     d->cancelled.storeRelease(0);
     emit beginScan();
     if (!isScanEnabled()) {

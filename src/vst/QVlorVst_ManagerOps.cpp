@@ -43,13 +43,11 @@ bool _VendorBlocksPlugin(const Plugin& plugin, const Path& path, const QHash<QSt
 
 void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_shell_plugins)
 {
-    if (d->mustHop()) {
-        Plugin copy = plugin;
-        QMetaObject::invokeMethod(
-            this, [this, copy, path, deep_check_shell_plugins]() mutable { enablePlugin(copy, path, deep_check_shell_plugins); },
-            Qt::QueuedConnection);
+    Plugin copy = plugin;
+    if (d->postWork(this, [this, copy, path, deep_check_shell_plugins]() mutable {
+            enablePlugin(copy, path, deep_check_shell_plugins);
+        }))
         return;
-    }
     Plugin* live = d->findLivePlugin(path, plugin);
     Plugin& p = live ? *live : plugin;
     const QString ref = p.pluginRef();
@@ -92,6 +90,12 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     p.setVerifying(false);
 
     bool ok = false;
+    if (!h && qstrcmp(AUDIOVST_GetLastFailure(), "cancelled") == 0) {
+        // Cut short by the quit: the plugin is as it was before the check.
+        publish();
+        emit catalogChanged();
+        return;
+    }
     if (!h) {
         p.setEnabled(false);
         p.setFailed(true);
@@ -220,10 +224,8 @@ void Manager::resetPlugin(Plugin& plugin, const Path& path)
 
 void Manager::enablePlugins(const QStringList& plugins)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, plugins] { enablePlugins(plugins); }, Qt::QueuedConnection);
+    if (d->postWork(this, [this, plugins] { enablePlugins(plugins); }))
         return;
-    }
     d->cancelled.storeRelease(0);
     emit beginScan();
     const QSet<QString> wanted(plugins.begin(), plugins.end());
@@ -252,6 +254,8 @@ void Manager::enablePlugins(const QStringList& plugins)
                     else if (child.isEnabled() && child.exists())
                         emit pluginEnabled(child, path);
                     emit progressScan(++n, total);
+                    if (d->cancelled.loadAcquire())
+                        break;
                 }
             }
             emit progressScan(++n, total);
@@ -263,10 +267,8 @@ void Manager::enablePlugins(const QStringList& plugins)
 
 void Manager::enableNewPlugins()
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this] { enableNewPlugins(); }, Qt::QueuedConnection);
+    if (d->postWork(this, [this] { enableNewPlugins(); }))
         return;
-    }
     QStringList refs;
     for (const Path& path : d->paths)
         for (const Plugin& p : path.plugins()) {

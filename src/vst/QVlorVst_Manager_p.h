@@ -7,6 +7,7 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QMetaObject>
 #include <QMutex>
 #include <QPointer>
 #include <QSet>
@@ -23,6 +24,9 @@ public:
     QList<Path> published;       // the snapshot other threads read
     QSet<QString> pendingVerifying;
     QAtomicInt cancelled{0};
+    // One more at each cancel: checks and scans posted before it are dropped
+    // when their turn comes, so that a cancel or a quit never waits behind them.
+    QAtomicInt cancelGeneration{0};
     QAtomicInt scanning{0};
     QAtomicInt changed{0};
     QPointer<QThread> thread;
@@ -41,6 +45,26 @@ public:
 
     // True when the call must be posted to the manager's thread.
     bool mustHop() const;
+    // Posts work that may start a child (a scan, a check) unless a cancel
+    // comes first; true when it had to be posted.
+    template <typename F> bool postWork(Manager* manager, F&& call)
+    {
+        if (!mustHop())
+            return false;
+        const int generation = cancelGeneration.loadAcquire();
+        QMetaObject::invokeMethod(
+            manager,
+            [this, manager, generation, call = std::forward<F>(call)]() mutable {
+                if (generation != cancelGeneration.loadAcquire())
+                    dropCancelledWork(manager);
+                else
+                    call();
+            },
+            Qt::QueuedConnection);
+        return true;
+    }
+    // A dropped check takes back the marks of the rows it would have settled.
+    void dropCancelledWork(Manager* manager);
     // The record in the working list that a (usually detached) record means.
     Plugin* findLivePlugin(const Path& path, const Plugin& plugin);
     Path* findPath(const QString& absolutePath);

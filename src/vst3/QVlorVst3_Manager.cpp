@@ -128,7 +128,7 @@ bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString*
     const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30),
                                std::numeric_limits<int>::max() / 1000);
     qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
-    return __RunHostProcess(program, hostArgs + job, seconds * 1000, reply, errorText);
+    return __RunHostProcess(program, hostArgs + job, seconds * 1000, reply, errorText, &quitting);
 }
 
 void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
@@ -196,6 +196,8 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
+    if (d->awayFromThread())
+        d->quitting.storeRelease(1);
     // What the thread held is saved last, once nothing can change it any more.
     if (EndManagerThread(this, &d->thread))
         saveCatalogAndPairs();
@@ -212,7 +214,43 @@ Catalog Manager::catalogCopy() const
 Catalog& Manager::catalog() { return d->catalog; }
 QVlorPluginPairs& Manager::pairs() { return d->pairs; }
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
-void Manager::cancel() { d->cancelRequested.storeRelease(1); }
+void Manager::cancel()
+{
+    d->cancelRequested.storeRelease(1);
+    d->cancelGeneration.fetchAndAddOrdered(1);
+}
+
+void Manager::Data::dropCancelledWork(Manager* manager)
+{
+    bool dropped;
+    {
+        QMutexLocker l(&publishLock);
+        dropped = !pendingVerifyingBundles.isEmpty() || !pendingVerifyingClasses.isEmpty();
+        pendingVerifyingBundles.clear();
+        pendingVerifyingClasses.clear();
+    }
+    // The marks reached the live catalog too; nothing else is verifying now,
+    // as work runs one piece at a time and this piece is not going to.
+    for (CatalogBundle& b : catalog.bundles()) {
+        dropped = dropped || b.verifying();
+        b.setVerifying(false);
+        for (CatalogClass& c : b.classes()) {
+            if (c.state() != CatalogClass::Verifying)
+                continue;
+            // The state it had before the mark: what its record still says.
+            c.setState(c.isEnabled()              ? CatalogClass::Enabled
+                       : !c.lastError().isEmpty() ? CatalogClass::Failed
+                       : c.verifiedAt() != 0      ? CatalogClass::Disabled
+                                                  : CatalogClass::New);
+            dropped = true;
+        }
+    }
+    if (!dropped)
+        return;
+    dirty.storeRelease(1);
+    publish();
+    emit manager->catalogChanged();
+}
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 
@@ -305,7 +343,7 @@ void __CollectBundlePaths(const QString& directory, QStringList* output)
 
 void Manager::searchPlugins(bool notifyNew)
 {
-    if (d->post(this, [this, notifyNew] { searchPlugins(notifyNew); }))
+    if (d->postWork(this, [this, notifyNew] { searchPlugins(notifyNew); }))
         return;
     d->cancelRequested.storeRelease(0);
     if (!isScanEnabled()) {
@@ -413,7 +451,10 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
-    if (!d->runHost(ProbeArguments(path), &reply, &error)) {
+    const bool ok = d->runHost(ProbeArguments(path), &reply, &error);
+    if (!ok && d->quitCut(error))
+        return; // the bundle stays as it was; the next start probes it again
+    if (!ok) {
         copy.setFailed(true);
         copy.setLastError(error);
         QList<CatalogClass>& classes = copy.classes();
@@ -461,7 +502,7 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
 
 void Manager::rescanPlugins()
 {
-    if (d->post(this, [this] { rescanPlugins(); }))
+    if (d->postWork(this, [this] { rescanPlugins(); }))
         return;
     for (CatalogBundle& b : d->catalog.bundles()) {
         if (!b.probed() || b.failed())

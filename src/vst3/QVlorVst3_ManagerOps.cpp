@@ -31,7 +31,7 @@ bool __LocateClassAndBundle(Catalog& catalog, const QString& cid, CatalogBundle*
 
 void Manager::enablePlugin(const QString& cid)
 {
-    if (d->post(this, [this, cid] { enablePlugin(cid); }))
+    if (d->postWork(this, [this, cid] { enablePlugin(cid); }))
         return;
     CatalogBundle* bundle = nullptr;
     CatalogClass* c = nullptr;
@@ -40,6 +40,7 @@ void Manager::enablePlugin(const QString& cid)
         d->publish();
         return;
     }
+    const CatalogClass::State before = c->state();
     c->setState(CatalogClass::Verifying);
     const QString path = bundle->path();
     d->publish();
@@ -52,6 +53,13 @@ void Manager::enablePlugin(const QString& cid)
     // The catalog may have changed while the host ran.
     if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
         d->publish();
+        return;
+    }
+    if (!ok && d->quitCut(error)) {
+        // Cut short by the quit: the class is no worse than before it.
+        c->setState(before);
+        d->publish();
+        emit pluginStateChanged(*c);
         return;
     }
     if (ok) {
@@ -81,7 +89,7 @@ void Manager::enableBundle(const QString& path) { enableBundleInternal(path, tru
 
 void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
 {
-    if (d->post(this, [this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
+    if (d->postWork(this, [this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
         return;
     auto dropMark = [this, &path] {
         QMutexLocker l(&d->publishLock);
@@ -129,6 +137,10 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         return;
     }
     b->setVerifying(false);
+    if (!ok && d->quitCut(error)) {
+        d->publish(); // still unprobed: the next start probes it
+        return;
+    }
     Data::StoreFileStamp(b);
     if (!ok) {
         // Not probed: the bundle can be tried again.
@@ -165,7 +177,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
 
 void Manager::enableNewPlugins()
 {
-    if (d->post(this, [this] { enableNewPlugins(); }))
+    if (d->postWork(this, [this] { enableNewPlugins(); }))
         return;
     QStringList unprobed;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())

@@ -38,6 +38,10 @@ public:
     QSet<QString> pendingPairOpCids;
 
     QAtomicInt cancelRequested{0};
+    // One more at each cancel: work posted before it is dropped when its turn comes.
+    QAtomicInt cancelGeneration{0};
+    // Set when the application quits: the child under way gets a short grace.
+    QAtomicInt quitting{0};
     QAtomicInt scanning{0};
     QAtomicInt dirty{0};
     QPointer<QThread> thread;
@@ -55,6 +59,28 @@ public:
         QMetaObject::invokeMethod(manager, std::forward<F>(call), Qt::QueuedConnection);
         return true;
     }
+    // post, for work that may start a child (scans, probes, verifications):
+    // posted before a cancel, it does not start, so that a cancel or a quit
+    // never waits behind a queue of children.
+    template <typename F> bool postWork(Manager* manager, F&& call)
+    {
+        if (!awayFromThread())
+            return false;
+        const int generation = cancelGeneration.loadAcquire();
+        QMetaObject::invokeMethod(
+            manager,
+            [this, manager, generation, call = std::forward<F>(call)]() mutable {
+                if (generation != cancelGeneration.loadAcquire())
+                    dropCancelledWork(manager);
+                else
+                    call();
+            },
+            Qt::QueuedConnection);
+        return true;
+    }
+    // What a dropped piece of work leaves: the marks of the rows it would
+    // have settled are taken back.
+    void dropCancelledWork(Manager* manager);
 
     void publish();
     bool applyPendingVerifyingLocked();
@@ -68,8 +94,12 @@ public:
 
     // One job of the host program; the reply and the failure's text as __RunHostProcess gives them.
     bool runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const;
-    // The effect classes of a probe's reply, each a new one that is off. IDs
-    // in taken are left out, and those kept are added to it.
+    // A run that failed only because the application quits under it: what it
+    // was about is left as it was, not marked failed.
+    bool quitCut(const QString& errorText) const
+    {
+        return quitting.loadAcquire() && errorText == QLatin1String("cancelled");
+    }
     // The moduleinfo compatibility list of the bundle, and whether it has moduleinfo at all.
     static void ReadModuleInfo(CatalogBundle* bundle);
     static void StoreFileStamp(CatalogBundle* bundle);

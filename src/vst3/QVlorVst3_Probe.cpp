@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -84,8 +85,13 @@ QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
 
 } // namespace QVlorVst3
 
+namespace {
+constexpr int kQuitGraceMs = 2000;
+constexpr int kQuitSliceMs = 50;
+} // namespace
+
 bool __RunHostProcess(const QString& program, const QStringList& arguments, int timeoutMs, QJsonObject* output,
-                      QString* errorText)
+                      QString* errorText, const QAtomicInt* quitting)
 {
     auto fail = [errorText](const QString& text) {
         if (errorText)
@@ -105,9 +111,32 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
         if (group > 0)
             ::kill(pid_t(-group), SIGKILL);
     };
-    // A start that failed shows up here too, as a wait that fails.
-    if (!process.waitForFinished(timeoutMs)) {
-        const bool hung = process.error() == QProcess::Timedout;
+    // A start that failed shows up here too, as a wait that fails. While the
+    // application quits, the child gets a short grace and no more.
+    QElapsedTimer clock;
+    clock.start();
+    qint64 deadline = timeoutMs;
+    bool finished = false;
+    bool quit = false;
+    while (!finished && process.state() != QProcess::NotRunning) {
+        if (!quit && quitting && quitting->loadAcquire()) {
+            quit = true;
+            deadline = qMin(deadline, clock.elapsed() + kQuitGraceMs);
+        }
+        const qint64 left = deadline - clock.elapsed();
+        if (left <= 0)
+            break;
+        finished = process.waitForFinished(int(qMin<qint64>(left, quitting ? kQuitSliceMs : left)));
+    }
+    finished = finished || (process.state() == QProcess::NotRunning && process.error() != QProcess::FailedToStart);
+    if (!finished) {
+        if (quit) {
+            endGroup();
+            process.kill();
+            process.waitForFinished(2000);
+            return fail(QStringLiteral("cancelled"));
+        }
+        const bool hung = process.error() == QProcess::Timedout || process.state() != QProcess::NotRunning;
         endGroup();
         process.kill();
         process.waitForFinished(2000);

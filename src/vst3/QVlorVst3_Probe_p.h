@@ -2,6 +2,7 @@
 #define QVLORVST3_PROBE_P_H
 // Running the VST3 host program for one job and reading its one-line reply.
 
+#include <QAtomicInt>
 #include <QJsonObject>
 #include <QList>
 #include <QSet>
@@ -33,8 +34,10 @@ QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
 
 // True only for a clean run whose reply says "ok". output gets the reply
 // whenever it parsed, also on failure; errorText the failure's text.
+// A run under way when *quitting becomes set gets two more seconds, then is
+// killed and fails with "cancelled".
 bool __RunHostProcess(const QString& program, const QStringList& arguments, int timeoutMs, QJsonObject* output,
-                      QString* errorText);
+                      QString* errorText, const QAtomicInt* quitting = nullptr);
 // Whether path lies in one of the roots (both sides cleaned, compared with case).
 bool __IsUnderScannedRoot(const QString& path, const QStringList& roots);
 

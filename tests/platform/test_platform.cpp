@@ -398,6 +398,23 @@ TEST(ChildPipes, ReadTimeoutAvailableBytesAndBothWaysOfClosing)
 
 // A plugin that forks leaves a grandchild; it must end with the child that
 // started it, however that child ends.
+// At quit the children being waited for get a grace and no more; children
+// started afterwards are not concerned.
+TEST(Spawn, AnAbortEndsTheChildrenRunningThenAfterTheirGrace)
+{
+    int status = 0;
+    const auto start = std::chrono::steady_clock::now();
+    std::thread waiter([&status] { status = BLCORE_Spawn("/bin/sleep 30"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    BLCORE_AbortSpawns(300);
+    waiter.join();
+    const auto took = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(status, BLCORE_SPAWN_SIGNALED(9));
+    EXPECT_GE(took, std::chrono::milliseconds(450));
+    EXPECT_LT(took, std::chrono::milliseconds(2000));
+    EXPECT_EQ(BLCORE_Spawn("/bin/sh -c \"sleep 0.5; exit 3\""), 3); // started after: runs to its end
+}
+
 TEST(ChildProcessGroup, WhatAChildForksEndsWithIt)
 {
     TempDir dir;

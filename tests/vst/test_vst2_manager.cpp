@@ -12,7 +12,9 @@
 #include <QDirIterator>
 #include <QFileInfo>
 #include <QFile>
+#include <QElapsedTimer>
 #include <QMutex>
+#include <QSemaphore>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -493,4 +495,73 @@ TEST_F(ManagerTest, AFailedCheckIsNamedAndKeepsItsReason)
     Plugin revived = p.detachedCopy();
     revived.setFailed(false);
     EXPECT_TRUE(revived.failReason().isEmpty());
+}
+
+// A quit while a plugin hangs its check, with more queued behind it: the
+// check gets two seconds, the queue does not start, and the plugin cut short
+// is neither failed nor crashed.
+TEST_F(ManagerTest, AQuitWaitsForNoQueueAndAHangForTwoSecondsAtMost)
+{
+    const QStringList files = {add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("first.so")),
+                               add(QStringLiteral("vlor-fault-hang-open.so"), QStringLiteral("hang.so")),
+                               add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("after.so")),
+                               add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("last.so"))};
+    Manager m;
+    m.addPath(folder);
+    m.searchPlugins(false);
+    sync(m);
+    QSemaphore hanging;
+    QObject::connect(&m, &Manager::progressPlugin, &m,
+                     [&hanging](const QString& name) {
+                         if (name == QLatin1String("hang.so"))
+                             hanging.release();
+                     },
+                     Qt::DirectConnection);
+    for (const QString& f : files) {
+        Plugin p = find(m, f);
+        m.enablePlugin(p, pathOf(m));
+    }
+    ASSERT_TRUE(hanging.tryAcquire(1, 10000));
+    QElapsedTimer timer;
+    timer.start();
+    m.aboutToQuit();
+    EXPECT_LT(timer.elapsed(), 2000 + 1500);
+    EXPECT_EQ(checks(), 2); // first and hang; the rest never started
+    const Plugin hang = find(m, files[1]);
+    EXPECT_FALSE(hang.isFailed());
+    EXPECT_FALSE(hang.verifying());
+    EXPECT_EQ(AUDIOVST_GetPluginStatusEx(files[1].toUtf8().constData(), 0) & AUDIOVST_STATUS_CRASHED, 0);
+    EXPECT_TRUE(find(m, files[2]).isNew());
+}
+
+// Cancel drops the checks queued before it; one asked for after it runs.
+TEST_F(ManagerTest, CancelDropsTheChecksQueuedBeforeIt)
+{
+    const QString hang = add(QStringLiteral("vlor-fault-hang-open.so"), QStringLiteral("hang.so"));
+    const QString queued = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("queued.so"));
+    const QString later = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("later.so"));
+    const int old = BLCORE_SetSpawnTimeout(1000);
+    Manager m;
+    m.addPath(folder);
+    m.searchPlugins(false);
+    sync(m);
+    QSemaphore checking;
+    QObject::connect(&m, &Manager::progressPlugin, &m, [&checking](const QString&) { checking.release(); },
+                     Qt::DirectConnection);
+    m.markPluginsVerifying({find(m, queued).pluginRef()});
+    Plugin p = find(m, hang);
+    m.enablePlugin(p, pathOf(m));
+    p = find(m, queued);
+    m.enablePlugin(p, pathOf(m));
+    ASSERT_TRUE(checking.tryAcquire(1, 10000));
+    m.cancel();
+    p = find(m, later);
+    m.enablePlugin(p, pathOf(m));
+    sync(m);
+    sync(m);
+    BLCORE_SetSpawnTimeout(old);
+    EXPECT_EQ(find(m, hang).failReason(), QStringLiteral("did not answer within 1 s"));
+    EXPECT_TRUE(find(m, queued).isNew());
+    EXPECT_FALSE(find(m, queued).verifying()); // its mark is taken back
+    EXPECT_TRUE(find(m, later).isEnabled());
 }

@@ -7,6 +7,7 @@
 #include "testsupport.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -693,4 +694,64 @@ TEST_F(Vst3ManagerTest, PairCommandsClearTheirBusyMarksAndPublish)
     EXPECT_EQ(m.pairsEntriesCopy().size(), 1);
     run([&](Manager& m) { m.purgePairState({}, {kGain}); });
     EXPECT_TRUE(m.pairsEntriesCopy().isEmpty());
+}
+
+// A quit while a bundle hangs its probe, with more queued behind it: the
+// hanging child gets two seconds, the queue does not start, and what was cut
+// short is not marked failed.
+TEST_F(Vst3ManagerTest, AQuitWaitsForNoQueueAndAHangForTwoSecondsAtMost)
+{
+    const QString first = copyBundle(kEffects, QStringLiteral("First.vst3"));
+    const QString hang = copyBundle(QStringLiteral("vlor-vst3-hang-entry"), QStringLiteral("Hang.vst3"));
+    const QString after = copyBundle(kClasses, QStringLiteral("After.vst3"));
+    const QString last = copyBundle(kEffects, QStringLiteral("Last.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    QSemaphore hanging;
+    QObject::connect(&m, &Manager::progressPlugin, &m,
+                     [&hanging](const QString& name) {
+                         if (name == QLatin1String("Hang.vst3"))
+                             hanging.release();
+                     },
+                     Qt::DirectConnection);
+    for (const QString& path : {first, hang, after, last})
+        m.enableBundle(path);
+    ASSERT_TRUE(hanging.tryAcquire(1, 10000));
+    QElapsedTimer timer;
+    timer.start();
+    m.aboutToQuit();
+    EXPECT_LT(timer.elapsed(), 2000 + 1500);
+    EXPECT_TRUE(bundle(first).probed());
+    EXPECT_FALSE(bundle(hang).probed());
+    EXPECT_FALSE(bundle(hang).failed()); // cut short, not failed: the next start probes it
+    EXPECT_FALSE(bundle(after).probed());
+    EXPECT_FALSE(bundle(last).probed());
+    EXPECT_EQ(readFile(hostLog).find("After.vst3"), std::string::npos);
+}
+
+// Cancel drops the probes queued before it; those asked for after it run.
+TEST_F(Vst3ManagerTest, CancelDropsTheWorkQueuedBeforeIt)
+{
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 1);
+    const QString hang = copyBundle(QStringLiteral("vlor-vst3-hang-entry"), QStringLiteral("Hang.vst3"));
+    const QString queued = copyBundle(kEffects, QStringLiteral("Queued.vst3"));
+    const QString later = copyBundle(kClasses, QStringLiteral("Later.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    QSemaphore hanging;
+    QObject::connect(&m, &Manager::progressPlugin, &m, [&hanging](const QString&) { hanging.release(); },
+                     Qt::DirectConnection);
+    m.markBundlesVerifying({queued});
+    m.enableBundle(hang);
+    m.enableBundle(queued);
+    ASSERT_TRUE(hanging.tryAcquire(1, 10000));
+    m.cancel();
+    m.enableBundle(later);
+    sync(m);
+    sync(m);
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 30);
+    EXPECT_EQ(bundle(hang).lastError(), QStringLiteral("did not answer within 1 s"));
+    EXPECT_FALSE(bundle(queued).probed());
+    EXPECT_FALSE(bundle(queued).verifying()); // its mark is taken back
+    EXPECT_TRUE(bundle(later).probed());
 }

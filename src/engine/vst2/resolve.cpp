@@ -207,6 +207,12 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         status = spawnCheck(host, file, e->pluginid);
         if (status == 0)
             e->architecture = index == 0 ? 64 : 32;
+        if (BLCORE_LastSpawnAborted()) {
+            // The application quits: the plugin has said nothing about itself.
+            setFailure("cancelled");
+            std::free(file);
+            return -1;
+        }
     }
     if (e->architecture == 0) {
         BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
@@ -362,7 +368,13 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
     }
 
     bool refreshed = false;
-    if (refresh && _RefreshPluginData(e)) {
+    const int refreshedAs = refresh ? _RefreshPluginData(e) : 0;
+    if (refreshedAs < 0) {
+        // Cut short: nothing learned, nothing stored; the next resolution checks again.
+        AUDIOVST_DeletePlugin(e);
+        return nullptr;
+    }
+    if (refreshedAs > 0) {
         refreshed = true;
         e->force_recheck = 0;
     }

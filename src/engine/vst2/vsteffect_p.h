@@ -173,6 +173,8 @@ int _DescribeEffect(_VSTEFFECT* effect, void* instance);
  * file name arrives whole. Returns a malloc'd string. */
 char* _QuoteArg(const char* text);
 int _CheckPlugin(_VSTEFFECT* effect);
+/* 1 described, 0 failed (the verdict is in the record), -1 cut short by
+ * BLCORE_AbortSpawns with nothing learned. */
 int _RefreshPluginData(_VSTEFFECT* effect);
 /* True once a working host program has been found. */
 bool _HostPathsOk(void);
