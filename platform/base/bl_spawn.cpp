@@ -28,9 +28,9 @@ extern char** environ;
 namespace {
 
 std::atomic<int> g_timeoutMs{120000};
-// BLCORE_AbortSpawns: each call a new generation, and the time by which the
-// children running then must have ended (steady clock ticks).
-std::atomic<uint64_t> g_abortGeneration{1};
+// Between BLCORE_AbortSpawns(grace) and BLCORE_AbortSpawns(-1): the time by
+// which every child waited for must have ended (steady clock ticks).
+std::atomic<bool> g_abortActive{false};
 std::atomic<int64_t> g_abortDeadline{0};
 constexpr int kAbortSliceMs = 50;
 thread_local blprocess::WaitEnd t_lastEnd = blprocess::WaitEnd::Ended;
@@ -77,14 +77,10 @@ int blprocess::waitChild(pid_t pid, int timeoutMs, WaitEnd* how)
     if (timeoutMs > 0) {
         using Clock = std::chrono::steady_clock;
         const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-        // An abort whose grace still runs concerns a child started just after
-        // it too: the quit may have come while the child was being started.
-        const uint64_t abortsBefore =
-            Clock::now().time_since_epoch().count() < g_abortDeadline.load() ? 0 : g_abortGeneration.load();
         const int fd = pidfdOpen(pid);
         // Woken every slice to see whether the application quits meanwhile.
         for (;;) {
-            const bool aborted = g_abortGeneration.load() != abortsBefore;
+            const bool aborted = g_abortActive.load();
             const auto end = aborted ? std::min(deadline, Clock::time_point(Clock::duration(g_abortDeadline.load())))
                                      : deadline;
             const auto now = Clock::now();
@@ -140,9 +136,13 @@ extern "C" int BLCORE_LastSpawnAborted(void) { return t_lastEnd == blprocess::Wa
 
 extern "C" void BLCORE_AbortSpawns(int graceMs)
 {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs > 0 ? graceMs : 0);
+    if (graceMs < 0) {
+        g_abortActive.store(false);
+        return;
+    }
+    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs);
     g_abortDeadline.store(end.time_since_epoch().count());
-    g_abortGeneration.fetch_add(1);
+    g_abortActive.store(true);
 }
 
 extern "C" int BLCORE_Spawn(const char* format, ...)

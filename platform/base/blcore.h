@@ -21,9 +21,9 @@ int BLCORE_SetSpawnTimeout(int milliseconds);
 /* Whether the last BLCORE_Spawn of the calling thread was killed at the
  * timeout; 1 or 0. */
 int BLCORE_LastSpawnTimedOut(void);
-/* The application quits: children waited for at this moment or started
- * within graceMs, by BLCORE_Spawn or a waiting close, are killed if they run
- * past it. Children started later are not concerned. */
+/* The application quits: from now on every child waited for by BLCORE_Spawn
+ * is killed if it runs past graceMs from now, until BLCORE_AbortSpawns(-1)
+ * ends this. */
 void BLCORE_AbortSpawns(int graceMs);
 /* Whether the last BLCORE_Spawn of the calling thread was killed by
  * BLCORE_AbortSpawns; 1 or 0. */

@@ -203,13 +203,16 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
-    if (d->mustHop()) {
+    const bool fromOutside = d->mustHop();
+    if (fromOutside) {
         // The check under way gets a short grace; what is queued behind it is dropped.
         cancel();
         BLCORE_AbortSpawns(kQuitGraceMs);
     }
     if (EndManagerThread(this, &d->thread))
         qInfo() << "QVlorVst::Manager::About to quit ...";
+    if (fromOutside)
+        BLCORE_AbortSpawns(-1);
 }
 
 /* ---- snapshot and plain state ------------------------------------------- */

@@ -398,8 +398,8 @@ TEST(ChildPipes, ReadTimeoutAvailableBytesAndBothWaysOfClosing)
 
 // A plugin that forks leaves a grandchild; it must end with the child that
 // started it, however that child ends.
-// At quit the children being waited for get a grace and no more; children
-// started afterwards are not concerned.
+// At quit the children being waited for get a grace and no more, and so do
+// those started while it lasts; after its end, children run as long as ever.
 TEST(Spawn, AnAbortEndsTheChildrenRunningThenAfterTheirGrace)
 {
     int status = 0;
@@ -412,7 +412,12 @@ TEST(Spawn, AnAbortEndsTheChildrenRunningThenAfterTheirGrace)
     EXPECT_EQ(status, BLCORE_SPAWN_SIGNALED(9));
     EXPECT_GE(took, std::chrono::milliseconds(450));
     EXPECT_LT(took, std::chrono::milliseconds(2000));
-    EXPECT_EQ(BLCORE_Spawn("/bin/sh -c \"sleep 0.5; exit 3\""), 3); // started after: runs to its end
+    EXPECT_EQ(BLCORE_LastSpawnAborted(), 0); // another thread's spawn
+    EXPECT_EQ(BLCORE_Spawn("/bin/sleep 30"), BLCORE_SPAWN_SIGNALED(9)); // started during the abort: no grace left
+    EXPECT_EQ(BLCORE_LastSpawnAborted(), 1);
+    BLCORE_AbortSpawns(-1);
+    EXPECT_EQ(BLCORE_Spawn("/bin/sh -c \"sleep 0.5; exit 3\""), 3); // after its end: runs to its end
+    EXPECT_EQ(BLCORE_LastSpawnAborted(), 0);
 }
 
 TEST(ChildProcessGroup, WhatAChildForksEndsWithIt)
