@@ -118,6 +118,17 @@ inline long pidFromFile(const std::string& path)
     return 0;
 }
 
+// Of the system's plugin files a test runs on, the first that is missing, or
+// empty when all are there: the test skips, naming it, rather than pass
+// without asserting anything.
+inline std::string missingFile(std::initializer_list<const char*> files)
+{
+    for (const char* f : files)
+        if (access(f, F_OK) != 0)
+            return f;
+    return std::string();
+}
+
 // The data folder of this test program: set before anything reads settings.
 inline const std::string& dataDir()
 {

@@ -150,7 +150,6 @@ TEST(Vst3HostProgram, ProbesAndVerifiesRealBundles)
     const QStringList bundles = QDir(zamBundleDir()).entryList({QStringLiteral("Zam*.vst3"), QStringLiteral("ZaM*.vst3")});
     if (bundles.isEmpty())
         GTEST_SKIP() << "no zam-plugins VST3 bundles installed";
-    EXPECT_EQ(bundles.size(), 17);
     for (const QString& name : bundles) {
         const QString bundle = zamBundleDir() + QLatin1Char('/') + name;
         Outcome probe = run(kHost, QVlorVst3::ProbeArguments(bundle));
