@@ -241,3 +241,40 @@ TEST_F(Filter, RealPluginsGiveBitIdenticalOutputInTheHostAndInProcess)
         EXPECT_EQ(std::memcmp(results[0].data(), results[1].data(), results[0].size() * sizeof(float)), 0) << file;
     }
 }
+
+// A shell's child is named by its hash alone, as the editor saves it: the
+// filter opens that child, not the shell and not another child; when the
+// file name says otherwise, the hash wins.
+TEST_F(Filter, AShellChildNamedByItsHashOpensThatChild)
+{
+    TempDir dir;
+    const std::string shell = dir.file("shell.so");
+    ASSERT_EQ(std::system(("cp '" VLOR_FIXTURE_VST_DIR "/vlor-fixture-shell.so' '" + shell + "'").c_str()), 0);
+    const int32_t mono = int32_t(('V' << 24) | ('s' << 16) | ('A' << 8) | '1');
+    const int32_t stereo = int32_t(('V' << 24) | ('s' << 16) | ('A' << 8) | '2');
+    std::string hash;
+    for (const int32_t id : {mono, stereo}) {
+        _VSTEFFECT* child = AUDIOVST_FindPluginEx(shell.c_str(), id, false);
+        ASSERT_NE(child, nullptr);
+        hash = AUDIOVST_GetHash(child);
+        AUDIOVST_DeletePlugin(child); // found again through its settings only
+    }
+    for (const std::string& config : {"vsteffect_hash=\"" + hash + "\"",
+                                      "vsteffect_hash=\"" + hash + "\"," + configFor(kStereo)}) {
+        AUDIO_Effect* fx = create(config);
+        ASSERT_NE(fx, nullptr) << config;
+        _VSTEFFECT* opened = AUDIOVST_FindPluginByHash(hash.c_str());
+        ASSERT_NE(opened, nullptr) << config;
+        EXPECT_EQ(AUDIOVST_GetUniqueID(opened), stereo) << config;
+        EXPECT_STREQ(AUDIOVST_GetFileName(opened), shell.c_str()) << config;
+        // The stereo child halves both channels.
+        std::vector<float> in = {0.4f, -0.8f}, out(2);
+        long inFrames = 1, outFrames = 1;
+        ASSERT_EQ(AUDIO_ProcessEffect(fx, in.data(), &inFrames, out.data(), &outFrames), 1);
+        ASSERT_EQ(outFrames, 1);
+        EXPECT_FLOAT_EQ(out[0], 0.2f) << config;
+        EXPECT_FLOAT_EQ(out[1], -0.4f) << config;
+        AUDIO_DestroyEffect(fx);
+        AUDIOVST_DeletePlugin(opened);
+    }
+}

@@ -161,6 +161,25 @@ TEST_F(Resolution, ACrashInTheCheckIsRememberedUntilTheFileChanges)
     EXPECT_EQ(starts("--check"), checks + 1);
 }
 
+// A known plugin whose file becomes one the check rejects (an instrument) is
+// unusable, not crashed, and both are recorded: the old description does not
+// make it usable again.
+TEST_F(Resolution, AKnownPluginTheCheckRejectsIsRecordedUnsupportedNotCrashed)
+{
+    const std::string file = plugin("vlor-fixture-stereo.so", "becomes-synth.so");
+    _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), 0, false);
+    ASSERT_NE(e, nullptr);
+    const int32_t id = e->pluginid;
+    copy(kFixtures + "/vlor-fault-synth.so", file);
+    EXPECT_EQ(AUDIOVST_FindPluginEx(file.c_str(), id, false), nullptr);
+    EXPECT_EQ(settingInt(file, id, "supported"), 0);
+    EXPECT_EQ(settingInt(file, id, "crashed"), 0);
+    const int status = AUDIOVST_GetPluginStatusEx(file.c_str(), id);
+    EXPECT_TRUE(status & AUDIOVST_STATUS_UNSUPPORTED) << status;
+    EXPECT_FALSE(status & AUDIOVST_STATUS_CRASHED) << status;
+    EXPECT_STREQ(AUDIOVST_GetLastFailure(), "not an effect this host can use (an instrument, or no audio in place)");
+}
+
 TEST_F(Resolution, AFirstCheckThatFailsLeavesNothingAndIsRunAgain)
 {
     struct Case {

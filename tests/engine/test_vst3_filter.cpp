@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
+#include <dlfcn.h>
 #include <string>
 #include <vector>
 
@@ -188,5 +189,28 @@ TEST_F(Vst3Filter, EveryZamBundleThroughTheFilterChangesTheSound)
         }
         EXPECT_GT(diff / double(in.size()), 0.005) << b;
         EXPECT_TRUE(std::isfinite(energy)) << b;
+    }
+}
+
+// The engine applies an effect offline; the mixer, which may reconfigure it,
+// in real time: the plugin is told which.
+TEST(Vst3FilterMode, OfflineUnlessReconfigureIsAllowed)
+{
+    QVlorAudioPlugins::Initialize();
+    const std::string bundle = VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3";
+    const std::string base = "vst3effect_uid=\"51000000000000000000000000000001\",vst3effect_path=\"" + bundle + "\"";
+    for (const auto& [extra, expected] : {std::pair<std::string, const char*>{"", "setupProcessing offline"},
+                                          {",allow_reconfigure=0", "setupProcessing offline"},
+                                          {",allow_reconfigure=1", "setupProcessing realtime"}}) {
+        AUDIO_Effect* fx = create(base + extra);
+        ASSERT_NE(fx, nullptr) << extra;
+        void* lib = dlopen((bundle + "/Contents/x86_64-linux/vlor-vst3-effects.so").c_str(), RTLD_NOW | RTLD_NOLOAD);
+        ASSERT_NE(lib, nullptr);
+        char calls[2048] = "";
+        reinterpret_cast<void (*)(char*, int)>(dlsym(lib, "vlorfx3_calls"))(calls, sizeof(calls));
+        reinterpret_cast<void (*)()>(dlsym(lib, "vlorfx3_reset"))();
+        dlclose(lib);
+        EXPECT_NE(std::string(calls).find(expected), std::string::npos) << extra << ": " << calls;
+        AUDIO_DestroyEffect(fx);
     }
 }

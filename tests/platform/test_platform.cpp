@@ -519,6 +519,32 @@ TEST(Paths, ComparePathIgnoresDotsAndRepeatedSlashes)
     EXPECT_STREQ(value, "");
 }
 
+// A value fits when it and its terminator do; a value that ends in a
+// backslash nobody escaped keeps it.
+TEST(StringHelpers, KeyValueStringsReportTruncationAtTheExactSize)
+{
+    struct Case {
+        const char* list;
+        const char* key;
+        int size;
+        int result;
+        const char* value;
+    };
+    const Case cases[] = {
+        {"name=\"abcd\"", "name", 5, 1, "abcd"},             // four characters and the terminator
+        {"name=\"abcde\"", "name", 5, 0, "abcd"},            // exactly as long as the buffer: cut
+        {"name=abcd,x=1", "name", 5, 1, "abcd"},
+        {"x=1,path=\"C:\\dir\\\"", "path", 64, 1, "C:\\dir\\"}, // the last backslash is not an escape
+        {"path=\"a\\\\b\"", "path", 64, 1, "a\\b"},
+        {"x=1", "missing", 8, 0, "dflt"},
+    };
+    for (const Case& c : cases) {
+        char buffer[64] = "";
+        EXPECT_EQ(BLSTRING_GetStringValueFromString(c.list, c.key, "dflt", buffer, c.size), c.result) << c.list;
+        EXPECT_STREQ(buffer, c.value) << c.list;
+    }
+}
+
 TEST(StringHelpers, Base64RoundTripsAndRefusesGarbage)
 {
     const unsigned char three[] = {0x01, 0xff, 0x80};

@@ -13,6 +13,9 @@
 #include <QFileInfo>
 #include <QFile>
 #include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMutex>
 #include <QSemaphore>
 #include <QThread>
@@ -41,6 +44,14 @@ struct Recorder {
         QMutexLocker l(&lock);
         events << e;
         threads << QThread::currentThread();
+    }
+    QStringList take()
+    {
+        QMutexLocker l(&lock);
+        QStringList out;
+        out.swap(events);
+        threads.clear();
+        return out;
     }
     int count(const QString& prefix)
     {
@@ -564,4 +575,65 @@ TEST_F(ManagerTest, CancelDropsTheChecksQueuedBeforeIt)
     EXPECT_TRUE(find(m, queued).isNew());
     EXPECT_FALSE(find(m, queued).verifying()); // its mark is taken back
     EXPECT_TRUE(find(m, later).isEnabled());
+}
+
+// A switched-off vendor blocks its plugins where it has several; its only
+// plugin in a folder is not blocked. And a scan's end says whether it found
+// a new plugin to add.
+TEST_F(ManagerTest, VendorsBlockWhereTheyHaveSeveralAndTheEndOfAScanTellsOfNewPlugins)
+{
+    const QString a = add(QStringLiteral("vlor-fault-chatty.so"), QStringLiteral("v1.so"));
+    const QString b = add(QStringLiteral("vlor-fault-resize.so"), QStringLiteral("v2.so"));
+    const QString only = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("only.so"));
+    Manager m;
+    Recorder r;
+    r.attach(m);
+    m.addPath(folder);
+    scan(m);
+    ASSERT_TRUE(find(m, a).isEnabled() && find(m, b).isEnabled() && find(m, only).isEnabled());
+    m.setVendorEnabled(folder, QStringLiteral("vlor \"faults\" & co"), false);
+    m.setVendorEnabled(folder, QStringLiteral("vlor test vendor"), false);
+    sync(m);
+
+    r.take();
+    m.enablePlugins({});
+    sync(m);
+    EXPECT_EQ(r.count(QStringLiteral("enabled ") + a), 0);
+    EXPECT_EQ(r.count(QStringLiteral("enabled ") + b), 0);
+    EXPECT_EQ(r.count(QStringLiteral("enabled ") + only), 1);
+
+    r.take();
+    m.updatePlugins(true, false); // nothing new
+    sync(m);
+    EXPECT_TRUE(r.events.contains(QStringLiteral("end 0"))) << r.events.join(QLatin1Char(',')).toStdString();
+    // A plugin new and enabled, as a catalog may hold it: the scan ends saying so.
+    const QString catalog = QString::fromStdString(dir.file("catalog.json"));
+    sync(m); // the save that the scan queued comes first
+    m.setChanged();
+    m.saveCatalog(catalog);
+    sync(m);
+    QString text = QString::fromStdString(readFile(catalog.toStdString()));
+    ASSERT_TRUE(text.contains(QStringLiteral("only.so"))) << text.toStdString();
+    QJsonObject root = QJsonDocument::fromJson(text.toUtf8()).object();
+    QJsonArray paths = root.value(QStringLiteral("paths")).toArray();
+    QJsonObject path = paths[0].toObject();
+    QJsonArray plugins = path.value(QStringLiteral("plugins")).toArray();
+    for (int i = 0; i < plugins.size(); ++i) {
+        QJsonObject p = plugins[i].toObject();
+        if (p.value(QStringLiteral("filename")).toString() == only) {
+            p.insert(QStringLiteral("is_new"), true);
+            plugins[i] = p;
+        }
+    }
+    path.insert(QStringLiteral("plugins"), plugins);
+    paths[0] = path;
+    root.insert(QStringLiteral("paths"), paths);
+    writeFile(catalog.toStdString(), QJsonDocument(root).toJson().toStdString());
+    Manager again;
+    Recorder r2;
+    r2.attach(again);
+    again.loadCatalog(catalog);
+    again.updatePlugins(false, false);
+    sync(again);
+    EXPECT_TRUE(r2.events.contains(QStringLiteral("end 1"))) << r2.events.join(QLatin1Char(',')).toStdString();
 }

@@ -44,6 +44,8 @@ TEST(PairMatcherKeys, FuidAndNormalisedNames)
     EXPECT_EQ(M::normalizeKey(QStringLiteral("  Big\t\tVerb  ")), QStringLiteral("big verb"));
     EXPECT_EQ(M::normalizeKey(QString::fromUtf8("Comp\u00a0\u2003X (x64)")), QStringLiteral("comp x (x64)"));
     EXPECT_EQ(M::normalizeKey(QStringLiteral("\n")), QString());
+    // A name as some plugins report it, with the line end of another system.
+    EXPECT_EQ(M::normalizeKey(QStringLiteral("Big Verb\r")), M::normalizeKey(QStringLiteral("Big Verb")));
 }
 
 TEST(PairMatcherTiers, CompatFourccAndHeuristic)

@@ -378,11 +378,16 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
         refreshed = true;
         e->force_recheck = 0;
     }
+    // A check that found the plugin unusable has the last word: the
+    // description still in the record is that of the file as it was.
+    const bool rejected = refresh && refreshedAs == 0 && !e->supported;
     if (!_CheckPlugin(e)) {
         _CheckPlugin(e);
         AUDIOVST_DeletePlugin(e);
         return nullptr;
     }
+    if (rejected)
+        e->supported = 0;
     _SaveToSettings(e);
     if (refreshed && !e->crashed && e->supported)
         writeDescriptor(e);
