@@ -272,3 +272,54 @@ TEST_F(Apply, AStartAfterACrashNamesThePluginOnce)
     ASSERT_EQ(run("list"), 0) << err();
     EXPECT_EQ(err().find("Last run crashed"), std::string::npos) << err();
 }
+
+// Real plugins in folders and files named with what XML and command lines
+// must escape: both formats scan, list as enabled, pair, and apply.
+TEST_F(Apply, NamesThatMustBeEscapedScanListAndApplyInBothFormats)
+{
+    if (!BLIO_Exists("/usr/lib/vst/ZamDelay-vst.so") || !BLIO_Exists("/usr/lib/vst/ZamComp-vst.so") ||
+        !BLIO_Exists("/usr/lib/vst3/ZamDelay.vst3"))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    const std::string folder2 = dir.file("vst2") + "/Drums & Bass";
+    const std::string folder3 = dir.file("vst3") + "/Drums & Bass";
+    const std::string delay2 = folder2 + "/Zam <Delay> \"q\" Caf\xC3\xA9.so";
+    const std::string comp2 = folder2 + "/Comp & co \xC3\xBCn\xC3\xAF.so";
+    const std::string name3 = "Zam <Delay> & \"q\" Caf\xC3\xA9";
+    const std::string delay3 = folder3 + "/" + name3 + ".vst3";
+    ASSERT_EQ(std::system(("mkdir -p '" + folder2 + "' '" + folder3 + "' '" + dir.file("data") + "' && cp /usr/lib/vst/ZamDelay-vst.so '" +
+                           delay2 + "' && cp /usr/lib/vst/ZamComp-vst.so '" + comp2 + "' && cp -r /usr/lib/vst3/ZamDelay.vst3 '" +
+                           delay3 + "' && mv '" + delay3 + "/Contents/x86_64-linux/ZamDelay.so' '" + delay3 +
+                           "/Contents/x86_64-linux/" + name3 + ".so'")
+                              .c_str()),
+              0);
+    // Only the roots of this test: the system's own copies would be the same classes.
+    writeFile(dir.file("data") + "/settings.conf",
+              "vloraudio.plugins.vst3_disabled_paths=[\"/usr/lib/vst3\",\"/usr/local/lib/vst3\",\"" + dir.path() +
+                  "/.vst3\"]\n");
+    const std::string home = getenv("HOME") ? getenv("HOME") : "";
+    setenv("HOME", dir.path().c_str(), 1);
+    const int scanned = run("scan --vst2-path '" + dir.file("vst2") + "' --vst3-path '" + dir.file("vst3") + "'");
+    ASSERT_EQ(scanned, 0) << err();
+    ASSERT_EQ(run("list --json"), 0) << err();
+    const QJsonObject root = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(dir.file("stdout")))).object();
+    QStringList enabled2;
+    for (const QJsonValue& path : root.value("vst2").toObject().value("paths").toArray())
+        for (const QJsonValue& p : path.toObject().value("plugins").toArray())
+            if (p.toObject().value("enabled").toBool() && !p.toObject().value("failed").toBool())
+                enabled2 << p.toObject().value("filename").toString();
+    EXPECT_TRUE(enabled2.contains(QString::fromStdString(delay2))) << enabled2.join(',').toStdString();
+    EXPECT_TRUE(enabled2.contains(QString::fromStdString(comp2))) << enabled2.join(',').toStdString();
+    QStringList enabled3;
+    for (const QJsonValue& b : root.value("vst3").toObject().value("bundles").toArray())
+        for (const QJsonValue& c : b.toObject().value("classes").toArray())
+            if (c.toObject().value("state").toString() == "enabled")
+                enabled3 << b.toObject().value("path").toString();
+    EXPECT_EQ(enabled3, QStringList{QString::fromStdString(delay3)});
+    EXPECT_EQ(root.value("pairs").toObject().value("pairs").toArray().size(), 1); // the two ZamDelay
+
+    for (const std::string& how : {"--vst2 '" + delay2 + "'", "--vst3 '" + delay3 + "'"}) {
+        ASSERT_EQ(run("apply " + how + " '" + dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"), 0) << how << err();
+        EXPECT_EQ(read("out.wav").size(), input.size()) << how;
+    }
+    setenv("HOME", home.c_str(), 1);
+}
