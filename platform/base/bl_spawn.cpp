@@ -140,8 +140,10 @@ extern "C" void BLCORE_AbortSpawns(int graceMs)
         g_abortActive.store(false);
         return;
     }
-    const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs);
-    g_abortDeadline.store(end.time_since_epoch().count());
+    // A second abort while one runs never gives more time.
+    const int64_t end = (std::chrono::steady_clock::now() + std::chrono::milliseconds(graceMs)).time_since_epoch().count();
+    if (!g_abortActive.load() || end < g_abortDeadline.load())
+        g_abortDeadline.store(end);
     g_abortActive.store(true);
 }
 

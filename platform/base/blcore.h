@@ -22,8 +22,8 @@ int BLCORE_SetSpawnTimeout(int milliseconds);
  * timeout; 1 or 0. */
 int BLCORE_LastSpawnTimedOut(void);
 /* The application quits: from now on every child waited for by BLCORE_Spawn
- * is killed if it runs past graceMs from now, until BLCORE_AbortSpawns(-1)
- * ends this. */
+ * is killed if it runs past graceMs from now (or from an earlier call whose
+ * grace ends sooner), until BLCORE_AbortSpawns(-1) ends this. */
 void BLCORE_AbortSpawns(int graceMs);
 /* Whether the last BLCORE_Spawn of the calling thread was killed by
  * BLCORE_AbortSpawns; 1 or 0. */

@@ -7,6 +7,7 @@
 
 #include "audiofx.h"
 #include "audiovst.h"
+#include "blcore.h"
 #include "vst3filter.h"
 #include "vstfilter.h"
 
@@ -21,6 +22,9 @@ const char* const K_SETTING_SUPPORT_VST_PLUGINS = "vloraudio.support_vst_plugins
 const char* const K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS = "vloraudio.support_audio_unit_plugins";
 
 namespace {
+
+// How long a child under way at quit may still take before it is killed.
+constexpr int kQuitGraceMs = 2000;
 
 Host* s_host = nullptr;
 QObject* s_wiring = nullptr; // the context of every connection made here; set means installed
@@ -92,12 +96,17 @@ Host* host() { return s_host; }
 
 void AboutToQuit()
 {
+    // Both managers' children get their grace from now, not one after the other.
+    BLCORE_AbortSpawns(kQuitGraceMs);
+    if (s_vstManager)
+        s_vstManager->cancel();
     if (s_vst3Manager)
         s_vst3Manager->aboutToQuit();
     if (s_vstManager) {
         s_vstManager->aboutToQuit();
         s_vstManager->saveCatalog(QString());
     }
+    BLCORE_AbortSpawns(-1);
 }
 
 namespace UI {

@@ -317,7 +317,8 @@ TEST_F(Apply, NamesThatMustBeEscapedScanListAndApplyInBothFormats)
     EXPECT_EQ(enabled3, QStringList{QString::fromStdString(delay3)});
     EXPECT_EQ(root.value("pairs").toObject().value("pairs").toArray().size(), 1); // the two ZamDelay
 
-    for (const std::string& how : {"--vst2 '" + delay2 + "'", "--vst3 '" + delay3 + "'"}) {
+    for (const std::string& how :
+         {"--vst2 '" + delay2 + "'", "--vst2 '" + comp2 + "' --in-process", "--vst3 '" + delay3 + "'"}) {
         ASSERT_EQ(run("apply " + how + " '" + dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"), 0) << how << err();
         EXPECT_EQ(read("out.wav").size(), input.size()) << how;
     }

@@ -11,6 +11,8 @@
 #include "testsupport.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QSemaphore>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -298,4 +300,39 @@ TEST_F(Wiring, BrokenFilesAreToleratedAndTheNextSaveReplacesThemWhole)
     QVlorAudioPlugins::UI::uninstall(&host);
     EXPECT_TRUE(QFileInfo(dataFile("catalog_vst3.json")).isFile());
     EXPECT_TRUE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("someone")));
+}
+
+// The editor quits while each manager waits on a plugin that hangs: both
+// children get the same two seconds, so the quit takes that long, not twice.
+TEST_F(Wiring, AQuitWithBothFormatsHangingTakesOneGrace)
+{
+    TempDir plugins;
+    const QString vst2Folder = QString::fromStdString(plugins.file("vst2"));
+    QDir().mkpath(vst2Folder);
+    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-hang-open.so"), vst2Folder + QStringLiteral("/hang.so"));
+    const QString bundle = QString::fromStdString(plugins.file("vst3/Hang.vst3"));
+    QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
+    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-hang-entry.vst3/Contents/x86_64-linux/vlor-vst3-hang-entry.so"),
+                bundle + QStringLiteral("/Contents/x86_64-linux/Hang.so"));
+    QVlorAudioPlugins::UI::install(&host);
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    ASSERT_TRUE(vst2 && vst3);
+    QSemaphore hanging;
+    QObject::connect(vst2, &QVlorVst::Manager::progressPlugin, vst2, [&hanging](const QString&) { hanging.release(); },
+                     Qt::DirectConnection);
+    QObject::connect(vst3, &QVlorVst3::Manager::progressPlugin, vst3, [&hanging](const QString&) { hanging.release(); },
+                     Qt::DirectConnection);
+    vst2->addPath(vst2Folder);
+    vst2->updatePlugins(true, false);
+    vst2->enableNewPlugins();
+    vst3->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
+    vst3->searchPlugins(true);
+    vst3->enableNewPlugins();
+    ASSERT_TRUE(hanging.tryAcquire(2, 20000));
+    QElapsedTimer timer;
+    timer.start();
+    QVlorAudioPlugins::AboutToQuit();
+    EXPECT_LT(timer.elapsed(), 2000 + 1500);
+    QVlorAudioPlugins::UI::uninstall(&host);
 }
