@@ -34,4 +34,41 @@ inline int Utf8SequenceLength(const unsigned char* p)
 // The replacement character, for a byte that starts no sequence.
 #define UTF8_REPLACEMENT "\xEF\xBF\xBD"
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// UTF-16 as plugins give it, up to max units or a NUL, as UTF-8; a surrogate
+// without its pair becomes U+FFFD.
+inline std::string Utf16ToUtf8(const char16_t* text, size_t max = size_t(-1))
+{
+    std::string out;
+    for (size_t i = 0; text && i < max && text[i]; ++i) {
+        uint32_t c = uint16_t(text[i]);
+        const uint32_t next = i + 1 < max ? uint16_t(text[i + 1]) : 0;
+        if (c >= 0xD800 && c < 0xDC00 && next >= 0xDC00 && next < 0xE000) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (next - 0xDC00);
+            ++i;
+        } else if (c >= 0xD800 && c < 0xE000) {
+            c = 0xFFFD;
+        }
+        if (c < 0x80) {
+            out += char(c);
+        } else if (c < 0x800) {
+            out += char(0xC0 | (c >> 6));
+            out += char(0x80 | (c & 0x3F));
+        } else if (c < 0x10000) {
+            out += char(0xE0 | (c >> 12));
+            out += char(0x80 | ((c >> 6) & 0x3F));
+            out += char(0x80 | (c & 0x3F));
+        } else {
+            out += char(0xF0 | (c >> 18));
+            out += char(0x80 | ((c >> 12) & 0x3F));
+            out += char(0x80 | ((c >> 6) & 0x3F));
+            out += char(0x80 | (c & 0x3F));
+        }
+    }
+    return out;
+}
+
 #endif

@@ -2,6 +2,7 @@
 #define QVLORMANAGERTHREAD_P_H
 // The life of a catalog manager's own thread, the same for both formats.
 
+#include <QAtomicInt>
 #include <QMetaObject>
 #include <QObject>
 #include <QPointer>
@@ -36,6 +37,24 @@ template <typename Manager> bool EndManagerThread(Manager* manager, QPointer<QTh
         t->wait();
     thread->clear();
     return true;
+}
+
+// Posts work to the manager's thread unless a cancel, which starts a new
+// generation, comes before its turn: then drop runs instead, at once. So a
+// cancel or a quit never waits behind a queue of children.
+template <typename F, typename Drop>
+void PostUnlessCancelled(QObject* manager, const QAtomicInt& generation, F&& call, Drop&& drop)
+{
+    const int at = generation.loadAcquire();
+    QMetaObject::invokeMethod(
+        manager,
+        [&generation, at, call = std::forward<F>(call), drop = std::forward<Drop>(drop)]() mutable {
+            if (at != generation.loadAcquire())
+                drop();
+            else
+                call();
+        },
+        Qt::QueuedConnection);
 }
 
 #endif

@@ -2,6 +2,7 @@
 #define QVLORVST_MANAGER_P_H
 
 #include "QVlorVst_Manager.h"
+#include "QVlorManagerThread_p.h"
 
 #include <QAtomicInt>
 #include <QHash>
@@ -51,16 +52,7 @@ public:
     {
         if (!mustHop())
             return false;
-        const int generation = cancelGeneration.loadAcquire();
-        QMetaObject::invokeMethod(
-            manager,
-            [this, manager, generation, call = std::forward<F>(call)]() mutable {
-                if (generation != cancelGeneration.loadAcquire())
-                    dropCancelledWork(manager);
-                else
-                    call();
-            },
-            Qt::QueuedConnection);
+        PostUnlessCancelled(manager, cancelGeneration, std::forward<F>(call), [this, manager] { dropCancelledWork(manager); });
         return true;
     }
     // A dropped check takes back the marks of the rows it would have settled.

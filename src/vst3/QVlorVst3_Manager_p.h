@@ -2,6 +2,7 @@
 #define QVLORVST3_MANAGER_P_H
 
 #include "QVlorVst3_Manager.h"
+#include "QVlorManagerThread_p.h"
 
 #include <QAtomicInt>
 #include <QJsonObject>
@@ -66,16 +67,7 @@ public:
     {
         if (!awayFromThread())
             return false;
-        const int generation = cancelGeneration.loadAcquire();
-        QMetaObject::invokeMethod(
-            manager,
-            [this, manager, generation, call = std::forward<F>(call)]() mutable {
-                if (generation != cancelGeneration.loadAcquire())
-                    dropCancelledWork(manager);
-                else
-                    call();
-            },
-            Qt::QueuedConnection);
+        PostUnlessCancelled(manager, cancelGeneration, std::forward<F>(call), [this, manager] { dropCancelledWork(manager); });
         return true;
     }
     // What a dropped piece of work leaves: the marks of the rows it would

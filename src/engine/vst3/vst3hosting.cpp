@@ -1,4 +1,5 @@
 #include "vst3hosting_p.h"
+#include "../utf8_p.h"
 
 #include <pluginterfaces/vst/ivstmessage.h>
 #include <public.sdk/source/common/memorystream.h>
@@ -281,33 +282,7 @@ void PlugProvider::terminate()
     m_component = nullptr;
 }
 
-std::string toUtf8(const char16* text)
-{
-    std::string out;
-    for (const char16* p = text; p && *p; ++p) {
-        uint32_t c = uint16_t(*p);
-        if (c >= 0xD800 && c < 0xDC00 && p[1] >= 0xDC00 && p[1] < 0xE000) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (uint32_t(uint16_t(p[1])) - 0xDC00);
-            ++p;
-        }
-        if (c < 0x80) {
-            out += char(c);
-        } else if (c < 0x800) {
-            out += char(0xC0 | (c >> 6));
-            out += char(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += char(0xE0 | (c >> 12));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        } else {
-            out += char(0xF0 | (c >> 18));
-            out += char(0x80 | ((c >> 12) & 0x3F));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        }
-    }
-    return out;
-}
+std::string toUtf8(const char16* text) { return Utf16ToUtf8(text); }
 
 } // namespace Vst
 } // namespace Steinberg

@@ -1,5 +1,7 @@
 #include "vst3module_p.h"
 
+#include "../utf8_p.h"
+
 #include <dlfcn.h>
 #include <sys/stat.h>
 
@@ -16,42 +18,6 @@ std::string text(const char* s, size_t max)
     while (n < max && s[n])
         ++n;
     return std::string(s, n);
-}
-
-// UTF-16 as a factory gives it, up to max units, into UTF-8; a lone
-// surrogate becomes U+FFFD.
-std::string text16(const char16* s, size_t max)
-{
-    std::string out;
-    auto put = [&out](uint32_t c) {
-        if (c < 0x80) {
-            out += char(c);
-        } else if (c < 0x800) {
-            out += char(0xC0 | (c >> 6));
-            out += char(0x80 | (c & 0x3F));
-        } else if (c < 0x10000) {
-            out += char(0xE0 | (c >> 12));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        } else {
-            out += char(0xF0 | (c >> 18));
-            out += char(0x80 | ((c >> 12) & 0x3F));
-            out += char(0x80 | ((c >> 6) & 0x3F));
-            out += char(0x80 | (c & 0x3F));
-        }
-    };
-    for (size_t i = 0; i < max && s[i]; ++i) {
-        const uint32_t c = uint16_t(s[i]);
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < max && uint16_t(s[i + 1]) >= 0xDC00 && uint16_t(s[i + 1]) <= 0xDFFF) {
-            put(0x10000 + ((c - 0xD800) << 10) + (uint16_t(s[i + 1]) - 0xDC00));
-            ++i;
-        } else if (c >= 0xD800 && c <= 0xDFFF) {
-            put(0xFFFD);
-        } else {
-            put(c);
-        }
-    }
-    return out;
 }
 
 bool isDirectory(const std::string& p)
@@ -121,6 +87,15 @@ std::vector<ClassInfo> PluginFactory::classInfos() const
     const std::string factoryVendor = text(factoryInfo.vendor, PFactoryInfo::kNameSize);
     FUnknownPtr<IPluginFactory2> f2(m_factory);
     FUnknownPtr<IPluginFactory3> f3(m_factory);
+    // The two richer forms of class information differ only in how their texts are encoded.
+    auto fill = [](ClassInfo& c, const auto& info, auto toText) {
+        std::copy(info.cid, info.cid + 16, c.m_id.begin());
+        c.m_name = toText(info.name, PClassInfo::kNameSize);
+        c.m_category = text(info.category, PClassInfo::kCategorySize);
+        c.m_vendor = toText(info.vendor, PClassInfo2::kVendorSize);
+        c.m_version = toText(info.version, PClassInfo2::kVersionSize);
+        c.m_subCategories = splitSubCategories(text(info.subCategories, PClassInfo2::kSubCategoriesSize));
+    };
     const int32 count = m_factory->countClasses();
     for (int32 i = 0; i < count; ++i) {
         ClassInfo c;
@@ -130,19 +105,9 @@ std::vector<ClassInfo> PluginFactory::classInfos() const
         // The Unicode names come first where the factory has them: the 8-bit
         // ones are often in the code page of the machine that built the plugin.
         if (f3 && f3->getClassInfoUnicode(i, &infoW) == kResultOk) {
-            std::copy(infoW.cid, infoW.cid + 16, c.m_id.begin());
-            c.m_name = text16(infoW.name, PClassInfo::kNameSize);
-            c.m_category = text(infoW.category, PClassInfo::kCategorySize);
-            c.m_vendor = text16(infoW.vendor, PClassInfo2::kVendorSize);
-            c.m_version = text16(infoW.version, PClassInfo2::kVersionSize);
-            c.m_subCategories = splitSubCategories(text(infoW.subCategories, PClassInfo2::kSubCategoriesSize));
+            fill(c, infoW, [](const char16* t, size_t n) { return Utf16ToUtf8(t, n); });
         } else if (f2 && f2->getClassInfo2(i, &info2) == kResultOk) {
-            std::copy(info2.cid, info2.cid + 16, c.m_id.begin());
-            c.m_name = text(info2.name, PClassInfo::kNameSize);
-            c.m_category = text(info2.category, PClassInfo::kCategorySize);
-            c.m_vendor = text(info2.vendor, PClassInfo2::kVendorSize);
-            c.m_version = text(info2.version, PClassInfo2::kVersionSize);
-            c.m_subCategories = splitSubCategories(text(info2.subCategories, PClassInfo2::kSubCategoriesSize));
+            fill(c, info2, text);
         } else if (m_factory->getClassInfo(i, &info) == kResultOk) {
             std::copy(info.cid, info.cid + 16, c.m_id.begin());
             c.m_name = text(info.name, PClassInfo::kNameSize);
