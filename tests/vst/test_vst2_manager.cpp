@@ -637,3 +637,36 @@ TEST_F(ManagerTest, VendorsBlockWhereTheyHaveSeveralAndTheEndOfAScanTellsOfNewPl
     sync(again);
     EXPECT_TRUE(r2.events.contains(QStringLiteral("end 1"))) << r2.events.join(QLatin1Char(',')).toStdString();
 }
+
+// Every child of a shell enabled in one session keeps its own id, name and
+// hash in the catalog, and the engine keeps each one's own descriptor.
+TEST_F(ManagerTest, EveryChildOfAShellEnabledInOneSessionKeepsItsOwnIdentity)
+{
+    const QString file = add(QStringLiteral("vlor-fixture-shell.so"), QStringLiteral("children.so"));
+    Manager m;
+    m.addPath(folder);
+    scan(m);
+    const Plugin shell = find(m, file);
+    ASSERT_EQ(shell.plugins().size(), 4);
+    // Marked crashed first, so that enabling each one checks it in the engine.
+    for (const Plugin& child : shell.plugins())
+        m.markPluginCrashed(child.pluginId());
+    sync(m);
+    for (Plugin child : find(m, file).plugins())
+        if (!child.name().contains(QStringLiteral("Synth")))
+            m.enablePlugin(child, pathOf(m));
+    sync(m);
+    int enabled = 0;
+    for (const Plugin& child : find(m, file).plugins()) {
+        if (child.name().contains(QStringLiteral("Synth")))
+            continue;
+        ++enabled;
+        EXPECT_TRUE(child.isEnabled()) << child.name().toStdString();
+        EXPECT_EQ(child.uniqueId(), child.pluginId()) << child.name().toStdString();
+        _VSTEFFECT* e = AUDIOVST_FindPluginByHash(QVlorVst::PluginSettingsHash(file, child.pluginId()).toUtf8().constData());
+        ASSERT_NE(e, nullptr) << child.name().toStdString();
+        EXPECT_EQ(AUDIOVST_GetUniqueID(e), child.pluginId());
+        EXPECT_EQ(QString::fromUtf8(AUDIOVST_GetEffectName(e)), child.name());
+    }
+    EXPECT_EQ(enabled, 3);
+}

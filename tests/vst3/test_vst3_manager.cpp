@@ -755,3 +755,20 @@ TEST_F(Vst3ManagerTest, CancelDropsTheWorkQueuedBeforeIt)
     EXPECT_FALSE(bundle(queued).verifying()); // its mark is taken back
     EXPECT_TRUE(bundle(later).probed());
 }
+
+// A bundle whose factory names its classes in Latin-1 probes and verifies
+// through the manager, and its classes list with readable names.
+TEST_F(Vst3ManagerTest, ClassesNamedInAnotherCodePageListReadably)
+{
+    const QString path = copyBundle(QStringLiteral("vlor-vst3-latin1"), QStringLiteral("Latin.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&path](Manager& m) { m.enableBundle(path); });
+    const QString cafe = cidOf(QStringLiteral("Fixture Caf\u00E9 Gain"));
+    ASSERT_FALSE(cafe.isEmpty());
+    EXPECT_FALSE(cidOf(QStringLiteral("Fixture Endless \uFFFDt\uFFFD")).isEmpty());
+    run([&cafe](Manager& m) { m.enablePlugin(cafe); });
+    EXPECT_EQ(cls(cafe).state(), CatalogClass::Enabled) << cls(cafe).lastError().toStdString();
+    EXPECT_TRUE(savedCatalog().value(QStringLiteral("bundles")).toArray().first().toObject().value(QStringLiteral("classes"))
+                    .toArray().first().toObject().value(QStringLiteral("name")).toString() == QStringLiteral("Fixture Caf\u00E9 Gain"));
+}
