@@ -3,6 +3,7 @@
 #include "QVlorAudioPlugins.h"
 #include "QVlorSetting.h"
 
+#include <QSet>
 #include <QDir>
 #include <QElapsedTimer>
 
@@ -184,6 +185,26 @@ ScanSummary summarize()
                 ++s.pairsByOrigin[e.origin];
     }
     return s;
+}
+
+bool reportSaveErrors(const char* who)
+{
+    static QSet<QString> told;
+    QStringList errors;
+    if (QVlorVst::Manager* m = QVlorAudioPlugins::vstManager())
+        errors << m->saveError();
+    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager())
+        errors << m->saveError();
+    bool failed = false;
+    for (const QString& e : errors) {
+        if (e.isEmpty())
+            continue;
+        failed = true;
+        if (!told.contains(e))
+            std::fprintf(stderr, "%s: could not save %s\n", who, qPrintable(e));
+        told.insert(e);
+    }
+    return failed;
 }
 
 } // namespace vlorfx

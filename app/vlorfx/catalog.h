@@ -49,5 +49,8 @@ QStringList standardFolders();
 QList<QVlorVst::Path> vst2Paths();
 // The folders of the VST2 catalog as its manager's thread sees them now.
 QStringList catalogFolders();
+// Tells, once each, which file of the catalogs and the pairs could not be
+// saved and why; true when one could not.
+bool reportSaveErrors(const char* who);
 
 } // namespace vlorfx

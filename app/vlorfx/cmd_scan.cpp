@@ -109,17 +109,8 @@ int cmdScan(int argc, char** argv)
     for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it)
         std::printf("  %s: %d\n", qPrintable(it.key()), it.value());
     std::printf("time: %.1f ms\n", s.milliseconds);
-    const QString vst2Catalog = dataFile(QStringLiteral("vstxml/catalog_v2.json"));
-    if (options.vst2 && s.folders > 0 && !QFile::exists(vst2Catalog)) {
-        std::fprintf(stderr, "vlorfx scan: the catalog could not be saved in %s\n", qPrintable(vst2Catalog));
-        return 1;
-    }
-    if (options.vst3 && s.bundles > 0 && !QFile::exists(dataFile(QStringLiteral("catalog_vst3.json")))) {
-        std::fprintf(stderr, "vlorfx scan: the VST3 catalog could not be saved in %s\n",
-                     qPrintable(QVlorApplication::applicationDataLocation()));
-        return 1;
-    }
-    return 0;
+    // What was found is only kept if it was saved: the next scan would redo it all.
+    return vlorfx::reportSaveErrors("vlorfx scan") ? 1 : 0;
 }
 
 int cmdList(int argc, char** argv)

@@ -1,6 +1,7 @@
 // vlorfx: the reference editor on the command line. It starts the library the
 // way the editor does and offers the library's work as commands.
 #include "commands.h"
+#include "catalog.h"
 
 #include "QVlorApplication.h"
 #include "QVlorAudio.h"
@@ -10,6 +11,7 @@
 
 #include "bldebug.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -88,8 +90,10 @@ int runWithLibrary(const Command& c, int argc, char** argv)
         std::fprintf(stderr, "Last run crashed while opening %s\n", qPrintable(crashed));
     if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
         vst2->loadCatalog();
-    const int status = c.run(argc - 2, argv + 2);
+    int status = c.run(argc - 2, argv + 2);
     QVlorAudioPlugins::AboutToQuit();
+    if (vlorfx::reportSaveErrors("vlorfx") && status == 0)
+        status = 1;
     QVlorAudioPlugins::UI::uninstall(&host);
     QVlorAudioPlugins::Finalize();
     return status;
@@ -101,6 +105,8 @@ extern "C" int VLORVST3_HostMain(int argc, char** argv);
 
 int main(int argc, char** argv)
 {
+    // A file size limit makes a write fail, which is reported, rather than end the program.
+    std::signal(SIGXFSZ, SIG_IGN);
     // The data folder is settled before the library reads anything from it.
     if (argc > 2 && !std::strcmp(argv[1], "--data")) {
         setenv("VLOR_DATA_PATH", argv[2], 1);

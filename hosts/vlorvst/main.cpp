@@ -8,6 +8,7 @@
 // before the plugin is loaded.
 #include "aeffect_p.h"
 #include "hostchild_p.h"
+#include "savetarget_p.h"
 #include "vlorvst_protocol.h"
 #include "vsteffect_p.h"
 
@@ -204,12 +205,14 @@ int describe(const char* file, int32_t id, bool checkOnly)
     if (checkOnly) {
         if (!usableEffect(p.record))
             return VLORVST_CHECK_UNSUPPORTED;
-        if (!cache.empty()) {
-            const std::string tmp = cache + ".tmp" + std::to_string(getpid());
+        std::string target;
+        std::string why;
+        if (!cache.empty() && SaveTarget(cache, &target, &why)) {
+            const std::string tmp = target + ".tmp" + std::to_string(getpid());
             if (FILE* f = std::fopen(tmp.c_str(), "w")) {
                 const bool ok = writeDescriptor(p.record, f);
                 std::fclose(f);
-                if (!ok || std::rename(tmp.c_str(), cache.c_str()) != 0)
+                if (!ok || std::rename(tmp.c_str(), target.c_str()) != 0)
                     std::remove(tmp.c_str());
             }
         }

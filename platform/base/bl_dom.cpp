@@ -4,6 +4,8 @@
 #include "bldebug.h"
 #include "blpopenio.h"
 
+#include <sys/stat.h>
+
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
@@ -190,6 +192,10 @@ extern "C" BLDOM BLDOM_CreateFromXMLFile(const char* source)
         if (!readCommand(source + 8, &text))
             return nullptr;
     } else {
+        // A pipe or a device in the file's place would block or never end.
+        struct stat st;
+        if (stat(source, &st) != 0 || !S_ISREG(st.st_mode))
+            return nullptr;
         FILE* f = std::fopen(source, "rb");
         if (!f)
             return nullptr;

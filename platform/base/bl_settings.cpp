@@ -1,5 +1,11 @@
 #include "blsettings.h"
 
+#include <climits>
+
+#include <cerrno>
+
+#include <sys/stat.h>
+
 #include "bldebug.h"
 #include "blio.h"
 #include "blutils.h"
@@ -15,6 +21,31 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+
+namespace {
+
+// The store is replaced by renaming a new file over it: only a regular file
+// is ever replaced, or the regular file a link leads to (the link stays).
+// Empty for a folder, a device, a pipe or a socket in its place.
+std::string writableTarget(const std::string& path)
+{
+    struct stat st;
+    if (lstat(path.c_str(), &st) != 0)
+        return errno == ENOENT ? path : std::string();
+    if (S_ISREG(st.st_mode))
+        return path;
+    if (!S_ISLNK(st.st_mode))
+        return std::string();
+    char* real = realpath(path.c_str(), nullptr);
+    if (!real)
+        return std::string();
+    const std::string target = real;
+    std::free(real);
+    struct stat t;
+    return stat(target.c_str(), &t) == 0 && S_ISREG(t.st_mode) ? target : std::string();
+}
+
+} // namespace
 
 namespace {
 
@@ -154,6 +185,10 @@ private:
         char dir[4096];
         m_dir = BLUTILS_GetDataDir(dir, sizeof(dir)) ? dir : ".";
         m_path = m_dir + "/settings.conf";
+        // A pipe or a device in the file's place would block or never end.
+        struct stat st;
+        if (stat(m_path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
+            return;
         FILE* f = std::fopen(m_path.c_str(), "r");
         if (!f)
             return;
@@ -202,7 +237,12 @@ private:
         if (!m_dirty)
             return true;
         BLIO_MakeDirs(m_dir.c_str());
-        const std::string tmp = m_path + ".tmp." + std::to_string(getpid());
+        const std::string target = writableTarget(m_path);
+        if (target.empty()) {
+            BLDEBUG_Error(-1, "BLSETTINGS_Flush: %s is not a file; the settings are not saved", m_path.c_str());
+            return false;
+        }
+        const std::string tmp = target + ".tmp." + std::to_string(getpid());
         FILE* f = std::fopen(tmp.c_str(), "w");
         if (!f) {
             BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot write %s", tmp.c_str());
@@ -216,7 +256,7 @@ private:
         ok = std::fflush(f) == 0 && ok;
         ok = fsync(fileno(f)) == 0 && ok;
         ok = std::fclose(f) == 0 && ok;
-        if (!ok || std::rename(tmp.c_str(), m_path.c_str()) != 0) {
+        if (!ok || std::rename(tmp.c_str(), target.c_str()) != 0) {
             std::remove(tmp.c_str());
             BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot replace %s", m_path.c_str());
             return false;

@@ -78,7 +78,7 @@ bool QVlorPluginPairs::load(const QString& filename)
     return true;
 }
 
-bool QVlorPluginPairs::save(const QString& filename) const
+bool QVlorPluginPairs::save(const QString& filename, QString* error) const
 {
     QJsonArray pairs;
     for (const Entry& e : d->entries) {
@@ -103,7 +103,7 @@ bool QVlorPluginPairs::save(const QString& filename) const
     root.insert(QStringLiteral("version"), 1);
     root.insert(QStringLiteral("pairs"), pairs);
     root.insert(QStringLiteral("splits"), splits);
-    return WriteJsonFileAtomically(filename, root);
+    return WriteJsonFileAtomically(filename, root, error);
 }
 
 QVlorPluginPairs::Entry* QVlorPluginPairs::findByPairId(const QString& pairId)

@@ -35,7 +35,8 @@ public:
 
     // A missing file is an empty store; a broken one leaves the store as it was.
     bool load(const QString& filename);
-    bool save(const QString& filename) const;
+    // False, with the file and the reason in *error, when nothing was kept.
+    bool save(const QString& filename, QString* error = nullptr) const;
 
     Entry* findByPairId(const QString& pairId);
     Entry* findByVst2(qint64 id);

@@ -155,10 +155,12 @@ bool Manager::Data::readJsonObject(const QString& filename, QJsonObject* object)
     const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
     if (error.error != QJsonParseError::NoError) {
         qWarning() << "Failed to parser vst plugin catalog" << filename << "with error" << error.errorString();
+        MarkJsonFileUnreadable(filename);
         return false;
     }
     if (!doc.isObject()) {
         qWarning() << "Unexpected data in plugin catalog" << filename;
+        MarkJsonFileUnreadable(filename);
         return false;
     }
     *object = doc.object();
@@ -380,24 +382,37 @@ void Manager::loadCatalog_v1(const QString& filename)
     }
 }
 
-void Manager::saveCatalog(const QString& filename)
+bool Manager::saveCatalog(const QString& filename)
 {
     const QString name = Data::catalogFile(filename, K_VST_CATALOG_V2_NAME);
     // Tested first, so that an unchanged catalog is never written, also at exit.
     if (!hasChanges())
-        return;
+        return true;
     if (d->mustHop()) {
         QMetaObject::invokeMethod(this, [this, name] { saveCatalog(name); }, Qt::QueuedConnection);
-        return;
+        return true;
     }
     QJsonArray array;
     for (const Path& p : d->paths)
         array.append(p.toJsonObject());
     QJsonObject root;
     root.insert(QLatin1String(K_VST_PATHS), array);
-    if (!WriteJsonFileAtomically(name, root))
-        return; // the flag stays set: a later save tries again
+    QString error;
+    const bool ok = WriteJsonFileAtomically(name, root, &error);
+    {
+        QMutexLocker l(&d->mutex);
+        d->saveError = error;
+    }
+    if (!ok)
+        return false; // the flag stays set: a later save tries again
     d->changed.storeRelease(0);
+    return true;
+}
+
+QString Manager::saveError() const
+{
+    QMutexLocker l(&d->mutex);
+    return d->saveError;
 }
 
 /* ---- scanning ------------------------------------------------------------ */

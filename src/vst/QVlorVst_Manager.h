@@ -22,6 +22,8 @@ public:
 
     bool hasNewPlugins() const;
     bool hasChanges() const;
+    // The file and the reason of the last save that failed; empty once a save succeeds.
+    QString saveError() const;
     bool isScanEnabled() const;
     void setScanEnabled(bool enabled);
 
@@ -50,7 +52,9 @@ public slots:
     QList<QVlorVst::Path> pathsCopy() const;
     void getPaths();
     void loadCatalog(const QString& filename = QString());
-    void saveCatalog(const QString& filename = QString());
+    // True when nothing was left unsaved (or the save was posted to the
+    // manager's thread); a failure keeps the changed flag and is told by saveError().
+    bool saveCatalog(const QString& filename = QString());
     void searchPlugins(bool notifyNewPlugins = true);
     void updatePlugins(bool notifyNewPlugins = true, bool deep_check_shell_plugins = false);
     void rescanPlugins();

@@ -24,6 +24,7 @@ public:
     mutable QMutex mutex;        // guards published and pendingVerifying
     QList<Path> published;       // the snapshot other threads read
     QSet<QString> pendingVerifying;
+    QString saveError; // under mutex
     QAtomicInt cancelled{0};
     // One more at each cancel: checks and scans posted before it are dropped
     // when their turn comes, so that a cancel or a quit never waits behind them.

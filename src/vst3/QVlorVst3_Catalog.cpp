@@ -307,7 +307,7 @@ bool Catalog::load(const QString& fileName)
     return true;
 }
 
-bool Catalog::save(const QString& fileName) const
+bool Catalog::save(const QString& fileName, QString* error) const
 {
     QJsonArray bundles;
     for (const CatalogBundle& b : d->bundles)
@@ -315,7 +315,7 @@ bool Catalog::save(const QString& fileName) const
     const QJsonObject root{{QStringLiteral("version"), 1},
                            {QStringLiteral("bundles"), bundles},
                            {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(d->disabledVendors)}};
-    return WriteJsonFileAtomically(fileName, root);
+    return WriteJsonFileAtomically(fileName, root, error);
 }
 
 } // namespace QVlorVst3

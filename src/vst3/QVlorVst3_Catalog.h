@@ -138,7 +138,8 @@ public:
     // A missing file is a first start: the catalog empties and the answer is true.
     bool load(const QString& fileName);
     // Replaced whole or not at all.
-    bool save(const QString& fileName) const;
+    // False, with the file and the reason in *error, when nothing was kept.
+    bool save(const QString& fileName, QString* error = nullptr) const;
 
 private:
     class Data;

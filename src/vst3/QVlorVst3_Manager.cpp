@@ -8,6 +8,7 @@
 #include "QVlorVst3_ModuleInfo.h"
 #include "QVlorVst3_Probe_p.h"
 #include "QVlorManagerThread_p.h"
+#include "../engine/savetarget_p.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -58,7 +59,13 @@ QString readSentinel(const QString& path)
 
 void writeSentinel(const QString& path, const QString& text)
 {
-    QSaveFile file(path);
+    std::string target;
+    std::string why;
+    if (!SaveTarget(QFile::encodeName(path).toStdString(), &target, &why)) {
+        qWarning().noquote() << "Could not write" << path + QStringLiteral(":") << QString::fromStdString(why);
+        return;
+    }
+    QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
     if (file.open(QIODevice::WriteOnly)) {
         file.write(text.toUtf8());
         file.commit();
@@ -258,13 +265,25 @@ bool Manager::isScanEnabled() const { return QVlorSetting::global().getBool(QLat
 
 void Manager::setScanEnabled(bool on) { QVlorSetting::global().change(QLatin1String(K_SETTING_SCAN_VST3), on); }
 
-void Manager::saveCatalogAndPairs()
+bool Manager::saveCatalogAndPairs()
 {
     if (!d->dirty.loadAcquire())
-        return;
-    d->catalog.save(d->catalogPath);
-    d->pairs.save(d->pairsPath);
-    d->dirty.storeRelease(0);
+        return true;
+    QString error;
+    const bool ok = d->catalog.save(d->catalogPath, &error) && d->pairs.save(d->pairsPath, &error);
+    {
+        QMutexLocker l(&d->publishLock);
+        d->saveError = error;
+    }
+    if (ok)
+        d->dirty.storeRelease(0);
+    return ok;
+}
+
+QString Manager::saveError() const
+{
+    QMutexLocker l(&d->publishLock);
+    return d->saveError;
 }
 
 void Manager::setVst2ItemsProvider(const Vst2ItemsProvider& provider)

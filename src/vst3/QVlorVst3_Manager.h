@@ -88,7 +88,11 @@ public slots:
     void rescanPlugins();
     void cancel();
     void aboutToQuit();
-    void saveCatalogAndPairs();
+    // True when nothing was left unsaved; a failure keeps the changes to
+    // save again and is told by saveError().
+    bool saveCatalogAndPairs();
+    // The file and the reason of the last save that failed; empty once a save succeeds.
+    QString saveError() const;
     void onBeginScan();
     void onEndScan(bool hasNewPlugins);
 

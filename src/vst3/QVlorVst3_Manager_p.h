@@ -38,6 +38,7 @@ public:
     QSet<qint64> pendingPairOpVst2Ids;
     QSet<QString> pendingPairOpCids;
 
+    QString saveError; // under publishLock
     QAtomicInt cancelRequested{0};
     // One more at each cancel: work posted before it is dropped when its turn comes.
     QAtomicInt cancelGeneration{0};

@@ -324,3 +324,29 @@ TEST_F(Apply, NamesThatMustBeEscapedScanListAndApplyInBothFormats)
     }
     setenv("HOME", home.c_str(), 1);
 }
+
+// A scan whose catalog cannot be kept says which file and why, and fails:
+// a folder in the catalog's place, and a disk that is full (a file size limit).
+TEST_F(Apply, AScanThatCannotSaveSaysWhyAndFails)
+{
+    const std::string home = getenv("HOME") ? getenv("HOME") : "";
+    const std::string roots = "--no-vst2 --vst3-path '" + dir.file("vst3") + "'";
+    ASSERT_EQ(std::system(("mkdir -p '" + dir.file("vst3") + "' && cp -r '" VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3' '" +
+                           dir.file("vst3") + "/' && mkdir -p '" + dir.file("data") + "/catalog_vst3.json'")
+                              .c_str()),
+              0);
+    setenv("HOME", dir.path().c_str(), 1); // no bundles of the user's own
+    EXPECT_EQ(run("scan " + roots), 1);
+    EXPECT_NE(err().find("could not save " + dir.file("data") + "/catalog_vst3.json: a folder stands in its place"),
+              std::string::npos)
+        << err();
+    ASSERT_EQ(std::system(("rmdir '" + dir.file("data") + "/catalog_vst3.json'").c_str()), 0);
+
+    const std::string cmd = "ulimit -f 2; '" + kVlorfx + "' --data '" + dir.file("data") + "' scan " + roots + " >'" +
+                            dir.file("stdout") + "' 2>'" + dir.file("stderr") + "'";
+    const int status = std::system(("bash -c \"" + cmd + "\"").c_str());
+    EXPECT_EQ(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 1) << err();
+    EXPECT_NE(err().find("could not save " + dir.file("data") + "/catalog_vst3.json: File too large"), std::string::npos)
+        << err();
+    setenv("HOME", home.c_str(), 1);
+}

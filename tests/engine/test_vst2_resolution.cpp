@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <sys/stat.h>
 #include <set>
 #include <string>
 #include <thread>
@@ -403,4 +404,30 @@ TEST(NoHost, EveryCallSendsNotification123AndCreatesNoRecord)
     EXPECT_EQ(notified, 2);
     EXPECT_EQ(AUDIOVST_GetVlorVstPath(0), nullptr);
     EXPECT_EQ(AUDIOVST_GetPluginStatusEx(file.c_str(), 0), AUDIOVST_STATUS_UNKNOWN);
+}
+
+// A descriptor path taken by a pipe or a folder is neither read (which would
+// block) nor replaced; the plugin resolves all the same.
+TEST_F(Resolution, ADescriptorPathThatIsNoFileIsLeftAlone)
+{
+    for (const bool fifo : {true, false}) {
+        const std::string file = plugin("vlor-fixture-stereo.so", fifo ? "pipe-in-place.so" : "folder-in-place.so");
+        char hash[64];
+        AUDIOVST_ComputePluginHash(file.c_str(), fourCC("VlFx"), hash, sizeof(hash));
+        char path[1024];
+        ASSERT_NE(_GetVSTXMLPath(hash, path, sizeof(path)), nullptr);
+        ASSERT_EQ(fifo ? mkfifo(path, 0644) : mkdir(path, 0755), 0);
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), 0, false);
+        ASSERT_NE(e, nullptr);
+        e = AUDIOVST_FindPluginEx(file.c_str(), fourCC("VlFx"), true);
+        ASSERT_NE(e, nullptr);
+        struct stat st;
+        ASSERT_EQ(lstat(path, &st), 0);
+        EXPECT_TRUE(fifo ? S_ISFIFO(st.st_mode) : S_ISDIR(st.st_mode));
+        AUDIOVST_DeletePlugin(e);
+        if (fifo)
+            std::remove(path);
+        else
+            rmdir(path);
+    }
 }

@@ -288,7 +288,8 @@ TEST_F(Wiring, BrokenFilesAreToleratedAndTheNextSaveReplacesThemWhole)
         }
         EXPECT_FALSE(QFile::exists(dataFile("opening_sentinel")));
     }
-    // Pipes in the files' places: a start that does not hang, and saves that replace them.
+    // Pipes in the files' places: a start that does not hang, and saves that
+    // refuse to replace them and say so.
     for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel"}) {
         QFile::remove(dataFile(file));
         ASSERT_EQ(mkfifo(dataFile(file).toLocal8Bit().constData(), 0600), 0);
@@ -297,9 +298,17 @@ TEST_F(Wiring, BrokenFilesAreToleratedAndTheNextSaveReplacesThemWhole)
     EXPECT_EQ(QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel(), QString());
     QVlorAudioPlugins::vst3Manager()->setVendorEnabled(QStringLiteral("someone"), false);
     QVlorAudioPlugins::AboutToQuit();
+    const QString error = QVlorAudioPlugins::vst3Manager()->saveError();
     QVlorAudioPlugins::UI::uninstall(&host);
-    EXPECT_TRUE(QFileInfo(dataFile("catalog_vst3.json")).isFile());
-    EXPECT_TRUE(readAll(dataFile("catalog_vst3.json")).contains(QStringLiteral("someone")));
+    EXPECT_TRUE(error.startsWith(dataFile("catalog_vst3.json")) && error.contains(QStringLiteral("pipe")))
+        << error.toStdString();
+    // (The sentinel is consumed at the start: its name is removed, nothing written.)
+    for (const char* file : {"catalog_vst3.json", "plugin_pairs.json"}) {
+        struct stat st;
+        EXPECT_TRUE(stat(dataFile(file).toLocal8Bit().constData(), &st) == 0 && S_ISFIFO(st.st_mode)) << file;
+        QFile::remove(dataFile(file));
+    }
+    QFile::remove(dataFile("opening_sentinel"));
 }
 
 // The editor quits while each manager waits on a plugin that hangs: both
@@ -335,4 +344,26 @@ TEST_F(Wiring, AQuitWithBothFormatsHangingTakesOneGrace)
     QVlorAudioPlugins::AboutToQuit();
     EXPECT_LT(timer.elapsed(), 2000 + 1500);
     QVlorAudioPlugins::UI::uninstall(&host);
+}
+
+// The sentinel is written only as a regular file: a link to a pipe in its
+// place is neither blocked on nor replaced.
+TEST_F(Wiring, TheSentinelReplacesNothingButAFile)
+{
+    TempDir elsewhere;
+    const std::string fifo = elsewhere.file("pipe");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    QFile::remove(dataFile("opening_sentinel"));
+    ASSERT_TRUE(QFile::link(QString::fromStdString(fifo), dataFile("opening_sentinel")));
+    QVlorAudioPlugins::UI::install(&host);
+    const QString previous = QVlorVst3::Manager::SetOpeningSentinel(QStringLiteral("vst3"), kGain, QStringLiteral("Gain"));
+    EXPECT_TRUE(previous.isEmpty());
+    struct stat st;
+    ASSERT_EQ(stat(fifo.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode));
+    EXPECT_TRUE(QFileInfo(dataFile("opening_sentinel")).isSymLink());
+    QVlorVst3::Manager::ClearOpeningSentinel(previous);
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    QFile::remove(dataFile("opening_sentinel"));
 }

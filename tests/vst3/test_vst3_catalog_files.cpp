@@ -12,6 +12,11 @@
 
 #include <gtest/gtest.h>
 #include <csignal>
+#include <functional>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+#include <vector>
 #include <sys/resource.h>
 
 using namespace QVlorVst3;
@@ -318,4 +323,105 @@ TEST(PairStore, EffectBlobs)
     EXPECT_EQ(format, QStringLiteral("vst3"));
     EXPECT_EQ(QJsonDocument::fromJson(blob).object().value(QStringLiteral("gain")).toInt(), 2);
     EXPECT_FALSE(blob.contains('\n'));
+}
+
+// What stands where a file of ours is saved decides whether it is replaced:
+// a regular file or nothing is; a link to a regular file is written through
+// and stays a link; a folder, a pipe, a device, or a link to any of them, is
+// refused and left as it was, and the refusal says why.
+TEST(SavedFiles, OnlyRegularFilesAreReplaced)
+{
+    struct Writer {
+        const char* name;
+        std::function<bool(const QString&, QString*)> save;
+    };
+    const std::vector<Writer> writers = {
+        {"VST3 catalog", [](const QString& f, QString* e) { return sampleCatalog().save(f, e); }},
+        {"pair store",
+         [](const QString& f, QString* e) {
+             QVlorPluginPairs pairs;
+             pairs.addPair(42, QStringLiteral("0123456789ABCDEF0123456789ABCDEF"), QStringLiteral("manual"), QStringLiteral("vst2"));
+             return pairs.save(f, e);
+         }},
+    };
+    enum Kind { Nothing, Regular, LinkToRegular, Folder, Fifo, LinkToFifo, Device, LinkToDevice };
+    struct Case {
+        Kind kind;
+        bool saved;
+        const char* why; // part of the reason of a refusal
+    };
+    const std::vector<Case> cases = {
+        {Nothing, true, ""},          {Regular, true, ""},           {LinkToRegular, true, ""},
+        {Folder, false, "folder"},    {Fifo, false, "pipe"},         {LinkToFifo, false, "pipe"},
+        {Device, false, "device"},    {LinkToDevice, false, "device"},
+    };
+    for (const Writer& w : writers) {
+        for (const Case& c : cases) {
+            TempDir dir;
+            const std::string path = dir.file("file.json");
+            const std::string other = dir.file("elsewhere");
+            switch (c.kind) {
+            case Nothing: break;
+            case Regular: vlortest::writeFile(path, "{}"); break;
+            case LinkToRegular:
+                vlortest::writeFile(other, "{}");
+                ASSERT_EQ(symlink(other.c_str(), path.c_str()), 0);
+                break;
+            case Folder: ASSERT_EQ(mkdir(path.c_str(), 0755), 0); break;
+            case Fifo: ASSERT_EQ(mkfifo(path.c_str(), 0644), 0); break;
+            case LinkToFifo:
+                ASSERT_EQ(mkfifo(other.c_str(), 0644), 0);
+                ASSERT_EQ(symlink(other.c_str(), path.c_str()), 0);
+                break;
+            case Device:
+            case LinkToDevice: {
+                // A node like /dev/null, made in the test's own folder.
+                const std::string node = c.kind == Device ? path : other;
+                if (mknod(node.c_str(), S_IFCHR | 0644, makedev(1, 3)) != 0)
+                    continue; // only root may make one
+                if (c.kind == LinkToDevice)
+                    ASSERT_EQ(symlink(other.c_str(), path.c_str()), 0);
+                break;
+            }
+            }
+            QString error;
+            const bool saved = w.save(QString::fromStdString(path), &error);
+            EXPECT_EQ(saved, c.saved) << w.name << " case " << c.kind << ": " << error.toStdString();
+            EXPECT_EQ(error.contains(QLatin1String(c.why)), true) << w.name << " case " << c.kind << ": " << error.toStdString();
+            struct stat st;
+            ASSERT_EQ(lstat(path.c_str(), &st), 0) << w.name << " case " << c.kind;
+            struct stat end;
+            stat(path.c_str(), &end);
+            switch (c.kind) {
+            case Nothing:
+            case Regular: EXPECT_TRUE(S_ISREG(st.st_mode)); break;
+            case LinkToRegular:
+                EXPECT_TRUE(S_ISLNK(st.st_mode)) << w.name; // the link stays
+                EXPECT_GT(vlortest::readFile(other).size(), 2u) << w.name;
+                break;
+            case Folder: EXPECT_TRUE(S_ISDIR(st.st_mode)); break;
+            case Fifo: EXPECT_TRUE(S_ISFIFO(st.st_mode)); break;
+            case LinkToFifo: EXPECT_TRUE(S_ISLNK(st.st_mode) && S_ISFIFO(end.st_mode)); break;
+            case Device: EXPECT_TRUE(S_ISCHR(st.st_mode)); break;
+            case LinkToDevice: EXPECT_TRUE(S_ISLNK(st.st_mode) && S_ISCHR(end.st_mode)); break;
+            }
+        }
+    }
+}
+
+// A full disk is told as such, with the file.
+TEST(SavedFiles, AFullDiskIsReportedWithTheFile)
+{
+    TempDir dir;
+    const QString file = QString::fromStdString(dir.file("catalog_vst3.json"));
+    QString error;
+    {
+        FullDisk full;
+        EXPECT_FALSE(sampleCatalog().save(file, &error));
+    }
+    EXPECT_TRUE(error.startsWith(file)) << error.toStdString();
+    EXPECT_TRUE(error.contains(QStringLiteral("too large")) || error.contains(QStringLiteral("space")))
+        << error.toStdString();
+    EXPECT_TRUE(sampleCatalog().save(file, &error));
+    EXPECT_TRUE(error.isEmpty());
 }

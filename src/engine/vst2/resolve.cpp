@@ -3,6 +3,8 @@
 // host program, so that a crash costs a child.
 #include "vsteffect_p.h"
 
+#include "../savetarget_p.h"
+
 #include "blcore.h"
 #include "bldebug.h"
 #include "bldom.h"
@@ -163,14 +165,20 @@ void writeDescriptor(const _VSTEFFECT* e)
     char path[kDirSize];
     if (!_GetVSTXMLPath(e->hash, path, sizeof(path)))
         return;
+    std::string target;
+    std::string why;
+    if (!SaveTarget(path, &target, &why)) {
+        BLDEBUG_Error(-1, "VSTLOAD: cannot write the descriptor %s: %s", path, why.c_str());
+        return;
+    }
     // Written beside and moved over, so a reader never sees half a file.
-    const std::string tmp = std::string(path) + ".tmp";
+    const std::string tmp = target + ".tmp";
     FILE* f = BLIO_Open(tmp.c_str(), "w");
     if (!f)
         return;
     const bool ok = _WriteVSTXML(e, f) && std::fflush(f) == 0;
     BLIO_Close(f);
-    if (!ok || std::rename(tmp.c_str(), path) != 0)
+    if (!ok || std::rename(tmp.c_str(), target.c_str()) != 0)
         std::remove(tmp.c_str());
 }
 
