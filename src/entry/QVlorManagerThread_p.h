@@ -8,6 +8,49 @@
 #include <QPointer>
 #include <QString>
 #include <QThread>
+#include <QTimer>
+
+// A change is on disk a moment after it is made, so that a crash of the
+// editor loses no choice; the changes of a batch share one write.
+constexpr int kSaveDelayMs = 200;
+
+// The manager's save, run kSaveDelayMs after a change unless already due. The
+// timer is the manager's child and goes to its thread with it.
+template <typename Save> QTimer* MakeSaveTimer(QObject* manager, Save&& save)
+{
+    auto* timer = new QTimer(manager);
+    timer->setSingleShot(true);
+    timer->setInterval(kSaveDelayMs);
+    QObject::connect(timer, &QTimer::timeout, manager, std::forward<Save>(save));
+    return timer;
+}
+
+// Makes the save due, from any thread: on the manager's thread at once, from
+// another through its queue. After the thread has ended the quit saves.
+inline void ScheduleSave(QTimer* timer, const QPointer<QThread>& thread)
+{
+    if (!timer || !thread || thread->isFinished())
+        return;
+    if (QThread::currentThread() == thread.data()) {
+        if (!timer->isActive())
+            timer->start();
+        return;
+    }
+    QMetaObject::invokeMethod(timer, [timer] {
+        if (!timer->isActive())
+            timer->start();
+    }, Qt::QueuedConnection);
+}
+
+// On the manager's thread as it ends: a save still due is made now, and the
+// timer stopped where it lives.
+template <typename Save> void SaveBeforeTheEnd(QTimer* timer, Save&& save)
+{
+    if (!timer || !timer->isActive())
+        return;
+    timer->stop();
+    save();
+}
 
 // Moves the manager to a new thread of that name and starts it.
 inline void StartManagerThread(QObject* manager, QPointer<QThread>* thread, const QString& name)

@@ -189,8 +189,8 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
-    // Saved on a later turn of the loop: several changes in one turn cost one write.
-    connect(this, &Manager::catalogChanged, this, [this] { saveCatalog(); }, Qt::QueuedConnection);
+    d->saveTimer = MakeSaveTimer(this, [this] { saveCatalog(); });
+    connect(this, &Manager::catalogChanged, this, [this] { ScheduleSave(d->saveTimer, d->thread); });
 
     publish();
 
@@ -206,6 +206,8 @@ Manager::~Manager()
 void Manager::aboutToQuit()
 {
     const bool fromOutside = d->mustHop();
+    if (!fromOutside && d->thread && !d->thread->isFinished())
+        SaveBeforeTheEnd(d->saveTimer, [this] { saveCatalog(); });
     if (fromOutside) {
         // The check under way gets a short grace; what is queued behind it is dropped.
         cancel();
@@ -267,7 +269,11 @@ void Manager::Data::dropCancelledWork(Manager* manager)
     manager->publish();
     emit manager->catalogChanged();
 }
-void Manager::setChanged() { d->changed.storeRelease(1); }
+void Manager::setChanged()
+{
+    d->changed.storeRelease(1);
+    ScheduleSave(d->saveTimer, d->thread);
+}
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 

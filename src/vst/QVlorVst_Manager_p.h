@@ -32,6 +32,7 @@ public:
     QAtomicInt scanning{0};
     QAtomicInt changed{0};
     QPointer<QThread> thread;
+    QTimer* saveTimer = nullptr; // the manager's child, on its thread
 
     static QList<Path> SystemPaths();
     static Path ConvertJsonValueToPath(const QJsonValue& value);

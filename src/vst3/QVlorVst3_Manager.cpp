@@ -189,8 +189,8 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
-    // Saved on a later turn of the loop: several changes in one turn cost one write.
-    connect(this, &Manager::catalogChanged, this, &Manager::saveCatalogAndPairs, Qt::QueuedConnection);
+    d->saveTimer = MakeSaveTimer(this, [this] { saveCatalogAndPairs(); });
+    connect(this, &Manager::catalogChanged, this, [this] { ScheduleSave(d->saveTimer, d->thread); });
 
     StartManagerThread(this, &d->thread, QStringLiteral("QVlorVst3::Manager"));
 }
@@ -205,6 +205,8 @@ void Manager::aboutToQuit()
 {
     if (d->awayFromThread())
         d->quitting.storeRelease(1);
+    else if (d->thread && !d->thread->isFinished())
+        SaveBeforeTheEnd(d->saveTimer, [this] { saveCatalogAndPairs(); });
     // What the thread held is saved last, once nothing can change it any more.
     if (EndManagerThread(this, &d->thread))
         saveCatalogAndPairs();

@@ -47,6 +47,7 @@ public:
     QAtomicInt scanning{0};
     QAtomicInt dirty{0};
     QPointer<QThread> thread;
+    QTimer* saveTimer = nullptr; // the manager's child, on its thread
 
     // On another thread than the manager's, while that one still runs: work must be posted.
     bool awayFromThread() const

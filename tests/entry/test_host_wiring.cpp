@@ -19,6 +19,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QMap>
 
 #include <gtest/gtest.h>
 
@@ -366,4 +367,55 @@ TEST_F(Wiring, TheSentinelReplacesNothingButAFile)
     QVlorAudioPlugins::AboutToQuit();
     QVlorAudioPlugins::UI::uninstall(&host);
     QFile::remove(dataFile("opening_sentinel"));
+}
+
+// The editor is killed a second after the user's choices, of both formats:
+// every one of them is on disk.
+TEST(Choices, AreOnDiskWithinASecondOfBeingMade)
+{
+    TempDir dir;
+    const std::string data = dir.file("data");
+    const std::string vst2 = dir.file("vst2");
+    const std::string vst3 = dir.file("vst3");
+    ASSERT_EQ(std::system(("mkdir -p '" + data + "' '" + vst2 + "' '" + vst3 + "' && cp '" VLOR_FIXTURE_VST_DIR
+                           "/vlor-fault-chatty.so' '" + vst2 + "/a.so' && cp '" VLOR_FIXTURE_VST_DIR
+                           "/vlor-fault-resize.so' '" + vst2 + "/b.so' && cp -r '" VLOR_FIXTURE_VST3_DIR
+                           "/vlor-vst3-effects.vst3' '" + vst3 + "/'")
+                              .c_str()),
+              0);
+    const std::string child = VLOR_BIN_DIR "/vlor_choice_child";
+    const std::string env = "VLOR_DATA_PATH='" + data + "' QT_QPA_PLATFORM=offscreen ";
+    ASSERT_EQ(std::system((env + "'" + child + "' scan '" + vst2 + "' '" + vst3 + "' >/dev/null 2>&1").c_str()), 0);
+
+    FILE* out = popen((env + "exec '" + child + "' choose '" + vst2 + "' '" + vst3 + "' 2>/dev/null & echo $!").c_str(), "r");
+    ASSERT_NE(out, nullptr);
+    char line[64] = "";
+    ASSERT_NE(std::fgets(line, sizeof(line), out), nullptr);
+    const pid_t pid = pid_t(std::atol(line));
+    // (What a plugin prints may come first.)
+    bool chosen = false;
+    while (!chosen && std::fgets(line, sizeof(line), out))
+        chosen = !std::strcmp(line, "chosen\n");
+    ASSERT_TRUE(chosen);
+    usleep(1000 * 1000);
+    kill(pid, SIGKILL);
+    pclose(out);
+
+    const QJsonObject v2 = QJsonDocument::fromJson(readAll(QString::fromStdString(data + "/vstxml/catalog_v2.json")).toUtf8()).object();
+    QMap<QString, bool> enabled;
+    for (const QJsonValue& p : v2.value(QStringLiteral("paths")).toArray())
+        for (const QJsonValue& plugin : p.toObject().value(QStringLiteral("plugins")).toArray())
+            enabled[QFileInfo(plugin.toObject().value(QStringLiteral("filename")).toString()).fileName()] =
+                plugin.toObject().value(QStringLiteral("enabled")).toBool();
+    EXPECT_EQ(enabled.value(QStringLiteral("a.so"), true), false); // disabled
+    EXPECT_EQ(enabled.value(QStringLiteral("b.so"), false), true); // enabled again, through the fast path
+    const QJsonObject v3 = QJsonDocument::fromJson(readAll(QString::fromStdString(data + "/catalog_vst3.json")).toUtf8()).object();
+    int classes = 0;
+    for (const QJsonValue& b : v3.value(QStringLiteral("bundles")).toArray())
+        for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray()) {
+            ++classes;
+            EXPECT_EQ(c.toObject().value(QStringLiteral("state")).toString(), QStringLiteral("disabled"))
+                << c.toObject().value(QStringLiteral("name")).toString().toStdString();
+        }
+    EXPECT_GT(classes, 0);
 }

@@ -129,6 +129,19 @@ inline std::string missingFile(std::initializer_list<const char*> files)
     return std::string();
 }
 
+// Polls until condition holds, for at most ms: a change is saved a moment
+// after it is made, not at once.
+template <typename F> bool waitFor(F condition, int ms = 3000)
+{
+    for (int waited = 0;; waited += 10) {
+        if (condition())
+            return true;
+        if (waited >= ms)
+            return false;
+        usleep(10 * 1000);
+    }
+}
+
 // The data folder of this test program: set before anything reads settings.
 inline const std::string& dataDir()
 {

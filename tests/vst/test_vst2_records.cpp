@@ -231,9 +231,8 @@ TEST_F(CatalogFiles, TheFirstGenerationMigratesOnce)
     {
         Manager m;
         m.loadCatalog();
-        sync(m); // the load, then the queued save
         sync(m);
-        ASSERT_TRUE(QFile::exists(v2));
+        ASSERT_TRUE(vlortest::waitFor([&] { return QFile::exists(v2); })); // saved a moment later
         const QList<Path> paths = m.pathsCopy();
         ASSERT_EQ(paths.size(), 2);
         const QList<Plugin>& plugins = paths[0].plugins();

@@ -192,7 +192,7 @@ TEST_F(Vst3ManagerTest, AScanFindsBundlesWhereARootHoldsThemAndNowhereElse)
     EXPECT_EQ(said.first(), QStringLiteral("begin"));
     EXPECT_TRUE(said.contains(QStringLiteral("end 0")));
     EXPECT_TRUE(said.contains(QStringLiteral("new Effects,Upper")) || said.contains(QStringLiteral("new Upper,Effects")));
-    EXPECT_TRUE(QFile::exists(file("catalog_vst3.json"))); // saved as a consequence of catalogChanged
+    EXPECT_TRUE(waitFor([&] { return QFile::exists(file("catalog_vst3.json")); })); // saved as a consequence of catalogChanged
 
     // Scanning turned off: an end and nothing else.
     m.setScanEnabled(false);
@@ -571,11 +571,13 @@ TEST_F(Vst3ManagerTest, CancelEndsTheScanBetweenBundlesAndStillPublishesAndSaves
     for (const CatalogBundle& b : after.bundles())
         stamped += b.mtimeSecs() != 0;
     EXPECT_EQ(stamped, 1);
-    sync(m); // the queued save
-    int savedStamped = 0;
-    for (const QJsonValue& v : savedCatalog().value(QStringLiteral("bundles")).toArray())
-        savedStamped += v.toObject().value(QStringLiteral("mtime")).toInteger() != 0;
-    EXPECT_EQ(savedStamped, 1);
+    auto savedStamped = [&] {
+        int n = 0;
+        for (const QJsonValue& v : savedCatalog().value(QStringLiteral("bundles")).toArray())
+            n += v.toObject().value(QStringLiteral("mtime")).toInteger() != 0;
+        return n;
+    };
+    EXPECT_TRUE(waitFor([&] { return savedStamped() == 1; })) << savedStamped();
 }
 
 TEST_F(Vst3ManagerTest, ANewClassIsDecidedByItsVst2Twin)
@@ -627,10 +629,13 @@ TEST_F(Vst3ManagerTest, ANewClassIsDecidedByItsVst2Twin)
     run([&](Manager& m) { m.enablePlugin(cidOf(QStringLiteral("Fixture Endless"))); });
     EXPECT_FALSE(entryOf(1002).vetoedAutoEnable);
     // Saved with the catalog.
-    sync(m);
-    QFile pairs(file("plugin_pairs.json"));
-    ASSERT_TRUE(pairs.open(QIODevice::ReadOnly));
-    EXPECT_EQ(QJsonDocument::fromJson(pairs.readAll()).object().value(QStringLiteral("pairs")).toArray().size(), 3);
+    auto savedPairs = [&] {
+        QFile pairs(file("plugin_pairs.json"));
+        return pairs.open(QIODevice::ReadOnly)
+                   ? QJsonDocument::fromJson(pairs.readAll()).object().value(QStringLiteral("pairs")).toArray().size()
+                   : -1;
+    };
+    EXPECT_TRUE(waitFor([&] { return savedPairs() == 3; })) << savedPairs();
 }
 
 TEST_F(Vst3ManagerTest, PairCommandsClearTheirBusyMarksAndPublish)
@@ -769,6 +774,8 @@ TEST_F(Vst3ManagerTest, ClassesNamedInAnotherCodePageListReadably)
     EXPECT_FALSE(cidOf(QStringLiteral("Fixture Endless \uFFFDt\uFFFD")).isEmpty());
     run([&cafe](Manager& m) { m.enablePlugin(cafe); });
     EXPECT_EQ(cls(cafe).state(), CatalogClass::Enabled) << cls(cafe).lastError().toStdString();
-    EXPECT_TRUE(savedCatalog().value(QStringLiteral("bundles")).toArray().first().toObject().value(QStringLiteral("classes"))
-                    .toArray().first().toObject().value(QStringLiteral("name")).toString() == QStringLiteral("Fixture Caf\u00E9 Gain"));
+    EXPECT_TRUE(waitFor([&] {
+        return savedCatalog().value(QStringLiteral("bundles")).toArray().first().toObject().value(QStringLiteral("classes"))
+                   .toArray().first().toObject().value(QStringLiteral("name")).toString() == QStringLiteral("Fixture Caf\u00E9 Gain");
+    }));
 }
