@@ -43,8 +43,11 @@ inline void KeepUnreadableAside(const QString& fileName)
     QMutexLocker l(lock);
     if (!files.remove(fileName) || !QFileInfo(fileName).isFile())
         return;
-    const QString aside = fileName + QStringLiteral(".unreadable-") +
-                          QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+    const QString stem = fileName + QStringLiteral(".unreadable-") +
+                         QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+    QString aside = stem;
+    for (int n = 2; QFileInfo::exists(aside); ++n)
+        aside = stem + QStringLiteral("-%1").arg(n);
     if (QFile::rename(fileName, aside))
         qWarning().noquote() << "Could not read" << fileName << "- the old file is kept as" << aside;
     else

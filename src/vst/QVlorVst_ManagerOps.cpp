@@ -41,6 +41,15 @@ bool _VendorBlocksPlugin(const Plugin& plugin, const Path& path, const QHash<QSt
     return counts.value(vendor) > 1;
 }
 
+// The user's switch is also kept in the plugin's settings, which outlive a
+// lost catalog: a plugin found again takes it from there.
+void _PersistSwitch(const Plugin& p, bool on)
+{
+    if (p.isShell() || p.uniqueId() == 0)
+        return;
+    AUDIOVST_SetEnabledEx(p.filename().toUtf8().constData(), int(p.uniqueId()), on);
+}
+
 void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_shell_plugins)
 {
     Plugin copy = plugin;
@@ -68,6 +77,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
             d->clearPendingVerifying(ref);
             p.setVerifying(false);
             p.setEnabled(true);
+            _PersistSwitch(p, true);
             setChanged();
             publish();
         } else if (d->clearPendingVerifying(ref) || p.verifying()) {
@@ -85,6 +95,9 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     emit progressPlugin(p.name().isEmpty() ? QFileInfo(p.filename()).fileName() : p.name());
 
     const QByteArray file = p.filename().toUtf8();
+    // A plugin new to the catalog is enabled as its settings say: switched
+    // off there, it was the user's choice before the catalog was lost.
+    const bool wasNew = p.isNew();
     _VSTEFFECT* h = AUDIOVST_FindPluginEx(file.constData(), p.pluginId(), true);
     d->clearPendingVerifying(ref);
     p.setVerifying(false);
@@ -131,9 +144,18 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
             ok = true;
         }
     }
+    if (ok && wasNew && !p.isShell() && !AUDIOVST_IsEnabled(h)) {
+        p.setFailed(false);
+        p.setEnabled(false);
+        publish();
+        emit pluginDisabled(p, path);
+        setChanged();
+        return;
+    }
     if (ok) {
         p.setFailed(false);
         p.setEnabled(true);
+        _PersistSwitch(p, true);
         publish();
         emit pluginEnabled(p, path);
         setChanged();
@@ -162,6 +184,7 @@ void Manager::disablePlugin(Plugin& plugin, const Path& path)
         return;
     }
     p.setEnabled(false);
+    _PersistSwitch(p, false);
     if (p.isShell())
         for (const Plugin& child : p.plugins())
             emit pluginDisabled(child, path);

@@ -185,6 +185,9 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     if (!d->catalog.load(catalogPath))
         d->catalog = Catalog();
     d->pairs.load(pairsPath);
+    for (const QVlorPluginPairs::Entry& e : std::as_const(d->pairs).entries())
+        if (!e.vst3.isEmpty() && !std::as_const(d->catalog).findClass(e.vst3))
+            d->returningPairs.insert(e.vst3, e);
     d->publish();
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);

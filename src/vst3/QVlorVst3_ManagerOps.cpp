@@ -6,6 +6,7 @@
 #include "QVlorPluginMatcher.h"
 #include "QVlorVst3_Probe_p.h"
 
+#include <QHash>
 #include <QDateTime>
 #include <QFileInfo>
 
@@ -183,6 +184,9 @@ void Manager::enableNewPlugins()
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
         if (!b.probed() && !b.failed() && !b.missing() && b.enabled())
             unprobed.append(b.path());
+    // A class that comes back (its catalog was lost, its pair entry was not)
+    // takes what the user chose for its pair, whatever the probes match now.
+    const QHash<QString, QVlorPluginPairs::Entry>& before = d->returningPairs;
     // Each new class is decided below, by its twin.
     for (const QString& path : std::as_const(unprobed))
         enableBundleInternal(path, false);
@@ -199,6 +203,12 @@ void Manager::enableNewPlugins()
         if (!c || c->state() != CatalogClass::New)
             continue;
         QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+        const auto known = before.constFind(cid);
+        const bool returning = entry && known != before.cend() && known->vst2 == entry->vst2;
+        if (returning) {
+            entry->activeFormat = known->activeFormat;
+            entry->vetoedAutoEnable = known->vetoedAutoEnable;
+        }
         bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
         if (entry && entry->vst2 != 0) {
             hasVst2 = true;
@@ -211,7 +221,9 @@ void Manager::enableNewPlugins()
                 break;
             }
         }
-        const QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
+        QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
+        if (returning)
+            format = known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
         if (format == QLatin1String("veto")) {
             if (entry)
                 entry->vetoedAutoEnable = true;
@@ -231,6 +243,8 @@ void Manager::enableNewPlugins()
             }
         }
     }
+    for (const QString& cid : std::as_const(fresh))
+        d->returningPairs.remove(cid);
     d->dirty.storeRelease(1);
     d->publish();
     emit catalogChanged();

@@ -5,6 +5,7 @@
 #include "QVlorManagerThread_p.h"
 
 #include <QAtomicInt>
+#include <QHash>
 #include <QJsonObject>
 #include <QMetaObject>
 #include <QMutex>
@@ -28,6 +29,9 @@ public:
     QStringList hostArgs;
 
     Catalog catalog;        // the manager's thread alone
+    // Pair entries whose class the catalog did not hold when both were
+    // loaded: such a class that a scan finds again takes its pair's choice.
+    QHash<QString, QVlorPluginPairs::Entry> returningPairs; // by cid; the manager's thread alone
     QVlorPluginPairs pairs; // likewise
 
     mutable QMutex publishLock; // guards the copies, every pending set and the search paths' override

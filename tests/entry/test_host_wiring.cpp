@@ -23,6 +23,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <vector>
 
 #include <sys/stat.h>
@@ -418,4 +419,96 @@ TEST(Choices, AreOnDiskWithinASecondOfBeingMade)
                 << c.toObject().value(QStringLiteral("name")).toString().toStdString();
         }
     EXPECT_GT(classes, 0);
+}
+
+// Both catalogs become unreadable between two runs. Each is kept aside, and
+// what the user chose lives on where another store holds it: the active
+// format of every pair (the pair store) and every VST2 plugin switched off
+// (its settings) come out of the rescan as the user left them.
+TEST_F(Wiring, UnreadableCatalogsAreKeptAsideAndTheChoicesOfOtherStoresSurvive)
+{
+    if (!QFile::exists(QStringLiteral("/usr/lib/vst/ZamDelay-vst.so")) ||
+        !QFile::exists(QStringLiteral("/usr/lib/vst/ZamComp-vst.so")) ||
+        !QFile::exists(QStringLiteral("/usr/lib/vst3/ZamDelay.vst3")) || !QFile::exists(QStringLiteral("/usr/lib/vst3/ZamComp.vst3")))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    TempDir plugins;
+    const QString vst2Folder = QString::fromStdString(plugins.file("vst2"));
+    const QString vst3Root = QString::fromStdString(plugins.file("vst3"));
+    ASSERT_EQ(std::system(("mkdir -p '" + vst2Folder.toStdString() + "' '" + vst3Root.toStdString() +
+                           "' && cp /usr/lib/vst/ZamDelay-vst.so /usr/lib/vst/ZamComp-vst.so '" + vst2Folder.toStdString() +
+                           "/' && cp -r /usr/lib/vst3/ZamDelay.vst3 /usr/lib/vst3/ZamComp.vst3 '" + vst3Root.toStdString() + "/'")
+                              .c_str()),
+              0);
+    for (const char* f : {"catalog_vst3.json", "plugin_pairs.json", "vstxml/catalog_v2.json"}) {
+        QFile::remove(dataFile(f));
+        const QFileInfo file(dataFile(f));
+        for (const QString& old : file.dir().entryList({file.fileName() + QStringLiteral(".unreadable-*")}, QDir::Files))
+            QFile::remove(file.dir().filePath(old));
+    }
+    // A run as the editor's: the VST2 files found, VST3 decided, VST2 checked.
+    auto scanRun = [&](const std::function<void()>& choose) {
+        QVlorAudioPlugins::UI::install(&host);
+        QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+        QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+        vst2->loadCatalog();
+        vst2->addPath(vst2Folder);
+        vst2->updatePlugins(true, false);
+        settle();
+        vst3->setSearchPathsForTesting({vst3Root});
+        vst3->searchPlugins(true);
+        vst3->enableNewPlugins();
+        settle();
+        vst2->enableNewPlugins();
+        settle();
+        settle();
+        choose();
+        settle();
+        QVlorAudioPlugins::AboutToQuit();
+        // What the user sees: each pair's format, each VST3 class's state, each VST2 switch.
+        QStringList seen;
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            seen << QStringLiteral("pair %1 %2").arg(e.vst2).arg(e.activeFormat);
+        // A VST3 class of a pair that runs as VST2 is not what the user sees of it.
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.activeFormat == QLatin1String("vst3") && catalog.findClass(e.vst3))
+                seen << QStringLiteral("class %1 %2").arg(catalog.findClass(e.vst3)->name(),
+                                                          QVlorVst3::CatalogClass::StateToString(catalog.findClass(e.vst3)->state()));
+        for (const QVlorVst::Path& p : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& plugin : p.plugins())
+                seen << QStringLiteral("vst2 %1 %2").arg(QFileInfo(plugin.filename()).fileName()).arg(plugin.isEnabled());
+        QVlorAudioPlugins::UI::uninstall(&host);
+        seen.sort();
+        return seen;
+    };
+    const QStringList chosen = scanRun([] {
+        QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+        QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+        // The delay runs as VST2; the compressor stays as it came, in VST3, and its VST2 file is off.
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (vst3->catalogCopy().findClass(e.vst3) &&
+                vst3->catalogCopy().findClass(e.vst3)->name() == QLatin1String("ZamDelay"))
+                vst3->setPairActiveFormat(e.pairId, QStringLiteral("vst2"));
+        for (const QVlorVst::Path& p : vst2->pathsCopy())
+            for (QVlorVst::Plugin plugin : p.plugins())
+                if (plugin.filename().endsWith(QLatin1String("ZamComp-vst.so")))
+                    vst2->disablePlugin(plugin, p);
+    });
+    ASSERT_EQ(chosen.filter(QStringLiteral("pair ")).size(), 2) << chosen.join(',').toStdString();
+    ASSERT_EQ(chosen.filter(QStringLiteral(" vst2")).size(), 1) << chosen.join(',').toStdString();
+    ASSERT_TRUE(chosen.contains(QStringLiteral("class ZamComp enabled"))) << chosen.join(',').toStdString();
+    ASSERT_TRUE(chosen.contains(QStringLiteral("vst2 ZamComp-vst.so 0"))) << chosen.join(',').toStdString();
+
+    for (const char* f : {"catalog_vst3.json", "vstxml/catalog_v2.json"})
+        write(dataFile(f), "{\"bundles\": [ broken");
+    const QStringList after = scanRun([] {});
+    EXPECT_EQ(after, chosen);
+    for (const char* f : {"catalog_vst3.json", "vstxml/catalog_v2.json"}) {
+        const QFileInfo file(dataFile(f));
+        const QStringList aside =
+            file.dir().entryList({file.fileName() + QStringLiteral(".unreadable-*")}, QDir::Files);
+        ASSERT_EQ(aside.size(), 1) << f;
+        EXPECT_EQ(readAll(file.dir().filePath(aside.first())), QStringLiteral("{\"bundles\": [ broken"));
+        QFile::remove(file.dir().filePath(aside.first()));
+    }
 }

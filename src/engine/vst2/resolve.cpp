@@ -279,6 +279,19 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         // A plugin first asked for with id 0 moves to the hash of its unique id.
         e->pluginid = e->uniqueId;
         _ComputeHash(e->filename, e->pluginid, e->hash);
+        // A plugin whose file has not changed keeps the switch the user left
+        // in its settings (not a verdict: crashed or unsupported do not count),
+        // also when its catalog entry was lost and it is asked about anew.
+        if (settingsBelongTo(e)) {
+            char g[VST_SETTINGS_GROUP_SIZE];
+            groupKey(e->hash, g);
+            const bool unchanged =
+                e->timestamp != 0 && BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp") == e->timestamp;
+            const bool verdict = BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed") ||
+                                 !BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "supported");
+            if (unchanged && !verdict)
+                e->enabled = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "enabled"));
+        }
     }
     return 1;
 }
