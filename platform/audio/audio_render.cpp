@@ -7,6 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
+#include <dirent.h>
+#include <sys/stat.h>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -41,6 +44,39 @@ struct Files {
             std::remove(partial.c_str());
     }
 };
+
+} // namespace
+
+namespace {
+
+// A render that was killed leaves its partial output behind: "NAME.partial-PID".
+// The next render into that folder removes those whose process is gone (a pid
+// that runs again is left alone, as its owner cannot be told).
+void removeStalePartials(const std::string& output)
+{
+    const size_t slash = output.rfind('/');
+    const std::string folder = slash == std::string::npos ? std::string(".") : output.substr(0, slash);
+    DIR* dir = opendir(folder.c_str());
+    if (!dir)
+        return;
+    while (const dirent* e = readdir(dir)) {
+        const std::string name = e->d_name;
+        const size_t at = name.rfind(".partial-");
+        if (at == std::string::npos || at + 9 >= name.size())
+            continue;
+        const std::string digits = name.substr(at + 9);
+        if (digits.find_first_not_of("0123456789") != std::string::npos || digits.size() > 9)
+            continue;
+        const pid_t owner = pid_t(std::stol(digits));
+        const std::string path = folder + "/" + name;
+        struct stat st;
+        if (owner == getpid() || lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+            continue;
+        if (kill(owner, 0) != 0 && errno == ESRCH)
+            std::remove(path.c_str());
+    }
+    closedir(dir);
+}
 
 } // namespace
 
@@ -79,6 +115,7 @@ extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, cons
     outInfo.frames = 0;
     if (!sf_format_check(&outInfo))
         outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    removeStalePartials(output);
     f.partial = std::string(output) + ".partial-" + std::to_string(getpid());
     f.out = sf_open(f.partial.c_str(), SFM_WRITE, &outInfo);
     if (!f.out) {

@@ -15,6 +15,8 @@
 #include <gtest/gtest.h>
 
 #include <sndfile.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <string>
@@ -349,4 +351,23 @@ TEST_F(Apply, AScanThatCannotSaveSaysWhyAndFails)
     EXPECT_NE(err().find("could not save " + dir.file("data") + "/catalog_vst3.json: File too large"), std::string::npos)
         << err();
     setenv("HOME", home.c_str(), 1);
+}
+
+// An apply killed in the middle leaves its partial output; the next apply into
+// that folder removes it, and leaves what a live process is writing.
+TEST_F(Apply, PartialOutputsOfProcessesGoneAreRemovedByTheNextRun)
+{
+    const pid_t gone = fork();
+    if (gone == 0)
+        _exit(0);
+    waitpid(gone, nullptr, 0);
+    const std::string stale = dir.file("killed.wav.partial-" + std::to_string(gone));
+    const std::string live = dir.file("busy.wav.partial-" + std::to_string(getpid()));
+    const std::string other = dir.file("notes.partial-draft");
+    for (const std::string& f : {stale, live, other})
+        writeFile(f, std::string(4096, 'x'));
+    ASSERT_EQ(run("apply --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"), 0) << err();
+    EXPECT_FALSE(BLIO_Exists(stale.c_str()));
+    EXPECT_TRUE(BLIO_Exists(live.c_str()));
+    EXPECT_TRUE(BLIO_Exists(other.c_str()));
 }
