@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include <sndfile.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -370,4 +371,22 @@ TEST_F(Apply, PartialOutputsOfProcessesGoneAreRemovedByTheNextRun)
     EXPECT_FALSE(BLIO_Exists(stale.c_str()));
     EXPECT_TRUE(BLIO_Exists(live.c_str()));
     EXPECT_TRUE(BLIO_Exists(other.c_str()));
+}
+
+// The settings store in a pipe's place: read as empty without blocking, and
+// never replaced.
+TEST_F(Apply, TheSettingsStoreReplacesNothingButAFile)
+{
+    const std::string fifo = dir.file("pipe");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    ASSERT_EQ(std::system(("mkdir -p '" + dir.file("data") + "' && ln -s '" + fifo + "' '" + dir.file("data") +
+                           "/settings.conf' && mkdir -p '" + dir.file("vst3") + "'")
+                              .c_str()),
+              0);
+    EXPECT_EQ(run("scan --no-vst2 --vst3-path '" + dir.file("vst3") + "'"), 0) << err();
+    struct stat st;
+    ASSERT_EQ(lstat((dir.file("data") + "/settings.conf").c_str(), &st), 0);
+    EXPECT_TRUE(S_ISLNK(st.st_mode));
+    ASSERT_EQ(stat(fifo.c_str(), &st), 0);
+    EXPECT_TRUE(S_ISFIFO(st.st_mode));
 }
