@@ -485,9 +485,9 @@ TEST_F(Wiring, UnreadableCatalogsAreKeptAsideAndTheChoicesOfOtherStoresSurvive)
         QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
         QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
         // The delay runs as VST2; the compressor stays as it came, in VST3, and its VST2 file is off.
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
         for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
-            if (vst3->catalogCopy().findClass(e.vst3) &&
-                vst3->catalogCopy().findClass(e.vst3)->name() == QLatin1String("ZamDelay"))
+            if (const QVlorVst3::CatalogClass* c = catalog.findClass(e.vst3); c && c->name() == QLatin1String("ZamDelay"))
                 vst3->setPairActiveFormat(e.pairId, QStringLiteral("vst2"));
         for (const QVlorVst::Path& p : vst2->pathsCopy())
             for (QVlorVst::Plugin plugin : p.plugins())
