@@ -2,7 +2,7 @@
 #include "commands.h"
 
 #include "vst3engine.h"
-#include "QVlorVst3_Probe_p.h"
+#include "QVlorVst3_Probe.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -50,14 +50,11 @@ int cmdProbe(int argc, char** argv)
                      "stop) and report the outcome\n");
         return argc == 1 ? 0 : 2;
     }
-    QString program;
-    QStringList hostArgs;
-    QVlorVst3::DefaultHostProgram(&program, &hostArgs);
     const int timeoutMs = 30000;
     const QString bundle = QString::fromLocal8Bit(argv[0]);
     QJsonObject reply;
     QString error;
-    if (!__RunHostProcess(program, hostArgs + QVlorVst3::ProbeArguments(bundle), timeoutMs, &reply, &error)) {
+    if (!QVlorVst3::ProbeBundle(bundle, timeoutMs, &reply, &error)) {
         std::fprintf(stderr, "vlorfx probe: %s: %s\n", argv[0], qPrintable(error));
         return 1;
     }
@@ -70,9 +67,7 @@ int cmdProbe(int argc, char** argv)
                     qPrintable(c.value(QStringLiteral("subCategories")).toString()),
                     qPrintable(c.value(QStringLiteral("version")).toString()));
         if (verify) {
-            QJsonObject verdict;
-            if (__RunHostProcess(program, hostArgs + QVlorVst3::VerifyArguments(bundle, cid), timeoutMs, &verdict,
-                                 &error)) {
+            if (QVlorVst3::VerifyClass(bundle, cid, timeoutMs, &error)) {
                 std::printf("  verified");
             } else {
                 std::printf("  FAILED: %s", qPrintable(error));

@@ -153,12 +153,6 @@ void install(Host* host)
         if (s_vstManager)
             s_vstManager->markPluginCrashed(id);
     });
-
-    const QString beside = QCoreApplication::applicationDirPath() + QStringLiteral("/vlorvst3");
-    if (QFileInfo::exists(beside))
-        s_vst3Manager->setHostBinary(beside, {});
-    else
-        s_vst3Manager->setHostBinary(QCoreApplication::applicationFilePath(), {QStringLiteral("--vst3")});
 }
 
 void uninstall(Host*)

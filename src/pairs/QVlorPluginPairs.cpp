@@ -1,6 +1,6 @@
 #include "QVlorPluginPairs.h"
 
-#include "QVlorJsonFile_p.h"
+#include "QVlorDataFile_p.h"
 
 #include <QFile>
 #include <QJsonArray>

@@ -7,8 +7,7 @@
 #include "QVlorApplication.h"
 #include "QVlorSetting.h"
 
-#include "QVlorJsonFile_p.h"
-#include "QVlorManagerThread_p.h"
+#include "QVlorDataFile_p.h"
 #include "blcore.h"
 
 #include <QDir>
@@ -46,11 +45,6 @@ bool Manager::Data::PluginIsNewAndEnabled(const Plugin& p)
         if (PluginIsNewAndEnabled(child))
             return true;
     return false;
-}
-
-bool Manager::Data::mustHop() const
-{
-    return thread && QThread::currentThread() != thread.data() && !thread->isFinished();
 }
 
 Plugin* Manager::Data::findLivePlugin(const Path& path, const Plugin& plugin)
@@ -116,7 +110,7 @@ bool Manager::Data::applyPendingVerifyingLocked()
 
 bool Manager::Data::clearPendingVerifying(const QString& ref)
 {
-    QMutexLocker l(&mutex);
+    QMutexLocker l(&publishLock);
     return pendingVerifying.remove(ref);
 }
 
@@ -132,6 +126,18 @@ QString Manager::Data::catalogFile(const QString& filename, const char* defaultN
     return data.filePath(QLatin1String(K_VST_XML_FOLDER) + QLatin1Char('/') + QLatin1String(defaultName));
 }
 
+bool Manager::Data::readCatalog(const QString& filename, QJsonObject* root)
+{
+    JsonFileFault fault;
+    if (ReadJsonFileObject(filename, root, JsonFileOwner::Library, &fault))
+        return true;
+    if (fault.happened && !fault.parseError.isEmpty())
+        qWarning() << "Failed to parser vst plugin catalog" << filename << "with error" << fault.parseError;
+    else if (fault.happened)
+        qWarning() << "Unexpected data in plugin catalog" << filename;
+    return false;
+}
+
 bool Manager::Data::replacePaths(const QJsonObject& root)
 {
     const QJsonValue list = root.value(QLatin1String(K_VST_PATHS));
@@ -143,37 +149,13 @@ bool Manager::Data::replacePaths(const QJsonObject& root)
     return true;
 }
 
-bool Manager::Data::readJsonObject(const QString& filename, QJsonObject* object)
-{
-    // A pipe or a device in the file's place would block the open or never end.
-    if (!QFileInfo(filename).isFile())
-        return false;
-    QFile file(filename);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
-    if (error.error != QJsonParseError::NoError) {
-        qWarning() << "Failed to parser vst plugin catalog" << filename << "with error" << error.errorString();
-        MarkJsonFileUnreadable(filename);
-        return false;
-    }
-    if (!doc.isObject()) {
-        qWarning() << "Unexpected data in plugin catalog" << filename;
-        MarkJsonFileUnreadable(filename);
-        return false;
-    }
-    *object = doc.object();
-    return true;
-}
-
 /* ---- construction and the thread ------------------------------------------ */
 
 Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 {
     // An object with a parent cannot change threads: the parent is not taken.
+    d->q = this;
     d->paths = Data::SystemPaths();
-    d->thread = new QThread;
     qRegisterMetaType<QVlorVst::Plugin>("QVlorVst::Plugin");
     qRegisterMetaType<QVlorVst::Path>("QVlorVst::Path");
     qRegisterMetaType<QList<QVlorVst::Plugin>>("QList<QVlorVst::Plugin>");
@@ -189,12 +171,8 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
-    d->saveTimer = MakeSaveTimer(this, [this] { saveCatalog(); });
-    connect(this, &Manager::catalogChanged, this, [this] { ScheduleSave(d->saveTimer, d->thread); });
-
-    publish();
-
-    StartManagerThread(this, &d->thread, QStringLiteral("QVlorVst::Manager"));
+    d->publish();
+    d->startThread(QStringLiteral("QVlorVst::Manager"), [this] { saveCatalog(); });
 }
 
 Manager::~Manager()
@@ -205,15 +183,14 @@ Manager::~Manager()
 
 void Manager::aboutToQuit()
 {
-    const bool fromOutside = d->mustHop();
-    if (!fromOutside && d->thread && !d->thread->isFinished())
-        SaveBeforeTheEnd(d->saveTimer, [this] { saveCatalog(); });
+    const bool fromOutside = d->awayFromThread();
+    d->saveIfDue([this] { saveCatalog(); });
     if (fromOutside) {
         // The check under way gets a short grace; what is queued behind it is dropped.
         cancel();
         BLCORE_AbortSpawns(kQuitGraceMs);
     }
-    if (EndManagerThread(this, &d->thread))
+    if (d->endThread())
         qInfo() << "QVlorVst::Manager::About to quit ...";
     if (fromOutside)
         BLCORE_AbortSpawns(-1);
@@ -221,36 +198,32 @@ void Manager::aboutToQuit()
 
 /* ---- snapshot and plain state ------------------------------------------- */
 
-void Manager::publish()
+void Manager::Data::publish()
 {
     QList<Path> copy;
-    copy.reserve(d->paths.size());
-    for (const Path& p : d->paths)
+    copy.reserve(paths.size());
+    for (const Path& p : std::as_const(paths))
         copy.append(p.detachedCopy());
-    QMutexLocker l(&d->mutex);
-    d->published.swap(copy);
-    d->applyPendingVerifyingLocked();
+    QMutexLocker l(&publishLock);
+    published.swap(copy);
+    applyPendingVerifyingLocked();
 }
 
 QList<Path> Manager::pathsCopy() const
 {
-    QMutexLocker l(&d->mutex);
+    QMutexLocker l(&d->publishLock);
     return d->published;
 }
 
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 bool Manager::hasChanges() const { return d->changed.loadAcquire() != 0; }
-void Manager::cancel()
-{
-    d->cancelled.storeRelease(1);
-    d->cancelGeneration.fetchAndAddOrdered(1);
-}
+void Manager::cancel() { d->cancel(); }
 
-void Manager::Data::dropCancelledWork(Manager* manager)
+void Manager::Data::dropCancelledWork()
 {
     bool dropped;
     {
-        QMutexLocker l(&mutex);
+        QMutexLocker l(&publishLock);
         dropped = !pendingVerifying.isEmpty();
         pendingVerifying.clear();
     }
@@ -264,16 +237,10 @@ void Manager::Data::dropCancelledWork(Manager* manager)
                 child.setVerifying(false);
             }
         }
-    if (!dropped)
-        return;
-    manager->publish();
-    emit manager->catalogChanged();
+    if (dropped)
+        show();
 }
-void Manager::setChanged()
-{
-    d->changed.storeRelease(1);
-    ScheduleSave(d->saveTimer, d->thread);
-}
+void Manager::setChanged() { d->markChanged(); }
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 
@@ -292,31 +259,26 @@ bool Manager::hasNewPlugins() const
 
 void Manager::getPaths()
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this] { getPaths(); }, Qt::QueuedConnection);
+    if (d->post([this] { getPaths(); }))
         return;
-    }
     emit paths(d->paths);
 }
 
 void Manager::markPluginsVerifying(const QStringList& pluginRefs)
 {
+    bool shown = false;
     {
-        QMutexLocker l(&d->mutex);
+        QMutexLocker l(&d->publishLock);
         for (const QString& ref : pluginRefs)
             d->pendingVerifying.insert(ref);
+        // Away from the manager's thread the marks show on the published copy at once.
+        if (d->awayFromThread())
+            shown = d->applyPendingVerifyingLocked();
     }
-    if (d->mustHop()) {
-        bool changed;
-        {
-            QMutexLocker l(&d->mutex);
-            changed = d->applyPendingVerifyingLocked();
-        }
-        if (changed)
-            emit catalogChanged();
-        QMetaObject::invokeMethod(this, [this, pluginRefs] { markPluginsVerifying(pluginRefs); }, Qt::QueuedConnection);
+    if (shown)
+        emit catalogChanged();
+    if (d->post([this, pluginRefs] { markPluginsVerifying(pluginRefs); }))
         return;
-    }
     const QSet<QString> refs(pluginRefs.begin(), pluginRefs.end());
     bool any = false;
     auto mark = [&](Plugin& p) {
@@ -332,10 +294,8 @@ void Manager::markPluginsVerifying(const QStringList& pluginRefs)
                 for (Plugin& child : p.plugins())
                     mark(child);
         }
-    if (any) {
-        publish();
-        emit catalogChanged();
-    }
+    if (any)
+        d->show();
 }
 
 /* ---- catalog files ------------------------------------------------------- */
@@ -343,24 +303,22 @@ void Manager::markPluginsVerifying(const QStringList& pluginRefs)
 void Manager::loadCatalog(const QString& filename)
 {
     const QString name = Data::catalogFile(filename, K_VST_CATALOG_V2_NAME);
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, name] { loadCatalog(name); }, Qt::QueuedConnection);
+    if (d->post([this, name] { loadCatalog(name); }))
         return;
-    }
     qInfo().noquote() << "VlorVst::Manager: loadCatalog: " + name;
     if (!QFile::exists(name)) {
         loadCatalog_v1(Data::catalogFile(QString(), K_VST_CATALOG_V1_NAME));
         return;
     }
     QJsonObject root;
-    if (Data::readJsonObject(name, &root))
+    if (Data::readCatalog(name, &root))
         d->replacePaths(root);
 }
 
 void Manager::loadCatalog_v1(const QString& filename)
 {
     QJsonObject root;
-    if (!Data::readJsonObject(filename, &root) || !d->replacePaths(root))
+    if (!Data::readCatalog(filename, &root) || !d->replacePaths(root))
         return;
     for (const QJsonValue& v : root.value(QLatin1String(K_VST_DESCRIPTORS)).toArray()) {
         const QJsonObject o = v.toObject();
@@ -381,11 +339,8 @@ void Manager::loadCatalog_v1(const QString& filename)
             break;
         }
     }
-    if (!d->paths.isEmpty()) {
-        setChanged();
-        publish();
-        emit catalogChanged();
-    }
+    if (!d->paths.isEmpty())
+        d->commit();
 }
 
 bool Manager::saveCatalog(const QString& filename)
@@ -394,38 +349,24 @@ bool Manager::saveCatalog(const QString& filename)
     // Tested first, so that an unchanged catalog is never written, also at exit.
     if (!hasChanges())
         return true;
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, name] { saveCatalog(name); }, Qt::QueuedConnection);
+    if (d->post([this, name] { saveCatalog(name); }))
         return true;
-    }
     QJsonArray array;
     for (const Path& p : d->paths)
         array.append(p.toJsonObject());
     QJsonObject root;
     root.insert(QLatin1String(K_VST_PATHS), array);
     QString error;
-    const bool ok = WriteJsonFileAtomically(name, root, &error);
-    {
-        QMutexLocker l(&d->mutex);
-        d->saveError = error;
-    }
-    if (!ok)
-        return false; // the flag stays set: a later save tries again
-    d->changed.storeRelease(0);
-    return true;
+    return d->recordSave(WriteJsonFileAtomically(name, root, &error), error);
 }
 
-QString Manager::saveError() const
-{
-    QMutexLocker l(&d->mutex);
-    return d->saveError;
-}
+QString Manager::saveError() const { return d->lastSaveError(); }
 
 /* ---- scanning ------------------------------------------------------------ */
 
 void Manager::searchPlugins(bool notifyNewPlugins)
 {
-    if (d->postWork(this, [this, notifyNewPlugins] { searchPlugins(notifyNewPlugins); }))
+    if (d->postWork([this, notifyNewPlugins] { searchPlugins(notifyNewPlugins); }))
         return;
     if (!isScanEnabled() || d->paths.isEmpty())
         return;
@@ -459,14 +400,13 @@ void Manager::searchPlugins(bool notifyNewPlugins)
     }
     if (!d->cancelled.loadAcquire()) {
         if (!refs.isEmpty()) {
-            setChanged();
-            publish();
+            d->markChanged();
+            d->publish();
             if (notifyNewPlugins)
                 emit newPluginsFound(refs);
             emit catalogChanged();
         } else if (changed) {
-            publish();
-            emit catalogChanged();
+            d->show();
         }
     }
     qInfo() << "VlorVst::Manager: searchPlugins finished!";
@@ -497,7 +437,7 @@ bool Manager::searchPluginsInPath(const QString& folder, Path& path, QStringList
 
 void Manager::updatePlugins(bool notifyNewPlugins, bool deep_check_shell_plugins)
 {
-    if (d->postWork(this, [this, notifyNewPlugins, deep_check_shell_plugins] {
+    if (d->postWork([this, notifyNewPlugins, deep_check_shell_plugins] {
             updatePlugins(notifyNewPlugins, deep_check_shell_plugins);
         }))
         return;
@@ -544,7 +484,7 @@ void Manager::updatePlugins(bool notifyNewPlugins, bool deep_check_shell_plugins
             }
         }
     }
-    publish();
+    d->publish();
     emit endScan(hasNewPlugins());
     if (!newRefs.isEmpty() && notifyNewPlugins)
         emit newPluginsFound(newRefs);

@@ -53,7 +53,7 @@ void _PersistSwitch(const Plugin& p, bool on)
 void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_shell_plugins)
 {
     Plugin copy = plugin;
-    if (d->postWork(this, [this, copy, path, deep_check_shell_plugins]() mutable {
+    if (d->postWork([this, copy, path, deep_check_shell_plugins]() mutable {
             enablePlugin(copy, path, deep_check_shell_plugins);
         }))
         return;
@@ -65,7 +65,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
         d->clearPendingVerifying(ref);
         p.setVerifying(false);
         p.setMissing(true);
-        publish();
+        d->publish();
         emit pluginFailed(p, path);
         return;
     }
@@ -78,11 +78,10 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
             p.setVerifying(false);
             p.setEnabled(true);
             _PersistSwitch(p, true);
-            setChanged();
-            publish();
+            d->publishChange();
         } else if (d->clearPendingVerifying(ref) || p.verifying()) {
             p.setVerifying(false);
-            publish();
+            d->publish();
         }
         emit pluginEnabled(p, path);
         return;
@@ -90,8 +89,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
 
     QVlor::Tracer(QStringLiteral("QVlorVst::Manager:")) << "-- => will check plugin " << "\"" << p.filename() << "\"...";
     p.setVerifying(true);
-    publish();
-    emit catalogChanged();
+    d->show();
     emit progressPlugin(p.name().isEmpty() ? QFileInfo(p.filename()).fileName() : p.name());
 
     const QByteArray file = p.filename().toUtf8();
@@ -105,8 +103,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     bool ok = false;
     if (!h && qstrcmp(AUDIOVST_GetLastFailure(), "cancelled") == 0) {
         // Cut short by the quit: the plugin is as it was before the check.
-        publish();
-        emit catalogChanged();
+        d->show();
         return;
     }
     if (!h) {
@@ -129,7 +126,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
                 p.addPlugin(text(AUDIOVST_GetPluginName(h, i)), AUDIOVST_GetPluginId(h, i), &previous);
             for (const Plugin& gone : previous)
                 p.removePlugin(gone);
-            publish();
+            d->publish();
             for (const Plugin& child : p.plugins())
                 if (child.isEnabled())
                     emit pluginEnabled(child, path);
@@ -147,32 +144,27 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     if (ok && wasNew && !p.isShell() && !AUDIOVST_IsEnabled(h)) {
         p.setFailed(false);
         p.setEnabled(false);
-        publish();
+        d->publishChange();
         emit pluginDisabled(p, path);
-        setChanged();
         return;
     }
     if (ok) {
         p.setFailed(false);
         p.setEnabled(true);
         _PersistSwitch(p, true);
-        publish();
+        d->publishChange();
         emit pluginEnabled(p, path);
-        setChanged();
         return;
     }
-    publish();
+    d->publishChange();
     emit pluginFailed(p, path);
-    setChanged();
 }
 
 void Manager::disablePlugin(Plugin& plugin, const Path& path)
 {
-    if (d->mustHop()) {
-        Plugin copy = plugin;
-        QMetaObject::invokeMethod(this, [this, copy, path]() mutable { disablePlugin(copy, path); }, Qt::QueuedConnection);
+    Plugin copy = plugin;
+    if (d->post([this, copy, path]() mutable { disablePlugin(copy, path); }))
         return;
-    }
     Plugin* live = d->findLivePlugin(path, plugin);
     Plugin& p = live ? *live : plugin;
     if (!p.isValid()) {
@@ -188,25 +180,21 @@ void Manager::disablePlugin(Plugin& plugin, const Path& path)
     if (p.isShell())
         for (const Plugin& child : p.plugins())
             emit pluginDisabled(child, path);
-    setChanged();
-    publish();
+    d->publishChange();
     emit pluginDisabled(p, path);
 }
 
 void Manager::resetPlugin(Plugin& plugin, const Path& path)
 {
-    if (d->mustHop()) {
-        Plugin copy = plugin;
-        QMetaObject::invokeMethod(this, [this, copy, path]() mutable { resetPlugin(copy, path); }, Qt::QueuedConnection);
+    Plugin copy = plugin;
+    if (d->post([this, copy, path]() mutable { resetPlugin(copy, path); }))
         return;
-    }
     Plugin* live = d->findLivePlugin(path, plugin);
     Plugin& p = live ? *live : plugin;
     if (!p.isValid()) {
         if (d->clearPendingVerifying(p.pluginRef()) || p.verifying()) {
             p.setVerifying(false);
-            publish();
-            emit catalogChanged();
+            d->show();
         }
         return;
     }
@@ -238,8 +226,7 @@ void Manager::resetPlugin(Plugin& plugin, const Path& path)
     p.setNeedRecheck(false);
     p.setVerifying(false);
     p.setNew(true);
-    setChanged();
-    publish();
+    d->publishChange();
     for (const Plugin& child : children)
         emit pluginDisabled(child, path);
     emit pluginDisabled(p, path);
@@ -247,7 +234,7 @@ void Manager::resetPlugin(Plugin& plugin, const Path& path)
 
 void Manager::enablePlugins(const QStringList& plugins)
 {
-    if (d->postWork(this, [this, plugins] { enablePlugins(plugins); }))
+    if (d->postWork([this, plugins] { enablePlugins(plugins); }))
         return;
     d->cancelled.storeRelease(0);
     emit beginScan();
@@ -290,7 +277,7 @@ void Manager::enablePlugins(const QStringList& plugins)
 
 void Manager::enableNewPlugins()
 {
-    if (d->postWork(this, [this] { enableNewPlugins(); }))
+    if (d->postWork([this] { enableNewPlugins(); }))
         return;
     QStringList refs;
     for (const Path& path : d->paths)
@@ -307,10 +294,8 @@ void Manager::enableNewPlugins()
 
 void Manager::markPluginCrashed(qint64 uniqueId)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, uniqueId] { markPluginCrashed(uniqueId); }, Qt::QueuedConnection);
+    if (d->post([this, uniqueId] { markPluginCrashed(uniqueId); }))
         return;
-    }
     for (Path& path : d->paths) {
         for (Plugin& p : path.plugins()) {
             Plugin* hit = p.uniqueId() == uniqueId ? &p : nullptr;
@@ -321,9 +306,8 @@ void Manager::markPluginCrashed(qint64 uniqueId)
                 continue;
             hit->setFailed(true);
             hit->setEnabled(false);
-            publish();
+            d->publishChange();
             emit pluginFailed(*hit, path);
-            setChanged();
             emit catalogChanged();
             return;
         }
@@ -332,10 +316,8 @@ void Manager::markPluginCrashed(qint64 uniqueId)
 
 void Manager::addPath(const QString& path)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, path] { addPath(path); }, Qt::QueuedConnection);
+    if (d->post([this, path] { addPath(path); }))
         return;
-    }
     if (!QDir(path).exists())
         return;
     const QString absolute = QDir(path).absolutePath();
@@ -344,30 +326,26 @@ void Manager::addPath(const QString& path)
             return;
         // A folder deleted while it still had plugins comes back with them.
         known->setSearched(true);
-        setChanged();
-        publish();
+        d->publishChange();
         emit pathAdded(absolute);
         return;
     }
     d->paths.append(Path(path, UserPath));
-    setChanged();
-    publish();
+    d->publishChange();
     emit pathAdded(path);
 }
 
 void Manager::deletePath(const QString& path)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, path] { deletePath(path); }, Qt::QueuedConnection);
+    if (d->post([this, path] { deletePath(path); }))
         return;
-    }
     for (int i = 0; i < d->paths.size(); ++i) {
         Path& p = d->paths[i];
         if (p.absolutePath() != path)
             continue;
         if (p.kind() == SystemPath)
             return;
-        setChanged();
+        d->markChanged();
         p.dropUnprobedPlugins();
         const QString absolute = p.absolutePath();
         // Probed plugins keep their state: the path stays, out of every scan.
@@ -375,7 +353,7 @@ void Manager::deletePath(const QString& path)
             d->paths.removeAt(i);
         else
             p.setSearched(false);
-        publish();
+        d->publish();
         emit pathDeleted(absolute);
         return;
     }
@@ -383,46 +361,36 @@ void Manager::deletePath(const QString& path)
 
 void Manager::enablePath(const QString& path)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, path] { enablePath(path); }, Qt::QueuedConnection);
+    if (d->post([this, path] { enablePath(path); }))
         return;
-    }
     if (Path* p = d->findPath(path)) {
         p->setEnabled(true);
-        setChanged();
-        publish();
+        d->publishChange();
         emit pathEnabled(p->absolutePath());
     }
 }
 
 void Manager::disablePath(const QString& path)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, path] { disablePath(path); }, Qt::QueuedConnection);
+    if (d->post([this, path] { disablePath(path); }))
         return;
-    }
     if (Path* p = d->findPath(path)) {
         p->setEnabled(false);
-        setChanged();
-        publish();
+        d->publishChange();
         emit pathDisabled(p->absolutePath());
     }
 }
 
 void Manager::setVendorEnabled(const QString& path, const QString& vendorKey, bool enabled)
 {
-    if (d->mustHop()) {
-        QMetaObject::invokeMethod(this, [this, path, vendorKey, enabled] { setVendorEnabled(path, vendorKey, enabled); },
-                                  Qt::QueuedConnection);
+    if (d->post([this, path, vendorKey, enabled] { setVendorEnabled(path, vendorKey, enabled); }))
         return;
-    }
     Path* p = d->findPath(path);
     if (!p)
         return;
     const QString vendor = vendorKey.toLower();
     p->setVendorEnabled(vendor, enabled);
-    setChanged();
-    publish();
+    d->publishChange();
     // The plugins' own flags stay: the vendor switch acts on top of them.
     for (const Plugin& plugin : p->plugins()) {
         if (plugin.isShell() || plugin.vendor().toLower() != vendor || !plugin.isEnabled() || !plugin.exists())

@@ -37,6 +37,9 @@ QSet<QString> toSet(const QJsonValue& v)
 
 namespace QVlorVst {
 
+// A plugin's part of this: only a path knows where it begins.
+QString Plugin::relativeFilename(const Path& path) const { return filename().mid(path.absolutePath().size() + 1); }
+
 class Path::Data : public QSharedData {
 public:
     bool valid = false;

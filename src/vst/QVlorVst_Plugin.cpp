@@ -1,6 +1,5 @@
 #include "QVlorVst_Plugin.h"
 
-#include "QVlorVst_Path.h"
 
 #include "audiovst.h"
 #include "blsha1.h"
@@ -200,7 +199,6 @@ bool Plugin::operator==(const Plugin& other) const
 
 QString Plugin::pluginRef() const { return d->filename + QLatin1Char(':') + QString::number(d->pluginId); }
 
-QString Plugin::relativeFilename(const Path& path) const { return d->filename.mid(path.absolutePath().size() + 1); }
 
 QString Plugin::state() const
 {

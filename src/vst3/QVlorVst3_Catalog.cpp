@@ -1,6 +1,6 @@
 #include "QVlorVst3_Catalog.h"
 
-#include "QVlorJsonFile_p.h"
+#include "QVlorDataFile_p.h"
 
 #include <QDateTime>
 #include <QFile>

@@ -7,8 +7,8 @@
 #include "QVlorSetting.h"
 #include "QVlorVst3_ModuleInfo.h"
 #include "QVlorVst3_Probe_p.h"
-#include "QVlorManagerThread_p.h"
-#include "../engine/savetarget_p.h"
+#include "QVlorDataFile_p.h"
+#include "QVlorHostProgram_p.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -20,7 +20,6 @@
 #include <QJsonArray>
 #include <QLoggingCategory>
 #include <QRegularExpression>
-#include <QSaveFile>
 
 #include <limits>
 
@@ -45,32 +44,15 @@ QString sentinelPath()
     return s_sentinelPath;
 }
 
-// The text of the sentinel; empty when it cannot be read. Only a plain file
-// is read: anything else in its place would block or never end.
+// The text of the sentinel; empty when it cannot be read.
 QString readSentinel(const QString& path)
 {
-    if (!QFileInfo(path).isFile())
-        return QString();
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return QString();
-    return QString::fromUtf8(file.read(64 * 1024));
+    QByteArray bytes;
+    ReadPlainFile(path, &bytes, 64 * 1024);
+    return QString::fromUtf8(bytes);
 }
 
-void writeSentinel(const QString& path, const QString& text)
-{
-    std::string target;
-    std::string why;
-    if (!SaveTarget(QFile::encodeName(path).toStdString(), &target, &why)) {
-        qWarning().noquote() << "Could not write" << path + QStringLiteral(":") << QString::fromStdString(why);
-        return;
-    }
-    QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(text.toUtf8());
-        file.commit();
-    }
-}
+void writeSentinel(const QString& path, const QString& text) { WriteFileAtomically(path, text.toUtf8()); }
 
 } // namespace
 
@@ -130,12 +112,15 @@ void Manager::Data::clearPendingVerifyingClass(const QString& cid)
 
 bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const
 {
-    const QString program = hostBinary.isEmpty() ? QCoreApplication::applicationFilePath() : hostBinary;
+    QString program = hostBinary;
+    QStringList arguments = hostArgs;
+    if (program.isEmpty())
+        QVlorHostProgram::Vst3(&program, &arguments);
     // A setting edited by hand must neither overflow into "wait forever" nor give no time at all.
     const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30),
                                std::numeric_limits<int>::max() / 1000);
     qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
-    return __RunHostProcess(program, hostArgs + job, seconds * 1000, reply, errorText, &quitting);
+    return __RunHostProcess(program, arguments + job, seconds * 1000, reply, errorText, &quitting);
 }
 
 void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
@@ -161,12 +146,11 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     : QObject(nullptr), d(new Data)
 {
     // An object with a parent cannot change threads: the parent is not taken.
-    d->hostArgs = QStringList{QStringLiteral("--vst3")};
     d->catalogPath = catalogPath;
     d->pairsPath = pairsPath;
     d->sentinelPath = sentinel;
     d->verifierBuild = verifierBuild;
-    d->thread = new QThread;
+    d->q = this;
 
     qRegisterMetaType<QVlorVst3::CatalogClass>("QVlorVst3::CatalogClass");
     qRegisterMetaType<QVlorVst3::CatalogClass>("QVlorVst3::CatalogClass&");
@@ -192,10 +176,7 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
-    d->saveTimer = MakeSaveTimer(this, [this] { saveCatalogAndPairs(); });
-    connect(this, &Manager::catalogChanged, this, [this] { ScheduleSave(d->saveTimer, d->thread); });
-
-    StartManagerThread(this, &d->thread, QStringLiteral("QVlorVst3::Manager"));
+    d->startThread(QStringLiteral("QVlorVst3::Manager"), [this] { saveCatalogAndPairs(); });
 }
 
 Manager::~Manager()
@@ -208,10 +189,9 @@ void Manager::aboutToQuit()
 {
     if (d->awayFromThread())
         d->quitting.storeRelease(1);
-    else if (d->thread && !d->thread->isFinished())
-        SaveBeforeTheEnd(d->saveTimer, [this] { saveCatalogAndPairs(); });
+    d->saveIfDue([this] { saveCatalogAndPairs(); });
     // What the thread held is saved last, once nothing can change it any more.
-    if (EndManagerThread(this, &d->thread))
+    if (d->endThread())
         saveCatalogAndPairs();
 }
 
@@ -226,13 +206,9 @@ Catalog Manager::catalogCopy() const
 Catalog& Manager::catalog() { return d->catalog; }
 QVlorPluginPairs& Manager::pairs() { return d->pairs; }
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
-void Manager::cancel()
-{
-    d->cancelRequested.storeRelease(1);
-    d->cancelGeneration.fetchAndAddOrdered(1);
-}
+void Manager::cancel() { d->cancel(); }
 
-void Manager::Data::dropCancelledWork(Manager* manager)
+void Manager::Data::dropCancelledWork()
 {
     bool dropped;
     {
@@ -257,11 +233,8 @@ void Manager::Data::dropCancelledWork(Manager* manager)
             dropped = true;
         }
     }
-    if (!dropped)
-        return;
-    dirty.storeRelease(1);
-    publish();
-    emit manager->catalogChanged();
+    if (dropped)
+        commit();
 }
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
@@ -272,42 +245,32 @@ void Manager::setScanEnabled(bool on) { QVlorSetting::global().change(QLatin1Str
 
 bool Manager::saveCatalogAndPairs()
 {
-    if (!d->dirty.loadAcquire())
+    if (!d->changed.loadAcquire())
         return true;
     QString error;
     const bool ok = d->catalog.save(d->catalogPath, &error) && d->pairs.save(d->pairsPath, &error);
-    {
-        QMutexLocker l(&d->publishLock);
-        d->saveError = error;
-    }
-    if (ok)
-        d->dirty.storeRelease(0);
-    return ok;
+    return d->recordSave(ok, error);
 }
 
-QString Manager::saveError() const
-{
-    QMutexLocker l(&d->publishLock);
-    return d->saveError;
-}
+QString Manager::saveError() const { return d->lastSaveError(); }
 
 void Manager::setVst2ItemsProvider(const Vst2ItemsProvider& provider)
 {
-    if (d->post(this, [this, provider] { setVst2ItemsProvider(provider); }))
+    if (d->post([this, provider] { setVst2ItemsProvider(provider); }))
         return;
     d->vst2Items = provider;
 }
 
 void Manager::setVst2FailedSetter(const Vst2FailedSetter& setter)
 {
-    if (d->post(this, [this, setter] { setVst2FailedSetter(setter); }))
+    if (d->post([this, setter] { setVst2FailedSetter(setter); }))
         return;
     d->vst2Failed = setter;
 }
 
 void Manager::setHostBinary(const QString& path, const QStringList& arguments)
 {
-    if (d->post(this, [this, path, arguments] { setHostBinary(path, arguments); }))
+    if (d->post([this, path, arguments] { setHostBinary(path, arguments); }))
         return;
     d->hostBinary = path;
     d->hostArgs = arguments;
@@ -317,7 +280,7 @@ void Manager::setHostBinaryForTesting(const QString& path) { setHostBinary(path,
 
 void Manager::setSearchPathsForTesting(const QStringList& paths)
 {
-    if (d->post(this, [this, paths] { setSearchPathsForTesting(paths); }))
+    if (d->post([this, paths] { setSearchPathsForTesting(paths); }))
         return;
     // Read from any thread by searchPaths().
     QMutexLocker l(&d->publishLock);
@@ -367,9 +330,9 @@ void __CollectBundlePaths(const QString& directory, QStringList* output)
 
 void Manager::searchPlugins(bool notifyNew)
 {
-    if (d->postWork(this, [this, notifyNew] { searchPlugins(notifyNew); }))
+    if (d->postWork([this, notifyNew] { searchPlugins(notifyNew); }))
         return;
-    d->cancelRequested.storeRelease(0);
+    d->cancelled.storeRelease(0);
     if (!isScanEnabled()) {
         emit endScan(false);
         return;
@@ -412,7 +375,7 @@ void Manager::searchPlugins(bool notifyNew)
     QList<QString> newNames;
     const int total = int(found.size());
     for (int i = 1; i <= total; ++i) {
-        if (d->cancelRequested.loadAcquire())
+        if (d->cancelled.loadAcquire())
             break;
         const QString& path = found.at(i - 1);
         const int at = place.value(path, -1);
@@ -454,9 +417,7 @@ void Manager::searchPlugins(bool notifyNew)
     }
 
     runMatcher({}, 0);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
     bool anyNew = false;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
         for (const CatalogClass& c : b.classes())
@@ -526,7 +487,7 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
 
 void Manager::rescanPlugins()
 {
-    if (d->postWork(this, [this] { rescanPlugins(); }))
+    if (d->postWork([this] { rescanPlugins(); }))
         return;
     for (CatalogBundle& b : d->catalog.bundles()) {
         if (!b.probed() || b.failed())
@@ -582,8 +543,7 @@ QString Manager::consumeCrashSentinel()
         if (CatalogClass* c = d->catalog.findClass(key)) {
             c->setState(CatalogClass::Crashed);
             const CatalogClass crashed = *c;
-            d->dirty.storeRelease(1);
-            d->publish();
+            d->publishChange();
             emit pluginStateChanged(crashed);
             emit catalogChanged();
         }

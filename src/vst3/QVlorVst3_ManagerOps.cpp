@@ -32,7 +32,7 @@ bool __LocateClassAndBundle(Catalog& catalog, const QString& cid, CatalogBundle*
 
 void Manager::enablePlugin(const QString& cid)
 {
-    if (d->postWork(this, [this, cid] { enablePlugin(cid); }))
+    if (d->postWork([this, cid] { enablePlugin(cid); }))
         return;
     CatalogBundle* bundle = nullptr;
     CatalogClass* c = nullptr;
@@ -77,8 +77,7 @@ void Manager::enablePlugin(const QString& cid)
         c->setLastError(error);
     }
     const CatalogClass result = *c;
-    d->dirty.storeRelease(1);
-    d->publish();
+    d->publishChange();
     if (ok)
         emit pluginEnabled(result);
     else
@@ -90,7 +89,7 @@ void Manager::enableBundle(const QString& path) { enableBundleInternal(path, tru
 
 void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
 {
-    if (d->postWork(this, [this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
+    if (d->postWork([this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
         return;
     auto dropMark = [this, &path] {
         QMutexLocker l(&d->publishLock);
@@ -100,8 +99,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
     if (!b) {
         // A mark on a bundle that is gone would show it busy until the next publish.
         if (dropMark()) {
-            d->publish();
-            emit catalogChanged();
+            d->show();
         }
         return;
     }
@@ -109,8 +107,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         const bool wasMarked = dropMark();
         if (wasMarked || b->verifying()) {
             b->setVerifying(false);
-            d->publish();
-            emit catalogChanged();
+            d->show();
         }
         return;
     }
@@ -118,14 +115,11 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         dropMark();
         b->setVerifying(false);
         b->setMissing(true);
-        d->dirty.storeRelease(1);
-        d->publish();
-        emit catalogChanged();
+        d->commit();
         return;
     }
     b->setVerifying(true);
-    d->publish();
-    emit catalogChanged();
+    d->show();
 
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
@@ -147,9 +141,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         // Not probed: the bundle can be tried again.
         b->setFailed(true);
         b->setLastError(error);
-        d->dirty.storeRelease(1);
-        d->publish();
-        emit catalogChanged();
+        d->commit();
         return;
     }
     QSet<QString> taken;
@@ -171,14 +163,12 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
                                                                           : QString());
     Data::ReadModuleInfo(b);
     runMatcher({}, 0);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::enableNewPlugins()
 {
-    if (d->postWork(this, [this] { enableNewPlugins(); }))
+    if (d->postWork([this] { enableNewPlugins(); }))
         return;
     QStringList unprobed;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
@@ -245,14 +235,12 @@ void Manager::enableNewPlugins()
     }
     for (const QString& cid : std::as_const(fresh))
         d->returningPairs.remove(cid);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::disablePlugin(const QString& cid)
 {
-    if (d->post(this, [this, cid] { disablePlugin(cid); }))
+    if (d->post([this, cid] { disablePlugin(cid); }))
         return;
     CatalogClass* c = d->catalog.findClass(cid);
     if (!c)
@@ -260,28 +248,25 @@ void Manager::disablePlugin(const QString& cid)
     c->setEnabled(false);
     c->setState(CatalogClass::Disabled);
     const CatalogClass off = *c;
-    d->publish();
+    d->publishChange();
     emit pluginDisabled(off);
-    d->dirty.storeRelease(1);
     emit catalogChanged();
 }
 
 void Manager::setBundleEnabled(const QString& path, bool on)
 {
-    if (d->post(this, [this, path, on] { setBundleEnabled(path, on); }))
+    if (d->post([this, path, on] { setBundleEnabled(path, on); }))
         return;
     CatalogBundle* b = d->catalog.findBundle(path);
     if (!b || b->enabled() == on)
         return;
     b->setEnabled(on);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::setVendorEnabled(const QString& vendor, bool on)
 {
-    if (d->post(this, [this, vendor, on] { setVendorEnabled(vendor, on); }))
+    if (d->post([this, vendor, on] { setVendorEnabled(vendor, on); }))
         return;
     const QString key = vendor.toLower();
     if (key.isEmpty())
@@ -297,22 +282,19 @@ void Manager::setVendorEnabled(const QString& vendor, bool on)
     }
     if (!changed)
         return;
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::clearCrashedState(const QString& cid)
 {
-    if (d->post(this, [this, cid] { clearCrashedState(cid); }))
+    if (d->post([this, cid] { clearCrashedState(cid); }))
         return;
     CatalogClass* c = d->catalog.findClass(cid);
     if (!c || c->state() != CatalogClass::Crashed)
         return;
     c->setState(CatalogClass::Enabled);
     const CatalogClass cleared = *c;
-    d->dirty.storeRelease(1);
-    d->publish();
+    d->publishChange();
     emit pluginStateChanged(cleared);
     // The user's answer must outlive a crash of the very next open.
     emit catalogChanged();
@@ -320,7 +302,7 @@ void Manager::clearCrashedState(const QString& cid)
 
 void Manager::removeFromCatalog(const QString& cid)
 {
-    if (d->post(this, [this, cid] { removeFromCatalog(cid); }))
+    if (d->post([this, cid] { removeFromCatalog(cid); }))
         return;
     CatalogBundle* bundle = nullptr;
     CatalogClass* c = nullptr;
@@ -330,14 +312,12 @@ void Manager::removeFromCatalog(const QString& cid)
     classes.removeAt(int(c - classes.data()));
     if (classes.isEmpty())
         d->catalog.removeBundle(bundle->path());
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::resetBundle(const QString& path)
 {
-    if (d->post(this, [this, path] { resetBundle(path); }))
+    if (d->post([this, path] { resetBundle(path); }))
         return;
     CatalogBundle* b = d->catalog.findBundle(path);
     if (!b)
@@ -362,14 +342,12 @@ void Manager::resetBundle(const QString& path)
         for (const QString& cid : std::as_const(cids))
             d->pendingVerifyingClasses.remove(cid);
     }
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::purgeUnprobedUnder(const QString& root)
 {
-    if (d->post(this, [this, root] { purgeUnprobedUnder(root); }))
+    if (d->post([this, root] { purgeUnprobedUnder(root); }))
         return;
     if (root.isEmpty())
         return;
@@ -383,9 +361,7 @@ void Manager::purgeUnprobedUnder(const QString& root)
     }
     if (!any)
         return;
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::markClassesVerifying(const QStringList& cids)
@@ -394,7 +370,7 @@ void Manager::markClassesVerifying(const QStringList& cids)
     if (d->addMarks(&d->pendingVerifyingClasses, cids, &shown)) {
         if (shown)
             emit catalogChanged();
-        d->post(this, [this, cids] { markClassesVerifying(cids); });
+        d->post([this, cids] { markClassesVerifying(cids); });
         return;
     }
     bool any = false;
@@ -406,8 +382,7 @@ void Manager::markClassesVerifying(const QStringList& cids)
         }
     }
     if (any) {
-        d->publish();
-        emit catalogChanged();
+        d->show();
     }
 }
 
@@ -417,7 +392,7 @@ void Manager::markBundlesVerifying(const QStringList& paths)
     if (d->addMarks(&d->pendingVerifyingBundles, paths, &shown)) {
         if (shown)
             emit catalogChanged();
-        d->post(this, [this, paths] { markBundlesVerifying(paths); });
+        d->post([this, paths] { markBundlesVerifying(paths); });
         return;
     }
     bool any = false;
@@ -429,8 +404,7 @@ void Manager::markBundlesVerifying(const QStringList& paths)
         }
     }
     if (any) {
-        d->publish();
-        emit catalogChanged();
+        d->show();
     }
 }
 

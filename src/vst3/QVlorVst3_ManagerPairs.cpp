@@ -60,17 +60,15 @@ QSet<QString> Manager::pendingPairOpCidsCopy() const
 
 void Manager::rematchPairs(qint64 vst2UniqueId)
 {
-    if (d->post(this, [this, vst2UniqueId] { rematchPairs(vst2UniqueId); }))
+    if (d->post([this, vst2UniqueId] { rematchPairs(vst2UniqueId); }))
         return;
     runMatcher({}, vst2UniqueId);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::setPairActiveFormat(const QString& pairId, const QString& format)
 {
-    if (d->post(this, [this, pairId, format] { setPairActiveFormat(pairId, format); }))
+    if (d->post([this, pairId, format] { setPairActiveFormat(pairId, format); }))
         return;
     if (format != QLatin1String("vst2") && format != QLatin1String("vst3"))
         return;
@@ -78,15 +76,13 @@ void Manager::setPairActiveFormat(const QString& pairId, const QString& format)
     if (!entry)
         return;
     entry->activeFormat = format;
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::splitPair(const QString& pairId, const QString& keepFormat, qint64 pendingVst2UniqueId,
                         const QString& pendingVst3Cid)
 {
-    if (d->post(this, [=] { splitPair(pairId, keepFormat, pendingVst2UniqueId, pendingVst3Cid); }))
+    if (d->post([=] { splitPair(pairId, keepFormat, pendingVst2UniqueId, pendingVst3Cid); }))
         return;
     QList<qint64> ids;
     QStringList cids;
@@ -102,9 +98,7 @@ void Manager::splitPair(const QString& pairId, const QString& keepFormat, qint64
     }
     d->pairs.splitPair(pairId, keepFormat);
     d->clearPendingPairOp(ids, cids);
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::markPairOpPending(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids)
@@ -132,25 +126,22 @@ void Manager::markPairOpPending(const QList<qint64>& vst2UniqueIds, const QStrin
 
 void Manager::addManualPair(qint64 vst2UniqueId, const QString& vst3Cid, const QString& activeFormat)
 {
-    if (d->post(this, [=] { addManualPair(vst2UniqueId, vst3Cid, activeFormat); }))
+    if (d->post([=] { addManualPair(vst2UniqueId, vst3Cid, activeFormat); }))
         return;
     // A refused rejoin still clears the busy marks, so the row stops spinning.
     d->pairs.rejoinPair(vst2UniqueId, vst3Cid, activeFormat);
     d->clearPendingPairOp({vst2UniqueId}, {vst3Cid});
-    d->dirty.storeRelease(1);
-    d->publish();
-    emit catalogChanged();
+    d->commit();
 }
 
 void Manager::purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids)
 {
-    if (d->post(this, [=] { purgePairState(vst2UniqueIds, vst3Cids); }))
+    if (d->post([=] { purgePairState(vst2UniqueIds, vst3Cids); }))
         return;
     const bool cleared = d->clearPendingPairOp(vst2UniqueIds, vst3Cids);
     const bool purged = d->pairs.purgeIdentities(vst2UniqueIds, vst3Cids);
     if (purged) {
-        d->dirty.storeRelease(1);
-        d->publish();
+        d->publishChange();
     }
     if (cleared || purged)
         emit catalogChanged();

@@ -2,7 +2,7 @@
 #define QVLORVST3_MANAGER_P_H
 
 #include "QVlorVst3_Manager.h"
-#include "QVlorManagerThread_p.h"
+#include "QVlorManagerCore_p.h"
 
 #include <QAtomicInt>
 #include <QHash>
@@ -15,7 +15,7 @@
 
 namespace QVlorVst3 {
 
-class Manager::Data {
+class Manager::Data : public ManagerCore<Manager, Manager::Data> {
 public:
     QString catalogPath;
     QString pairsPath;
@@ -34,7 +34,7 @@ public:
     QHash<QString, QVlorPluginPairs::Entry> returningPairs; // by cid; the manager's thread alone
     QVlorPluginPairs pairs; // likewise
 
-    mutable QMutex publishLock; // guards the copies, every pending set and the search paths' override
+    // publishLock guards the copies, every pending set and the search paths' override.
     Catalog publishedCatalog;
     QList<QVlorPluginPairs::Entry> publishedPairs;
     QSet<QString> pendingVerifyingBundles;
@@ -42,43 +42,12 @@ public:
     QSet<qint64> pendingPairOpVst2Ids;
     QSet<QString> pendingPairOpCids;
 
-    QString saveError; // under publishLock
-    QAtomicInt cancelRequested{0};
-    // One more at each cancel: work posted before it is dropped when its turn comes.
-    QAtomicInt cancelGeneration{0};
     // Set when the application quits: the child under way gets a short grace.
     QAtomicInt quitting{0};
-    QAtomicInt scanning{0};
-    QAtomicInt dirty{0};
-    QPointer<QThread> thread;
-    QTimer* saveTimer = nullptr; // the manager's child, on its thread
 
-    // On another thread than the manager's, while that one still runs: work must be posted.
-    bool awayFromThread() const
-    {
-        return thread && QThread::currentThread() != thread.data() && !thread->isFinished();
-    }
-    // True when a call must be posted to the manager's thread; it then has been.
-    template <typename F> bool post(QObject* manager, F&& call) const
-    {
-        if (!awayFromThread())
-            return false;
-        QMetaObject::invokeMethod(manager, std::forward<F>(call), Qt::QueuedConnection);
-        return true;
-    }
-    // post, for work that may start a child (scans, probes, verifications):
-    // posted before a cancel, it does not start, so that a cancel or a quit
-    // never waits behind a queue of children.
-    template <typename F> bool postWork(Manager* manager, F&& call)
-    {
-        if (!awayFromThread())
-            return false;
-        PostUnlessCancelled(manager, cancelGeneration, std::forward<F>(call), [this, manager] { dropCancelledWork(manager); });
-        return true;
-    }
     // What a dropped piece of work leaves: the marks of the rows it would
     // have settled are taken back.
-    void dropCancelledWork(Manager* manager);
+    void dropCancelledWork();
 
     void publish();
     bool applyPendingVerifyingLocked();

@@ -1,5 +1,7 @@
 #include "QVlorVst3_ModuleInfo.h"
 
+#include "QVlorDataFile_p.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -16,15 +18,10 @@ bool ModuleInfo::read(const QString& bundlePath, QList<ClassEntry>* classes, QLi
         if (!QFile::exists(file))
             return false;
     }
-    QFile f(file);
-    if (!f.open(QIODevice::ReadOnly))
-        return false;
     // Qt's strict parser, with no clean-up first: relaxed JSON is an error.
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(f.readAll(), &error);
-    if (error.error != QJsonParseError::NoError)
+    QJsonObject root;
+    if (!ReadJsonFileObject(file, &root, JsonFileOwner::Plugin))
         return false;
-    const QJsonObject root = doc.object();
     const QString factoryVendor =
         root.value(QStringLiteral("Factory Info")).toObject().value(QStringLiteral("Vendor")).toString();
     if (vendor)

@@ -1,4 +1,7 @@
+#include "QVlorVst3_Probe.h"
 #include "QVlorVst3_Probe_p.h"
+
+#include "QVlorHostProgram_p.h"
 
 #include "QVlorVst3_Catalog.h"
 
@@ -26,16 +29,21 @@ QStringList VerifyArguments(const QString& bundle, const QString& cid)
     return {QStringLiteral("--verify"), bundle, QStringLiteral("--cid"), cid};
 }
 
-void DefaultHostProgram(QString* program, QStringList* arguments)
+bool ProbeBundle(const QString& bundle, int timeoutMs, QJsonObject* reply, QString* error)
 {
-    const QString beside = QCoreApplication::applicationDirPath() + QStringLiteral("/vlorvst3");
-    if (QFileInfo(beside).isExecutable()) {
-        *program = beside;
-        arguments->clear();
-    } else {
-        *program = QCoreApplication::applicationFilePath();
-        *arguments = {QStringLiteral("--vst3")};
-    }
+    QString program;
+    QStringList arguments;
+    QVlorHostProgram::Vst3(&program, &arguments);
+    return __RunHostProcess(program, arguments + ProbeArguments(bundle), timeoutMs, reply, error);
+}
+
+bool VerifyClass(const QString& bundle, const QString& cid, int timeoutMs, QString* error)
+{
+    QString program;
+    QStringList arguments;
+    QVlorHostProgram::Vst3(&program, &arguments);
+    QJsonObject reply;
+    return __RunHostProcess(program, arguments + VerifyArguments(bundle, cid), timeoutMs, &reply, error);
 }
 
 bool ParseHostReply(const QByteArray& output, QJsonObject* reply)

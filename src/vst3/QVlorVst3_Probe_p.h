@@ -19,10 +19,6 @@ extern const char* const K_SETTING_PROBE_TIMEOUT_S; // seconds, default 30
 QStringList ProbeArguments(const QString& bundle);
 QStringList VerifyArguments(const QString& bundle, const QString& cid);
 
-// The host program the library starts: vlorvst3 beside the application, or
-// else the application itself with "--vst3".
-void DefaultHostProgram(QString* program, QStringList* arguments);
-
 // The JSON object on the last line of a host's output that is not blank;
 // false when there is no such line or it holds no object.
 bool ParseHostReply(const QByteArray& output, QJsonObject* reply);

@@ -1,6 +1,7 @@
 // The registry of VST2 records, their hash and their persisted status, and
 // the location of the host program.
 #include "vsteffect_p.h"
+#include "../hostprogram_p.h"
 
 #include "blcore.h"
 #include "bldebug.h"
@@ -108,7 +109,7 @@ static bool _IsWorkingHost(const char* candidate)
 {
     // --true must exit 1 and --false 0: a program that always gives the same
     // status, or a status that does not reach us unchanged, is no host.
-    return BLIO_Exists(candidate) && BLCORE_Spawn("\"%s\" --true", candidate) == 1 &&
+    return HostProgramUsable(candidate) && BLCORE_Spawn("\"%s\" --true", candidate) == 1 &&
            BLCORE_Spawn("\"%s\" --false", candidate) == 0;
 }
 

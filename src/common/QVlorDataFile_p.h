@@ -1,6 +1,7 @@
-#ifndef QVLORJSONFILE_P_H
-#define QVLORJSONFILE_P_H
-// The library's JSON files are replaced whole or not at all.
+#ifndef QVLORDATAFILE_P_H
+#define QVLORDATAFILE_P_H
+// The library's own files are replaced whole or not at all, and read
+// tolerantly: whatever is in their place, nothing blocks or throws.
 
 #include "../engine/savetarget_p.h"
 
@@ -59,7 +60,7 @@ inline void KeepUnreadableAside(const QString& fileName)
 // so the file is written unbuffered and the count checked. Only a regular
 // file or nothing is replaced; a link to one is written through and stays.
 // False, with the reason in *error, when nothing was kept; also logged.
-inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& root, QString* error = nullptr)
+inline bool WriteFileAtomically(const QString& fileName, const QByteArray& bytes, QString* error = nullptr)
 {
     // Each failure is logged once, not at every save a busy scan asks for.
     static QMutex lastLock;
@@ -83,7 +84,6 @@ inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& 
     QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
     if (!file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return fail(file.errorString());
-    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
     errno = 0;
     if (file.write(bytes) != bytes.size()) {
         // Qt tells a short write by its count alone; the system said why.
@@ -102,24 +102,62 @@ inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& 
     return true;
 }
 
-// The one JSON object a file holds; false when it cannot be read, does not
-// parse or holds something else.
-inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root)
+inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& root, QString* error = nullptr)
 {
-    // A pipe or a device in the file's place would block the open or never end.
+    return WriteFileAtomically(fileName, QJsonDocument(root).toJson(QJsonDocument::Indented), error);
+}
+
+// At most limit bytes of a plain file; empty when there is none. A pipe or a
+// device in the file's place would block the open or never end.
+inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit = -1)
+{
     if (!QFileInfo(fileName).isFile())
         return false;
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         return false;
-    QJsonParseError error;
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
-    if (error.error != QJsonParseError::NoError || !doc.isObject()) {
-        MarkJsonFileUnreadable(fileName);
-        return false;
-    }
-    *root = doc.object();
+    *bytes = limit < 0 ? file.readAll() : file.read(limit);
     return true;
+}
+
+// Whose file it is: one of the library's is kept aside before a save
+// replaces it unread; a plugin's is only read.
+enum class JsonFileOwner { Library, Plugin };
+
+// Why a file that was there did not read: the parser's error, or none for
+// a document that is not one object.
+struct JsonFileFault {
+    bool happened = false;
+    QString parseError;
+};
+
+// The one JSON object a file holds; false when it cannot be read, does not
+// parse or holds something else. A fault of one of the library's files is
+// logged here unless the caller asks for it in *fault, to word it itself.
+inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root, JsonFileOwner owner = JsonFileOwner::Library,
+                               JsonFileFault* fault = nullptr)
+{
+    QByteArray bytes;
+    if (!ReadPlainFile(fileName, &bytes))
+        return false;
+    QJsonParseError error;
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+    if (error.error == QJsonParseError::NoError && doc.isObject()) {
+        *root = doc.object();
+        return true;
+    }
+    if (owner == JsonFileOwner::Plugin)
+        return false;
+    MarkJsonFileUnreadable(fileName);
+    const QString parseError = error.error != QJsonParseError::NoError ? error.errorString() : QString();
+    if (fault) {
+        fault->happened = true;
+        fault->parseError = parseError;
+    } else {
+        qWarning().noquote() << "Could not read" << fileName + QStringLiteral(":")
+                             << (parseError.isEmpty() ? QStringLiteral("not one JSON object") : parseError);
+    }
+    return false;
 }
 
 #endif

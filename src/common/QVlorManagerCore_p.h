@@ -1,0 +1,184 @@
+#ifndef QVLORMANAGERCORE_P_H
+#define QVLORMANAGERCORE_P_H
+// What the catalog managers of both formats share: their own thread, the
+// hop onto it, the commit of a change, and the coalesced save.
+
+#include <QAtomicInt>
+#include <QMetaObject>
+#include <QMutex>
+#include <QObject>
+#include <QPointer>
+#include <QString>
+#include <QThread>
+#include <QTimer>
+
+#include <utility>
+
+// A change is on disk a moment after it is made, so that a crash of the
+// editor loses no choice; the changes of a batch share one write.
+constexpr int kSaveDelayMs = 200;
+
+// The plumbing under a manager's Data. Manager is the QObject with the
+// signals; Data, which derives from this, has publish() (the working state
+// copied out for other threads) and dropCancelledWork() (the marks a dropped
+// piece of work would have settled, taken back).
+template <typename Manager, typename Data> class ManagerCore {
+public:
+    Manager* q = nullptr;
+    QPointer<QThread> thread;
+    QTimer* saveTimer = nullptr; // the manager's child, on its thread
+    mutable QMutex publishLock;  // guards the published copies, the pending marks and saveError
+    QString saveError;
+    QAtomicInt cancelled{0};
+    // One more at each cancel: work posted before it is dropped when its
+    // turn comes, so that a cancel or a quit never waits behind a queue of children.
+    QAtomicInt cancelGeneration{0};
+    QAtomicInt scanning{0};
+    QAtomicInt changed{0};
+
+    // On another thread than the manager's, while that one still runs: work must be posted.
+    bool awayFromThread() const { return thread && QThread::currentThread() != thread.data() && !thread->isFinished(); }
+
+    // Called away from the manager's thread, a slot posts itself there and
+    // returns: true when the call has been posted.
+    template <typename F> bool post(F&& call) const
+    {
+        if (!awayFromThread())
+            return false;
+        QMetaObject::invokeMethod(q, std::forward<F>(call), Qt::QueuedConnection);
+        return true;
+    }
+
+    // post, for work that may start a child (a scan, a check, a probe): a
+    // cancel that comes before its turn drops it.
+    template <typename F> bool postWork(F&& call)
+    {
+        if (!awayFromThread())
+            return false;
+        const int at = cancelGeneration.loadAcquire();
+        QMetaObject::invokeMethod(
+            q,
+            [this, at, call = std::forward<F>(call)]() mutable {
+                if (at != cancelGeneration.loadAcquire())
+                    static_cast<Data*>(this)->dropCancelledWork();
+                else
+                    call();
+            },
+            Qt::QueuedConnection);
+        return true;
+    }
+
+    void cancel()
+    {
+        cancelled.storeRelease(1);
+        cancelGeneration.fetchAndAddOrdered(1);
+    }
+
+    // A persistent change: the save becomes due.
+    void markChanged()
+    {
+        changed.storeRelease(1);
+        scheduleSave();
+    }
+    // Other threads see the working state as it is now.
+    void show()
+    {
+        static_cast<Data*>(this)->publish();
+        emit q->catalogChanged();
+    }
+    // A persistent change, published; the caller emits what it was.
+    void publishChange()
+    {
+        markChanged();
+        static_cast<Data*>(this)->publish();
+    }
+    // A persistent change, published and told as such.
+    void commit()
+    {
+        publishChange();
+        emit q->catalogChanged();
+    }
+
+    // The outcome of a save, for saveError(); a failed save leaves the change due.
+    bool recordSave(bool ok, const QString& error)
+    {
+        {
+            QMutexLocker l(&publishLock);
+            saveError = error;
+        }
+        if (ok)
+            changed.storeRelease(0);
+        return ok;
+    }
+    QString lastSaveError() const
+    {
+        QMutexLocker l(&publishLock);
+        return saveError;
+    }
+
+    // Moves the manager to a new thread of that name, with its save timer, and starts it.
+    template <typename Save> void startThread(const QString& name, Save save)
+    {
+        thread = new QThread;
+        saveTimer = new QTimer(q);
+        saveTimer->setSingleShot(true);
+        saveTimer->setInterval(kSaveDelayMs);
+        QObject::connect(saveTimer, &QTimer::timeout, q, save);
+        QObject::connect(q, &Manager::catalogChanged, q, [this] { scheduleSave(); });
+        q->moveToThread(thread.data());
+        thread->setObjectName(name);
+        thread->start(QThread::InheritPriority);
+        QObject::connect(thread.data(), &QThread::finished, thread.data(), &QObject::deleteLater);
+    }
+
+    // On the manager's own thread: a save still due is made now, and the
+    // timer stopped where it lives.
+    template <typename Save> void saveIfDue(Save save)
+    {
+        if (awayFromThread() || !thread || thread->isFinished() || !saveTimer || !saveTimer->isActive())
+            return;
+        saveTimer->stop();
+        save();
+    }
+
+    // The manager's aboutToQuit: on its own thread it ends the loop; from any
+    // other it cancels the work under way, lets the thread end and waits for
+    // it. True when the thread was ended from outside, so that the caller saves last.
+    bool endThread()
+    {
+        if (!thread || thread->isFinished())
+            return false;
+        if (QThread::currentThread() == thread.data()) {
+            thread->quit();
+            return false;
+        }
+        cancel();
+        QThread* t = thread.data();
+        if (t->isRunning())
+            QMetaObject::invokeMethod(q, [this] { q->aboutToQuit(); }, Qt::BlockingQueuedConnection);
+        if (t->isRunning())
+            t->wait();
+        thread.clear();
+        return true;
+    }
+
+private:
+    // Makes the save due, from any thread: on the manager's thread at once,
+    // from another through its queue. After the thread has ended the quit saves.
+    void scheduleSave()
+    {
+        QTimer* timer = saveTimer;
+        if (!timer || !thread || thread->isFinished())
+            return;
+        auto start = [timer] {
+            if (!timer->isActive())
+                timer->start();
+        };
+        if (QThread::currentThread() == thread.data())
+            start();
+        else
+            QMetaObject::invokeMethod(timer, start, Qt::QueuedConnection);
+    }
+};
+
+#endif
