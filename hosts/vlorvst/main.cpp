@@ -9,7 +9,7 @@
 #include "aeffect_p.h"
 #include "hostchild_p.h"
 #include "savetarget_p.h"
-#include "vlorvst_protocol.h"
+#include "vlorvst_wire.h"
 #include "vsteffect_p.h"
 
 #include "blio.h"
@@ -34,106 +34,35 @@ namespace {
 int g_out = -1; // our real standard output
 std::mutex g_writeLock;
 
-/* ---- raw I/O on our own descriptors -------------------------------------- */
+/* ---- our own descriptors ------------------------------------------------- */
 
-bool writeAll(const void* data, size_t size)
+vlorvst::BufferedInput g_in(STDIN_FILENO);
+
+bool readAll(void* data, size_t size) { return g_in.readAll(data, size); }
+
+bool writeAll(const void* data, size_t size) { return vlorvst::WriteAllFd(g_out, data, size); }
+
+using vlorvst::Message;
+
+Message ok() { return Message(VLORVST_OK); }
+
+// Written whole under the lock, so that an event from another thread of the
+// plugin never lands inside an answer.
+bool send(const Message& m)
 {
-    const char* p = static_cast<const char*>(data);
-    while (size > 0) {
-        const ssize_t n = write(g_out, p, size);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return false;
-        p += n;
-        size -= size_t(n);
-    }
-    return true;
+    std::lock_guard<std::mutex> g(g_writeLock);
+    return writeAll(m.data(), m.size());
 }
 
-// Commands arrive in small pieces (a tag, a few values, a block): one read
-// takes as much of them as is there.
-struct Input {
-    std::vector<char> buffer = std::vector<char>(1 << 16);
-    size_t pos = 0;
-    size_t end = 0;
-} g_in;
-
-bool readAll(void* data, size_t size)
-{
-    char* p = static_cast<char*>(data);
-    while (size > 0) {
-        if (g_in.pos == g_in.end) {
-            if (size >= g_in.buffer.size()) {
-                const ssize_t n = read(STDIN_FILENO, p, size);
-                if (n < 0 && errno == EINTR)
-                    continue;
-                if (n <= 0)
-                    return false;
-                p += n;
-                size -= size_t(n);
-                continue;
-            }
-            const ssize_t n = read(STDIN_FILENO, g_in.buffer.data(), g_in.buffer.size());
-            if (n < 0 && errno == EINTR)
-                continue;
-            if (n <= 0)
-                return false;
-            g_in.pos = 0;
-            g_in.end = size_t(n);
-        }
-        const size_t take = std::min(size, g_in.end - g_in.pos);
-        std::memcpy(p, g_in.buffer.data() + g_in.pos, take);
-        g_in.pos += take;
-        p += take;
-        size -= take;
-    }
-    return true;
-}
-
-// An answer, composed whole and written under the lock, so that an event
-// from another thread of the plugin never lands inside it.
-class Reply {
-public:
-    explicit Reply(int32_t tag = VLORVST_OK) { put(&tag, 4); }
-    Reply& i32(int32_t v) { return put(&v, 4); }
-    Reply& f32(float v) { return put(&v, 4); }
-    Reply& str(const char* s)
-    {
-        const int32_t n = int32_t(strnlen(s, VLORVST_MAX_STRING - 1));
-        i32(n);
-        return put(s, size_t(n));
-    }
-    Reply& vec(const float* v, int32_t n)
-    {
-        i32(n);
-        return put(v, size_t(n) * sizeof(float));
-    }
-    bool send() const
-    {
-        std::lock_guard<std::mutex> g(g_writeLock);
-        return writeAll(m_bytes.data(), m_bytes.size());
-    }
-
-private:
-    Reply& put(const void* p, size_t n)
-    {
-        const char* c = static_cast<const char*>(p);
-        m_bytes.insert(m_bytes.end(), c, c + n);
-        return *this;
-    }
-    std::vector<char> m_bytes;
-};
-
-bool fail() { return Reply(VLORVST_FAIL).send(); }
-bool okOr(bool ok) { return ok ? Reply().send() : fail(); }
+bool fail() { return send(Message(VLORVST_FAIL)); }
+bool okOr(bool done) { return done ? send(ok()) : fail(); }
 
 int hostCallback(void*, _VstEffectMessage* message)
 {
     if (!message || message->type != VSTEFFECT_MESSAGE_RESIZE)
         return message ? 1 : -1;
     // The editor wants another size: the library hears of it at once.
-    Reply(VLORVST_CDAT).i32(message->type).i32(message->width).i32(message->height).send();
+    send(Message(VLORVST_CDAT).i32(message->type).i32(message->width).i32(message->height));
     return 1;
 }
 
@@ -162,15 +91,6 @@ struct Plugin {
     }
 };
 
-bool usableEffect(const _VSTEFFECT* r)
-{
-    if (r->category == VSTEFFECT_CATEGORY_SHELL)
-        return true;
-    const uint32_t f = r->u.fx.flags;
-    return !(f & VSTEFFECT_FLAG_IS_SYNTH) && (f & VSTEFFECT_FLAG_CAN_REPLACING) && r->u.fx.numInputs > 0 &&
-           r->u.fx.numOutputs > 0;
-}
-
 std::string cachePath(const char* file, int32_t id, int64_t stamp)
 {
     char path[2048];
@@ -192,18 +112,16 @@ int describe(const char* file, int32_t id, bool checkOnly)
                 ok = ok && writeAll(buf, n);
             std::fclose(f);
             std::remove(cache.c_str());
-            return ok ? 0 : 1;
+            return ok ? VLORVST_STATUS_OK : VLORVST_STATUS_FAILED;
         }
     }
 
     Plugin p;
-    if (!p.open(file, id))
-        return checkOnly ? VLORVST_CHECK_UNSUPPORTED : 1;
-    if (!_DescribeEffect(p.record, p.fx))
-        return checkOnly ? VLORVST_CHECK_UNSUPPORTED : 1;
+    if (!p.open(file, id) || !_DescribeEffect(p.record, p.fx))
+        return checkOnly ? VLORVST_CHECK_UNSUPPORTED : VLORVST_STATUS_FAILED;
     p.record->timestamp = stamp;
     if (checkOnly) {
-        if (!usableEffect(p.record))
+        if (_WhyNotUsableEffect(p.record))
             return VLORVST_CHECK_UNSUPPORTED;
         std::string target;
         std::string why;
@@ -222,167 +140,199 @@ int describe(const char* file, int32_t id, bool checkOnly)
     const bool ok = out && writeDescriptor(p.record, out);
     if (out)
         std::fclose(out);
-    return ok ? 0 : 1;
+    return ok ? VLORVST_STATUS_OK : VLORVST_STATUS_FAILED;
 }
 
 /* ---- serving an instance ------------------------------------------------- */
 
+// What became of one command: answered, or the stream is out of step (a
+// read or a write failed, a payload we cannot take), or it is another group's.
+enum class Served { Next, End, NotMine };
+
+Served outcome(bool sent) { return sent ? Served::Next : Served::End; }
+
+// Queries and settings of parameters and programs.
+Served serveParameters(_VstEffectInstance* fx, int32_t tag)
+{
+    int32_t a = 0;
+    float f = 0;
+    switch (tag) {
+    case VLORVST_NUM_PARAMS:
+        return outcome(send(ok().i32(fx->GetNumParams(fx))));
+    case VLORVST_INITIAL_DELAY:
+        return outcome(send(ok().i32(fx->GetInitialDelay(fx))));
+    case VLORVST_TAIL_SIZE:
+        return outcome(send(ok().i32(fx->GetTailSize(fx))));
+    case VLORVST_NUM_PROGRAMS:
+        return outcome(send(ok().i32(fx->GetNumPrograms(fx))));
+    case VLORVST_GET_PARAM:
+        if (!readAll(&a, 4))
+            return Served::End;
+        return outcome(fx->GetParameter(fx, a, &f) ? send(ok().f32(f)) : fail());
+    case VLORVST_GET_PARAMS: {
+        std::vector<float> values(static_cast<size_t>(std::max(0, fx->GetNumParams(fx))));
+        return outcome(fx->GetParameters(fx, values.data(), int(values.size()))
+                           ? send(ok().vec(values.data(), int32_t(values.size())))
+                           : fail());
+    }
+    case VLORVST_SET_PARAM:
+        if (!readAll(&a, 4) || !readAll(&f, 4))
+            return Served::End;
+        return outcome(okOr(fx->SetParameter(fx, a, f)));
+    case VLORVST_SET_PARAMS: {
+        if (!readAll(&a, 4) || a < 0 || a > VLORVST_MAX_SAMPLES)
+            return Served::End;
+        std::vector<float> values(static_cast<size_t>(a));
+        if (!readAll(values.data(), values.size() * sizeof(float)))
+            return Served::End;
+        return outcome(okOr(fx->SetParameters(fx, values.data(), a)));
+    }
+    case VLORVST_BYPASS:
+        if (!readAll(&a, 4))
+            return Served::End;
+        return outcome(okOr(fx->SetBypass(fx, a)));
+    case VLORVST_SET_PROGRAM:
+        if (!readAll(&a, 4))
+            return Served::End;
+        return outcome(okOr(fx->SetProgram(fx, a)));
+    case VLORVST_GET_PROGRAM:
+        return outcome(fx->GetProgram(fx, &a) ? send(ok().i32(a)) : fail());
+    default:
+        return Served::NotMine;
+    }
+}
+
+// The commands that carry or return text.
+Served serveText(_VstEffectInstance* fx, int32_t tag)
+{
+    char text[VLORVST_MAX_STRING];
+    int32_t a = 0, length = 0;
+    float f = 0;
+    switch (tag) {
+    case VLORVST_DISPLAY:
+        if (!readAll(&a, 4))
+            return Served::End;
+        return outcome(fx->GetCurrentDisplayValue(fx, a, text, sizeof(text)) ? send(ok().str(text)) : fail());
+    case VLORVST_DISPLAY_VALUE:
+        if (!readAll(&a, 4) || !readAll(&f, 4))
+            return Served::End;
+        return outcome(fx->GetDisplayValue(fx, a, f, text, sizeof(text)) ? send(ok().str(text)) : fail());
+    case VLORVST_PROGRAM_NAME:
+        return outcome(fx->GetProgramName(fx, text, sizeof(text)) ? send(ok().str(text)) : fail());
+    case VLORVST_STRING_PARAM:
+    case VLORVST_SET_PROGRAM_NAME:
+        if (tag == VLORVST_STRING_PARAM && !readAll(&a, 4))
+            return Served::End;
+        if (!readAll(&length, 4) || length < 0 || length >= VLORVST_MAX_STRING || !readAll(text, size_t(length)))
+            return Served::End;
+        text[length] = '\0';
+        return outcome(okOr(tag == VLORVST_STRING_PARAM ? fx->SetStringParameter(fx, a, text)
+                                                        : fx->SetProgramName(fx, text)));
+    default:
+        return Served::NotMine;
+    }
+}
+
+// The plugin's own editor window.
+Served serveEditor(_VstEffectInstance* fx, int32_t tag)
+{
+    int32_t w = 0, h = 0;
+    uint64_t window = 0;
+    switch (tag) {
+    case VLORVST_CAN_EDIT:
+        return outcome(okOr(fx->CanEdit(fx)));
+    case VLORVST_EDITOR_SIZE:
+        return outcome(fx->EditorGetSize(fx, &w, &h) ? send(ok().i32(w).i32(h)) : fail());
+    case VLORVST_EDITOR_OPEN:
+    case VLORVST_EDITOR_CLOSE: {
+        if (!readAll(&window, 8))
+            return Served::End;
+        void* handle = reinterpret_cast<void*>(uintptr_t(window));
+        return outcome(
+            okOr(tag == VLORVST_EDITOR_OPEN ? fx->EditorOpen(fx, handle) : fx->EditorClose(fx, handle)));
+    }
+    case VLORVST_EDITOR_IDLE:
+        return outcome(okOr(fx->EditorIdle(fx)));
+    default:
+        return Served::NotMine;
+    }
+}
+
+// The engine's states.
+Served serveEngine(_VstEffectInstance* fx, int32_t tag)
+{
+    int32_t block = 0, rate = 0;
+    switch (tag) {
+    case VLORVST_CHECK:
+        return outcome(okOr(fx->Check(fx)));
+    case VLORVST_ACTIVATE:
+        if (!readAll(&block, 4) || !readAll(&rate, 4))
+            return Served::End;
+        return outcome(okOr(fx->ActivateEngine(fx, block, rate)));
+    case VLORVST_START:
+        return outcome(okOr(fx->StartEngine(fx)));
+    case VLORVST_STOP:
+        return outcome(okOr(fx->StopEngine(fx)));
+    case VLORVST_DEACTIVATE:
+        return outcome(okOr(fx->DeactivateEngine(fx)));
+    default:
+        return Served::NotMine;
+    }
+}
+
+// One block of audio: the buffers live as long as the instance, so that a
+// block costs no allocation.
+class AudioBlocks {
+public:
+    Served serve(_VstEffectInstance* fx)
+    {
+        int32_t channels = 0, frames = 0, count = 0;
+        if (!readAll(&channels, 4) || !readAll(&frames, 4) || !readAll(&count, 4))
+            return Served::End;
+        // A block we cannot take leaves the stream out of step: better to end.
+        if (channels <= 0 || frames < 0 || count < 0 || count > VLORVST_MAX_SAMPLES ||
+            (long long)channels * frames != count)
+            return Served::End;
+        m_in.resize(size_t(count));
+        m_out.resize(size_t(count) + 2);
+        if (!readAll(m_in.data(), size_t(count) * sizeof(float)))
+            return Served::End;
+        // The answer is built in place: tag and count ahead of the samples.
+        int32_t* head = reinterpret_cast<int32_t*>(m_out.data());
+        float* samples = m_out.data() + 2;
+        std::fill(samples, samples + count, 0.0f);
+        if (!fx->ProcessAudio(fx, m_in.data(), samples, channels, frames))
+            return outcome(fail());
+        head[0] = VLORVST_OK;
+        head[1] = count;
+        std::lock_guard<std::mutex> g(g_writeLock);
+        return outcome(writeAll(m_out.data(), (size_t(count) + 2) * sizeof(float)));
+    }
+
+private:
+    std::vector<float> m_in, m_out;
+};
+
+// Serves one instance until the library says "exit" (true) or the stream
+// breaks (false). A closed pipe is the library's end too.
 bool serve(_VstEffectInstance* fx)
 {
-    std::vector<float> in, out;
-    char text[VLORVST_MAX_STRING];
+    AudioBlocks audio;
     for (;;) {
         int32_t tag = 0;
         if (!readAll(&tag, 4))
-            return true; // the library closed the pipe
-        int32_t a = 0, b = 0;
-        float f = 0;
-        bool sent = true;
-        switch (tag) {
-        case VLORVST_CHECK:
-            sent = okOr(fx->Check(fx));
-            break;
-        case VLORVST_NUM_PARAMS:
-            sent = Reply().i32(fx->GetNumParams(fx)).send();
-            break;
-        case VLORVST_INITIAL_DELAY:
-            sent = Reply().i32(fx->GetInitialDelay(fx)).send();
-            break;
-        case VLORVST_TAIL_SIZE:
-            sent = Reply().i32(fx->GetTailSize(fx)).send();
-            break;
-        case VLORVST_NUM_PROGRAMS:
-            sent = Reply().i32(fx->GetNumPrograms(fx)).send();
-            break;
-        case VLORVST_GET_PARAM:
-            if (!readAll(&a, 4))
-                return false;
-            sent = fx->GetParameter(fx, a, &f) ? Reply().f32(f).send() : fail();
-            break;
-        case VLORVST_GET_PARAMS: {
-            const int numParams = std::max(0, fx->GetNumParams(fx));
-            std::vector<float> values(static_cast<size_t>(numParams));
-            sent = fx->GetParameters(fx, values.data(), int(values.size()))
-                       ? Reply().vec(values.data(), int32_t(values.size())).send()
-                       : fail();
-            break;
-        }
-        case VLORVST_SET_PARAM:
-            if (!readAll(&a, 4) || !readAll(&f, 4))
-                return false;
-            sent = okOr(fx->SetParameter(fx, a, f));
-            break;
-        case VLORVST_SET_PARAMS: {
-            if (!readAll(&a, 4) || a < 0 || a > VLORVST_MAX_SAMPLES)
-                return false;
-            std::vector<float> values(static_cast<size_t>(a));
-            if (!readAll(values.data(), values.size() * sizeof(float)))
-                return false;
-            sent = okOr(fx->SetParameters(fx, values.data(), a));
-            break;
-        }
-        case VLORVST_BYPASS:
-            if (!readAll(&a, 4))
-                return false;
-            sent = okOr(fx->SetBypass(fx, a));
-            break;
-        case VLORVST_DISPLAY:
-            if (!readAll(&a, 4))
-                return false;
-            sent = fx->GetCurrentDisplayValue(fx, a, text, sizeof(text)) ? Reply().str(text).send() : fail();
-            break;
-        case VLORVST_DISPLAY_VALUE:
-            if (!readAll(&a, 4) || !readAll(&f, 4))
-                return false;
-            sent = fx->GetDisplayValue(fx, a, f, text, sizeof(text)) ? Reply().str(text).send() : fail();
-            break;
-        case VLORVST_STRING_PARAM:
-        case VLORVST_SET_PROGRAM_NAME: {
-            if (tag == VLORVST_STRING_PARAM && !readAll(&a, 4))
-                return false;
-            if (!readAll(&b, 4) || b < 0 || b >= VLORVST_MAX_STRING || !readAll(text, size_t(b)))
-                return false;
-            text[b] = '\0';
-            sent = okOr(tag == VLORVST_STRING_PARAM ? fx->SetStringParameter(fx, a, text)
-                                                    : fx->SetProgramName(fx, text));
-            break;
-        }
-        case VLORVST_SET_PROGRAM:
-            if (!readAll(&a, 4))
-                return false;
-            sent = okOr(fx->SetProgram(fx, a));
-            break;
-        case VLORVST_GET_PROGRAM:
-            sent = fx->GetProgram(fx, &a) ? Reply().i32(a).send() : fail();
-            break;
-        case VLORVST_PROGRAM_NAME:
-            sent = fx->GetProgramName(fx, text, sizeof(text)) ? Reply().str(text).send() : fail();
-            break;
-        case VLORVST_CAN_EDIT:
-            sent = okOr(fx->CanEdit(fx));
-            break;
-        case VLORVST_EDITOR_SIZE:
-            sent = fx->EditorGetSize(fx, &a, &b) ? Reply().i32(a).i32(b).send() : fail();
-            break;
-        case VLORVST_EDITOR_OPEN:
-        case VLORVST_EDITOR_CLOSE: {
-            uint64_t window = 0;
-            if (!readAll(&window, 8))
-                return false;
-            void* w = reinterpret_cast<void*>(uintptr_t(window));
-            sent = okOr(tag == VLORVST_EDITOR_OPEN ? fx->EditorOpen(fx, w) : fx->EditorClose(fx, w));
-            break;
-        }
-        case VLORVST_EDITOR_IDLE:
-            sent = okOr(fx->EditorIdle(fx));
-            break;
-        case VLORVST_ACTIVATE:
-            if (!readAll(&a, 4) || !readAll(&b, 4))
-                return false;
-            sent = okOr(fx->ActivateEngine(fx, a, b));
-            break;
-        case VLORVST_START:
-            sent = okOr(fx->StartEngine(fx));
-            break;
-        case VLORVST_STOP:
-            sent = okOr(fx->StopEngine(fx));
-            break;
-        case VLORVST_DEACTIVATE:
-            sent = okOr(fx->DeactivateEngine(fx));
-            break;
-        case VLORVST_PROCESS: {
-            int32_t count = 0;
-            if (!readAll(&a, 4) || !readAll(&b, 4) || !readAll(&count, 4))
-                return false;
-            // A block we cannot take leaves the stream out of step: better to end.
-            if (a <= 0 || b < 0 || count < 0 || count > VLORVST_MAX_SAMPLES || (long long)a * b != count)
-                return false;
-            in.resize(size_t(count));
-            out.resize(size_t(count) + 2);
-            if (!readAll(in.data(), size_t(count) * sizeof(float)))
-                return false;
-            // The answer is built in place: tag and count ahead of the samples.
-            int32_t* head = reinterpret_cast<int32_t*>(out.data());
-            float* samples = out.data() + 2;
-            std::fill(samples, samples + count, 0.0f);
-            if (!fx->ProcessAudio(fx, in.data(), samples, a, b)) {
-                sent = fail();
-                break;
-            }
-            head[0] = VLORVST_OK;
-            head[1] = count;
-            std::lock_guard<std::mutex> g(g_writeLock);
-            sent = writeAll(out.data(), (size_t(count) + 2) * sizeof(float));
-            break;
-        }
-        case VLORVST_EXIT:
-            Reply().send();
             return true;
-        default:
-            sent = fail();
-            break;
+        if (tag == VLORVST_EXIT) {
+            send(ok());
+            return true;
         }
-        if (!sent)
+        Served served = tag == VLORVST_PROCESS ? audio.serve(fx) : serveParameters(fx, tag);
+        for (auto group : {serveText, serveEditor, serveEngine})
+            if (served == Served::NotMine)
+                served = group(fx, tag);
+        if (served == Served::NotMine)
+            served = outcome(fail());
+        if (served == Served::End)
             return false;
     }
 }
@@ -391,7 +341,7 @@ int usage()
 {
     std::fprintf(stderr, "usage: vlorvst --true | --false | --check FILE --id N | --info FILE --id N | "
                          "--fxinstance FILE --id N\n");
-    return 2;
+    return VLORVST_STATUS_USAGE;
 }
 
 } // namespace
@@ -399,12 +349,12 @@ int usage()
 int main(int argc, char** argv)
 {
     if (!HostChildDieWithParent())
-        return 1;
+        return VLORVST_STATUS_FAILED;
 
     if (argc == 2 && !std::strcmp(argv[1], "--true"))
-        return 1;
+        return VLORVST_STATUS_TRUE;
     if (argc == 2 && !std::strcmp(argv[1], "--false"))
-        return 0;
+        return VLORVST_STATUS_FALSE;
     if (argc != 5 || std::strcmp(argv[3], "--id") != 0)
         return usage();
     const std::string mode = argv[1];
@@ -414,7 +364,7 @@ int main(int argc, char** argv)
     // Plugins talk on standard error too; the editor's terminal is not theirs.
     g_out = HostChildTakeStdout(std::getenv("VLORVST_STDERR") != nullptr);
     if (g_out < 0)
-        return 3;
+        return VLORVST_STATUS_NO_OUTPUT;
     AUDIOVST_Initialize();
 
     int status;
@@ -426,9 +376,9 @@ int main(int argc, char** argv)
         Plugin p;
         if (!p.open(file, id)) {
             // The library's first "chck" finds the pipe closed.
-            status = 1;
+            status = VLORVST_STATUS_FAILED;
         } else {
-            status = serve(p.fx) ? 0 : 1;
+            status = serve(p.fx) ? VLORVST_STATUS_OK : VLORVST_STATUS_FAILED;
         }
     } else {
         return usage();

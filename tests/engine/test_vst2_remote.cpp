@@ -262,8 +262,6 @@ TEST(RemoteWire, StringsAndVectorsRespectTheirBounds)
     EXPECT_EQ(vlorvstOpenIO("x", &io), 0);
     _RegisterRemoteIOCallbacks();
     EXPECT_EQ(vlorvstOpenIO(nullptr, &io), 0);
-    EXPECT_EQ(vlorvstBeginBlockIO(), 1);
-    EXPECT_EQ(vlorvstEndBlockIO(), 1);
 }
 
 TEST_F(Remote, RealPluginsRunInTheHost)

@@ -3,34 +3,25 @@
 //   fake_vlorvst silent   reads commands and never answers
 //   fake_vlorvst wrong    answers "get " with OK and a vector of the wrong size
 //   fake_vlorvst stale    answers every command twice
-#include "vlorvst_protocol.h"
+#include "vlorvst_wire.h"
 
-#include <cstring>
 #include <string>
 #include <unistd.h>
 
 namespace {
 
+using vlorvst::Message;
+
 bool readAll(void* p, size_t n)
 {
-    char* c = static_cast<char*>(p);
-    while (n) {
-        const ssize_t r = read(0, c, n);
-        if (r <= 0)
-            return false;
-        c += r;
-        n -= size_t(r);
-    }
-    return true;
+    return vlorvst::ReadAll([](void* q, size_t k) { return vlorvst::FdRead(STDIN_FILENO, q, k); }, p, n);
 }
 
-void put(const void* p, size_t n)
+void put(const Message& m)
 {
-    if (write(1, p, n) != ssize_t(n))
+    if (!vlorvst::WriteAllFd(STDOUT_FILENO, m.data(), m.size()))
         _exit(1);
 }
-
-void putInt(int32_t v) { put(&v, 4); }
 
 // The payload after each tag, so that the stream stays in step.
 size_t payloadSize(int32_t tag)
@@ -73,33 +64,20 @@ int main(int argc, char** argv)
             std::string samples(size_t(head[2]) * 4, '\0');
             if (!readAll(&samples[0], samples.size()))
                 return 0;
-            putInt(VLORVST_OK);
-            putInt(head[2]);
-            put(samples.data(), samples.size());
+            put(Message(VLORVST_OK).vec(reinterpret_cast<const float*>(samples.data()), head[2]));
             continue;
         }
         if (mode == "wrong" && tag == VLORVST_GET_PARAMS) {
-            putInt(VLORVST_OK);
-            putInt(3);
             const float v[3] = {1, 2, 3};
-            put(v, sizeof(v));
+            put(Message(VLORVST_OK).vec(v, 3));
             continue;
         }
         const int answers = mode == "stale" ? 2 : 1;
-        for (int k = 0; k < answers; ++k) {
-            putInt(VLORVST_OK);
-            if (tag == VLORVST_GET_PARAM) {
-                const float v = 0.25f;
-                put(&v, 4);
-            }
-        }
+        for (int k = 0; k < answers; ++k)
+            put(tag == VLORVST_GET_PARAM ? Message(VLORVST_OK).f32(0.25f) : Message(VLORVST_OK));
         if (mode == "events" && tag == VLORVST_CHECK) {
-            for (int k = 1; k <= 2; ++k) {
-                putInt(VLORVST_CDAT);
-                putInt(0);
-                putInt(100 * k);
-                putInt(10 * k);
-            }
+            for (int k = 1; k <= 2; ++k)
+                put(Message(VLORVST_CDAT).i32(0).i32(100 * k).i32(10 * k));
         }
         if (tag == VLORVST_EXIT)
             return 0;

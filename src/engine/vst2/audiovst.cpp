@@ -1,6 +1,7 @@
 // The registry of VST2 records, their hash and their persisted status, and
 // the location of the host program.
 #include "vsteffect_p.h"
+#include "vlorvst_protocol.h"
 #include "../hostprogram_p.h"
 
 #include "blcore.h"
@@ -109,8 +110,8 @@ static bool _IsWorkingHost(const char* candidate)
 {
     // --true must exit 1 and --false 0: a program that always gives the same
     // status, or a status that does not reach us unchanged, is no host.
-    return HostProgramUsable(candidate) && BLCORE_Spawn("\"%s\" --true", candidate) == 1 &&
-           BLCORE_Spawn("\"%s\" --false", candidate) == 0;
+    return HostProgramUsable(candidate) && BLCORE_Spawn("\"%s\" --true", candidate) == VLORVST_STATUS_TRUE &&
+           BLCORE_Spawn("\"%s\" --false", candidate) == VLORVST_STATUS_FALSE;
 }
 
 extern "C" int AUDIOVST_SetVlorVstPath(const char* dir)

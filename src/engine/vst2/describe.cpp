@@ -252,3 +252,15 @@ extern "C" int _DescribeEffect(_VSTEFFECT* rec, void* instance)
         fx->SetParameters(fx, rec->defaultProgram->values, rec->numParams);
     return 1;
 }
+
+extern "C" const char* _WhyNotUsableEffect(const _VSTEFFECT* e)
+{
+    if (e->category == VSTEFFECT_CATEGORY_SHELL)
+        return nullptr;
+    const uint32_t flags = e->u.fx.flags;
+    if (flags & VSTEFFECT_FLAG_IS_SYNTH)
+        return "an instrument, not an effect";
+    if (!(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 || e->u.fx.numOutputs < 1)
+        return "cannot process audio in place";
+    return nullptr;
+}

@@ -3,7 +3,7 @@
 // the user interface can share an instance.
 #include "remote_p.h"
 
-#include "vlorvst_protocol.h"
+#include "vlorvst_wire.h"
 
 #include "blpopenio.h"
 
@@ -25,12 +25,6 @@ struct IOCallbacks {
     vlorvstCloseProc terminate = nullptr;
 } g_io;
 
-struct IOLock {
-    void* lock = nullptr;
-    vlorvstLockProc lockCallback = nullptr;
-    vlorvstLockProc unlockCallback = nullptr;
-} g_ioLock;
-
 constexpr int kReadTimeoutMs = 5000;
 constexpr int kCloseTimeoutMs = 10000;
 
@@ -50,61 +44,25 @@ RemoteInstance* remote(_VstEffectInstance* i) { return reinterpret_cast<RemoteIn
 
 int defaultHostCallback(void*, _VstEffectMessage*) { return 0; }
 
-/* ---- raw reads and writes ------------------------------------------------ */
+/* ---- raw reads and writes through the callbacks --------------------------- */
+
+using vlorvst::Message;
 
 bool writeAll(void* io, const void* data, int size)
 {
-    return io && g_io.write && g_io.write(io, data, size) == size;
+    if (!io || !g_io.write || size < 0)
+        return false;
+    return vlorvst::WriteAll([io](const void* p, size_t n) { return g_io.write(io, p, int(n)); }, data, size_t(size));
 }
 
-// Repeated until all bytes arrived: a negative first read, or a later read
-// below 1, fails.
 bool readAll(void* io, void* data, int size)
 {
-    if (!io || !g_io.read)
+    if (!io || !g_io.read || size < 0)
         return false;
-    char* p = static_cast<char*>(data);
-    bool first = true;
-    while (size > 0) {
-        const int n = g_io.read(io, p, size);
-        if (n < 0 || (!first && n < 1))
-            return false;
-        first = false;
-        p += n;
-        size -= n;
-    }
-    return true;
+    return vlorvst::ReadAll([io](void* p, size_t n) { return g_io.read(io, p, int(n)); }, data, size_t(size));
 }
 
-// A whole message composed before it is written, so that it goes out at once.
-class Message {
-public:
-    explicit Message(int32_t tag) { put(&tag, 4); }
-    Message& i32(int32_t v) { return put(&v, 4); }
-    Message& f32(float v) { return put(&v, 4); }
-    Message& u64(uint64_t v) { return put(&v, 8); }
-    Message& vec(const float* v, int count)
-    {
-        i32(count);
-        return put(v, size_t(count) * sizeof(float));
-    }
-    Message& str(const char* s)
-    {
-        const int32_t n = int32_t(std::strlen(s));
-        i32(n);
-        return put(s, size_t(n));
-    }
-    bool send(void* io) const { return writeAll(io, m_bytes.data(), int(m_bytes.size())); }
-
-private:
-    Message& put(const void* p, size_t n)
-    {
-        const char* c = static_cast<const char*>(p);
-        m_bytes.insert(m_bytes.end(), c, c + n);
-        return *this;
-    }
-    std::vector<char> m_bytes;
-};
+bool send(void* io, const Message& m) { return writeAll(io, m.data(), int(m.size())); }
 
 /* ---- the shape of every operation ---------------------------------------- */
 
@@ -121,7 +79,7 @@ private:
 bool request(RemoteInstance* r, const Message& m)
 {
     vlorvstCheckCommand(&r->ops, nullptr);
-    if (!m.send(r->io))
+    if (!send(r->io, m))
         return false;
     int32_t reply = 0;
     return vlorvstCheckCommand(&r->ops, &reply) && reply == VLORVST_OK;
@@ -132,7 +90,7 @@ bool requestAnswered(RemoteInstance* r, const Message& m, bool* ok)
 {
     vlorvstCheckCommand(&r->ops, nullptr);
     *ok = false;
-    if (!m.send(r->io))
+    if (!send(r->io, m))
         return false;
     int32_t reply = 0;
     if (!vlorvstCheckCommand(&r->ops, &reply))
@@ -245,7 +203,8 @@ int rGetProgramName(_VstEffectInstance* i, char* out, int size)
 
 int rSetStringParameter(_VstEffectInstance* i, int index, const char* text)
 {
-    if (!text)
+    // The host takes no longer text: refused here, not cut short.
+    if (!text || std::strlen(text) >= VLORVST_MAX_STRING)
         return 0;
     return plainCommand(i, Message(VLORVST_STRING_PARAM).i32(index).str(text));
 }
@@ -271,7 +230,7 @@ int rGetProgram(_VstEffectInstance* i, int* out)
 
 int rSetProgramName(_VstEffectInstance* i, const char* name)
 {
-    if (!name)
+    if (!name || std::strlen(name) >= VLORVST_MAX_STRING)
         return 0;
     return plainCommand(i, Message(VLORVST_SET_PROGRAM_NAME).str(name));
 }
@@ -499,26 +458,6 @@ extern "C" void _RegisterRemoteIOCallbacks(void)
 {
     vlorvstRegisterIOCallbacks(_openCallback, _readCallback, _writeCallback, _dataAvailableCallback, _closeCallback,
                                _terminateCallback);
-}
-
-extern "C" int vlorvstRegisterIOLockCallback(void* lock, vlorvstLockProc lockCallback, vlorvstLockProc unlockCallback)
-{
-    g_ioLock = IOLock{lock, lockCallback, unlockCallback};
-    return 1;
-}
-
-extern "C" int vlorvstBeginBlockIO(void)
-{
-    if (g_ioLock.lock && g_ioLock.lockCallback && g_ioLock.unlockCallback)
-        return g_ioLock.lockCallback(g_ioLock.lock);
-    return 1;
-}
-
-extern "C" int vlorvstEndBlockIO(void)
-{
-    if (g_ioLock.lock && g_ioLock.lockCallback && g_ioLock.unlockCallback)
-        return g_ioLock.unlockCallback(g_ioLock.lock);
-    return 1;
 }
 
 /* ---- wire primitives ----------------------------------------------------- */

@@ -17,14 +17,10 @@ typedef int (*vlorvstReadProc)(void* io, void* buffer, int size);
 typedef int (*vlorvstWriteProc)(void* io, const void* buffer, int size);
 typedef int (*vlorvstAvailableProc)(void* io);
 typedef int (*vlorvstCloseProc)(void* io);
-typedef int (*vlorvstLockProc)(void* lock);
 
 int vlorvstRegisterIOCallbacks(vlorvstOpenProc open, vlorvstReadProc read, vlorvstWriteProc write,
                                vlorvstAvailableProc dataAvailable, vlorvstCloseProc close,
                                vlorvstCloseProc terminate);
-int vlorvstRegisterIOLockCallback(void* lock, vlorvstLockProc lockCallback, vlorvstLockProc unlockCallback);
-int vlorvstBeginBlockIO(void);
-int vlorvstEndBlockIO(void);
 
 /* The platform's pipes as the I/O callbacks: 5000 ms reads, 10000 ms close. */
 void _RegisterRemoteIOCallbacks(void);

@@ -2,6 +2,7 @@
 // the plugin runs in this process here: it is checked and described by the
 // host program, so that a crash costs a child.
 #include "vsteffect_p.h"
+#include "vlorvst_protocol.h"
 
 #include "../savetarget_p.h"
 
@@ -213,7 +214,7 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
             break;
         status = spawnCheck(host, file, e->pluginid);
-        if (status == 0)
+        if (status == VLORVST_CHECK_OK)
             e->architecture = index == 0 ? 64 : 32;
         if (BLCORE_LastSpawnAborted()) {
             // The application quits: the plugin has said nothing about itself.
@@ -224,7 +225,7 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
     }
     if (e->architecture == 0) {
         BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
-        if (status == 7) {
+        if (status == VLORVST_CHECK_UNSUPPORTED) {
             e->supported = 0;
             setFailure("not an effect this host can use (an instrument, or no audio in place)");
         } else {
@@ -305,13 +306,8 @@ extern "C" int _CheckPlugin(_VSTEFFECT* e)
     }
     if (e->category != VSTEFFECT_CATEGORY_EFFECT)
         return 1;
-    const uint32_t flags = e->u.fx.flags;
-    if (flags & VSTEFFECT_FLAG_IS_SYNTH) {
-        setFailure("an instrument, not an effect");
-        return 0;
-    }
-    if (!(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 || e->u.fx.numOutputs < 1) {
-        setFailure("cannot process audio in place");
+    if (const char* why = _WhyNotUsableEffect(e)) {
+        setFailure("%s", why);
         return 0;
     }
 

@@ -50,8 +50,20 @@ enum {
     VLORVST_EXIT = VLORVST_TAG('e', 'x', 'i', 't'),           /*                  | then the host ends */
 };
 
-/* Exit statuses of "--check". */
-enum { VLORVST_CHECK_OK = 0, VLORVST_CHECK_UNSUPPORTED = 7 };
+/* Exit statuses of the host program. "--true" and "--false" give two that
+ * differ, so that a program that always ends alike is no host; "--check"
+ * tells an effect the editor cannot use from one that failed. A crash is a
+ * crash: the signal's status, whatever the host meant to say. */
+enum {
+    VLORVST_STATUS_OK = 0,        /* done: --info, --fxinstance to its "exit", --check: usable */
+    VLORVST_STATUS_FAILED = 1,    /* the plugin did not open, or the stream broke */
+    VLORVST_STATUS_USAGE = 2,     /* arguments we do not understand */
+    VLORVST_STATUS_NO_OUTPUT = 3, /* our own output could not be set up */
+    VLORVST_STATUS_TRUE = 1,      /* --true */
+    VLORVST_STATUS_FALSE = 0,     /* --false */
+    VLORVST_CHECK_OK = VLORVST_STATUS_OK,
+    VLORVST_CHECK_UNSUPPORTED = 7 /* opens, but is no effect the editor can use */
+};
 
 /* The longest string either side accepts, terminator included. */
 #define VLORVST_MAX_STRING 1024

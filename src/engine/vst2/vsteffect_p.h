@@ -165,6 +165,9 @@ int _LoadFromVSTXML(_VSTEFFECT* effect, const char* path);
  * names, flags, channels, parameters with their kinds, programs; or, for a
  * shell, its entries. Run by the host program for "--info". 1 on success. */
 int _DescribeEffect(_VSTEFFECT* effect, void* instance);
+/* Why a described plugin is no effect the editor can use, or null when it
+ * is one. A shell is judged by its children: null. */
+const char* _WhyNotUsableEffect(const _VSTEFFECT* effect);
 
 /* ---- resolution ---- */
 

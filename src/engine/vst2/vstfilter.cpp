@@ -13,6 +13,7 @@
 #include "blstring.h"
 #include "blthread.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -63,6 +64,17 @@ bool setParams(_VSTINSTANCE* instance, const char* config)
     const int n = BLSTRING_GetVectorSizeFromString(text);
     std::vector<float> values(size_t(n > 0 ? n : 0));
     BLSTRING_GetFloatVectorValuesFromString(text, values.data(), n);
+    // All in one exchange with the host program, not one for each value: the
+    // values past the end of the list keep what the plugin holds.
+    const int count = AUDIOVST_GetNumParams(AUDIOVST_GetEffectFromInstance(instance));
+    if (count <= 0 || n <= 0)
+        return true;
+    std::vector<float> all(static_cast<size_t>(count));
+    if (n >= count || AUDIOVST_GetParameters(instance, all.data(), count)) {
+        std::copy(values.begin(), values.begin() + std::min(n, count), all.begin());
+        if (AUDIOVST_SetParameters(instance, all.data(), count))
+            return true;
+    }
     for (int i = 0; i < n; ++i)
         AUDIOVST_SetParameter(instance, i, values[size_t(i)]);
     return true;
