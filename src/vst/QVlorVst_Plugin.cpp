@@ -2,8 +2,6 @@
 
 
 #include "audiovst.h"
-#include "blsha1.h"
-#include "blstring.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -63,18 +61,6 @@ public:
     QList<Plugin> plugins;
 };
 
-QString Hash(const QString& filename)
-{
-    if (filename.isEmpty())
-        return QString();
-    const QByteArray bytes = filename.toUtf8();
-    uint8_t digest[SHA1HashSize];
-    BLSHA1_GetHash(bytes.constData(), size_t(bytes.size()), digest);
-    char text[2 * SHA1HashSize + 3];
-    BLSTRING_KeyToStr(digest, text, SHA1HashSize);
-    return QString::fromLatin1(text + 2);
-}
-
 QString PluginSettingsHash(const QString& filename, qint64 uniqueId)
 {
     if (filename.isEmpty())
@@ -84,6 +70,9 @@ QString PluginSettingsHash(const QString& filename, qint64 uniqueId)
         return QString();
     return QString::fromLatin1(buf, int(qstrnlen(buf, sizeof(buf))));
 }
+
+// The hash of a file without an id is the engine's too.
+QString Hash(const QString& filename) { return PluginSettingsHash(filename, 0); }
 
 Plugin::Plugin() : d(new Data) {}
 

@@ -370,8 +370,9 @@ TEST_F(Resolution, RealPluginsFromTheSystemResolve)
         EXPECT_TRUE(AUDIOVST_IsNative(e));
     }
     // The shared core of the lsp set has no entry point; its version is in its name.
-    if (BLIO_Exists(noEntry))
+    if (BLIO_Exists(noEntry)) {
         EXPECT_EQ(AUDIOVST_FindPluginEx(noEntry, 0, false), nullptr);
+    }
 }
 
 /* ---- without a host: run in a copy of this program that has none --------- */

@@ -15,6 +15,7 @@
 #include "remote_p.h"
 
 #include <cinttypes>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -318,39 +319,119 @@ extern "C" _VSTEFFECT* _FindListBySupportedId(int32_t id)
 
 /* ---- settings ------------------------------------------------------------ */
 
-static void _GroupKey(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
+extern "C" void _SettingsGroup(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
 {
     std::snprintf(group, VST_SETTINGS_GROUP_SIZE, "%s.%s", VST_SETTINGS_PREFIX, hash);
 }
+
+namespace {
+
+// The ten fields of a plugin's settings group: one table for the writer,
+// the reader, the wipe and the status word.
+enum FieldKind { FIELD_TEXT, FIELD_INT32, FIELD_INT64, FIELD_FLAG };
+struct PersistedField {
+    const char* name;
+    FieldKind kind;
+    size_t offset;
+    int fallback; // what a record reads when the group lacks the field
+};
+const PersistedField kPersistedFields[] = {
+    {"filename", FIELD_TEXT, offsetof(_VSTEFFECT, filename), 0},
+    {"pluginid", FIELD_INT32, offsetof(_VSTEFFECT, pluginid), 0},
+    {"timestamp", FIELD_INT64, offsetof(_VSTEFFECT, timestamp), 0},
+    {"architecture", FIELD_INT32, offsetof(_VSTEFFECT, architecture), 0},
+    {"force_recheck", FIELD_FLAG, offsetof(_VSTEFFECT, force_recheck), 0},
+    {"enabled", FIELD_FLAG, offsetof(_VSTEFFECT, enabled), 1},
+    {"supported", FIELD_FLAG, offsetof(_VSTEFFECT, supported), 1},
+    {"crashed", FIELD_FLAG, offsetof(_VSTEFFECT, crashed), 0},
+    {"duplicated", FIELD_FLAG, offsetof(_VSTEFFECT, duplicated), 0},
+    {"rawmode", FIELD_FLAG, offsetof(_VSTEFFECT, rawmode), 0},
+};
+
+template <typename T> T& field(_VSTEFFECT* e, const PersistedField& f)
+{
+    return *reinterpret_cast<T*>(reinterpret_cast<char*>(e) + f.offset);
+}
+template <typename T> const T& field(const _VSTEFFECT* e, const PersistedField& f)
+{
+    return *reinterpret_cast<const T*>(reinterpret_cast<const char*>(e) + f.offset);
+}
+
+// The flags of the status word, as a record holds them.
+int statusOf(const _VSTEFFECT* e)
+{
+    int status = 0;
+    if (!e->enabled)
+        status |= AUDIOVST_STATUS_DISABLED;
+    if (e->crashed)
+        status |= AUDIOVST_STATUS_CRASHED;
+    if (!e->supported)
+        status |= AUDIOVST_STATUS_UNSUPPORTED;
+    if (e->duplicated)
+        status |= AUDIOVST_STATUS_DUPLICATED;
+    if (e->rawmode)
+        status |= AUDIOVST_STATUS_RAWMODE;
+    return status;
+}
+
+} // namespace
 
 extern "C" void _SaveToSettings(const _VSTEFFECT* e)
 {
     if (!e)
         return;
     char g[VST_SETTINGS_GROUP_SIZE];
-    _GroupKey(e->hash, g);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%" PRId64, g, "timestamp", e->timestamp);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%s", g, "filename", e->filename ? e->filename : "");
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "pluginid", e->pluginid);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "architecture", e->architecture);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "force_recheck", e->force_recheck);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "enabled", e->enabled);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "supported", e->supported);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "crashed", e->crashed);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "duplicated", e->duplicated);
-    BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "rawmode", e->rawmode);
+    _SettingsGroup(e->hash, g);
+    for (const PersistedField& f : kPersistedFields) {
+        switch (f.kind) {
+        case FIELD_TEXT: {
+            const char* text = field<char*>(e, f);
+            BLSETTINGS_ChangeEx(0, "%s.%s=%s", g, f.name, text ? text : "");
+            break;
+        }
+        case FIELD_INT32:
+            BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, f.name, field<int32_t>(e, f));
+            break;
+        case FIELD_INT64:
+            BLSETTINGS_ChangeEx(0, "%s.%s=%" PRId64, g, f.name, field<int64_t>(e, f));
+            break;
+        case FIELD_FLAG:
+            BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, f.name, field<uint8_t>(e, f));
+            break;
+        }
+    }
+}
+
+extern "C" void _LoadFromSettings(_VSTEFFECT* e, const char* hash, int withFallbacks)
+{
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _SettingsGroup(hash, g);
+    for (const PersistedField& f : kPersistedFields) {
+        const int fallback = withFallbacks ? f.fallback : 0;
+        switch (f.kind) {
+        case FIELD_TEXT:
+            break; // the record's file is its own
+        case FIELD_INT32:
+            field<int32_t>(e, f) = BLSETTINGS_GetIntEx(0, "%s.%s=[%d]", g, f.name, fallback);
+            break;
+        case FIELD_INT64:
+            field<int64_t>(e, f) = BLSETTINGS_GetInt64Ex(0, "%s.%s=[%d]", g, f.name, fallback);
+            break;
+        case FIELD_FLAG:
+            field<uint8_t>(e, f) = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[%d]", g, f.name, fallback));
+            break;
+        }
+    }
 }
 
 extern "C" void _WipePluginPersistedState(const char* hash)
 {
     if (!hash || !*hash)
         return;
-    static const char* const order[] = {"filename", "pluginid", "timestamp", "architecture", "force_recheck",
-                                        "enabled", "supported", "crashed", "duplicated", "rawmode"};
     char g[VST_SETTINGS_GROUP_SIZE];
-    _GroupKey(hash, g);
-    for (const char* field : order)
-        BLSETTINGS_DeleteEx(0, "%s.%s", g, field);
+    _SettingsGroup(hash, g);
+    for (const PersistedField& f : kPersistedFields)
+        BLSETTINGS_DeleteEx(0, "%s.%s", g, f.name);
     char path[1024];
     if (_GetVSTXMLPath(hash, path, sizeof(path)) && BLIO_Exists(path))
         std::remove(path);
@@ -365,35 +446,16 @@ extern "C" int AUDIOVST_GetPluginStatusEx(const char* filename, int id)
     char hash[VSTEFFECT_HASH_SIZE];
     if (!_ComputeHash(filename, id, hash))
         return AUDIOVST_STATUS_NOFILE;
-    int status = 0;
-    if (const _VSTEFFECT* e = _FindRecordByHash(hash)) {
-        if (!e->enabled)
-            status |= AUDIOVST_STATUS_DISABLED;
-        if (e->crashed)
-            status |= AUDIOVST_STATUS_CRASHED;
-        if (!e->supported)
-            status |= AUDIOVST_STATUS_UNSUPPORTED;
-        if (e->duplicated)
-            status |= AUDIOVST_STATUS_DUPLICATED;
-        if (e->rawmode)
-            status |= AUDIOVST_STATUS_RAWMODE;
-        return status;
-    }
+    if (const _VSTEFFECT* e = _FindRecordByHash(hash))
+        return statusOf(e);
     char g[VST_SETTINGS_GROUP_SIZE];
-    _GroupKey(hash, g);
+    _SettingsGroup(hash, g);
     if (!BLSETTINGS_ExistsEx(0, "%s.%s", g, "enabled"))
         return AUDIOVST_STATUS_UNKNOWN;
-    if (!BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "enabled"))
-        status |= AUDIOVST_STATUS_DISABLED;
-    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed"))
-        status |= AUDIOVST_STATUS_CRASHED;
-    if (!BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "supported"))
-        status |= AUDIOVST_STATUS_UNSUPPORTED;
-    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "duplicated"))
-        status |= AUDIOVST_STATUS_DUPLICATED;
-    if (BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "rawmode"))
-        status |= AUDIOVST_STATUS_RAWMODE;
-    return status;
+    // Without a record, a flag the group lacks counts as not set.
+    _VSTEFFECT stored{};
+    _LoadFromSettings(&stored, hash, 0);
+    return statusOf(&stored);
 }
 
 extern "C" int AUDIOVST_GetPluginFileArchEx(const char* filename, int id)
@@ -404,7 +466,7 @@ extern "C" int AUDIOVST_GetPluginFileArchEx(const char* filename, int id)
     if (const _VSTEFFECT* e = _FindRecordByHash(hash))
         return e->architecture;
     char g[VST_SETTINGS_GROUP_SIZE];
-    _GroupKey(hash, g);
+    _SettingsGroup(hash, g);
     return BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "architecture");
 }
 
@@ -416,7 +478,7 @@ extern "C" int AUDIOVST_SetEnabledEx(const char* filename, int id, bool enabled)
     if (_VSTEFFECT* e = _FindRecordByHash(hash))
         e->enabled = enabled ? 1 : 0;
     char g[VST_SETTINGS_GROUP_SIZE];
-    _GroupKey(hash, g);
+    _SettingsGroup(hash, g);
     return BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "enabled", enabled ? 1 : 0);
 }
 

@@ -45,11 +45,6 @@ int spawnTimeoutSeconds()
     return ms / 1000;
 }
 
-void groupKey(const char* hash, char group[VST_SETTINGS_GROUP_SIZE])
-{
-    std::snprintf(group, VST_SETTINGS_GROUP_SIZE, "%s.%s", VST_SETTINGS_PREFIX, hash);
-}
-
 bool isShell(const _VSTEFFECT* e) { return e->category == VSTEFFECT_CATEGORY_SHELL; }
 
 // The three walks through a record and, for a shell, the effects of its
@@ -137,25 +132,10 @@ bool findHost()
     return false;
 }
 
-void loadSettings(_VSTEFFECT* e)
-{
-    char g[VST_SETTINGS_GROUP_SIZE];
-    groupKey(e->hash, g);
-    e->pluginid = BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "pluginid");
-    e->timestamp = BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp");
-    e->architecture = BLSETTINGS_GetIntEx(0, "%s.%s=[0]", g, "architecture");
-    e->force_recheck = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "force_recheck"));
-    e->crashed = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed"));
-    e->enabled = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "enabled"));
-    e->supported = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "supported"));
-    e->duplicated = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "duplicated"));
-    e->rawmode = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "rawmode"));
-}
-
 bool settingsBelongTo(const _VSTEFFECT* e)
 {
     char g[VST_SETTINGS_GROUP_SIZE];
-    groupKey(e->hash, g);
+    _SettingsGroup(e->hash, g);
     char stored[4096];
     return BLSETTINGS_GetStringEx(0, stored, sizeof(stored), "%s.%s=[]", g, "filename") &&
            std::strcmp(stored, e->filename) == 0;
@@ -284,14 +264,12 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         // in its settings (not a verdict: crashed or unsupported do not count),
         // also when its catalog entry was lost and it is asked about anew.
         if (settingsBelongTo(e)) {
-            char g[VST_SETTINGS_GROUP_SIZE];
-            groupKey(e->hash, g);
-            const bool unchanged =
-                e->timestamp != 0 && BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp") == e->timestamp;
-            const bool verdict = BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "crashed") ||
-                                 !BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "supported");
+            _VSTEFFECT stored{};
+            _LoadFromSettings(&stored, e->hash, 1);
+            const bool unchanged = e->timestamp != 0 && stored.timestamp == e->timestamp;
+            const bool verdict = stored.crashed || !stored.supported;
             if (unchanged && !verdict)
-                e->enabled = uint8_t(BLSETTINGS_GetBoolEx(0, "%s.%s=[1]", g, "enabled"));
+                e->enabled = stored.enabled;
         }
     }
     return 1;
@@ -357,7 +335,7 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
 
     bool needCheck = true;
     if (settingsBelongTo(e)) {
-        loadSettings(e);
+        _LoadFromSettings(e, e->hash, 1);
         needCheck = force;
     }
     needCheck = needCheck || e->force_recheck;

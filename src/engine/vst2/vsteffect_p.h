@@ -125,7 +125,12 @@ _VSTEFFECT* _FindRecordByHash(const char* hash);
 _VSTEFFECT* _FindListBySupportedId(int32_t id);
 int _MatchEffectById(_VSTEFFECT* effect, int32_t id, _VSTEFFECT** found);
 
+/* The settings group of a hash: "vloraudio.fx.vst.HASH". */
+void _SettingsGroup(const char* hash, char group[VST_SETTINGS_GROUP_SIZE]);
 void _SaveToSettings(const _VSTEFFECT* effect);
+/* The persisted fields but the file name, from the group of hash; a field
+ * the group lacks reads as its default, or as 0 without withFallbacks. */
+void _LoadFromSettings(_VSTEFFECT* effect, const char* hash, int withFallbacks);
 void _WipePluginPersistedState(const char* hash);
 
 int _UnsafeLoadVSTPlugin(_VSTEFFECT* effect);
