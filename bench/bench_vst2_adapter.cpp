@@ -4,9 +4,8 @@
 // stay within 5% of the direct call.
 //
 //   build/bin/bench_vst2_adapter [--benchmark_repetitions=5] [PLUGIN]
-#include "aeffect_p.h"
+#include "audiovst_testing.h"
 #include "audiovst.h"
-#include "vsteffect_p.h"
 
 #include <benchmark/benchmark.h>
 

@@ -6,11 +6,10 @@
 // Each way runs three times, interleaved, and the best time counts.
 //
 //   build/bin/bench_vst2_filter [PLUGIN...]
-#include "aeffect_p.h"
+#include "audiovst_testing.h"
 #include "audiofx.h"
 #include "audiovst.h"
 #include "vstfilter.h"
-#include "vsteffect_p.h"
 
 #include "QVlorAudioPlugins.h"
 #include "libbase.h"

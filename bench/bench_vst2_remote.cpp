@@ -7,9 +7,7 @@
 //   build/bin/bench_vst2_remote [--rounds N] [--skip-scan]
 //   build/bin/bench_vst2_remote --echo BYTES_IN BYTES_OUT   (the echo child)
 #include "audiovst.h"
-#include "remote_p.h"
-#include "vlorvst_protocol.h"
-#include "vsteffect_p.h"
+#include "audiovst_testing.h"
 
 #include "libbase.h"
 

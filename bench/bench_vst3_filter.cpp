@@ -6,8 +6,7 @@
 //   build/bin/bench_vst3_filter [BUNDLE...]
 #include "QVlorAudioPlugins.h"
 #include "audiofx.h"
-#include "vst3engine.h"
-#include "vst3instance_p.h"
+#include "vst3engine_testing.h"
 
 #include "bench_common.h"
 

@@ -9,7 +9,6 @@
 #include "QVlorAudioPlugins.h"
 #include "audiofx.h"
 #include "audiovst.h"
-#include "vsteffect_p.h"
 
 #include "blio.h"
 #include "blioutils.h"
