@@ -38,9 +38,9 @@ std::mutex g_writeLock;
 
 vlorvst::BufferedInput g_in(STDIN_FILENO);
 
-bool readAll(void* data, size_t size) { return g_in.readAll(data, size); }
+bool readIn(void* data, size_t size) { return g_in.readAll(data, size); }
 
-bool writeAll(const void* data, size_t size) { return vlorvst::WriteAllFd(g_out, data, size); }
+bool writeOut(const void* data, size_t size) { return vlorvst::WriteAllFd(g_out, data, size); }
 
 using vlorvst::Message;
 
@@ -48,21 +48,21 @@ Message ok() { return Message(VLORVST_OK); }
 
 // Written whole under the lock, so that an event from another thread of the
 // plugin never lands inside an answer.
-bool send(const Message& m)
+bool answer(const Message& m)
 {
     std::lock_guard<std::mutex> g(g_writeLock);
-    return writeAll(m.data(), m.size());
+    return writeOut(m.data(), m.size());
 }
 
-bool fail() { return send(Message(VLORVST_FAIL)); }
-bool okOr(bool done) { return done ? send(ok()) : fail(); }
+bool fail() { return answer(Message(VLORVST_FAIL)); }
+bool okOr(bool done) { return done ? answer(ok()) : fail(); }
 
-int hostCallback(void*, _VstEffectMessage* message)
+int onPluginMessage(void*, _VstEffectMessage* message)
 {
     if (!message || message->type != VSTEFFECT_MESSAGE_RESIZE)
         return message ? 1 : -1;
     // The editor wants another size: the library hears of it at once.
-    send(Message(VLORVST_CDAT).i32(message->type).i32(message->width).i32(message->height));
+    answer(Message(VLORVST_CDAT).i32(message->type).i32(message->width).i32(message->height));
     return 1;
 }
 
@@ -86,7 +86,7 @@ struct Plugin {
         record = _CreateEffectRecord(file, id);
         if (!record || !AUDIOVST_LoadPlugin(record))
             return false;
-        fx = aeffectCreateEffect(hostCallback, nullptr, record->entryPoint, id);
+        fx = aeffectCreateEffect(onPluginMessage, nullptr, record->entryPoint, id);
         return fx && fx->Check(fx);
     }
 };
@@ -109,7 +109,7 @@ int describe(const char* file, int32_t id, bool checkOnly)
             size_t n;
             bool ok = true;
             while ((n = std::fread(buf, 1, sizeof(buf), f)) > 0)
-                ok = ok && writeAll(buf, n);
+                ok = ok && writeOut(buf, n);
             std::fclose(f);
             std::remove(cache.c_str());
             return ok ? VLORVST_STATUS_OK : VLORVST_STATUS_FAILED;
@@ -158,45 +158,45 @@ Served serveParameters(_VstEffectInstance* fx, int32_t tag)
     float f = 0;
     switch (tag) {
     case VLORVST_NUM_PARAMS:
-        return outcome(send(ok().i32(fx->GetNumParams(fx))));
+        return outcome(answer(ok().i32(fx->GetNumParams(fx))));
     case VLORVST_INITIAL_DELAY:
-        return outcome(send(ok().i32(fx->GetInitialDelay(fx))));
+        return outcome(answer(ok().i32(fx->GetInitialDelay(fx))));
     case VLORVST_TAIL_SIZE:
-        return outcome(send(ok().i32(fx->GetTailSize(fx))));
+        return outcome(answer(ok().i32(fx->GetTailSize(fx))));
     case VLORVST_NUM_PROGRAMS:
-        return outcome(send(ok().i32(fx->GetNumPrograms(fx))));
+        return outcome(answer(ok().i32(fx->GetNumPrograms(fx))));
     case VLORVST_GET_PARAM:
-        if (!readAll(&a, 4))
+        if (!readIn(&a, 4))
             return Served::End;
-        return outcome(fx->GetParameter(fx, a, &f) ? send(ok().f32(f)) : fail());
+        return outcome(fx->GetParameter(fx, a, &f) ? answer(ok().f32(f)) : fail());
     case VLORVST_GET_PARAMS: {
         std::vector<float> values(static_cast<size_t>(std::max(0, fx->GetNumParams(fx))));
         return outcome(fx->GetParameters(fx, values.data(), int(values.size()))
-                           ? send(ok().vec(values.data(), int32_t(values.size())))
+                           ? answer(ok().vec(values.data(), int32_t(values.size())))
                            : fail());
     }
     case VLORVST_SET_PARAM:
-        if (!readAll(&a, 4) || !readAll(&f, 4))
+        if (!readIn(&a, 4) || !readIn(&f, 4))
             return Served::End;
         return outcome(okOr(fx->SetParameter(fx, a, f)));
     case VLORVST_SET_PARAMS: {
-        if (!readAll(&a, 4) || a < 0 || a > VLORVST_MAX_SAMPLES)
+        if (!readIn(&a, 4) || a < 0 || a > VLORVST_MAX_SAMPLES)
             return Served::End;
         std::vector<float> values(static_cast<size_t>(a));
-        if (!readAll(values.data(), values.size() * sizeof(float)))
+        if (!readIn(values.data(), values.size() * sizeof(float)))
             return Served::End;
         return outcome(okOr(fx->SetParameters(fx, values.data(), a)));
     }
     case VLORVST_BYPASS:
-        if (!readAll(&a, 4))
+        if (!readIn(&a, 4))
             return Served::End;
         return outcome(okOr(fx->SetBypass(fx, a)));
     case VLORVST_SET_PROGRAM:
-        if (!readAll(&a, 4))
+        if (!readIn(&a, 4))
             return Served::End;
         return outcome(okOr(fx->SetProgram(fx, a)));
     case VLORVST_GET_PROGRAM:
-        return outcome(fx->GetProgram(fx, &a) ? send(ok().i32(a)) : fail());
+        return outcome(fx->GetProgram(fx, &a) ? answer(ok().i32(a)) : fail());
     default:
         return Served::NotMine;
     }
@@ -210,20 +210,20 @@ Served serveText(_VstEffectInstance* fx, int32_t tag)
     float f = 0;
     switch (tag) {
     case VLORVST_DISPLAY:
-        if (!readAll(&a, 4))
+        if (!readIn(&a, 4))
             return Served::End;
-        return outcome(fx->GetCurrentDisplayValue(fx, a, text, sizeof(text)) ? send(ok().str(text)) : fail());
+        return outcome(fx->GetCurrentDisplayValue(fx, a, text, sizeof(text)) ? answer(ok().str(text)) : fail());
     case VLORVST_DISPLAY_VALUE:
-        if (!readAll(&a, 4) || !readAll(&f, 4))
+        if (!readIn(&a, 4) || !readIn(&f, 4))
             return Served::End;
-        return outcome(fx->GetDisplayValue(fx, a, f, text, sizeof(text)) ? send(ok().str(text)) : fail());
+        return outcome(fx->GetDisplayValue(fx, a, f, text, sizeof(text)) ? answer(ok().str(text)) : fail());
     case VLORVST_PROGRAM_NAME:
-        return outcome(fx->GetProgramName(fx, text, sizeof(text)) ? send(ok().str(text)) : fail());
+        return outcome(fx->GetProgramName(fx, text, sizeof(text)) ? answer(ok().str(text)) : fail());
     case VLORVST_STRING_PARAM:
     case VLORVST_SET_PROGRAM_NAME:
-        if (tag == VLORVST_STRING_PARAM && !readAll(&a, 4))
+        if (tag == VLORVST_STRING_PARAM && !readIn(&a, 4))
             return Served::End;
-        if (!readAll(&length, 4) || length < 0 || length >= VLORVST_MAX_STRING || !readAll(text, size_t(length)))
+        if (!readIn(&length, 4) || length < 0 || length >= VLORVST_MAX_STRING || !readIn(text, size_t(length)))
             return Served::End;
         text[length] = '\0';
         return outcome(okOr(tag == VLORVST_STRING_PARAM ? fx->SetStringParameter(fx, a, text)
@@ -242,10 +242,10 @@ Served serveEditor(_VstEffectInstance* fx, int32_t tag)
     case VLORVST_CAN_EDIT:
         return outcome(okOr(fx->CanEdit(fx)));
     case VLORVST_EDITOR_SIZE:
-        return outcome(fx->EditorGetSize(fx, &w, &h) ? send(ok().i32(w).i32(h)) : fail());
+        return outcome(fx->EditorGetSize(fx, &w, &h) ? answer(ok().i32(w).i32(h)) : fail());
     case VLORVST_EDITOR_OPEN:
     case VLORVST_EDITOR_CLOSE: {
-        if (!readAll(&window, 8))
+        if (!readIn(&window, 8))
             return Served::End;
         void* handle = reinterpret_cast<void*>(uintptr_t(window));
         return outcome(
@@ -266,7 +266,7 @@ Served serveEngine(_VstEffectInstance* fx, int32_t tag)
     case VLORVST_CHECK:
         return outcome(okOr(fx->Check(fx)));
     case VLORVST_ACTIVATE:
-        if (!readAll(&block, 4) || !readAll(&rate, 4))
+        if (!readIn(&block, 4) || !readIn(&rate, 4))
             return Served::End;
         return outcome(okOr(fx->ActivateEngine(fx, block, rate)));
     case VLORVST_START:
@@ -287,7 +287,7 @@ public:
     Served serve(_VstEffectInstance* fx)
     {
         int32_t channels = 0, frames = 0, count = 0;
-        if (!readAll(&channels, 4) || !readAll(&frames, 4) || !readAll(&count, 4))
+        if (!readIn(&channels, 4) || !readIn(&frames, 4) || !readIn(&count, 4))
             return Served::End;
         // A block we cannot take leaves the stream out of step: better to end.
         if (channels <= 0 || frames < 0 || count < 0 || count > VLORVST_MAX_SAMPLES ||
@@ -295,7 +295,7 @@ public:
             return Served::End;
         m_in.resize(size_t(count));
         m_out.resize(size_t(count) + 2);
-        if (!readAll(m_in.data(), size_t(count) * sizeof(float)))
+        if (!readIn(m_in.data(), size_t(count) * sizeof(float)))
             return Served::End;
         // The answer is built in place: tag and count ahead of the samples.
         int32_t* head = reinterpret_cast<int32_t*>(m_out.data());
@@ -306,7 +306,7 @@ public:
         head[0] = VLORVST_OK;
         head[1] = count;
         std::lock_guard<std::mutex> g(g_writeLock);
-        return outcome(writeAll(m_out.data(), (size_t(count) + 2) * sizeof(float)));
+        return outcome(writeOut(m_out.data(), (size_t(count) + 2) * sizeof(float)));
     }
 
 private:
@@ -320,10 +320,10 @@ bool serve(_VstEffectInstance* fx)
     AudioBlocks audio;
     for (;;) {
         int32_t tag = 0;
-        if (!readAll(&tag, 4))
+        if (!readIn(&tag, 4))
             return true;
         if (tag == VLORVST_EXIT) {
-            send(ok());
+            answer(ok());
             return true;
         }
         Served served = tag == VLORVST_PROCESS ? audio.serve(fx) : serveParameters(fx, tag);

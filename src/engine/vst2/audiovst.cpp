@@ -577,7 +577,8 @@ extern "C" int _UnsafeUnloadVSTPlugin(_VSTEFFECT* e)
         BLDEBUG_Error(-1, "AUDIOVST_UnloadPlugin: Plugin %s has %d instances created.", e->filename, e->numInstances);
         return 0;
     }
-    _DestroyConfigInstanceOf(e);
+    if (e->configInstance && e->endConfigInstance)
+        e->endConfigInstance(e);
     BLLIB_CloseLibrary(e->library);
     e->loaded = 0;
     e->library = nullptr;

@@ -106,6 +106,9 @@ struct _VSTEFFECT {
     char effectName[VSTEFFECT_STRING_SIZE];
     int32_t numInstances;
     void* configInstance;
+    /* Ends configInstance: set with it by the instance layer, which the
+     * registry, below it, does not know. The record's lock is held. */
+    void (*endConfigInstance)(_VSTEFFECT* effect);
     /* Deleted while instances still used it: out of the list, freed by the
      * end of the last one. Guarded by lock. */
     uint8_t orphaned;
@@ -138,8 +141,6 @@ int _UnsafeUnloadVSTPlugin(_VSTEFFECT* effect);
 /* Frees a record deleted while in use once its last instance has ended; the
  * record's lock is held and, when it returns 1, gone. */
 int _ReleaseOrphanLocked(_VSTEFFECT* effect);
-/* Ends the record's config instance, if any; the record's lock is held. */
-void _DestroyConfigInstanceOf(_VSTEFFECT* effect);
 
 void _LockEffectList(void);
 /* Head of the list; walk it with the list lock held. */

@@ -25,6 +25,8 @@ struct _VSTINSTANCE {
 
 namespace {
 
+void _DestroyConfigInstanceOf(_VSTEFFECT* e);
+
 bool paramIndexOk(const _VSTEFFECT* e, int i) { return AUDIOVST_IsEffect(e) && i >= 0 && i < e->numParams; }
 
 // Every per-instance call starts here.
@@ -130,8 +132,10 @@ extern "C" _VSTINSTANCE* AUDIOVST_CreateConfigInstance(_VSTEFFECT* e)
     _VSTINSTANCE* inst = nullptr;
     if (e->configInstance)
         BLDEBUG_Error(-1, "AUDIOVST_CreateConfigInstance: Config instance already exists!");
-    else if ((inst = _UnsafeCreateInstance(e, true)))
+    else if ((inst = _UnsafeCreateInstance(e, true))) {
         e->configInstance = inst;
+        e->endConfigInstance = _DestroyConfigInstanceOf;
+    }
     MutexUnlock(e->lock);
     return inst;
 }
@@ -188,8 +192,10 @@ extern "C" int AUDIOVST_DestroyInstance(_VSTINSTANCE* instance)
 extern "C" _VSTEFFECT* AUDIOVST_GetEffectFromInstance(_VSTINSTANCE* i) { return i && i->impl ? i->effect : nullptr; }
 extern "C" int AUDIOVST_IsRemoteInstance(_VSTINSTANCE* i) { return i && i->remote ? 1 : 0; }
 
+namespace {
+
 /* Unloading destroys the config instance: it is the library's own. */
-extern "C" void _DestroyConfigInstanceOf(_VSTEFFECT* e)
+void _DestroyConfigInstanceOf(_VSTEFFECT* e)
 {
     auto* inst = static_cast<_VSTINSTANCE*>(e->configInstance);
     if (!inst)
@@ -199,6 +205,8 @@ extern "C" void _DestroyConfigInstanceOf(_VSTEFFECT* e)
     e->configInstance = nullptr;
     BLMEM_DisposeMemDescr(inst->memDescr);
 }
+
+} // namespace
 
 /* ---- static description -------------------------------------------------- */
 
