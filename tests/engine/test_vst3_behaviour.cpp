@@ -142,6 +142,25 @@ TEST_F(Behaviour, EditsInThePluginGoToItsProcessorAndRaiseEvents)
     EXPECT_FLOAT_EQ(buf[0], 1.0f); // gain 1.0 doubles
 }
 
+TEST_F(Behaviour, HostObjectsThatAPluginKeepsOutliveTheInstanceAndReachNothing)
+{
+    Events events;
+    VLORVST3_SetEventCallback(h, Events::callback, &events);
+    ASSERT_EQ(fixture<int (*)()>("vlorfx3_keep_handler")(), 1);
+    fixture<void (*)()>("vlorfx3_keep_next_state_stream")();
+    VLORVST3_FreeString(VLORVST3_GetConfig(h));
+    VLORVST3_DestroyInstance(h);
+    h = nullptr;
+    // The handler no longer leads to the instance: the edit is refused, not queued.
+    const int kResultFalse = 1; // the SDK's
+    EXPECT_EQ(fixture<int (*)(unsigned, double)>("vlorfx3_kept_edit")(kGainId, 0.5), kResultFalse);
+    EXPECT_TRUE(events.seen.empty());
+    // The state's stream is still whole, and a seek before its start reads from it.
+    EXPECT_EQ(fixture<int (*)(long long)>("vlorfx3_kept_stream_read_from")(-64), 16);
+    EXPECT_EQ(fixture<int (*)(long long)>("vlorfx3_kept_stream_read_from")(1000), 0);
+    fixture<void (*)()>("vlorfx3_drop_kept")();
+}
+
 TEST_F(Behaviour, StateIsSavedWithTheBypassLiftedAndTheBypassComesBack)
 {
     ASSERT_EQ(VLORVST3_StartEngine(h), 1);

@@ -23,9 +23,11 @@ DEF_CLASS_IID(ITimerHandler)
 } // namespace Linux
 } // namespace Steinberg
 
+// Once its view is gone, a plugin that kept the frame resizes nothing.
 class __PlugFrame : public IPlugFrame, public Linux::IRunLoop {
 public:
     explicit __PlugFrame(_Vst3Instance* instance) : m_instance(instance) {}
+    void detach() { m_instance.store(nullptr); }
     virtual ~__PlugFrame()
     {
         for (auto& t : m_timers)
@@ -62,7 +64,10 @@ public:
     {
         if (!rect)
             return kInvalidArgument;
-        m_instance->raise(kVst3EventResize, rect->right - rect->left, rect->bottom - rect->top);
+        _Vst3Instance* instance = m_instance.load();
+        if (!instance)
+            return kResultFalse;
+        instance->raise(kVst3EventResize, rect->right - rect->left, rect->bottom - rect->top);
         return kResultOk;
     }
 
@@ -147,7 +152,7 @@ private:
         Linux::IEventHandler* handler;
         int fd;
     };
-    _Vst3Instance* m_instance;
+    std::atomic<_Vst3Instance*> m_instance;
     std::atomic<uint32> m_refs{1};
     std::vector<Timer> m_timers;
     std::vector<Handler> m_handlers;
@@ -165,13 +170,13 @@ IPlugView* viewOf(_Vst3Instance* h)
     h->viewProbed = 1;
     if (!h->controller)
         return nullptr;
-    IPlugView* view = h->controller->createView(Vst::ViewType::kEditor);
-    if (h->view)
-        h->view->release();
-    h->view = view;
-    h->viewAvailable = view != nullptr;
-    return view;
+    // The view comes with a reference of ours.
+    h->view = owned(h->controller->createView(Vst::ViewType::kEditor));
+    h->viewAvailable = h->view != nullptr;
+    return h->view;
 }
+
+__PlugFrame* frameOf(_Vst3Instance* h) { return static_cast<__PlugFrame*>(h->frame.get()); }
 
 } // namespace
 
@@ -200,7 +205,7 @@ extern "C" int VLORVST3_EditorOpen(_Vst3Instance* h, uint64_t window)
     if (view->isPlatformTypeSupported(kPlatformTypeX11EmbedWindowID) != kResultOk)
         return 0;
     if (!h->frame)
-        h->frame = new __PlugFrame(h);
+        h->frame = owned(static_cast<IPlugFrame*>(new __PlugFrame(h)));
     view->setFrame(h->frame);
     if (view->attached(reinterpret_cast<void*>(window), kPlatformTypeX11EmbedWindowID) == kResultOk) {
         h->editorAttached = 1;
@@ -237,7 +242,7 @@ extern "C" int VLORVST3_EditorCanResize(_Vst3Instance* h)
     return h && h->view && h->view->canResize() == kResultTrue ? 1 : 0;
 }
 
-extern "C" int VLORVST3_EditorIdle(_Vst3Instance* h) { return h && h->frame ? h->frame->idle() : 0; }
+extern "C" int VLORVST3_EditorIdle(_Vst3Instance* h) { return h && h->frame ? frameOf(h)->idle() : 0; }
 
 void vlorvst3EditorDestroy(_Vst3Instance* h)
 {
@@ -247,10 +252,9 @@ void vlorvst3EditorDestroy(_Vst3Instance* h)
             h->editorAttached = 0;
         }
         h->view->setFrame(nullptr);
-        h->view->release();
         h->view = nullptr;
     }
     if (h->frame)
-        h->frame->release();
+        frameOf(h)->detach();
     h->frame = nullptr;
 }

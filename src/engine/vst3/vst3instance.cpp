@@ -10,11 +10,13 @@ using namespace Steinberg;
 using namespace Steinberg::Vst;
 
 // The host's IComponentHandler: edits made in the plugin go to the audio side
-// through the instance's queue, and requests reach the caller as events.
+// through the instance's queue, and requests reach the caller as events. Once
+// the instance is gone, a plugin that kept the handler reaches nothing.
 class __ComponentHandler : public IComponentHandler {
 public:
     explicit __ComponentHandler(_Vst3Instance* instance) : m_instance(instance) {}
     virtual ~__ComponentHandler() = default;
+    void detach() { m_instance.store(nullptr); }
     tresult PLUGIN_API queryInterface(const TUID iid, void** obj) override
     {
         if (FUnknownPrivate::iidEqual(iid, IComponentHandler::iid) || FUnknownPrivate::iidEqual(iid, FUnknown::iid)) {
@@ -30,18 +32,24 @@ public:
     tresult PLUGIN_API endEdit(ParamID) override { return kResultOk; }
     tresult PLUGIN_API performEdit(ParamID id, ParamValue value) override
     {
-        m_instance->paramTransfer.addChange(id, value, 0);
-        m_instance->raise(kVst3EventParamChanged, int32_t(id), 0);
+        _Vst3Instance* instance = m_instance.load();
+        if (!instance)
+            return kResultFalse;
+        instance->paramTransfer.addChange(id, value, 0);
+        instance->raise(kVst3EventParamChanged, int32_t(id), 0);
         return kResultOk;
     }
     tresult PLUGIN_API restartComponent(int32 flags) override
     {
-        m_instance->raise(kVst3EventRestart, flags, 0);
+        _Vst3Instance* instance = m_instance.load();
+        if (!instance)
+            return kResultFalse;
+        instance->raise(kVst3EventRestart, flags, 0);
         return kResultOk;
     }
 
 private:
-    _Vst3Instance* m_instance;
+    std::atomic<_Vst3Instance*> m_instance;
 };
 
 namespace {
@@ -124,10 +132,10 @@ extern "C" _Vst3Instance* VLORVST3_CreateInstance(const char* path, const char* 
         return nullptr;
 
     auto* h = new _Vst3Instance;
-    h->inputChanges = new ParameterChanges(0);
-    h->outputChanges = new ParameterChanges(0);
-    h->inputEvents = new EventList;
-    h->outputEvents = new EventList;
+    h->inputChanges = owned(new ParameterChanges(0));
+    h->outputChanges = owned(new ParameterChanges(0));
+    h->inputEvents = owned(new EventList);
+    h->outputEvents = owned(new EventList);
     h->module = module;
     h->component = component;
     h->processor = IPtr<IAudioProcessor>(processor);
@@ -135,7 +143,7 @@ extern "C" _Vst3Instance* VLORVST3_CreateInstance(const char* path, const char* 
     h->provider = std::move(provider);
     h->blockSize = 8192;
     if (h->controller) {
-        h->handler = new __ComponentHandler(h);
+        h->handler = owned(new __ComponentHandler(h));
         h->controller->setComponentHandler(h->handler);
     }
     h->paramTransfer.setMaxParameters(2048);
@@ -164,17 +172,13 @@ extern "C" int VLORVST3_DestroyInstance(_Vst3Instance* h)
     if (h->controller)
         h->controller->setComponentHandler(nullptr);
     if (h->handler)
-        h->handler->release();
+        static_cast<__ComponentHandler*>(h->handler.get())->detach();
     h->handler = nullptr;
     // Queried interfaces go before component and controller, and those before the provider.
     h->processor = nullptr;
     h->component = nullptr;
     h->controller = nullptr;
     h->provider.reset();
-    h->inputChanges->release();
-    h->outputChanges->release();
-    h->inputEvents->release();
-    h->outputEvents->release();
     h->module.reset(); // the module stays cached: the bundle is not unloaded
     delete h;
     return 1;

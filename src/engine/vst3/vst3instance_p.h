@@ -7,11 +7,7 @@
 
 #include <mutex>
 
-class __ComponentHandler;
-class __PlugFrame;
-namespace Steinberg {
-class IPlugView;
-}
+#include <pluginterfaces/gui/iplugview.h>
 
 struct _Vst3Instance {
     VST3::Hosting::Module::Ptr module;
@@ -21,12 +17,14 @@ struct _Vst3Instance {
     Steinberg::IPtr<Steinberg::Vst::IEditController> controller;
     Steinberg::Vst::HostProcessData processData;
     Steinberg::Vst::ParameterChangeTransfer paramTransfer{0};
-    Steinberg::Vst::ParameterChanges* inputChanges = nullptr;
+    // Host-side objects are held like the plugin's: a plugin that keeps a
+    // reference keeps the object, never the instance.
+    Steinberg::IPtr<Steinberg::Vst::ParameterChanges> inputChanges;
     // Given to process so that plugins that write changes or events find a
     // place for them; nothing reads them.
-    Steinberg::Vst::ParameterChanges* outputChanges = nullptr;
-    Steinberg::Vst::EventList* inputEvents = nullptr;
-    Steinberg::Vst::EventList* outputEvents = nullptr;
+    Steinberg::IPtr<Steinberg::Vst::ParameterChanges> outputChanges;
+    Steinberg::IPtr<Steinberg::Vst::EventList> inputEvents;
+    Steinberg::IPtr<Steinberg::Vst::EventList> outputEvents;
     std::mutex processLock;
     int32_t sampleRate = 44100;
     int32_t channels = 2;
@@ -37,11 +35,11 @@ struct _Vst3Instance {
     uint8_t prepared = 0;
     Vst3EventCallback eventCallback = nullptr;
     void* eventUserData = nullptr;
-    __ComponentHandler* handler = nullptr;
+    Steinberg::IPtr<Steinberg::Vst::IComponentHandler> handler; // ours: vst3instance.cpp
     Steinberg::Vst::ParamID bypassParamId = 0;
     uint8_t hasBypass = 0;
-    Steinberg::IPlugView* view = nullptr;
-    __PlugFrame* frame = nullptr;
+    Steinberg::IPtr<Steinberg::IPlugView> view;
+    Steinberg::IPtr<Steinberg::IPlugFrame> frame; // ours: vst3editor.cpp
     uint8_t viewProbed = 0;
     uint8_t viewAvailable = 0;
     uint8_t editorAttached = 0;

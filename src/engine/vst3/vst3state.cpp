@@ -5,6 +5,7 @@
 #include "blstring.h"
 
 #include <pluginterfaces/base/ibstream.h>
+#include <public.sdk/source/common/memorystream.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -16,74 +17,61 @@ using namespace Steinberg::Vst;
 
 namespace {
 
-// An in-memory stream that lives on the stack of the function using it: it
-// counts no references, and no plugin may keep it.
-class __MemBStream : public IBStream {
+// The SDK's stream, with what a plugin passes it checked first: a negative
+// count, or a position before the start, would reach outside its memory.
+class __StateStream : public MemoryStream {
 public:
-    virtual ~__MemBStream() = default;
-    tresult PLUGIN_API queryInterface(const TUID iid, void** obj) override
-    {
-        if (FUnknownPrivate::iidEqual(iid, IBStream::iid) || FUnknownPrivate::iidEqual(iid, FUnknown::iid)) {
-            *obj = this;
-            return kResultOk;
-        }
-        *obj = nullptr;
-        return kNoInterface;
-    }
-    uint32 PLUGIN_API addRef() override { return 1000; }
-    uint32 PLUGIN_API release() override { return 1000; }
+    static constexpr int64 kLargestState = int64(256) << 20;
+
     tresult PLUGIN_API read(void* buffer, int32 count, int32* done) override
     {
-        int64 available = int64(m_data.size()) - m_pos;
-        if (available < 0)
-            available = 0;
-        const int64 n = count < 0 ? 0 : (count < available ? count : available);
-        if (n > 0)
-            std::memcpy(buffer, m_data.data() + m_pos, size_t(n));
-        m_pos += n;
-        if (done)
-            *done = int32(n);
-        return kResultOk;
+        if (cursor < 0)
+            cursor = 0;
+        return MemoryStream::read(buffer, count < 0 ? 0 : count, done);
     }
     tresult PLUGIN_API write(void* buffer, int32 count, int32* done) override
     {
-        if (count > 0) {
-            if (m_pos + count > int64(m_data.size()))
-                m_data.resize(size_t(m_pos + count), 0); // a gap left by a seek reads as zeros
-            std::memcpy(m_data.data() + m_pos, buffer, size_t(count));
-            m_pos += count;
-        }
+        if (cursor < 0)
+            cursor = 0;
+        if (count < 0)
+            count = 0;
         if (done)
-            *done = count < 0 ? 0 : count;
-        return kResultOk;
+            *done = 0;
+        // Past any state a plugin sensibly keeps: refused, not allocated.
+        if (cursor + count > kLargestState)
+            return kOutOfMemory;
+        // A seek past the end leaves a gap that reads as zeros.
+        if (cursor > size) {
+            const TSize end = size;
+            const int64 at = cursor;
+            setSize(at);
+            if (allocationError || !memory || size < at)
+                return kOutOfMemory;
+            std::memset(memory + end, 0, size_t(at - end));
+            cursor = at;
+        }
+        return MemoryStream::write(buffer, count, done);
     }
     tresult PLUGIN_API seek(int64 offset, int32 mode, int64* result) override
     {
-        int64 p = mode == kIBSeekCur ? m_pos + offset : mode == kIBSeekEnd ? int64(m_data.size()) + offset : offset;
-        m_pos = p < 0 ? 0 : p;
+        const tresult r = MemoryStream::seek(offset, mode, nullptr);
+        if (cursor < 0)
+            cursor = 0;
         if (result)
-            *result = m_pos;
-        return kResultOk;
+            *result = cursor;
+        return r;
     }
-    tresult PLUGIN_API tell(int64* position) override
-    {
-        if (position)
-            *position = m_pos;
-        return kResultOk;
-    }
-    const std::vector<unsigned char>& data() const { return m_data; }
-    void rewind() { m_pos = 0; }
-
-private:
-    std::vector<unsigned char> m_data;
-    int64 m_pos = 0;
+    void rewind() { cursor = 0; }
 };
 
-void __AppendStreamAsB64(std::string& text, const char* sizeKey, const char* dataKey, const __MemBStream& stream)
+// Heap-held and counted: a plugin that keeps the stream keeps only the stream.
+IPtr<__StateStream> newStream() { return owned(new __StateStream); }
+
+void __AppendStreamAsB64(std::string& text, const char* sizeKey, const char* dataKey, const __StateStream& stream)
 {
-    if (stream.data().empty())
+    if (stream.getSize() <= 0 || !stream.getData())
         return;
-    char* b64 = BLSTRING_ToBase64(stream.data().data(), int(stream.data().size()));
+    char* b64 = BLSTRING_ToBase64(stream.getData(), int(stream.getSize()));
     if (!b64)
         return;
     if (!text.empty())
@@ -92,7 +80,7 @@ void __AppendStreamAsB64(std::string& text, const char* sizeKey, const char* dat
     std::free(b64);
 }
 
-int __ReadB64Stream(const char* config, const char* sizeKey, const char* dataKey, __MemBStream& stream)
+int __ReadB64Stream(const char* config, const char* sizeKey, const char* dataKey, __StateStream& stream)
 {
     const int size = BLSTRING_GetIntegerValueFromString(config, sizeKey, 0);
     if (size < 1)
@@ -117,7 +105,7 @@ int __ReadB64Stream(const char* config, const char* sizeKey, const char* dataKey
     stream.write(bytes, length, &done);
     std::free(bytes);
     stream.rewind();
-    return 1;
+    return done == length ? 1 : 0;
 }
 
 } // namespace
@@ -140,14 +128,14 @@ extern "C" char* VLORVST3_GetConfig(_Vst3Instance* h)
     }
     std::string text;
     if (h->component) {
-        __MemBStream stream;
-        if (h->component->getState(&stream) == kResultOk)
-            __AppendStreamAsB64(text, "presetsize", "presetdata", stream);
+        IPtr<__StateStream> stream = newStream();
+        if (h->component->getState(stream) == kResultOk)
+            __AppendStreamAsB64(text, "presetsize", "presetdata", *stream);
     }
     if (h->controller) {
-        __MemBStream stream;
-        if (h->controller->getState(&stream) == kResultOk)
-            __AppendStreamAsB64(text, "ctrlsize", "ctrldata", stream);
+        IPtr<__StateStream> stream = newStream();
+        if (h->controller->getState(stream) == kResultOk)
+            __AppendStreamAsB64(text, "ctrlsize", "ctrldata", *stream);
     }
     if (lifted > 0.0) {
         h->controller->setParamNormalized(h->bypassParamId, lifted);
@@ -168,18 +156,18 @@ extern "C" int VLORVST3_SetConfigEx(_Vst3Instance* h, const char* config, bool n
 {
     if (!h || !config)
         return 0;
-    __MemBStream preset;
-    if (__ReadB64Stream(config, "presetsize", "presetdata", preset)) {
-        if (h->component && h->component->setState(&preset) != kResultOk)
+    IPtr<__StateStream> preset = newStream();
+    if (__ReadB64Stream(config, "presetsize", "presetdata", *preset)) {
+        if (h->component && h->component->setState(preset) != kResultOk)
             return 0;
-        preset.rewind();
+        preset->rewind();
         if (h->controller)
-            h->controller->setComponentState(&preset);
+            h->controller->setComponentState(preset);
     }
     if (h->controller) {
-        __MemBStream ctrl;
-        if (__ReadB64Stream(config, "ctrlsize", "ctrldata", ctrl))
-            h->controller->setState(&ctrl);
+        IPtr<__StateStream> ctrl = newStream();
+        if (__ReadB64Stream(config, "ctrlsize", "ctrldata", *ctrl))
+            h->controller->setState(ctrl);
     }
     if (notify)
         h->raise(kVst3EventParamChanged, -1, 0);
