@@ -83,145 +83,189 @@ extern "C" void _XMLEncode(const char* source, char* destination, int size)
     destination[o] = '\0';
 }
 
-extern "C" int _WriteVSTXML(const _VSTEFFECT* e, FILE* out)
-{
-    if (!e || !out)
-        return 0;
-    // Every item once went through one shared buffer, so an empty item
-    // repeats the one before it; readers of old files expect no less.
-    const char* last = "";
-    auto name = [&](const char* text) {
-        if (text && *text)
-            last = text;
-        _WriteName(out, last);
-    };
-    std::fprintf(out, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
-    std::fprintf(out, "<VLORVST>\n");
-    std::fputs("\t<Filename>", out);
-    _WriteText(out, e->filename, false);
-    std::fputs("</Filename>\n", out);
-    std::fprintf(out, "\t<TimeStamp>%" PRId64 "</TimeStamp>\n", e->timestamp);
-    std::fprintf(out, "\t<Category>%s</Category>\n", e->category == VSTEFFECT_CATEGORY_SHELL ? "shell" : "effect");
-    std::fprintf(out, "\t<UniqueID>%d</UniqueID>\n", e->uniqueId);
-    std::fprintf(out, "\n");
+namespace {
 
-    if (e->category == VSTEFFECT_CATEGORY_SHELL) {
-        if (e->vendor[0]) {
-            std::fputs("\t<VendorString>", out);
-            name(e->vendor);
-            std::fputs("</VendorString>\n", out);
-        }
+// One descriptor, section by section.
+class DescriptorWriter {
+public:
+    explicit DescriptorWriter(FILE* out) : m_out(out) {}
+
+    void header(const _VSTEFFECT* e)
+    {
+        std::fprintf(m_out, "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n");
+        std::fprintf(m_out, "<VLORVST>\n");
+        std::fputs("\t<Filename>", m_out);
+        _WriteText(m_out, e->filename, false);
+        std::fputs("</Filename>\n", m_out);
+        std::fprintf(m_out, "\t<TimeStamp>%" PRId64 "</TimeStamp>\n", e->timestamp);
+        std::fprintf(m_out, "\t<Category>%s</Category>\n", e->category == VSTEFFECT_CATEGORY_SHELL ? "shell" : "effect");
+        std::fprintf(m_out, "\t<UniqueID>%d</UniqueID>\n", e->uniqueId);
+        std::fprintf(m_out, "\n");
+    }
+
+    void shellEntries(const _VSTEFFECT* e)
+    {
+        if (e->vendor[0])
+            element("\t", "VendorString", e->vendor);
         for (int i = 0; i < e->u.shell.numShellEntries; ++i) {
-            std::fprintf(out, "\t<VSTPlugin id=\"%d\" name=\"", e->u.shell.shellEntries[i].id);
-            _WriteName(out, e->u.shell.shellEntries[i].name);
-            std::fputs("\"/>\n", out);
+            std::fprintf(m_out, "\t<VSTPlugin id=\"%d\" name=\"", e->u.shell.shellEntries[i].id);
+            _WriteName(m_out, e->u.shell.shellEntries[i].name);
+            std::fputs("\"/>\n", m_out);
         }
-    } else {
-        std::fprintf(out, "\t<VSTPluginDescription>\n");
-        std::fputs("\t\t<VendorString>", out);
-        name(e->vendor);
-        std::fputs("</VendorString>\n", out);
-        std::fputs("\t\t<ProductString>", out);
-        name(e->product);
-        std::fputs("</ProductString>\n", out);
-        std::fputs("\t\t<EffectName>", out);
-        name(e->effectName);
-        std::fputs("</EffectName>\n", out);
-        std::fprintf(out, "\t\t<Flags>%d</Flags>\n", int(e->u.fx.flags));
-        std::fprintf(out, "\t\t<Version>%d</Version>\n", e->u.fx.version);
-        std::fprintf(out, "\t\t<UniqueID>%d</UniqueID>\n", e->uniqueId);
-        std::fprintf(out, "\t\t<NumInputs>%d</NumInputs>\n", e->u.fx.numInputs);
-        std::fprintf(out, "\t\t<NumOutputs>%d</NumOutputs>\n", e->u.fx.numOutputs);
-        std::fprintf(out, "\t\t<NumParams>%d</NumParams>\n", e->numParams);
-        std::fprintf(out, "\t</VSTPluginDescription>\n\n");
+    }
 
-        std::fprintf(out, "\t<VSTPrograms>\n");
+    void description(const _VSTEFFECT* e)
+    {
+        std::fprintf(m_out, "\t<VSTPluginDescription>\n");
+        element("\t\t", "VendorString", e->vendor);
+        element("\t\t", "ProductString", e->product);
+        element("\t\t", "EffectName", e->effectName);
+        std::fprintf(m_out, "\t\t<Flags>%d</Flags>\n", int(e->u.fx.flags));
+        std::fprintf(m_out, "\t\t<Version>%d</Version>\n", e->u.fx.version);
+        std::fprintf(m_out, "\t\t<UniqueID>%d</UniqueID>\n", e->uniqueId);
+        std::fprintf(m_out, "\t\t<NumInputs>%d</NumInputs>\n", e->u.fx.numInputs);
+        std::fprintf(m_out, "\t\t<NumOutputs>%d</NumOutputs>\n", e->u.fx.numOutputs);
+        std::fprintf(m_out, "\t\t<NumParams>%d</NumParams>\n", e->numParams);
+        std::fprintf(m_out, "\t</VSTPluginDescription>\n\n");
+    }
+
+    void programs(const _VSTEFFECT* e)
+    {
+        std::fprintf(m_out, "\t<VSTPrograms>\n");
         if (e->numParams > 0 && e->defaultProgram) {
-            std::fprintf(out, "\t\t<DefaultProgram>\n");
-            for (int i = 0; i < e->numParams; ++i)
-                std::fprintf(out, "\t\t\t<Param id=\"%d\" value=\"%g\" />\n", i, double(e->defaultProgram->values[i]));
-            std::fprintf(out, "\t\t</DefaultProgram>\n");
+            std::fprintf(m_out, "\t\t<DefaultProgram>\n");
+            values(e->defaultProgram->values, e->numParams);
+            std::fprintf(m_out, "\t\t</DefaultProgram>\n");
         }
         for (int p = 0; e->numParams > 0 && p < e->numPrograms; ++p) {
             const ProgramRecord* prog = e->programs ? e->programs[p] : nullptr;
             if (!prog)
                 continue;
-            std::fputs("\t\t<Program name=\"", out);
+            std::fputs("\t\t<Program name=\"", m_out);
             name(prog->name);
-            std::fprintf(out, "\" id=\"%d\">\n", p);
-            for (int i = 0; i < e->numParams; ++i)
-                std::fprintf(out, "\t\t\t<Param id=\"%d\" value=\"%g\" />\n", i, double(prog->values[i]));
-            std::fprintf(out, "\t\t</Program>\n");
+            std::fprintf(m_out, "\" id=\"%d\">\n", p);
+            values(prog->values, e->numParams);
+            std::fprintf(m_out, "\t\t</Program>\n");
         }
-        std::fprintf(out, "\t</VSTPrograms>\n\n");
+        std::fprintf(m_out, "\t</VSTPrograms>\n\n");
+    }
 
+    // The value types and the parameters that use them, as the plugin names them.
+    void parameterStructure(const _VSTEFFECT* e)
+    {
+        std::fprintf(m_out, "\t<VSTPluginProperties>\n");
+        std::fprintf(m_out, "\t\t<VSTParametersStructure>\n\n");
+        for (int t = 0; t < e->numValueTypes; ++t)
+            if (const ValueType* vt = e->valueTypes ? e->valueTypes[t] : nullptr)
+                valueType(vt);
+        for (int i = 0; i < e->numParams; ++i)
+            parameter(e->parameters[i], i);
+        std::fprintf(m_out, "\n");
+        std::fprintf(m_out, "\t\t</VSTParametersStructure>\n");
+        std::fprintf(m_out, "\t</VSTPluginProperties>\n\n");
+    }
+
+    // How each linear or nonlinear parameter maps to what it displays.
+    void parameterKinds(const _VSTEFFECT* e)
+    {
+        std::fprintf(m_out, "\t<VLORVSTPluginProperties>\n");
+        std::fprintf(m_out, "\t\t<VLORVSTParametersStructure>\n");
+        for (int i = 0; i < e->numParams; ++i) {
+            const ParameterRecord& p = e->parameters[i];
+            if (p.kind == 2) {
+                std::fprintf(m_out, "\t\t\t<Param id=\"%d\" kind=\"linear\" ", i);
+                std::fprintf(m_out, "minDisplayValue=\"%g\" ", double(p.minValue));
+                std::fprintf(m_out, "maxDisplayValue=\"%g\" ", double(p.maxValue));
+                std::fprintf(m_out, "/>\n");
+            } else if (p.kind == 3) {
+                std::fprintf(m_out, "\t\t\t<Param id=\"%d\" kind=\"nonlinear\" ", i);
+                attribute("minDisplayValue", p.minDisplay);
+                attribute("maxDisplayValue", p.maxDisplay);
+                std::fprintf(m_out, "/>\n");
+            }
+        }
+        std::fprintf(m_out, "\t\t</VLORVSTParametersStructure>\n");
+        std::fprintf(m_out, "\t</VLORVSTPluginProperties>\n\n");
+    }
+
+    int end()
+    {
+        std::fprintf(m_out, "</VLORVST>\n");
+        return std::ferror(m_out) ? 0 : 1;
+    }
+
+private:
+    // Every item once went through one shared buffer, so an empty item
+    // repeats the one before it; readers of old files expect no less.
+    void name(const char* text)
+    {
+        if (text && *text)
+            m_last = text;
+        _WriteName(m_out, m_last);
+    }
+    void element(const char* indent, const char* tag, const char* text)
+    {
+        std::fprintf(m_out, "%s<%s>", indent, tag);
+        name(text);
+        std::fprintf(m_out, "</%s>\n", tag);
+    }
+    void attribute(const char* key, const char* text)
+    {
+        std::fprintf(m_out, "%s=\"", key);
+        name(text);
+        std::fputs("\" ", m_out);
+    }
+    void values(const float* values, int count)
+    {
+        for (int i = 0; i < count; ++i)
+            std::fprintf(m_out, "\t\t\t<Param id=\"%d\" value=\"%g\" />\n", i, double(values[i]));
+    }
+    void valueType(const ValueType* vt)
+    {
+        std::fputs("\t\t\t<ValueType name=\"", m_out);
+        name(vt->name);
+        std::fputs("\">\n", m_out);
+        for (int k = 0; k < vt->count; ++k) {
+            std::fputs("\t\t\t\t<Entry name=\"", m_out);
+            name(vt->entries[k].name);
+            std::fputs("\"", m_out);
+            std::fprintf(m_out, " value=\"[%g, %g]\" />\n", double(vt->entries[k].low), double(vt->entries[k].high));
+        }
+        std::fprintf(m_out, "\t\t\t</ValueType>\n\n");
+    }
+    void parameter(const ParameterRecord& p, int index)
+    {
+        std::fputs("\t\t\t<Param ", m_out);
+        attribute("name", p.name);
+        attribute("shortName", p.name);
+        if (p.label[0])
+            attribute("label", p.label);
+        if (p.kind == 1 && p.valueType)
+            attribute("type", p.valueType->name);
+        std::fprintf(m_out, "id=\"%d\" />\n", index);
+    }
+
+    FILE* m_out;
+    const char* m_last = "";
+};
+
+} // namespace
+
+extern "C" int _WriteVSTXML(const _VSTEFFECT* e, FILE* out)
+{
+    if (!e || !out)
+        return 0;
+    DescriptorWriter w(out);
+    w.header(e);
+    if (e->category == VSTEFFECT_CATEGORY_SHELL) {
+        w.shellEntries(e);
+    } else {
+        w.description(e);
+        w.programs(e);
         if (e->numParams > 0 && e->parameters) {
-            std::fprintf(out, "\t<VSTPluginProperties>\n");
-            std::fprintf(out, "\t\t<VSTParametersStructure>\n\n");
-            for (int t = 0; t < e->numValueTypes; ++t) {
-                const ValueType* vt = e->valueTypes ? e->valueTypes[t] : nullptr;
-                if (!vt)
-                    continue;
-                std::fputs("\t\t\t<ValueType name=\"", out);
-                name(vt->name);
-                std::fputs("\">\n", out);
-                for (int k = 0; k < vt->count; ++k) {
-                    std::fputs("\t\t\t\t<Entry name=\"", out);
-                    name(vt->entries[k].name);
-                    std::fputs("\"", out);
-                    std::fprintf(out, " value=\"[%g, %g]\" />\n", double(vt->entries[k].low),
-                                 double(vt->entries[k].high));
-                }
-                std::fprintf(out, "\t\t\t</ValueType>\n\n");
-            }
-            for (int i = 0; i < e->numParams; ++i) {
-                const ParameterRecord& p = e->parameters[i];
-                std::fputs("\t\t\t<Param name=\"", out);
-                name(p.name);
-                std::fputs("\" shortName=\"", out);
-                name(p.name);
-                std::fputs("\" ", out);
-                if (p.label[0]) {
-                    std::fputs("label=\"", out);
-                    name(p.label);
-                    std::fputs("\" ", out);
-                }
-                if (p.kind == 1 && p.valueType) {
-                    std::fputs("type=\"", out);
-                    name(p.valueType->name);
-                    std::fputs("\" ", out);
-                }
-                std::fprintf(out, "id=\"%d\" />\n", i);
-            }
-            std::fprintf(out, "\n");
-            std::fprintf(out, "\t\t</VSTParametersStructure>\n");
-            std::fprintf(out, "\t</VSTPluginProperties>\n\n");
-
-            std::fprintf(out, "\t<VLORVSTPluginProperties>\n");
-            std::fprintf(out, "\t\t<VLORVSTParametersStructure>\n");
-            for (int i = 0; i < e->numParams; ++i) {
-                const ParameterRecord& p = e->parameters[i];
-                if (p.kind == 2) {
-                    std::fprintf(out, "\t\t\t<Param id=\"%d\" kind=\"linear\" ", i);
-                    std::fprintf(out, "minDisplayValue=\"%g\" ", double(p.minValue));
-                    std::fprintf(out, "maxDisplayValue=\"%g\" ", double(p.maxValue));
-                    std::fprintf(out, "/>\n");
-                } else if (p.kind == 3) {
-                    std::fprintf(out, "\t\t\t<Param id=\"%d\" kind=\"nonlinear\" ", i);
-                    std::fputs("minDisplayValue=\"", out);
-                    name(p.minDisplay);
-                    std::fputs("\" ", out);
-                    std::fputs("maxDisplayValue=\"", out);
-                    name(p.maxDisplay);
-                    std::fputs("\" ", out);
-                    std::fprintf(out, "/>\n");
-                }
-            }
-            std::fprintf(out, "\t\t</VLORVSTParametersStructure>\n");
-            std::fprintf(out, "\t</VLORVSTPluginProperties>\n\n");
+            w.parameterStructure(e);
+            w.parameterKinds(e);
         }
     }
-    std::fprintf(out, "</VLORVST>\n");
-    return std::ferror(out) ? 0 : 1;
+    return w.end();
 }
-
