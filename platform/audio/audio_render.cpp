@@ -45,10 +45,6 @@ struct Files {
     }
 };
 
-} // namespace
-
-namespace {
-
 // A render that was killed leaves its partial output behind: "NAME.partial-PID".
 // The next render into that folder removes those whose process is gone (a pid
 // that runs again is left alone, as its owner cannot be told).
@@ -80,6 +76,159 @@ void removeStalePartials(const std::string& output)
 
 } // namespace
 
+namespace {
+
+// One render: the files and the effect, the counts that keep the output as
+// long as the input, and the error text of the caller.
+class Render {
+public:
+    Render(char* error, int errorSize) : m_error(error), m_errorSize(errorSize) {}
+
+    bool openInput(const char* input)
+    {
+        std::memset(&m_info, 0, sizeof(m_info));
+        m_files.in = sf_open(input, SFM_READ, &m_info);
+        if (!m_files.in)
+            return fail("cannot read %s: %s", input, sf_strerror(nullptr));
+        if (m_info.channels <= 0 || m_info.samplerate <= 0 || m_info.channels > 64)
+            return fail("%s has no usable audio", input);
+        m_input = input;
+        return true;
+    }
+
+    bool createEffect(const char* filterName, const char* config)
+    {
+        AUDIO_FORMAT format;
+        std::memset(&format, 0, sizeof(format));
+        format.sampleRate = m_info.samplerate;
+        format.numChannels = int16_t(m_info.channels);
+        char why[512] = "";
+        m_files.effect = AUDIO_CreateEffect(filterName, &format, config, why, sizeof(why));
+        if (!m_files.effect)
+            return fail("%s", why);
+        // A latency the filter reports is dropped here; one it swallows itself is not reported.
+        m_skip = sf_count_t(AUDIO_EffectLatency(m_files.effect) * m_info.samplerate + 0.5);
+        return true;
+    }
+
+    // The output is written beside its place, under a name of this process.
+    bool openOutput(const char* output)
+    {
+        SF_INFO outInfo = m_info;
+        outInfo.frames = 0;
+        if (!sf_format_check(&outInfo))
+            outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        removeStalePartials(output);
+        m_files.partial = std::string(output) + ".partial-" + std::to_string(getpid());
+        m_files.out = sf_open(m_files.partial.c_str(), SFM_WRITE, &outInfo);
+        if (!m_files.out) {
+            m_files.partial.clear(); // nothing was created
+            return fail("cannot write %s: %s", output, sf_strerror(nullptr));
+        }
+        m_output = output;
+        return true;
+    }
+
+    bool run(AUDIO_ProgressProc progress, void* user)
+    {
+        const int ch = m_info.channels;
+        const sf_count_t total = m_info.frames;
+        const sf_count_t maxPad = sf_count_t(kMaxPadSeconds * m_info.samplerate);
+        m_in.assign(size_t(kReadFrames) * size_t(ch), 0.0f);
+        m_out.assign(size_t(kOutputRoom) * size_t(ch), 0.0f);
+        sf_count_t read = 0, padded = 0;
+        bool inputDone = false;
+        while (m_written < total || !inputDone) {
+            sf_count_t got = 0;
+            if (!inputDone) {
+                got = sf_readf_float(m_files.in, m_in.data(), kReadFrames);
+                if (got <= 0) {
+                    inputDone = true;
+                    continue;
+                }
+                read += got;
+            } else {
+                // The effect still owes frames (its latency): feed it silence.
+                if (padded >= maxPad)
+                    break;
+                got = std::min<sf_count_t>(kReadFrames, maxPad - padded);
+                std::fill(m_in.begin(), m_in.end(), 0.0f);
+                padded += got;
+            }
+            if (!process(got))
+                return false;
+            if (progress && total > 0 && progress(user, double(std::min(read, total)) / double(total)) != 0)
+                return fail("cancelled");
+        }
+        return true;
+    }
+
+    // The output takes the place of its name only now, whole.
+    bool finish()
+    {
+        sf_write_sync(m_files.out);
+        const int closed = sf_close(m_files.out);
+        m_files.out = nullptr;
+        if (closed != 0)
+            return fail("cannot write %s", m_output);
+        if (std::rename(m_files.partial.c_str(), m_output) != 0)
+            return fail("cannot write %s: %s", m_output, std::strerror(errno));
+        m_files.keep = true;
+        return true;
+    }
+
+private:
+    // got frames of the input buffer through the effect, as many calls as it takes.
+    bool process(sf_count_t got)
+    {
+        const int ch = m_info.channels;
+        const sf_count_t total = m_info.frames;
+        sf_count_t offset = 0;
+        while (offset < got) {
+            long inFrames = long(got - offset);
+            long outFrames = kOutputRoom;
+            if (!AUDIO_ProcessEffect(m_files.effect, m_in.data() + offset * ch, &inFrames, m_out.data(), &outFrames))
+                return fail("the effect failed while processing %s", m_input);
+            if (inFrames <= 0 && outFrames <= 0)
+                return fail("the effect stopped taking audio");
+            sf_count_t from = 0;
+            if (m_skip > 0) {
+                from = std::min<sf_count_t>(m_skip, outFrames);
+                m_skip -= from;
+            }
+            const sf_count_t keep = std::min<sf_count_t>(outFrames - from, total - m_written);
+            if (keep > 0 && sf_writef_float(m_files.out, m_out.data() + from * ch, keep) != keep)
+                return fail("cannot write %s: %s", m_output, sf_strerror(m_files.out));
+            m_written += std::max<sf_count_t>(keep, 0);
+            offset += inFrames;
+        }
+        return true;
+    }
+
+    __attribute__((format(printf, 2, 3))) bool fail(const char* format, ...)
+    {
+        char text[1024];
+        va_list ap;
+        va_start(ap, format);
+        std::vsnprintf(text, sizeof(text), format, ap);
+        va_end(ap);
+        setError(m_error, m_errorSize, "%s", text);
+        return false;
+    }
+
+    char* m_error;
+    int m_errorSize;
+    Files m_files;
+    SF_INFO m_info;
+    const char* m_input = "";
+    const char* m_output = "";
+    std::vector<float> m_in, m_out;
+    sf_count_t m_skip = 0;
+    sf_count_t m_written = 0;
+};
+
+} // namespace
+
 extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, const char* input, const char* output,
                                 AUDIO_ProgressProc progress, void* user, char* error, int errorSize)
 {
@@ -87,111 +236,9 @@ extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, cons
         setError(error, errorSize, "an input and an output file are needed");
         return 0;
     }
-    Files f;
-    SF_INFO info;
-    std::memset(&info, 0, sizeof(info));
-    f.in = sf_open(input, SFM_READ, &info);
-    if (!f.in) {
-        setError(error, errorSize, "cannot read %s: %s", input, sf_strerror(nullptr));
-        return 0;
-    }
-    if (info.channels <= 0 || info.samplerate <= 0 || info.channels > 64) {
-        setError(error, errorSize, "%s has no usable audio", input);
-        return 0;
-    }
-
-    AUDIO_FORMAT format;
-    std::memset(&format, 0, sizeof(format));
-    format.sampleRate = info.samplerate;
-    format.numChannels = int16_t(info.channels);
-    char why[512] = "";
-    f.effect = AUDIO_CreateEffect(filterName, &format, config, why, sizeof(why));
-    if (!f.effect) {
-        setError(error, errorSize, "%s", why);
-        return 0;
-    }
-
-    SF_INFO outInfo = info;
-    outInfo.frames = 0;
-    if (!sf_format_check(&outInfo))
-        outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    removeStalePartials(output);
-    f.partial = std::string(output) + ".partial-" + std::to_string(getpid());
-    f.out = sf_open(f.partial.c_str(), SFM_WRITE, &outInfo);
-    if (!f.out) {
-        setError(error, errorSize, "cannot write %s: %s", output, sf_strerror(nullptr));
-        f.partial.clear(); // nothing was created
-        return 0;
-    }
-
-    const int ch = info.channels;
-    const sf_count_t total = info.frames;
-    // A latency the filter reports is dropped here; one it swallows itself is not reported.
-    sf_count_t skip = sf_count_t(AUDIO_EffectLatency(f.effect) * info.samplerate + 0.5);
-    const sf_count_t maxPad = sf_count_t(kMaxPadSeconds * info.samplerate);
-    std::vector<float> in(size_t(kReadFrames) * size_t(ch));
-    std::vector<float> out(size_t(kOutputRoom) * size_t(ch));
-    sf_count_t read = 0, written = 0, padded = 0;
-    bool inputDone = false;
-
-    while (written < total || !inputDone) {
-        sf_count_t got = 0;
-        if (!inputDone) {
-            got = sf_readf_float(f.in, in.data(), kReadFrames);
-            if (got <= 0) {
-                inputDone = true;
-                continue;
-            }
-            read += got;
-        } else {
-            // The effect still owes frames (its latency): feed it silence.
-            if (padded >= maxPad)
-                break;
-            got = std::min<sf_count_t>(kReadFrames, maxPad - padded);
-            std::fill(in.begin(), in.end(), 0.0f);
-            padded += got;
-        }
-        sf_count_t offset = 0;
-        while (offset < got) {
-            long inFrames = long(got - offset);
-            long outFrames = kOutputRoom;
-            if (!AUDIO_ProcessEffect(f.effect, in.data() + offset * ch, &inFrames, out.data(), &outFrames)) {
-                setError(error, errorSize, "the effect failed while processing %s", input);
-                return 0;
-            }
-            if (inFrames <= 0 && outFrames <= 0) {
-                setError(error, errorSize, "the effect stopped taking audio");
-                return 0;
-            }
-            sf_count_t from = 0;
-            if (skip > 0) {
-                from = std::min<sf_count_t>(skip, outFrames);
-                skip -= from;
-            }
-            const sf_count_t keep = std::min<sf_count_t>(outFrames - from, total - written);
-            if (keep > 0 && sf_writef_float(f.out, out.data() + from * ch, keep) != keep) {
-                setError(error, errorSize, "cannot write %s: %s", output, sf_strerror(f.out));
-                return 0;
-            }
-            written += std::max<sf_count_t>(keep, 0);
-            offset += inFrames;
-        }
-        if (progress && total > 0 && progress(user, double(std::min(read, total)) / double(total)) != 0) {
-            setError(error, errorSize, "cancelled");
-            return 0;
-        }
-    }
-    sf_write_sync(f.out);
-    if (sf_close(f.out) != 0) {
-        f.out = nullptr;
-        setError(error, errorSize, "cannot write %s", output);
-        return 0;
-    }
-    f.out = nullptr;
-    if (std::rename(f.partial.c_str(), output) != 0) {
-        setError(error, errorSize, "cannot write %s: %s", output, std::strerror(errno));
-        return 0;
-    }
-    f.keep = true;
-    return 1;
+    Render render(error, errorSize);
+    return render.openInput(input) && render.createEffect(filterName, config) && render.openOutput(output) &&
+                   render.run(progress, user) && render.finish()
+               ? 1
+               : 0;
 }
