@@ -451,38 +451,12 @@ void Manager::updatePlugins(bool notifyNewPlugins, bool deep_check_shell_plugins
     searchPlugins(false);
     QStringList newRefs;
     if (!d->cancelled.loadAcquire()) {
-        int total = 0, n = 0;
-        for (const Path& path : d->paths)
+        int total = 0, done = 0;
+        for (const Path& path : std::as_const(d->paths))
             total += int(path.plugins().size());
-        bool stop = false;
-        for (int pi = 0; pi < d->paths.size() && !stop; ++pi) {
-            Path& path = d->paths[pi];
-            const QHash<QString, int> counts = _BuildVendorCount(path);
-            for (int k = 0; k < path.plugins().size() && !stop; ++k) {
-                Plugin& plugin = path.plugins()[k];
-                const bool usable = plugin.isEnabled() && !_VendorBlocksPlugin(plugin, path, counts);
-                if (usable && plugin.isShell() && plugin.exists()) {
-                    if (notifyNewPlugins)
-                        enablePlugin(plugin, path, deep_check_shell_plugins);
-                    total += int(plugin.plugins().size());
-                    for (Plugin& child : plugin.plugins()) {
-                        if (child.isEnabled() && child.exists())
-                            emit pluginEnabled(child, path);
-                        else if (child.isNew())
-                            newRefs.append(child.pluginRef());
-                        emit progressScan(++n, total);
-                        if (d->cancelled.loadAcquire())
-                            break;
-                    }
-                } else if (usable && plugin.exists()) {
-                    emit pluginEnabled(plugin, path);
-                } else if (plugin.isNew()) {
-                    newRefs.append(plugin.pluginRef());
-                }
-                emit progressScan(++n, total);
-                stop = d->cancelled.loadAcquire() != 0;
-            }
-        }
+        for (int pi = 0; pi < d->paths.size(); ++pi)
+            if (!announcePath(d->paths[pi], notifyNewPlugins, deep_check_shell_plugins, &newRefs, &done, &total))
+                break;
     }
     d->publish();
     emit endScan(hasNewPlugins());
@@ -491,6 +465,40 @@ void Manager::updatePlugins(bool notifyNewPlugins, bool deep_check_shell_plugins
     if (hasChanges())
         emit catalogChanged();
     qInfo() << "VlorVst::Manager: updatePlugins finished!";
+}
+
+// Each usable plugin of the path is announced, a shell checked again when
+// asked; new ones wait for the user. False when a cancel stopped it.
+bool Manager::announcePath(Path& path, bool notifyNewPlugins, bool deepCheckShells, QStringList* newRefs, int* done,
+                           int* total)
+{
+    const QHash<QString, int> counts = _BuildVendorCount(path);
+    for (int k = 0; k < path.plugins().size(); ++k) {
+        Plugin& plugin = path.plugins()[k];
+        const bool usable = plugin.isEnabled() && !_VendorBlocksPlugin(plugin, path, counts);
+        if (usable && plugin.isShell() && plugin.exists()) {
+            if (notifyNewPlugins)
+                enablePlugin(plugin, path, deepCheckShells);
+            *total += int(plugin.plugins().size());
+            for (Plugin& child : plugin.plugins()) {
+                if (child.isEnabled() && child.exists())
+                    emit pluginEnabled(child, path);
+                else if (child.isNew())
+                    newRefs->append(child.pluginRef());
+                emit progressScan(++*done, *total);
+                if (d->cancelled.loadAcquire())
+                    break;
+            }
+        } else if (usable && plugin.exists()) {
+            emit pluginEnabled(plugin, path);
+        } else if (plugin.isNew()) {
+            newRefs->append(plugin.pluginRef());
+        }
+        emit progressScan(++*done, *total);
+        if (d->cancelled.loadAcquire())
+            return false;
+    }
+    return true;
 }
 
 void Manager::rescanPlugins() { updatePlugins(true, true); }

@@ -78,6 +78,9 @@ public slots:
 
 private:
     void loadCatalog_v1(const QString& filename);
+    void enableKnownPlugin(QVlorVst::Plugin& plugin, const QVlorVst::Path& path);
+    bool announcePath(QVlorVst::Path& path, bool notifyNewPlugins, bool deepCheckShells, QStringList* newRefs,
+                      int* done, int* total);
     bool searchPluginsInPath(const QString& folder, QVlorVst::Path& path, QStringList& refs);
     void publish();
 

@@ -50,6 +50,61 @@ void _PersistSwitch(const Plugin& p, bool on)
     AUDIOVST_SetEnabledEx(p.filename().toUtf8().constData(), int(p.uniqueId()), on);
 }
 
+// What the engine's check found, into the record: a shell's children or an
+// effect's names. False when the plugin is no use.
+bool Manager::Data::takeCheck(Plugin& p, _VSTEFFECT* h)
+{
+    if (!h) {
+        p.setEnabled(false);
+        p.setFailed(true);
+        p.setFailReason(QString::fromUtf8(AUDIOVST_GetLastFailure()));
+        return false;
+    }
+    p.setUniqueId(qint64(int32_t(AUDIOVST_GetUniqueID(h))));
+    if (p.uniqueId() == 0) {
+        p.setFailed(true);
+        p.setEnabled(false);
+        return false;
+    }
+    if (AUDIOVST_GetCategory(h) == 1) {
+        QList<Plugin> previous = p.plugins();
+        p.setKind(ShellPlugin);
+        p.setArch(archOf(AUDIOVST_GetArch(h)));
+        const QString vendor = text(AUDIOVST_GetVendorString(h));
+        if (!vendor.isEmpty())
+            p.setVendor(vendor);
+        for (int i = 0; i < AUDIOVST_PluginsCount(h); ++i)
+            p.addPlugin(text(AUDIOVST_GetPluginName(h, i)), AUDIOVST_GetPluginId(h, i), &previous);
+        for (const Plugin& gone : previous)
+            p.removePlugin(gone);
+        return true;
+    }
+    // The engine's display category is the vendor grouping of the effect list.
+    p.setVendor(text(AUDIOVST_GetDisplayCategory(h)));
+    p.setName(text(AUDIOVST_GetDisplayName(h)));
+    p.setNeedRecheck(AUDIOVST_NeedRecheck(h) != 0);
+    p.setFailed(false);
+    p.setArch(archOf(AUDIOVST_GetArch(h)));
+    return true;
+}
+
+// The catalog knows this plugin: it is switched on without loading its code.
+void Manager::enableKnownPlugin(Plugin& p, const Path& path)
+{
+    const QString ref = p.pluginRef();
+    if (!p.isEnabled() || p.isShell()) {
+        d->clearPendingVerifying(ref);
+        p.setVerifying(false);
+        p.setEnabled(true);
+        _PersistSwitch(p, true);
+        d->publishChange();
+    } else if (d->clearPendingVerifying(ref) || p.verifying()) {
+        p.setVerifying(false);
+        d->publish();
+    }
+    emit pluginEnabled(p, path);
+}
+
 void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_shell_plugins)
 {
     Plugin copy = plugin;
@@ -69,21 +124,9 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
         emit pluginFailed(p, path);
         return;
     }
-
-    // Fast path: the catalog knows this plugin; no plugin code is loaded.
     const bool deepShell = deep_check_shell_plugins && p.isShell();
     if (!p.isFailed() && p.uniqueId() != 0 && !p.needRecheck() && !deepShell) {
-        if (!p.isEnabled() || p.isShell()) {
-            d->clearPendingVerifying(ref);
-            p.setVerifying(false);
-            p.setEnabled(true);
-            _PersistSwitch(p, true);
-            d->publishChange();
-        } else if (d->clearPendingVerifying(ref) || p.verifying()) {
-            p.setVerifying(false);
-            d->publish();
-        }
-        emit pluginEnabled(p, path);
+        enableKnownPlugin(p, path);
         return;
     }
 
@@ -99,65 +142,34 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     _VSTEFFECT* h = AUDIOVST_FindPluginEx(file.constData(), p.pluginId(), true);
     d->clearPendingVerifying(ref);
     p.setVerifying(false);
-
-    bool ok = false;
     if (!h && qstrcmp(AUDIOVST_GetLastFailure(), "cancelled") == 0) {
         // Cut short by the quit: the plugin is as it was before the check.
         d->show();
         return;
     }
-    if (!h) {
-        p.setEnabled(false);
-        p.setFailed(true);
-        p.setFailReason(QString::fromUtf8(AUDIOVST_GetLastFailure()));
-    } else {
-        p.setUniqueId(qint64(int32_t(AUDIOVST_GetUniqueID(h))));
-        if (p.uniqueId() == 0) {
-            p.setFailed(true);
-            p.setEnabled(false);
-        } else if (AUDIOVST_GetCategory(h) == 1) {
-            QList<Plugin> previous = p.plugins();
-            p.setKind(ShellPlugin);
-            p.setArch(archOf(AUDIOVST_GetArch(h)));
-            const QString vendor = text(AUDIOVST_GetVendorString(h));
-            if (!vendor.isEmpty())
-                p.setVendor(vendor);
-            for (int i = 0; i < AUDIOVST_PluginsCount(h); ++i)
-                p.addPlugin(text(AUDIOVST_GetPluginName(h, i)), AUDIOVST_GetPluginId(h, i), &previous);
-            for (const Plugin& gone : previous)
-                p.removePlugin(gone);
-            d->publish();
-            for (const Plugin& child : p.plugins())
-                if (child.isEnabled())
-                    emit pluginEnabled(child, path);
-            ok = true;
-        } else {
-            // The engine's display category is the vendor grouping of the effect list.
-            p.setVendor(text(AUDIOVST_GetDisplayCategory(h)));
-            p.setName(text(AUDIOVST_GetDisplayName(h)));
-            p.setNeedRecheck(AUDIOVST_NeedRecheck(h) != 0);
-            p.setFailed(false);
-            p.setArch(archOf(AUDIOVST_GetArch(h)));
-            ok = true;
-        }
+    if (!d->takeCheck(p, h)) {
+        d->publishChange();
+        emit pluginFailed(p, path);
+        return;
     }
-    if (ok && wasNew && !p.isShell() && !AUDIOVST_IsEnabled(h)) {
+    if (p.isShell()) {
+        d->publish();
+        for (const Plugin& child : p.plugins())
+            if (child.isEnabled())
+                emit pluginEnabled(child, path);
+    }
+    if (wasNew && !p.isShell() && !AUDIOVST_IsEnabled(h)) {
         p.setFailed(false);
         p.setEnabled(false);
         d->publishChange();
         emit pluginDisabled(p, path);
         return;
     }
-    if (ok) {
-        p.setFailed(false);
-        p.setEnabled(true);
-        _PersistSwitch(p, true);
-        d->publishChange();
-        emit pluginEnabled(p, path);
-        return;
-    }
+    p.setFailed(false);
+    p.setEnabled(true);
+    _PersistSwitch(p, true);
     d->publishChange();
-    emit pluginFailed(p, path);
+    emit pluginEnabled(p, path);
 }
 
 void Manager::disablePlugin(Plugin& plugin, const Path& path)

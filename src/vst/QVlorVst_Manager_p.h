@@ -8,6 +8,8 @@
 #include <QJsonObject>
 #include <QSet>
 
+struct _VSTEFFECT;
+
 namespace QVlorVst {
 
 extern const char* const K_SETTING_SCAN_VST2;
@@ -37,6 +39,7 @@ public:
     Plugin* findLivePlugin(const Path& path, const Plugin& plugin);
     Path* findPath(const QString& absolutePath);
     bool applyPendingVerifyingLocked();
+    static bool takeCheck(Plugin& plugin, _VSTEFFECT* effect);
     bool clearPendingVerifying(const QString& ref);
 };
 

@@ -345,30 +345,12 @@ void Manager::searchPlugins(bool notifyNew)
     for (const QString& root : roots)
         if (QFileInfo(root).isDir())
             __CollectBundlePaths(root, &found);
-    const QSet<QString> foundSet(found.begin(), found.end());
-
-    QList<CatalogBundle>& bundles = d->catalog.bundles();
-    // Never probed and gone: nothing of the user's is lost. Probed bundles
-    // hold the user's choices and stay.
-    for (int i = int(bundles.size()) - 1; i >= 0; --i) {
-        const CatalogBundle& b = bundles.at(i);
-        if (!b.probed() && !foundSet.contains(b.path()) && __IsUnderScannedRoot(b.path(), roots))
-            bundles.removeAt(i);
-    }
-    for (CatalogBundle& b : bundles) {
-        if (foundSet.contains(b.path()) || !__IsUnderScannedRoot(b.path(), roots))
-            continue;
-        for (CatalogClass& c : b.classes()) {
-            if (c.state() == CatalogClass::Missing)
-                continue;
-            c.setState(CatalogClass::Missing);
-            emit pluginStateChanged(c);
-        }
-    }
+    settleGoneBundles(roots, QSet<QString>(found.begin(), found.end()));
 
     // Where each known bundle stands: a catalog of thousands is not searched once a bundle.
     // The list only grows from here on, so the places hold.
     QHash<QString, int> place;
+    const QList<CatalogBundle>& bundles = std::as_const(d->catalog).bundles();
     for (int k = 0; k < bundles.size(); ++k)
         place.insert(bundles.at(k).path(), k);
     QSet<QString> seen;
@@ -377,42 +359,7 @@ void Manager::searchPlugins(bool notifyNew)
     for (int i = 1; i <= total; ++i) {
         if (d->cancelled.loadAcquire())
             break;
-        const QString& path = found.at(i - 1);
-        const int at = place.value(path, -1);
-        CatalogBundle* b = at < 0 ? nullptr : &d->catalog.bundles()[at];
-        if (!b) {
-            CatalogBundle fresh;
-            fresh.setPath(path);
-            Data::StoreFileStamp(&fresh);
-            fresh.setProbed(false);
-            place.insert(path, int(d->catalog.bundles().size()));
-            d->catalog.bundles().append(fresh);
-            newNames.append(QFileInfo(path).completeBaseName());
-        } else if (!b->probed()) {
-            const qint64 oldTime = b->mtimeSecs(), oldSize = b->sizeBytes();
-            Data::StoreFileStamp(b);
-            b->setMissing(false);
-            // A changed file gets a new chance.
-            if (oldTime != b->mtimeSecs() || oldSize != b->sizeBytes()) {
-                b->setFailed(false);
-                b->setLastError(QString());
-            }
-        } else {
-            bool lostClasses = false;
-            for (const CatalogClass& c : std::as_const(*b).classes())
-                lostClasses = lostClasses || c.state() == CatalogClass::Missing;
-            if (!lostClasses && !b->isOutdated()) {
-                // The first bundle holding a class ID keeps it.
-                QList<CatalogClass>& classes = b->classes();
-                for (int k = int(classes.size()) - 1; k >= 0; --k)
-                    if (seen.contains(classes.at(k).cid()))
-                        classes.removeAt(k);
-                for (const CatalogClass& c : std::as_const(classes))
-                    seen.insert(c.cid());
-            } else {
-                reprobeBundle(path, &seen, &newNames);
-            }
-        }
+        visitBundle(found.at(i - 1), &place, &seen, &newNames);
         emit progressScan(i, total);
     }
 
@@ -426,6 +373,70 @@ void Manager::searchPlugins(bool notifyNew)
     if (!newNames.isEmpty() && notifyNew)
         emit newPluginsFound(newNames);
     qInfo() << "QVlorVst3::Manager: searchPlugins finished";
+}
+
+// Never probed and gone: nothing of the user's is lost. Probed bundles hold
+// the user's choices and stay, their classes missing.
+void Manager::settleGoneBundles(const QStringList& roots, const QSet<QString>& found)
+{
+    QList<CatalogBundle>& bundles = d->catalog.bundles();
+    for (int i = int(bundles.size()) - 1; i >= 0; --i) {
+        const CatalogBundle& b = bundles.at(i);
+        if (!b.probed() && !found.contains(b.path()) && __IsUnderScannedRoot(b.path(), roots))
+            bundles.removeAt(i);
+    }
+    for (CatalogBundle& b : bundles) {
+        if (found.contains(b.path()) || !__IsUnderScannedRoot(b.path(), roots))
+            continue;
+        for (CatalogClass& c : b.classes()) {
+            if (c.state() == CatalogClass::Missing)
+                continue;
+            c.setState(CatalogClass::Missing);
+            emit pluginStateChanged(c);
+        }
+    }
+}
+
+// One bundle the scan found: new ones are recorded unprobed, unprobed ones
+// get their stamp, probed ones keep their classes unless the file changed.
+void Manager::visitBundle(const QString& path, QHash<QString, int>* place, QSet<QString>* seen,
+                          QList<QString>* newNames)
+{
+    const int at = place->value(path, -1);
+    CatalogBundle* b = at < 0 ? nullptr : &d->catalog.bundles()[at];
+    if (!b) {
+        CatalogBundle fresh;
+        fresh.setPath(path);
+        Data::StoreFileStamp(&fresh);
+        fresh.setProbed(false);
+        place->insert(path, int(d->catalog.bundles().size()));
+        d->catalog.bundles().append(fresh);
+        newNames->append(QFileInfo(path).completeBaseName());
+    } else if (!b->probed()) {
+        const qint64 oldTime = b->mtimeSecs(), oldSize = b->sizeBytes();
+        Data::StoreFileStamp(b);
+        b->setMissing(false);
+        // A changed file gets a new chance.
+        if (oldTime != b->mtimeSecs() || oldSize != b->sizeBytes()) {
+            b->setFailed(false);
+            b->setLastError(QString());
+        }
+    } else {
+        bool lostClasses = false;
+        for (const CatalogClass& c : std::as_const(*b).classes())
+            lostClasses = lostClasses || c.state() == CatalogClass::Missing;
+        if (!lostClasses && !b->isOutdated()) {
+            // The first bundle holding a class ID keeps it.
+            QList<CatalogClass>& classes = b->classes();
+            for (int k = int(classes.size()) - 1; k >= 0; --k)
+                if (seen->contains(classes.at(k).cid()))
+                    classes.removeAt(k);
+            for (const CatalogClass& c : std::as_const(classes))
+                seen->insert(c.cid());
+        } else {
+            reprobeBundle(path, seen, newNames);
+        }
+    }
 }
 
 // A probed bundle that changed or lost classes: probed again, keeping the user's choices.

@@ -6,6 +6,7 @@
 
 #include <QList>
 #include <QObject>
+#include <QHash>
 #include <QSet>
 #include <QStringList>
 
@@ -124,6 +125,8 @@ public slots:
     void purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
 
 private:
+    void settleGoneBundles(const QStringList& roots, const QSet<QString>& found);
+    void visitBundle(const QString& path, QHash<QString, int>* place, QSet<QString>* seen, QList<QString>* newNames);
     void reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames);
 
     class Data;
