@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QHash>
+#include <QJsonObject>
 #include <QSet>
 #include <QStringList>
 
@@ -128,6 +129,8 @@ private:
     void settleGoneBundles(const QStringList& roots, const QSet<QString>& found);
     void visitBundle(const QString& path, QHash<QString, int>* place, QSet<QString>* seen, QList<QString>* newNames);
     void reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames);
+    void takeProbe(CatalogBundle* bundle, const QJsonObject& reply, bool autoEnableSingle);
+    void decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2);
 
     class Data;
     Data* d;

@@ -144,9 +144,17 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
         d->commit();
         return;
     }
+    takeProbe(b, reply, autoEnableSingle);
+    runMatcher({}, 0);
+    d->commit();
+}
+
+// A probe's classes into the bundle; a class ID another bundle holds stays there.
+void Manager::takeProbe(CatalogBundle* b, const QJsonObject& reply, bool autoEnableSingle)
+{
     QSet<QString> taken;
     for (const CatalogBundle& other : std::as_const(d->catalog).bundles())
-        if (other.path() != path)
+        if (other.path() != b->path())
             for (const CatalogClass& c : other.classes())
                 taken.insert(c.cid());
     QList<CatalogClass> classes = ReplyClasses(reply, &taken);
@@ -162,8 +170,6 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
     b->setLastError(reply.value(QStringLiteral("truncated")).toBool(false) ? QLatin1String(K_PROBE_TRUNCATED_TEXT)
                                                                           : QString());
     Data::ReadModuleInfo(b);
-    runMatcher({}, 0);
-    d->commit();
 }
 
 void Manager::enableNewPlugins()
@@ -174,9 +180,6 @@ void Manager::enableNewPlugins()
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
         if (!b.probed() && !b.failed() && !b.missing() && b.enabled())
             unprobed.append(b.path());
-    // A class that comes back (its catalog was lost, its pair entry was not)
-    // takes what the user chose for its pair, whatever the probes match now.
-    const QHash<QString, QVlorPluginPairs::Entry>& before = d->returningPairs;
     // Each new class is decided below, by its twin.
     for (const QString& path : std::as_const(unprobed))
         enableBundleInternal(path, false);
@@ -188,54 +191,62 @@ void Manager::enableNewPlugins()
                 fresh.append(c.cid());
     const QList<Vst2PluginInfo> vst2 = d->vst2Items ? d->vst2Items() : QList<Vst2PluginInfo>();
 
-    for (const QString& cid : std::as_const(fresh)) {
-        const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
-        if (!c || c->state() != CatalogClass::New)
-            continue;
-        QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
-        const auto known = before.constFind(cid);
-        const bool returning = entry && known != before.cend() && known->vst2 == entry->vst2;
-        if (returning) {
-            entry->activeFormat = known->activeFormat;
-            entry->vetoedAutoEnable = known->vetoedAutoEnable;
-        }
-        bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
-        if (entry && entry->vst2 != 0) {
-            hasVst2 = true;
-            for (const Vst2PluginInfo& info : vst2) {
-                if (info.uniqueId != entry->vst2 || info.isNew)
-                    continue;
-                // Off and not failed: the user switched it off. A twin that crashed gives way.
-                vst2Enabled = info.enabled;
-                vst2UserDisabled = !info.enabled && !info.failed;
-                break;
-            }
-        }
-        QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
-        if (returning)
-            format = known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
-        if (format == QLatin1String("veto")) {
-            if (entry)
-                entry->vetoedAutoEnable = true;
-        } else if (format == QLatin1String("vst3")) {
-            if (entry)
-                entry->activeFormat = QStringLiteral("vst3");
-            enablePlugin(cid);
-        } else {
-            if (entry)
-                entry->activeFormat = QStringLiteral("vst2");
-            // Turned off without a verify: the pair runs as VST2.
-            if (CatalogClass* live = d->catalog.findClass(cid)) {
-                live->setState(CatalogClass::Disabled);
-                const CatalogClass off = *live;
-                d->publish();
-                emit pluginStateChanged(off);
-            }
-        }
-    }
+    for (const QString& cid : std::as_const(fresh))
+        decideNewClass(cid, vst2);
     for (const QString& cid : std::as_const(fresh))
         d->returningPairs.remove(cid);
     d->commit();
+}
+
+// A new class is switched on as VST3, or left off for its VST2 twin, or
+// vetoed, as its pair says.
+void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2)
+{
+    const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
+    if (!c || c->state() != CatalogClass::New)
+        return;
+    QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+    // A class that comes back (its catalog was lost, its pair entry was not)
+    // takes what the user chose for its pair, whatever the probes match now.
+    const auto known = d->returningPairs.constFind(cid);
+    const bool returning = entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2;
+    if (returning) {
+        entry->activeFormat = known->activeFormat;
+        entry->vetoedAutoEnable = known->vetoedAutoEnable;
+    }
+    bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
+    if (entry && entry->vst2 != 0) {
+        hasVst2 = true;
+        for (const Vst2PluginInfo& info : vst2) {
+            if (info.uniqueId != entry->vst2 || info.isNew)
+                continue;
+            // Off and not failed: the user switched it off. A twin that crashed gives way.
+            vst2Enabled = info.enabled;
+            vst2UserDisabled = !info.enabled && !info.failed;
+            break;
+        }
+    }
+    QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
+    if (returning)
+        format = known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
+    if (format == QLatin1String("veto")) {
+        if (entry)
+            entry->vetoedAutoEnable = true;
+    } else if (format == QLatin1String("vst3")) {
+        if (entry)
+            entry->activeFormat = QStringLiteral("vst3");
+        enablePlugin(cid);
+    } else {
+        if (entry)
+            entry->activeFormat = QStringLiteral("vst2");
+        // Turned off without a verify: the pair runs as VST2.
+        if (CatalogClass* live = d->catalog.findClass(cid)) {
+            live->setState(CatalogClass::Disabled);
+            const CatalogClass off = *live;
+            d->publish();
+            emit pluginStateChanged(off);
+        }
+    }
 }
 
 void Manager::disablePlugin(const QString& cid)

@@ -379,8 +379,9 @@ TEST(SavedFiles, OnlyRegularFilesAreReplaced)
                 const std::string node = c.kind == Device ? path : other;
                 if (mknod(node.c_str(), S_IFCHR | 0644, makedev(1, 3)) != 0)
                     continue; // only root may make one
-                if (c.kind == LinkToDevice)
+                if (c.kind == LinkToDevice) {
                     ASSERT_EQ(symlink(other.c_str(), path.c_str()), 0);
+                }
                 break;
             }
             }

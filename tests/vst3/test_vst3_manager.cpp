@@ -766,7 +766,7 @@ TEST_F(Vst3ManagerTest, CancelDropsTheWorkQueuedBeforeIt)
 TEST_F(Vst3ManagerTest, ClassesNamedInAnotherCodePageListReadably)
 {
     const QString path = copyBundle(QStringLiteral("vlor-vst3-latin1"), QStringLiteral("Latin.vst3"));
-    Manager& m = make();
+    make();
     run([](Manager& m) { m.searchPlugins(false); });
     run([&path](Manager& m) { m.enableBundle(path); });
     const QString cafe = cidOf(QStringLiteral("Fixture Caf\u00E9 Gain"));
