@@ -185,22 +185,29 @@ int applyVst3(const std::string& bundle, std::string cid, const std::vector<std:
 
 } // namespace
 
-int cmdApply(int argc, char** argv)
-{
+namespace {
+
+// What the command line asked for.
+struct ApplyOptions {
     std::string plugin, in, out, bundle, cid, state;
     int id = 0;
     bool inProcess = false;
     std::vector<std::pair<int, float>> params;
+};
+
+// 0 when the options are read, or the exit status: --help, or a usage error.
+int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
+{
     for (int i = 0; i < argc; ++i) {
         const std::string a = argv[i];
         if (a == "--help" || a == "-h") {
-            std::fputs(kHelp, stdout);
+            *help = true;
             return 0;
         } else if (a == "--vst2" && i + 1 < argc) {
-            plugin = argv[++i];
+            o->plugin = argv[++i];
         } else if (a == "--id" && i + 1 < argc) {
             char* end = nullptr;
-            id = int(std::strtol(argv[++i], &end, 0));
+            o->id = int(std::strtol(argv[++i], &end, 0));
             if (*end)
                 return usageError(std::string("bad plugin id '") + argv[i] + "'");
         } else if (a == "--param" && i + 1 < argc) {
@@ -212,52 +219,54 @@ int cmdApply(int argc, char** argv)
             const float value = eq == std::string::npos ? 0 : std::strtof(p.c_str() + eq + 1, &e2);
             if (eq == std::string::npos || e1 != p.c_str() + eq || index < 0 || !e2 || *e2 || value < 0 || value > 1)
                 return usageError("bad --param '" + p + "': INDEX=VALUE with VALUE from 0 to 1");
-            params.emplace_back(int(index), value);
+            o->params.emplace_back(int(index), value);
         } else if (a == "--in-process") {
-            inProcess = true;
+            o->inProcess = true;
         } else if (a == "--vst3" && i + 1 < argc) {
-            bundle = argv[++i];
+            o->bundle = argv[++i];
         } else if (a == "--cid" && i + 1 < argc) {
-            cid = argv[++i];
+            o->cid = argv[++i];
         } else if (a == "--state" && i + 1 < argc) {
-            state = argv[++i];
+            o->state = argv[++i];
         } else if (!a.empty() && a[0] == '-' && a != "-") {
             return usageError("unknown option '" + a + "'");
-        } else if (in.empty()) {
-            in = a;
-        } else if (out.empty()) {
-            out = a;
+        } else if (o->in.empty()) {
+            o->in = a;
+        } else if (o->out.empty()) {
+            o->out = a;
         } else {
             return usageError("too many files");
         }
     }
-    if (plugin.empty() == bundle.empty())
+    if (o->plugin.empty() == o->bundle.empty())
         return usageError("one of --vst2 FILE and --vst3 BUNDLE is needed");
-    if (in.empty() || out.empty())
+    if (o->in.empty() || o->out.empty())
         return usageError("an input and an output file are needed");
-    if (!bundle.empty())
-        return applyVst3(bundle, cid, params, state, in, out);
+    return 0;
+}
 
+int applyVst2(const ApplyOptions& o)
+{
     BLNOTIFY_AddDefaultHandler(noHostHandler, nullptr);
     BLDEBUG_SetLogCallback(onLog, nullptr);
     BLDEBUG_SetStderrEnabled(0); // our own message says it better
-    _VSTEFFECT* e = AUDIOVST_FindPluginEx(plugin.c_str(), id, false);
+    _VSTEFFECT* e = AUDIOVST_FindPluginEx(o.plugin.c_str(), o.id, false);
     if (e && !AUDIOVST_IsEffect(e)) {
         std::string list;
         for (int k = 0; k < AUDIOVST_PluginsCount(e); ++k)
             list += "\n  --id " + std::to_string(AUDIOVST_GetPluginId(e, k)) + "  " + AUDIOVST_GetPluginName(e, k);
-        return fail(plugin + " holds several plugins; choose one:" + list);
+        return fail(o.plugin + " holds several plugins; choose one:" + list);
     }
     if (!e || !AUDIOVST_IsEnabled(e))
-        return fail(whyNot(plugin, id));
+        return fail(whyNot(o.plugin, o.id));
 
-    std::string config = "vsteffect_hash=" + quoted(AUDIOVST_GetHash(e)) + ",vsteffect_filename=" + quoted(plugin);
-    if (!params.empty()) {
+    std::string config = "vsteffect_hash=" + quoted(AUDIOVST_GetHash(e)) + ",vsteffect_filename=" + quoted(o.plugin);
+    if (!o.params.empty()) {
         const int n = AUDIOVST_GetNumParams(e);
         std::vector<float> values(size_t(n > 0 ? n : 0), 0.0f);
         if (const float* defaults = AUDIOVST_GetDefaultProgram(e))
             values.assign(defaults, defaults + n);
-        for (const auto& p : params) {
+        for (const auto& p : o.params) {
             if (p.first >= n)
                 return fail("parameter " + std::to_string(p.first) + " does not exist: " + AUDIOVST_GetDisplayName(e) +
                             " has " + std::to_string(n) + " parameters");
@@ -267,8 +276,24 @@ int cmdApply(int argc, char** argv)
         BLSTRING_FloatVectorToString(values.data(), int(values.size()), text.data(), int(text.size()));
         config += ",params=" + std::string(text.data());
     }
-    if (inProcess)
+    if (o.inProcess)
         AUDIOVST_ForgetVlorVstPath();
+    return render("VST host", config, o.in, o.out);
+}
 
-    return render("VST host", config, in, out);
+} // namespace
+
+int cmdApply(int argc, char** argv)
+{
+    ApplyOptions o;
+    bool help = false;
+    if (const int status = readOptions(argc, argv, &o, &help))
+        return status;
+    if (help) {
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+    if (!o.bundle.empty())
+        return applyVst3(o.bundle, o.cid, o.params, o.state, o.in, o.out);
+    return applyVst2(o);
 }

@@ -144,17 +144,11 @@ int progressBar(void*, double fraction)
 
 } // namespace
 
-int cmdDemo(int, char**)
+namespace {
+
+// What the scan found, in a few lines.
+void printScanSummary(const vlorfx::ScanSummary& s)
 {
-    std::printf("data folder: %s\n", qPrintable(QVlorApplication::applicationDataLocation()));
-    vlorfx::ScanOptions options;
-    if (vlorfx::catalogFolders().isEmpty())
-        options.vst2Folders = vlorfx::standardFolders();
-    options.progress = isatty(STDERR_FILENO);
-    std::printf("scanning VST2 folders (%s) and VST3 roots (%s)\n",
-                qPrintable(options.vst2Folders.join(QStringLiteral(", "))),
-                qPrintable(QVlorAudioPlugins::vst3Manager()->searchPaths().join(QStringLiteral(", "))));
-    const vlorfx::ScanSummary s = vlorfx::scan(options);
     std::printf("VST2: %d plugin files, %d enabled, %d failed (instruments, or no plugin)\n", s.found, s.enabled,
                 s.failed);
     std::printf("VST3: %d bundles, %d effect classes, %d verified and enabled, %d failed, %d crashed\n", s.bundles,
@@ -167,6 +161,56 @@ int cmdDemo(int, char**)
     }
     std::printf("pairs: %d products exist in both formats (%s)\n", pairs, qPrintable(origins.join(QStringLiteral(", "))));
     std::printf("all of it in %.0f ms\n\n", s.milliseconds);
+}
+
+// The filter and its configuration that apply the pair in its active format.
+bool filterOf(const Choice& choice, const char** filter, std::string* config)
+{
+    if (choice.pair.activeFormat == QLatin1String("vst3")) {
+        *filter = "VST3 host";
+        *config = "vst3effect_uid=\"" + choice.pair.vst3.toStdString() + "\",vst3effect_path=\"" +
+                  choice.vst3Bundle.toStdString() + "\"";
+        return true;
+    }
+    *filter = "VST host";
+    _VSTEFFECT* e = AUDIOVST_FindPluginEx(choice.vst2File.toUtf8().constData(), int(choice.pair.vst2), false);
+    if (!e) {
+        std::fprintf(stderr, "vlorfx demo: %s is not usable\n", qPrintable(choice.vst2File));
+        return false;
+    }
+    *config = "vsteffect_hash=\"" + std::string(AUDIOVST_GetHash(e)) + "\"";
+    return true;
+}
+
+// The levels of input and output, while the signal plays and after it.
+void printLevels(const std::vector<float>& in, const std::vector<float>& out)
+{
+    const size_t signalEnd = size_t(kSeconds - 1) * kSampleRate * kChannels;
+    double pin, rin, pout, rout, ptail, rtail, pin2, rin2;
+    levels(in, 0, signalEnd, &pin, &rin);
+    levels(out, 0, signalEnd, &pout, &rout);
+    levels(in, signalEnd, in.size(), &pin2, &rin2);
+    levels(out, signalEnd, out.size(), &ptail, &rtail);
+    std::printf("              peak dBFS  rms dBFS\n");
+    std::printf("signal  in    %8.2f  %8.2f\n", pin, rin);
+    std::printf("signal  out   %8.2f  %8.2f\n", pout, rout);
+    std::printf("silence in    %8.2f  %8.2f\n", pin2, rin2);
+    std::printf("silence out   %8.2f  %8.2f   (what the effect adds after the signal)\n", ptail, rtail);
+}
+
+} // namespace
+
+int cmdDemo(int, char**)
+{
+    std::printf("data folder: %s\n", qPrintable(QVlorApplication::applicationDataLocation()));
+    vlorfx::ScanOptions options;
+    if (vlorfx::catalogFolders().isEmpty())
+        options.vst2Folders = vlorfx::standardFolders();
+    options.progress = isatty(STDERR_FILENO);
+    std::printf("scanning VST2 folders (%s) and VST3 roots (%s)\n",
+                qPrintable(options.vst2Folders.join(QStringLiteral(", "))),
+                qPrintable(QVlorAudioPlugins::vst3Manager()->searchPaths().join(QStringLiteral(", "))));
+    printScanSummary(vlorfx::scan(options));
 
     Choice choice;
     if (!pickPair(&choice)) {
@@ -193,19 +237,10 @@ int cmdDemo(int, char**)
         return 1;
     }
 
+    const char* filter = nullptr;
     std::string config;
-    const char* filter = asVst3 ? "VST3 host" : "VST host";
-    if (asVst3) {
-        config = "vst3effect_uid=\"" + choice.pair.vst3.toStdString() + "\",vst3effect_path=\"" +
-                 choice.vst3Bundle.toStdString() + "\"";
-    } else {
-        _VSTEFFECT* e = AUDIOVST_FindPluginEx(choice.vst2File.toUtf8().constData(), int(choice.pair.vst2), false);
-        if (!e) {
-            std::fprintf(stderr, "vlorfx demo: %s is not usable\n", qPrintable(choice.vst2File));
-            return 1;
-        }
-        config = "vsteffect_hash=\"" + std::string(AUDIOVST_GetHash(e)) + "\"";
-    }
+    if (!filterOf(choice, &filter, &config))
+        return 1;
     char error[1024] = "";
     const auto r0 = std::chrono::steady_clock::now();
     const int ok =
@@ -218,21 +253,10 @@ int cmdDemo(int, char**)
         std::fprintf(stderr, "vlorfx demo: %s\n", error);
         return 1;
     }
-    const std::vector<float> out = readWav(output);
-    const size_t signalEnd = size_t(kSeconds - 1) * kSampleRate * kChannels;
-    double pin, rin, pout, rout, ptail, rtail, pin2, rin2;
-    levels(in, 0, signalEnd, &pin, &rin);
-    levels(out, 0, signalEnd, &pout, &rout);
-    levels(in, signalEnd, in.size(), &pin2, &rin2);
-    levels(out, signalEnd, out.size(), &ptail, &rtail);
     std::printf("applied in its active format through the \"%s\" filter: %.1f s of audio in %.1f ms "
                 "(%.0fx real time)\n",
                 filter, double(kSeconds), renderMs, 1000.0 * kSeconds / renderMs);
     std::printf("input:  %s\noutput: %s\n", input.c_str(), output.c_str());
-    std::printf("              peak dBFS  rms dBFS\n");
-    std::printf("signal  in    %8.2f  %8.2f\n", pin, rin);
-    std::printf("signal  out   %8.2f  %8.2f\n", pout, rout);
-    std::printf("silence in    %8.2f  %8.2f\n", pin2, rin2);
-    std::printf("silence out   %8.2f  %8.2f   (what the effect adds after the signal)\n", ptail, rtail);
+    printLevels(in, readWav(output));
     return 0;
 }

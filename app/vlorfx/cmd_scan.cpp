@@ -113,6 +113,118 @@ int cmdScan(int argc, char** argv)
     return vlorfx::reportSaveErrors("vlorfx scan") ? 1 : 0;
 }
 
+namespace {
+
+// The three files as the library keeps them, in one object.
+int listFilesAsJson()
+{
+    // Loading may have migrated an older catalog: saved first, so the files say what the managers hold.
+    QVlorAudioPlugins::AboutToQuit();
+    const struct {
+        const char* key;
+        QString file;
+        QJsonObject empty;
+    } files[] = {
+        {"vst2", dataFile(QStringLiteral("vstxml/catalog_v2.json")), {{QStringLiteral("paths"), QJsonArray()}}},
+        {"vst3", dataFile(QStringLiteral("catalog_vst3.json")), {{QStringLiteral("bundles"), QJsonArray()}}},
+        {"pairs", dataFile(QStringLiteral("plugin_pairs.json")), {{QStringLiteral("pairs"), QJsonArray()}}},
+    };
+    QJsonObject root;
+    for (const auto& f : files) {
+        QJsonObject object;
+        if (!readObject(f.file, f.empty, &object)) {
+            std::fprintf(stderr, "vlorfx list: %s is not readable JSON\n", qPrintable(f.file));
+            return 1;
+        }
+        root.insert(QLatin1String(f.key), object);
+    }
+    std::fputs(QJsonDocument(root).toJson(QJsonDocument::Indented).constData(), stdout);
+    return 0;
+}
+
+struct Vst2Row {
+    QVlorVst::Plugin plugin;
+    QString file;
+};
+
+// Every VST2 plugin, a shell's children in its place, with the file it is in.
+QList<Vst2Row> vst2Rows()
+{
+    QList<Vst2Row> rows;
+    for (const QVlorVst::Path& path : vlorfx::vst2Paths())
+        for (const QVlorVst::Plugin& p : path.plugins()) {
+            const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
+            for (const QVlorVst::Plugin& member : members)
+                rows << Vst2Row{member, p.relativeFilename(path)};
+        }
+    return rows;
+}
+
+void printRow(const QString& name, const QString& vendor, const QString& s2, const QString& s3, const QString& active,
+              const QString& origin, const QString& files)
+{
+    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", qPrintable(name.left(28)), qPrintable(vendor.left(22)),
+                qPrintable(s2), qPrintable(s3), qPrintable(active), qPrintable(origin), qPrintable(files));
+}
+
+// A failure says why, after the file it concerns.
+QString why(const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); }
+
+// One row a product: pairs first, then what is in one format only.
+int listTable()
+{
+    const QList<Vst2Row> rows = vst2Rows();
+    QHash<qint64, Vst2Row> vst2ById;
+    for (const Vst2Row& row : rows)
+        if (row.plugin.uniqueId() != 0)
+            vst2ById.insert(row.plugin.uniqueId(), row);
+    QVlorVst3::Catalog catalog;
+    QList<QVlorPluginPairs::Entry> pairs;
+    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
+        catalog = m->catalogCopy();
+        pairs = m->pairsEntriesCopy();
+    }
+    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
+
+    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", "PRODUCT", "VENDOR", "VST2", "VST3", "ACTIVE", "PAIRED BY",
+                "FILES");
+    QSet<qint64> shown2;
+    QSet<QString> shown3;
+    for (const QVlorPluginPairs::Entry& e : pairs) {
+        if (e.vst2 == 0 || e.vst3.isEmpty() || !vst2ById.contains(e.vst2) || !vst3ByCid.contains(e.vst3))
+            continue;
+        const Vst2Row& a = vst2ById[e.vst2];
+        const auto& b = vst3ByCid[e.vst3];
+        printRow(b.first.name(), b.first.vendor(), vst2State(a.plugin),
+                 QVlorVst3::CatalogClass::StateToString(b.first.state()), e.activeFormat, e.origin,
+                 a.file + QStringLiteral(" + ") + b.second);
+        shown2.insert(e.vst2);
+        shown3.insert(e.vst3);
+    }
+    for (const Vst2Row& a : rows)
+        if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
+            printRow(a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(), vst2State(a.plugin),
+                     QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file + why(a.plugin.failReason()));
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
+        const QString file = QFileInfo(b.path()).fileName();
+        if (b.classes().isEmpty())
+            printRow(QFileInfo(b.path()).completeBaseName(), QString(), QStringLiteral("-"),
+                     b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"),
+                     QStringLiteral("-"), file + why(b.failed() ? b.lastError() : QString()));
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            if (!shown3.contains(c.cid()))
+                printRow(c.name(), c.vendor(), QStringLiteral("-"), QVlorVst3::CatalogClass::StateToString(c.state()),
+                         QStringLiteral("vst3"), QStringLiteral("-"),
+                         file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()));
+    }
+    return 0;
+}
+
+} // namespace
+
 int cmdList(int argc, char** argv)
 {
     bool json = false;
@@ -128,94 +240,5 @@ int cmdList(int argc, char** argv)
         }
     }
     vlorfx::settle();
-    if (json) {
-        // Loading may have migrated an older catalog: saved first, so the files say what the managers hold.
-        QVlorAudioPlugins::AboutToQuit();
-        const struct {
-            const char* key;
-            QString file;
-            QJsonObject empty;
-        } files[] = {
-            {"vst2", dataFile(QStringLiteral("vstxml/catalog_v2.json")), {{QStringLiteral("paths"), QJsonArray()}}},
-            {"vst3", dataFile(QStringLiteral("catalog_vst3.json")), {{QStringLiteral("bundles"), QJsonArray()}}},
-            {"pairs", dataFile(QStringLiteral("plugin_pairs.json")), {{QStringLiteral("pairs"), QJsonArray()}}},
-        };
-        QJsonObject root;
-        for (const auto& f : files) {
-            QJsonObject object;
-            if (!readObject(f.file, f.empty, &object)) {
-                std::fprintf(stderr, "vlorfx list: %s is not readable JSON\n", qPrintable(f.file));
-                return 1;
-            }
-            root.insert(QLatin1String(f.key), object);
-        }
-        std::fputs(QJsonDocument(root).toJson(QJsonDocument::Indented).constData(), stdout);
-        return 0;
-    }
-
-    struct Vst2Row {
-        QVlorVst::Plugin plugin;
-        QString file;
-    };
-    QHash<qint64, Vst2Row> vst2ById;
-    QList<Vst2Row> vst2Rows;
-    for (const QVlorVst::Path& path : vlorfx::vst2Paths())
-            for (const QVlorVst::Plugin& p : path.plugins()) {
-                const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
-                for (const QVlorVst::Plugin& member : members) {
-                    const Vst2Row row{member, p.relativeFilename(path)};
-                    vst2Rows << row;
-                    if (member.uniqueId() != 0)
-                        vst2ById.insert(member.uniqueId(), row);
-                }
-            }
-    QVlorVst3::Catalog catalog;
-    QList<QVlorPluginPairs::Entry> pairs;
-    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
-        catalog = m->catalogCopy();
-        pairs = m->pairsEntriesCopy();
-    }
-    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
-    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
-        for (const QVlorVst3::CatalogClass& c : b.classes())
-            vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
-
-    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", "PRODUCT", "VENDOR", "VST2", "VST3", "ACTIVE", "PAIRED BY",
-                "FILES");
-    auto row = [](const QString& name, const QString& vendor, const QString& s2, const QString& s3,
-                  const QString& active, const QString& origin, const QString& files) {
-        std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", qPrintable(name.left(28)), qPrintable(vendor.left(22)),
-                    qPrintable(s2), qPrintable(s3), qPrintable(active), qPrintable(origin), qPrintable(files));
-    };
-    QSet<qint64> shown2;
-    QSet<QString> shown3;
-    for (const QVlorPluginPairs::Entry& e : pairs) {
-        if (e.vst2 == 0 || e.vst3.isEmpty() || !vst2ById.contains(e.vst2) || !vst3ByCid.contains(e.vst3))
-            continue;
-        const Vst2Row& a = vst2ById[e.vst2];
-        const auto& b = vst3ByCid[e.vst3];
-        row(b.first.name(), b.first.vendor(), vst2State(a.plugin),
-            QVlorVst3::CatalogClass::StateToString(b.first.state()), e.activeFormat, e.origin,
-            a.file + QStringLiteral(" + ") + b.second);
-        shown2.insert(e.vst2);
-        shown3.insert(e.vst3);
-    }
-    // A failure says why, after the file it concerns.
-    auto why = [](const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); };
-    for (const Vst2Row& a : vst2Rows)
-        if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
-            row(a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(), vst2State(a.plugin),
-                QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file + why(a.plugin.failReason()));
-    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
-        if (b.classes().isEmpty())
-            row(QFileInfo(b.path()).completeBaseName(), QString(), QStringLiteral("-"),
-                b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"),
-                QStringLiteral("-"), QFileInfo(b.path()).fileName() + why(b.failed() ? b.lastError() : QString()));
-        for (const QVlorVst3::CatalogClass& c : b.classes())
-            if (!shown3.contains(c.cid()))
-                row(c.name(), c.vendor(), QStringLiteral("-"), QVlorVst3::CatalogClass::StateToString(c.state()),
-                    QStringLiteral("vst3"), QStringLiteral("-"),
-                    QFileInfo(b.path()).fileName() + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()));
-    }
-    return 0;
+    return json ? listFilesAsJson() : listTable();
 }
