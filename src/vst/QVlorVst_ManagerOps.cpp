@@ -112,8 +112,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
             enablePlugin(copy, path, deep_check_shell_plugins);
         }))
         return;
-    Plugin* live = d->findLivePlugin(path, plugin);
-    Plugin& p = live ? *live : plugin;
+    Plugin& p = d->livePlugin(path, plugin);
     const QString ref = p.pluginRef();
 
     if (!p.exists() || !QFile::exists(p.filename())) {
@@ -177,8 +176,7 @@ void Manager::disablePlugin(Plugin& plugin, const Path& path)
     Plugin copy = plugin;
     if (d->post([this, copy, path]() mutable { disablePlugin(copy, path); }))
         return;
-    Plugin* live = d->findLivePlugin(path, plugin);
-    Plugin& p = live ? *live : plugin;
+    Plugin& p = d->livePlugin(path, plugin);
     if (!p.isValid()) {
         emit pluginFailed(p, path);
         return;
@@ -201,8 +199,7 @@ void Manager::resetPlugin(Plugin& plugin, const Path& path)
     Plugin copy = plugin;
     if (d->post([this, copy, path]() mutable { resetPlugin(copy, path); }))
         return;
-    Plugin* live = d->findLivePlugin(path, plugin);
-    Plugin& p = live ? *live : plugin;
+    Plugin& p = d->livePlugin(path, plugin);
     if (!p.isValid()) {
         if (d->clearPendingVerifying(p.pluginRef()) || p.verifying()) {
             p.setVerifying(false);

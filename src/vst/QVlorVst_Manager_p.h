@@ -37,6 +37,12 @@ public:
     void dropCancelledWork();
     // The record in the working list that a (usually detached) record means.
     Plugin* findLivePlugin(const Path& path, const Plugin& plugin);
+    // That record, or the one given when the working list has none.
+    Plugin& livePlugin(const Path& path, Plugin& plugin)
+    {
+        Plugin* live = findLivePlugin(path, plugin);
+        return live ? *live : plugin;
+    }
     Path* findPath(const QString& absolutePath);
     bool applyPendingVerifyingLocked();
     static bool takeCheck(Plugin& plugin, _VSTEFFECT* effect);

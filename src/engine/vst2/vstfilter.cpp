@@ -5,6 +5,7 @@
 
 #include "audiovst.h"
 #include "vsteffect_p.h"
+#include "../fxlock_p.h"
 #include "blsettings.h"
 
 #include "bldebug.h"
@@ -35,12 +36,6 @@ struct VstFilterInstance {
 };
 
 Mutex _FxLock = nullptr;
-
-class FxLocked {
-public:
-    FxLocked() { MutexLock(_FxLock); }
-    ~FxLocked() { MutexUnlock(_FxLock); }
-};
 
 int AUDIO_fxInitialize()
 {
@@ -171,7 +166,7 @@ void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
 
 void* AUDIO_fxCreateSecure(void* /*engine*/, const AUDIO_FORMAT* format, const char* config)
 {
-    FxLocked l;
+    FxLocked l(_FxLock);
     return AUDIO_fxCreate(format, config);
 }
 

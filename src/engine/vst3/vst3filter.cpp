@@ -3,7 +3,7 @@
 #include "vst3filter.h"
 
 #include "vst3engine.h"
-#include "remote_p.h"
+#include "../fxlock_p.h"
 
 #include "blmem.h"
 #include "blstring.h"
@@ -19,32 +19,26 @@ struct Vst3FilterInstance {
     int32_t blockSize;
 };
 
-pthread_mutex_t* _FxLock = nullptr;
-
-class FxLocked {
-public:
-    FxLocked() { VLORVST_MutexLock(_FxLock); }
-    ~FxLocked() { VLORVST_MutexUnlock(_FxLock); }
-};
+Mutex _FxLock = nullptr;
 
 int AUDIO_fxInitialize()
 {
     if (!_FxLock)
-        _FxLock = VLORVST_MutexInit();
+        _FxLock = MutexInit();
     return VLORVST3_Initialize();
 }
 
 int AUDIO_fxFinalize()
 {
     // The modules stay loaded until the process ends.
-    VLORVST_MutexDestroy(_FxLock);
+    MutexDestroy(_FxLock);
     _FxLock = nullptr;
     return 1;
 }
 
 void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config)
 {
-    FxLocked l;
+    FxLocked l(_FxLock);
     if (!format || !config)
         return nullptr;
     char uid[64], path[1024];
@@ -82,7 +76,7 @@ void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config
 
 int AUDIO_fxDestroySecure(void* instance)
 {
-    FxLocked l;
+    FxLocked l(_FxLock);
     auto* fx = static_cast<Vst3FilterInstance*>(instance);
     if (!fx)
         return 0;
