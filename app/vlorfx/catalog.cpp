@@ -1,4 +1,5 @@
 #include "catalog.h"
+#include "text.h"
 
 #include "QVlorAudioPlugins.h"
 #include "QVlorSetting.h"
@@ -78,34 +79,33 @@ ScanSummary scan(const ScanOptions& options)
     QVlorVst3::Manager* vst3 = options.vst3 ? QVlorAudioPlugins::vst3Manager() : nullptr;
     QList<QMetaObject::Connection> connections;
     int vst2Phase = 0; // 0 finding files, 1 checking new plugins
-    if (options.progress && vst2)
+    const bool oneLine = options.progress == ScanOptions::OneLine;
+    // The plugin a child is checking is named, so that one that hangs is known.
+    auto naming = [&options](const char* what) {
+        return [&options, what](const QString& name) {
+            if (options.progress == ScanOptions::OneLine)
+                std::fprintf(stderr, "\r%-26s %-30s", what, printable(name.left(30)).constData());
+            else
+                std::fprintf(stderr, "%s %s\n", what, printable(name).constData());
+            std::fflush(stderr);
+        };
+    };
+    if (oneLine && vst2)
         connections << QObject::connect(vst2, &QVlorVst::Manager::progressScan, vst2, [&vst2Phase](int n, int total) {
                 line(vst2Phase == 0 ? "VST2: finding plugins" : "VST2: checking new plugins", n, total);
             },
             Qt::DirectConnection);
-    // The plugin a child is checking is named, so that one that hangs is known.
-    auto naming = [](const char* format) {
-        return [format](const QString& name) {
-            std::fprintf(stderr, "\r%-26s %-30s", format, qPrintable(name.left(30)));
-            std::fflush(stderr);
-        };
-    };
-    if (options.progress && vst2)
-        connections << QObject::connect(vst2, &QVlorVst::Manager::progressPlugin, vst2, naming("VST2: checking"),
-                                        Qt::DirectConnection);
-    if (options.progress && vst3)
-        connections << QObject::connect(vst3, &QVlorVst3::Manager::progressPlugin, vst3, naming("VST3: probing"),
-                                        Qt::DirectConnection);
-    if (options.progress && vst3) {
+    if (oneLine && vst3)
         connections << QObject::connect(vst3, &QVlorVst3::Manager::progressScan, vst3,
                                         [](int n, int total) { line("VST3: scanning bundles", n, total); },
                                         Qt::DirectConnection);
-        connections << QObject::connect(vst3, &QVlorVst3::Manager::pluginStateChanged, vst3, [](const QVlorVst3::CatalogClass& c) {
-                if (c.state() == QVlorVst3::CatalogClass::Verifying)
-                    std::fprintf(stderr, "\r%-26s %-30s", "VST3: verifying", qPrintable(c.name().left(30)));
-            },
-            Qt::DirectConnection);
-    }
+    if (options.progress != ScanOptions::Silent && vst2)
+        connections << QObject::connect(vst2, &QVlorVst::Manager::progressPlugin, vst2, naming("VST2: checking"),
+                                        Qt::DirectConnection);
+    if (options.progress != ScanOptions::Silent && vst3)
+        // A bundle is probed, a class verified: either is a check in a child.
+        connections << QObject::connect(vst3, &QVlorVst3::Manager::progressPlugin, vst3, naming("VST3: checking"),
+                                        Qt::DirectConnection);
     if (vst3 && !options.vst3Roots.isEmpty()) {
         QVlorSetting& settings = QVlorSetting::global();
         QStringList custom = settings.getStringList(QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS));
@@ -134,7 +134,7 @@ ScanSummary scan(const ScanOptions& options)
         settle();
     }
     const double ms = double(timer.nsecsElapsed()) / 1e6;
-    if (options.progress)
+    if (oneLine)
         std::fprintf(stderr, "\r%70s\r", "");
     for (const auto& c : connections)
         QObject::disconnect(c);
@@ -153,8 +153,12 @@ ScanSummary summarize()
             ++s.folders;
             for (const QVlorVst::Plugin& p : path.plugins()) {
                 ++s.found;
-                if (p.isFailed())
+                if (p.isFailed()) {
                     ++s.failed;
+                    s.failures << QStringLiteral("VST2 %1: %2").arg(p.filename(), p.failReason().isEmpty()
+                                                                                   ? QStringLiteral("failed its check")
+                                                                                   : p.failReason());
+                }
                 if (p.isShell()) {
                     QStringList children;
                     for (const QVlorVst::Plugin& c : p.plugins()) {
@@ -173,11 +177,18 @@ ScanSummary summarize()
         for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
             ++s.bundles;
             s.bundlesFailed += b.failed() ? 1 : 0;
+            if (b.failed())
+                s.failures << QStringLiteral("VST3 %1: %2").arg(b.path(), b.lastError());
             for (const QVlorVst3::CatalogClass& c : b.classes()) {
                 ++s.classes;
                 s.classesEnabled += c.state() == QVlorVst3::CatalogClass::Enabled ? 1 : 0;
                 s.classesFailed += c.state() == QVlorVst3::CatalogClass::Failed ? 1 : 0;
                 s.classesCrashed += c.state() == QVlorVst3::CatalogClass::Crashed ? 1 : 0;
+                if (c.state() == QVlorVst3::CatalogClass::Failed || c.state() == QVlorVst3::CatalogClass::Crashed)
+                    s.failures << QStringLiteral("VST3 %1 (%2): %3")
+                                      .arg(c.name(), b.path(),
+                                           c.state() == QVlorVst3::CatalogClass::Crashed ? QStringLiteral("crashed")
+                                                                                          : c.lastError());
             }
         }
         for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
@@ -185,6 +196,40 @@ ScanSummary summarize()
                 ++s.pairsByOrigin[e.origin];
     }
     return s;
+}
+
+QString stateWord(const QVlorVst::Plugin& p)
+{
+    if (p.verifying())
+        return QStringLiteral("verifying");
+    if (p.missing())
+        return QStringLiteral("missing");
+    if (p.isFailed())
+        return QStringLiteral("failed");
+    if (p.isNew())
+        return QStringLiteral("new");
+    return p.isEnabled() ? QStringLiteral("on") : QStringLiteral("off");
+}
+
+QString stateWord(const QVlorVst3::CatalogClass& c)
+{
+    switch (c.state()) {
+    case QVlorVst3::CatalogClass::Enabled:
+        return QStringLiteral("on");
+    case QVlorVst3::CatalogClass::Disabled:
+        return QStringLiteral("off");
+    case QVlorVst3::CatalogClass::New:
+        return QStringLiteral("new");
+    case QVlorVst3::CatalogClass::Failed:
+        return QStringLiteral("failed");
+    case QVlorVst3::CatalogClass::Crashed:
+        return QStringLiteral("crashed");
+    case QVlorVst3::CatalogClass::Missing:
+        return QStringLiteral("missing");
+    case QVlorVst3::CatalogClass::Verifying:
+        return QStringLiteral("verifying");
+    }
+    return QString();
 }
 
 bool reportSaveErrors(const char* who)

@@ -16,7 +16,8 @@ struct ScanOptions {
     QStringList vst3Roots;   // added to the custom VST3 roots
     bool vst2 = true;
     bool vst3 = true;
-    bool progress = false;
+    // Off, one updating line (a terminal), or a line per plugin checked.
+    enum Progress { Silent, OneLine, Lines } progress = Silent;
 };
 
 struct ScanSummary {
@@ -32,6 +33,7 @@ struct ScanSummary {
     int classesCrashed = 0;
     int bundlesFailed = 0;
     QMap<QString, int> pairsByOrigin;
+    QStringList failures; // "what: why", of both formats
     double milliseconds = 0; // the managers' work: scans, probes, checks and verifications
 };
 
@@ -49,6 +51,11 @@ QStringList standardFolders();
 QList<QVlorVst::Path> vst2Paths();
 // The folders of the VST2 catalog as its manager's thread sees them now.
 QStringList catalogFolders();
+// One vocabulary for the state of a plugin of either format: "on", "off",
+// "new", "failed", "crashed", "missing", "verifying".
+QString stateWord(const QVlorVst::Plugin& plugin);
+QString stateWord(const QVlorVst3::CatalogClass& c);
+
 // Tells, once each, which file of the catalogs and the pairs could not be
 // saved and why; true when one could not.
 bool reportSaveErrors(const char* who);

@@ -206,7 +206,7 @@ int cmdDemo(int, char**)
     vlorfx::ScanOptions options;
     if (vlorfx::catalogFolders().isEmpty())
         options.vst2Folders = vlorfx::standardFolders();
-    options.progress = isatty(STDERR_FILENO);
+    options.progress = isatty(STDERR_FILENO) ? vlorfx::ScanOptions::OneLine : vlorfx::ScanOptions::Silent;
     std::printf("scanning VST2 folders (%s) and VST3 roots (%s)\n",
                 qPrintable(options.vst2Folders.join(QStringLiteral(", "))),
                 qPrintable(QVlorAudioPlugins::vst3Manager()->searchPaths().join(QStringLiteral(", "))));

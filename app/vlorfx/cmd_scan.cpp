@@ -1,6 +1,7 @@
 // vlorfx scan and vlorfx list: both catalogs and the pair store as the editor keeps them.
 #include "catalog.h"
 #include "commands.h"
+#include "text.h"
 
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
@@ -14,6 +15,7 @@
 #include <QJsonObject>
 #include <QSet>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <unistd.h>
@@ -28,14 +30,26 @@ const char* const kScanHelp =
     "given and the catalog has no folders yet, the standard folders that\n"
     "exist). VST3: the standard roots (~/.vst3, /usr/lib/vst3, /usr/local/lib/vst3)\n"
     "and the folders given, which stay among the roots. Twins of one product\n"
-    "are paired. Known plugins are not loaded again.\n";
+    "are paired. Known plugins are not loaded again.\n"
+    "\n"
+    "Each plugin checked is named as it is (one updating line on a terminal),\n"
+    "and the failures are listed with their reasons after the summary.\n"
+    "  --quiet   the summary only\n"
+    "\n"
+    "example:\n"
+    "  vlorfx scan --vst2-path ~/.vst --vst3-path ~/my-vst3\n";
 
 const char* const kListHelp =
     "usage: vlorfx list [--json]\n"
     "\n"
     "Prints one line per product, both formats side by side when they are\n"
     "paired; or one JSON object with \"vst2\", \"vst3\" and \"pairs\", each as\n"
-    "its file holds it.\n";
+    "its file holds it. Rows are sorted by product; a plugin that failed\n"
+    "says why after its file. States: on, off, new, failed, crashed, missing,\n"
+    "verifying (and unprobed for a VST3 bundle not opened yet).\n"
+    "\n"
+    "example:\n"
+    "  vlorfx list | grep failed\n";
 
 QString dataFile(const QString& name) { return QDir(QVlorApplication::applicationDataLocation()).filePath(name); }
 
@@ -65,13 +79,13 @@ bool readObject(const QString& file, const QJsonObject& empty, QJsonObject* out)
     return true;
 }
 
-QString vst2State(const QVlorVst::Plugin& p) { return p.isShell() ? QStringLiteral("shell") : p.state(); }
 
 } // namespace
 
 int cmdScan(int argc, char** argv)
 {
     vlorfx::ScanOptions options;
+    bool quiet = false;
     for (int i = 0; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
             std::fputs(kScanHelp, stdout);
@@ -86,6 +100,8 @@ int cmdScan(int argc, char** argv)
             options.vst2 = false;
         } else if (!std::strcmp(argv[i], "--no-vst3")) {
             options.vst3 = false;
+        } else if (!std::strcmp(argv[i], "--quiet") || !std::strcmp(argv[i], "-q")) {
+            quiet = true;
         } else {
             std::fprintf(stderr, "vlorfx scan: unknown argument '%s'\n\n%s", argv[i], kScanHelp);
             return 2;
@@ -93,13 +109,15 @@ int cmdScan(int argc, char** argv)
     }
     if (options.vst2 && options.vst2Folders.isEmpty() && vlorfx::catalogFolders().isEmpty())
         options.vst2Folders = vlorfx::standardFolders();
-    options.progress = isatty(STDERR_FILENO);
+    options.progress = quiet                    ? vlorfx::ScanOptions::Silent
+                       : isatty(STDERR_FILENO) ? vlorfx::ScanOptions::OneLine
+                                               : vlorfx::ScanOptions::Lines;
     const vlorfx::ScanSummary s = vlorfx::scan(options);
     QVlorAudioPlugins::AboutToQuit(); // saves both catalogs and the pairs now, to check them below
     std::printf("folders: %d\nplugins found: %d\nenabled: %d\nfailed: %d\n", s.folders, s.found, s.enabled, s.failed);
     std::printf("shells: %d\n", int(s.shells.size()));
     for (const QString& shell : s.shells)
-        std::printf("  %s\n", qPrintable(shell));
+        std::printf("  %s\n", vlorfx::printable(shell).constData());
     std::printf("bundles: %d\nclasses: %d\nclasses enabled: %d\nclasses failed: %d\nclasses crashed: %d\n", s.bundles,
                 s.classes, s.classesEnabled, s.classesFailed, s.classesCrashed);
     int pairs = 0;
@@ -109,11 +127,36 @@ int cmdScan(int argc, char** argv)
     for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it)
         std::printf("  %s: %d\n", qPrintable(it.key()), it.value());
     std::printf("time: %.1f ms\n", s.milliseconds);
+    if (!quiet && !s.failures.isEmpty()) {
+        std::printf("failures:\n");
+        for (const QString& f : s.failures)
+            std::printf("  %s\n", vlorfx::printable(f).constData());
+    }
     // What was found is only kept if it was saved: the next scan would redo it all.
     return vlorfx::reportSaveErrors("vlorfx scan") ? 1 : 0;
 }
 
 namespace {
+
+// The pair store keeps a VST2 id as text (it outgrows a double in no case,
+// but the file is the store's); shown beside the catalog, it is a number there too.
+QJsonObject numericIds(QJsonObject pairs)
+{
+    for (const QString& key : {QStringLiteral("pairs"), QStringLiteral("splits")}) {
+        QJsonArray list = pairs.value(key).toArray();
+        for (int i = 0; i < list.size(); ++i) {
+            QJsonObject o = list.at(i).toObject();
+            bool ok = false;
+            const qint64 id = o.value(QStringLiteral("vst2")).toString().toLongLong(&ok);
+            if (ok)
+                o.insert(QStringLiteral("vst2"), id);
+            list[i] = o;
+        }
+        if (pairs.contains(key))
+            pairs.insert(key, list);
+    }
+    return pairs;
+}
 
 // The three files as the library keeps them, in one object.
 int listFilesAsJson()
@@ -136,6 +179,8 @@ int listFilesAsJson()
             std::fprintf(stderr, "vlorfx list: %s is not readable JSON\n", qPrintable(f.file));
             return 1;
         }
+        if (!std::strcmp(f.key, "pairs"))
+            object = numericIds(object);
         root.insert(QLatin1String(f.key), object);
     }
     std::fputs(QJsonDocument(root).toJson(QJsonDocument::Indented).constData(), stdout);
@@ -160,22 +205,48 @@ QList<Vst2Row> vst2Rows()
     return rows;
 }
 
-void printRow(const QString& name, const QString& vendor, const QString& s2, const QString& s3, const QString& active,
-              const QString& origin, const QString& files)
-{
-    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", qPrintable(name.left(28)), qPrintable(vendor.left(22)),
-                qPrintable(s2), qPrintable(s3), qPrintable(active), qPrintable(origin), qPrintable(files));
-}
+struct Row {
+    QString name, vendor, vst2, vst3, active, origin, files;
+};
 
 // A failure says why, after the file it concerns.
 QString why(const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); }
 
-// One row a product: pairs first, then what is in one format only.
+// The columns as wide as their widest entry; names printed whole and escaped.
+void printTable(QList<Row> rows)
+{
+    std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
+        const int c = a.name.compare(b.name, Qt::CaseInsensitive);
+        return c != 0 ? c < 0 : a.files < b.files;
+    });
+    const Row head{QStringLiteral("PRODUCT"), QStringLiteral("VENDOR"), QStringLiteral("VST2"), QStringLiteral("VST3"),
+                   QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES")};
+    rows.prepend(head);
+    QList<QList<QByteArray>> cells;
+    int width[6] = {0, 0, 0, 0, 0, 0};
+    for (const Row& r : rows) {
+        const QList<QByteArray> line = {vlorfx::printable(r.name),   vlorfx::printable(r.vendor),
+                                        vlorfx::printable(r.vst2),   vlorfx::printable(r.vst3),
+                                        vlorfx::printable(r.active), vlorfx::printable(r.origin),
+                                        vlorfx::printable(r.files)};
+        for (int k = 0; k < 6; ++k)
+            width[k] = std::max(width[k], int(QString::fromUtf8(line[k]).size()));
+        cells << line;
+    }
+    for (const QList<QByteArray>& line : cells) {
+        QByteArray text;
+        for (int k = 0; k < 6; ++k)
+            text += line[k] + QByteArray(width[k] - int(QString::fromUtf8(line[k]).size()) + 2, ' ');
+        std::printf("%s%s\n", text.constData(), line[6].constData());
+    }
+}
+
+// One row a product: a pair on one row, what is in one format only on its own.
 int listTable()
 {
-    const QList<Vst2Row> rows = vst2Rows();
+    const QList<Vst2Row> vst2 = vst2Rows();
     QHash<qint64, Vst2Row> vst2ById;
-    for (const Vst2Row& row : rows)
+    for (const Vst2Row& row : vst2)
         if (row.plugin.uniqueId() != 0)
             vst2ById.insert(row.plugin.uniqueId(), row);
     QVlorVst3::Catalog catalog;
@@ -188,9 +259,9 @@ int listTable()
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
         for (const QVlorVst3::CatalogClass& c : b.classes())
             vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
+    const QString none = QStringLiteral("-");
 
-    std::printf("%-28s %-22s %-9s %-9s %-6s %-9s %s\n", "PRODUCT", "VENDOR", "VST2", "VST3", "ACTIVE", "PAIRED BY",
-                "FILES");
+    QList<Row> rows;
     QSet<qint64> shown2;
     QSet<QString> shown3;
     for (const QVlorPluginPairs::Entry& e : pairs) {
@@ -198,28 +269,29 @@ int listTable()
             continue;
         const Vst2Row& a = vst2ById[e.vst2];
         const auto& b = vst3ByCid[e.vst3];
-        printRow(b.first.name(), b.first.vendor(), vst2State(a.plugin),
-                 QVlorVst3::CatalogClass::StateToString(b.first.state()), e.activeFormat, e.origin,
-                 a.file + QStringLiteral(" + ") + b.second);
+        const QString reason = a.plugin.isFailed() ? a.plugin.failReason() : b.first.lastError();
+        rows << Row{b.first.name(), b.first.vendor(), vlorfx::stateWord(a.plugin), vlorfx::stateWord(b.first),
+                    e.activeFormat, e.origin, a.file + QStringLiteral(" + ") + b.second + why(reason)};
         shown2.insert(e.vst2);
         shown3.insert(e.vst3);
     }
-    for (const Vst2Row& a : rows)
+    for (const Vst2Row& a : vst2)
         if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
-            printRow(a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(), vst2State(a.plugin),
-                     QStringLiteral("-"), QStringLiteral("vst2"), QStringLiteral("-"), a.file + why(a.plugin.failReason()));
+            rows << Row{a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(),
+                        vlorfx::stateWord(a.plugin), none, QStringLiteral("vst2"), none,
+                        a.file + why(a.plugin.failReason())};
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
         const QString file = QFileInfo(b.path()).fileName();
         if (b.classes().isEmpty())
-            printRow(QFileInfo(b.path()).completeBaseName(), QString(), QStringLiteral("-"),
-                     b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"),
-                     QStringLiteral("-"), file + why(b.failed() ? b.lastError() : QString()));
+            rows << Row{QFileInfo(b.path()).completeBaseName(), QString(), none,
+                        b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"), none,
+                        file + why(b.failed() ? b.lastError() : QString())};
         for (const QVlorVst3::CatalogClass& c : b.classes())
             if (!shown3.contains(c.cid()))
-                printRow(c.name(), c.vendor(), QStringLiteral("-"), QVlorVst3::CatalogClass::StateToString(c.state()),
-                         QStringLiteral("vst3"), QStringLiteral("-"),
-                         file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()));
+                rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QStringLiteral("vst3"), none,
+                            file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString())};
     }
+    printTable(rows);
     return 0;
 }
 

@@ -8,3 +8,6 @@ int cmdScan(int argc, char** argv);
 int cmdList(int argc, char** argv);
 int cmdClasses(int argc, char** argv);
 int cmdProbe(int argc, char** argv);
+int cmdEnable(int argc, char** argv);
+int cmdDisable(int argc, char** argv);
+int cmdRecheck(int argc, char** argv);

@@ -2,6 +2,7 @@
 // way the editor does and offers the library's work as commands.
 #include "commands.h"
 #include "catalog.h"
+#include "text.h"
 
 #include "QVlorApplication.h"
 #include "QVlorAudio.h"
@@ -25,21 +26,32 @@ struct Command {
 };
 
 const Command kCommands[] = {
-    {"demo", cmdDemo, "run a real plugin over a generated signal and report what it did"},
-    {"apply", cmdApply, "apply a VST2 effect to an audio file (apply --help)"},
-    {"scan", cmdScan, "find the plugins of the search folders and check the new ones (scan --help)"},
-    {"list", cmdList, "print the plugin catalog (list --help)"},
-    {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded here"},
-    {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process (probe --help)"},
+    {"demo", cmdDemo, "scan, pick an effect found in both formats, apply it to a test signal"},
+    {"scan", cmdScan, "find the plugins of the search folders and check the new ones"},
+    {"list", cmdList, "print the catalog: one line per product, both formats side by side"},
+    {"enable", cmdEnable, "switch a plugin on (checked first when it needs to be)"},
+    {"disable", cmdDisable, "switch a plugin off"},
+    {"recheck", cmdRecheck, "check a plugin again, as if it were new"},
+    {"apply", cmdApply, "apply a VST2 or VST3 effect to an audio file"},
+    {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded in this process"},
+    {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
 };
 
 void usage(FILE* out)
 {
-    std::fprintf(out, "usage: vlorfx [--data DIR] COMMAND [ARGS]\n\n"
-                      "  --data DIR  the application's data folder for this run (settings, descriptors)\n\n"
+    std::fprintf(out, "usage: vlorfx [--data DIR] COMMAND [ARGS]\n"
+                      "       vlorfx --help | --version\n\n"
+                      "Finds VST2 and VST3 effect plugins, keeps a catalog of them, pairs the\n"
+                      "products that exist in both formats and applies effects to audio files.\n"
+                      "New plugins are checked in host programs, so one that crashes or hangs\n"
+                      "cannot take vlorfx down.\n\n"
+                      "  --data DIR  the data folder of this run (catalogs, settings, descriptors);\n"
+                      "              by default the application's own\n\n"
                       "commands:\n");
     for (const Command& c : kCommands)
         std::fprintf(out, "  %-8s %s\n", c.name, c.help);
+    std::fprintf(out, "\nEach command tells more with --help. For example:\n"
+                      "  vlorfx scan --vst2-path ~/my-plugins && vlorfx list\n");
 }
 
 // Progress of the library's threads is for developers: shown with VLORFX_VERBOSE.
@@ -87,7 +99,7 @@ int runWithLibrary(const Command& c, int argc, char** argv)
     QVlorAudioPlugins::UI::install(&host);
     const QString crashed = QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel();
     if (!crashed.isEmpty())
-        std::fprintf(stderr, "Last run crashed while opening %s\n", qPrintable(crashed));
+        std::fprintf(stderr, "Last run crashed while opening %s\n", vlorfx::printable(crashed).constData());
     if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
         vst2->loadCatalog();
     int status = c.run(argc - 2, argv + 2);
@@ -107,6 +119,17 @@ int main(int argc, char** argv)
 {
     // A file size limit makes a write fail, which is reported, rather than end the program.
     std::signal(SIGXFSZ, SIG_IGN);
+    // Each line reaches a pipe as it is printed, not at the end.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
+    if (argc > 1 && !std::strcmp(argv[1], "--version")) {
+        std::printf("vlorfx %s\n", VLOR_VERSION);
+        return 0;
+    }
+    if (argc == 2 && !std::strcmp(argv[1], "--data")) {
+        std::fprintf(stderr, "vlorfx: --data needs a folder\n\n");
+        usage(stderr);
+        return 2;
+    }
     // The data folder is settled before the library reads anything from it.
     if (argc > 2 && !std::strcmp(argv[1], "--data")) {
         setenv("VLOR_DATA_PATH", argv[2], 1);

@@ -243,7 +243,9 @@ TEST_F(Apply, ScanOfTheDebianPluginsPairsTheZamTwinsOnce)
     for (const QJsonValue& v : root.value("pairs").toObject().value("pairs").toArray()) {
         const QJsonObject e = v.toObject();
         const QString cid = e.value("vst3").toString();
-        const qint64 id = e.value("vst2").toString().toLongLong(); // written as text
+        // A number, as the VST2 catalog's unique ids are (the pair store's file keeps text).
+        ASSERT_TRUE(e.value("vst2").isDouble()) << cid.toStdString();
+        const qint64 id = e.value("vst2").toInteger();
         if (!zamCids.contains(cid))
             continue;
         EXPECT_FALSE(pairedCids.contains(cid)) << cid.toStdString();

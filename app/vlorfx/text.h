@@ -1,0 +1,13 @@
+#pragma once
+// Text from plugins and file names, as it may be printed on a terminal.
+
+#include <QByteArray>
+#include <QString>
+
+namespace vlorfx {
+
+// UTF-8 with every control character escaped (\n, \t, \e, \xNN...): a name
+// can neither break a table nor move the terminal's cursor.
+QByteArray printable(const QString& text);
+
+} // namespace vlorfx
