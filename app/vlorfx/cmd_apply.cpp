@@ -11,6 +11,9 @@
 #include "blstring.h"
 
 #include <cctype>
+#include <cmath>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -25,10 +28,13 @@ const char* const kHelp =
     "usage: vlorfx apply --vst2 FILE [--id N] [--param INDEX=VALUE]... [--in-process] IN OUT\n"
     "       vlorfx apply --vst3 BUNDLE [--cid CID] [--param ID=VALUE]... [--state STRING] IN OUT\n"
     "\n"
-    "Runs the VST2 effect in FILE over the audio file IN and writes OUT in the\n"
-    "same format. The plugin is checked in the host program first, and runs\n"
-    "there unless --in-process is given. Its latency is taken out: OUT lines up\n"
-    "with IN and is as long.\n"
+    "Runs a VST2 or VST3 effect over the audio file IN and writes OUT in the same\n"
+    "format (--float writes 32-bit float; samples an output of whole numbers\n"
+    "cuts at full scale are reported). A VST2 plugin is checked in the host\n"
+    "program first, and runs there unless --in-process is given; a VST3 effect\n"
+    "runs in this process. The latency is taken out: OUT lines up with IN and is\n"
+    "as long. What a plugin prints is kept off the terminal (VLORFX_VERBOSE=1\n"
+    "shows it).\n"
     "\n"
     "  --vst2 FILE          the plugin file\n"
     "  --id N               the plugin inside a shell file (see the ids listed when it is one)\n"
@@ -39,8 +45,31 @@ const char* const kHelp =
     "  --cid CID            its effect class, 32 hexadecimal digits; needed when it has several\n"
     "  --param ID=VALUE     for VST3, a normalised value for the parameter with that ID\n"
     "  --state STRING       for VST3, a saved state (presetsize=...,presetdata=\"...\",...)\n"
+    "  --float              write OUT as 32-bit float\n"
+    "  --force              write OUT even when it is IN\n"
+    "\n"
+    "example:\n"
+    "  vlorfx apply --vst2 /usr/lib/vst/ZamComp-vst.so --param 0=0.3 in.wav out.wav\n"
     "\n"
     "Exit status 0 on success, 1 when the effect cannot be applied, 2 for bad arguments.\n";
+
+// What the command line asked for.
+struct ApplyOptions {
+    std::string plugin, in, out, bundle, cid, state;
+    int id = 0;
+    bool idGiven = false;
+    bool inProcess = false;
+    bool floatOutput = false;
+    bool force = false;
+    std::vector<std::pair<int, float>> params;
+};
+
+// A mistake on the command line: said in one line, without the whole help.
+int badArgument(const std::string& message)
+{
+    std::fprintf(stderr, "vlorfx apply: %s (vlorfx apply --help tells more)\n", message.c_str());
+    return 2;
+}
 
 bool g_noHost = false;
 int g_checkStatus = 0; // the host program's answer to the last failed check
@@ -58,16 +87,6 @@ int noHostHandler(void*, const BLNotifyEvent* e)
     if (e->code == AUDIOVST_NOTIFY_NO_HOST)
         g_noHost = true;
     return 1;
-}
-
-int progressBar(void*, double fraction)
-{
-    const int width = 40;
-    const int filled = int(fraction * width + 0.5);
-    std::fprintf(stderr, "\r[%.*s%*s] %3d%%", filled, "########################################", width - filled, "",
-                 int(fraction * 100 + 0.5));
-    std::fflush(stderr);
-    return 0;
 }
 
 std::string quoted(const std::string& s)
@@ -109,22 +128,114 @@ std::string whyNot(const std::string& file, int id)
     return file + " cannot be applied: it is no VST2 effect (an instrument, or not a plugin)";
 }
 
-int render(const char* filter, const std::string& config, const std::string& in, const std::string& out)
+// While a plugin runs here, what it prints goes nowhere (or stays, with
+// VLORFX_VERBOSE): the terminal and our output are the user's.
+class PluginChatterAside {
+public:
+    PluginChatterAside()
+    {
+        if (std::getenv("VLORFX_VERBOSE"))
+            return;
+        std::fflush(stdout);
+        std::fflush(stderr);
+        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        for (int k = 0; k < 2; ++k) {
+            m_saved[k] = dup(k + 1);
+            if (m_saved[k] >= 0 && null >= 0)
+                dup2(null, k + 1);
+        }
+        if (null >= 0)
+            close(null);
+        if (m_saved[1] >= 0)
+            m_out = fdopen(dup(m_saved[1]), "w");
+    }
+    ~PluginChatterAside()
+    {
+        if (m_out)
+            std::fclose(m_out);
+        std::fflush(stdout);
+        std::fflush(stderr);
+        for (int k = 0; k < 2; ++k)
+            if (m_saved[k] >= 0) {
+                dup2(m_saved[k], k + 1);
+                close(m_saved[k]);
+            }
+    }
+    // Where our own progress goes meanwhile.
+    FILE* out() const { return m_out ? m_out : stderr; }
+
+private:
+    int m_saved[2] = {-1, -1};
+    FILE* m_out = nullptr;
+};
+
+int progressBarTo(void* user, double fraction)
+{
+    FILE* out = static_cast<FILE*>(user);
+    const int width = 40;
+    const int filled = int(fraction * width + 0.5);
+    std::fprintf(out, "\r[%.*s%*s] %3d%%", filled, "########################################", width - filled, "",
+                 int(fraction * 100 + 0.5));
+    std::fflush(out);
+    return 0;
+}
+
+int render(const char* filter, const std::string& config, const ApplyOptions& o)
 {
     const bool bar = isatty(STDERR_FILENO);
     char error[1024] = "";
-    const int ok = AUDIO_RenderFile(filter, config.c_str(), in.c_str(), out.c_str(), bar ? progressBar : nullptr,
-                                    nullptr, error, sizeof(error));
-    if (bar)
-        std::fprintf(stderr, "\n");
-    return ok ? 0 : fail(error);
+    AUDIO_RenderReport report{};
+    int ok;
+    {
+        PluginChatterAside aside;
+        ok = AUDIO_RenderFileEx(filter, config.c_str(), o.in.c_str(), o.out.c_str(),
+                                o.floatOutput ? AUDIO_RENDER_FLOAT : 0, bar ? progressBarTo : nullptr, aside.out(),
+                                &report, error, sizeof(error));
+        if (bar)
+            std::fprintf(aside.out(), "\n");
+    }
+    if (!ok)
+        return fail(error);
+    if (report.clippedSamples > 0)
+        std::fprintf(stderr,
+                     "vlorfx apply: %lld samples went beyond full scale (peak %+.1f dBFS) and were cut in %s; "
+                     "--float keeps them\n",
+                     report.clippedSamples, 20.0 * std::log10(report.peak), o.out.c_str());
+    return 0;
+}
+
+// A state the effect could never read is an error, not a silent default.
+bool readableState(const std::string& state)
+{
+    for (const char* key : {"presetsize", "ctrlsize"}) {
+        const int size = BLSTRING_GetIntegerValueFromString(state.c_str(), key, 0);
+        if (size <= 0)
+            continue;
+        std::vector<char> data(size_t(size) + 1);
+        const char* dataKey = std::strcmp(key, "presetsize") == 0 ? "presetdata" : "ctrldata";
+        if (!BLSTRING_GetStringValueFromString(state.c_str(), dataKey, "", data.data(), size + 1))
+            return false;
+        int length = 0;
+        void* bytes = BLSTRING_FromBase64(data.data(), &length);
+        std::free(bytes);
+        if (!bytes || length < 1)
+            return false;
+        return true;
+    }
+    return false;
 }
 
 // Parameters become state, as the editor's effect dialog would save it: set
 // on an instance of our own, heard by its processor, then read back.
-int applyVst3(const std::string& bundle, std::string cid, const std::vector<std::pair<int, float>>& params,
-              const std::string& state, const std::string& in, const std::string& out)
+int applyVst3(const ApplyOptions& o)
 {
+    const std::string& bundle = o.bundle;
+    std::string cid = o.cid;
+    const std::vector<std::pair<int, float>>& params = o.params;
+    const std::string& state = o.state;
+    if (!state.empty() && !readableState(state))
+        return badArgument("--state cannot be read: it needs presetsize= with presetdata=\"...\" (or ctrlsize= "
+                           "with ctrldata=), the data in Base64, as a saved state gives them");
     std::vector<Vst3ClassRecord> classes(64);
     const int n = VLORVST3_ListClasses(bundle.c_str(), classes.data(), int(classes.size()));
     if (n < 0)
@@ -150,7 +261,7 @@ int applyVst3(const std::string& bundle, std::string cid, const std::vector<std:
     if (params.empty()) {
         if (!state.empty())
             config += "," + state;
-        return render("VST3 host", config, in, out);
+        return render("VST3 host", config, o);
     }
     _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), cid.c_str());
     if (!h || !VLORVST3_StartEngine(h)) {
@@ -180,20 +291,58 @@ int applyVst3(const std::string& bundle, std::string cid, const std::vector<std:
         config += std::string(",") + saved;
     VLORVST3_FreeString(saved);
     VLORVST3_DestroyInstance(h);
-    return render("VST3 host", config, in, out);
+    return render("VST3 host", config, o);
 }
 
 } // namespace
 
 namespace {
 
-// What the command line asked for.
-struct ApplyOptions {
-    std::string plugin, in, out, bundle, cid, state;
-    int id = 0;
-    bool inProcess = false;
-    std::vector<std::pair<int, float>> params;
-};
+// INDEX=VALUE, VALUE from 0 to 1; what is wrong with it otherwise.
+std::string readParam(const std::string& p, int* index, float* value)
+{
+    const size_t eq = p.find('=');
+    if (eq == std::string::npos)
+        return "bad --param '" + p + "': it needs INDEX=VALUE";
+    char* end = nullptr;
+    const long i = std::strtol(p.c_str(), &end, 10);
+    if (end != p.c_str() + eq || eq == 0 || i < 0 || i > 1 << 30)
+        return "bad --param '" + p + "': the index '" + p.substr(0, eq) + "' is no number from 0 on";
+    const float v = std::strtof(p.c_str() + eq + 1, &end);
+    if (eq + 1 == p.size() || *end)
+        return "bad --param '" + p + "': the value '" + p.substr(eq + 1) + "' is no number";
+    if (!(v >= 0 && v <= 1))
+        return "bad --param '" + p + "': the value must be from 0 to 1";
+    *index = int(i);
+    *value = v;
+    return {};
+}
+
+// The same file under two names, as far as the system can tell.
+bool sameFile(const std::string& a, const std::string& b)
+{
+    struct stat sa, sb;
+    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+           sa.st_ino == sb.st_ino;
+}
+
+// Options that the other format takes, or that contradict each other.
+int checkCombination(const ApplyOptions& o)
+{
+    if (!o.plugin.empty() && !o.bundle.empty())
+        return badArgument("--vst2 and --vst3 cannot be used together");
+    if (o.plugin.empty() && o.bundle.empty())
+        return badArgument("one of --vst2 FILE and --vst3 BUNDLE is needed");
+    if (!o.bundle.empty() && (o.idGiven || o.inProcess))
+        return badArgument(std::string(o.idGiven ? "--id" : "--in-process") + " is for --vst2 (a VST3 effect is chosen with --cid and runs in this process)");
+    if (!o.plugin.empty() && (!o.cid.empty() || !o.state.empty()))
+        return badArgument(std::string(!o.cid.empty() ? "--cid" : "--state") + " is for --vst3");
+    if (o.in.empty() || o.out.empty())
+        return badArgument("an input and an output file are needed");
+    if (!o.force && (o.in == o.out || sameFile(o.in, o.out)))
+        return badArgument(o.out + " is the input file; give --force to write over it");
+    return 0;
+}
 
 // 0 when the options are read, or the exit status: --help, or a usage error.
 int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
@@ -208,18 +357,20 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
         } else if (a == "--id" && i + 1 < argc) {
             char* end = nullptr;
             o->id = int(std::strtol(argv[++i], &end, 0));
-            if (*end)
-                return usageError(std::string("bad plugin id '") + argv[i] + "'");
+            o->idGiven = true;
+            if (*end || !*argv[i])
+                return badArgument(std::string("bad plugin id '") + argv[i] + "': a number is needed");
         } else if (a == "--param" && i + 1 < argc) {
-            const std::string p = argv[++i];
-            const size_t eq = p.find('=');
-            char* e1 = nullptr;
-            char* e2 = nullptr;
-            const long index = eq == std::string::npos ? -1 : std::strtol(p.c_str(), &e1, 10);
-            const float value = eq == std::string::npos ? 0 : std::strtof(p.c_str() + eq + 1, &e2);
-            if (eq == std::string::npos || e1 != p.c_str() + eq || index < 0 || !e2 || *e2 || value < 0 || value > 1)
-                return usageError("bad --param '" + p + "': INDEX=VALUE with VALUE from 0 to 1");
-            o->params.emplace_back(int(index), value);
+            int index = 0;
+            float value = 0;
+            const std::string why = readParam(argv[++i], &index, &value);
+            if (!why.empty())
+                return badArgument(why);
+            o->params.emplace_back(index, value);
+        } else if (a == "--float") {
+            o->floatOutput = true;
+        } else if (a == "--force") {
+            o->force = true;
         } else if (a == "--in-process") {
             o->inProcess = true;
         } else if (a == "--vst3" && i + 1 < argc) {
@@ -229,20 +380,18 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
         } else if (a == "--state" && i + 1 < argc) {
             o->state = argv[++i];
         } else if (!a.empty() && a[0] == '-' && a != "-") {
+            if (a == "--vst2" || a == "--vst3" || a == "--id" || a == "--param" || a == "--cid" || a == "--state")
+                return badArgument(a + " needs a value");
             return usageError("unknown option '" + a + "'");
         } else if (o->in.empty()) {
             o->in = a;
         } else if (o->out.empty()) {
             o->out = a;
         } else {
-            return usageError("too many files");
+            return badArgument("too many files: '" + a + "' after " + o->in + " and " + o->out);
         }
     }
-    if (o->plugin.empty() == o->bundle.empty())
-        return usageError("one of --vst2 FILE and --vst3 BUNDLE is needed");
-    if (o->in.empty() || o->out.empty())
-        return usageError("an input and an output file are needed");
-    return 0;
+    return checkCombination(*o);
 }
 
 int applyVst2(const ApplyOptions& o)
@@ -250,6 +399,13 @@ int applyVst2(const ApplyOptions& o)
     BLNOTIFY_AddDefaultHandler(noHostHandler, nullptr);
     BLDEBUG_SetLogCallback(onLog, nullptr);
     BLDEBUG_SetStderrEnabled(0); // our own message says it better
+    if (o.id != 0) {
+        // An id names a plugin inside a shell; a file of one plugin has none to choose.
+        _VSTEFFECT* whole = AUDIOVST_FindPluginEx(o.plugin.c_str(), 0, false);
+        if (whole && AUDIOVST_IsEffect(whole))
+            return badArgument("--id " + std::to_string(o.id) + ": " + o.plugin +
+                               " holds one plugin, not a shell; leave --id out");
+    }
     _VSTEFFECT* e = AUDIOVST_FindPluginEx(o.plugin.c_str(), o.id, false);
     if (e && !AUDIOVST_IsEffect(e)) {
         std::string list;
@@ -278,7 +434,7 @@ int applyVst2(const ApplyOptions& o)
     }
     if (o.inProcess)
         AUDIOVST_ForgetVlorVstPath();
-    return render("VST host", config, o.in, o.out);
+    return render("VST host", config, o);
 }
 
 } // namespace
@@ -294,6 +450,6 @@ int cmdApply(int argc, char** argv)
         return 0;
     }
     if (!o.bundle.empty())
-        return applyVst3(o.bundle, o.cid, o.params, o.state, o.in, o.out);
+        return applyVst3(o);
     return applyVst2(o);
 }

@@ -16,7 +16,7 @@ int cmdClasses(int argc, char** argv)
     if (argc != 1 || !std::strcmp(argv[0], "--help") || !std::strcmp(argv[0], "-h")) {
         std::fprintf(argc == 1 ? stdout : stderr,
                      "usage: vlorfx classes BUNDLE\n\nLists the effect classes of a VST3 bundle. The bundle is loaded "
-                     "in this process.\n");
+                     "in this process.\n\nexample:\n  vlorfx classes /usr/lib/vst3/ZamComp.vst3\n");
         return argc == 1 ? 0 : 2;
     }
     VLORVST3_Initialize();
@@ -47,7 +47,7 @@ int cmdProbe(int argc, char** argv)
         std::fprintf(argc == 1 ? stdout : stderr,
                      "usage: vlorfx probe [--verify] BUNDLE\n\nLists the effect classes of a VST3 bundle, loaded in a "
                      "host process of its own.\n  --verify  also open each class in full (set up, start, process, "
-                     "stop) and report the outcome\n");
+                     "stop) and report the outcome\n\nexample:\n  vlorfx probe --verify /usr/lib/vst3/ZamComp.vst3\n");
         return argc == 1 ? 0 : 2;
     }
     const int timeoutMs = 30000;

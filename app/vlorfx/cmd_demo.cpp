@@ -200,8 +200,22 @@ void printLevels(const std::vector<float>& in, const std::vector<float>& out)
 
 } // namespace
 
-int cmdDemo(int, char**)
+int cmdDemo(int argc, char** argv)
 {
+    if (argc > 0) {
+        const bool help = !std::strcmp(argv[0], "--help") || !std::strcmp(argv[0], "-h");
+        std::fprintf(help ? stdout : stderr,
+                     "%s"
+                     "usage: vlorfx demo\n\n"
+                     "Scans the machine's VST2 and VST3 plugins (new ones checked in host\n"
+                     "programs), pairs the products found in both formats, picks one pair and\n"
+                     "applies it in its active format to a generated test signal, then reports\n"
+                     "the levels that went in and came out. Give --data DIR before demo to\n"
+                     "start from an empty catalog.\n\n"
+                     "example:\n  vlorfx --data /tmp/demo demo\n",
+                     help ? "" : "vlorfx demo: takes no arguments\n\n");
+        return help ? 0 : 2;
+    }
     std::printf("data folder: %s\n", qPrintable(QVlorApplication::applicationDataLocation()));
     vlorfx::ScanOptions options;
     if (vlorfx::catalogFolders().isEmpty())

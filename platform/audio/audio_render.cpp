@@ -6,6 +6,7 @@
 #include <sndfile.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cerrno>
 #include <csignal>
 #include <dirent.h>
@@ -112,12 +113,16 @@ public:
     }
 
     // The output is written beside its place, under a name of this process.
-    bool openOutput(const char* output)
+    bool openOutput(const char* output, int flags)
     {
         SF_INFO outInfo = m_info;
         outInfo.frames = 0;
+        if (flags & AUDIO_RENDER_FLOAT)
+            outInfo.format = (outInfo.format & SF_FORMAT_TYPEMASK) | SF_FORMAT_FLOAT;
         if (!sf_format_check(&outInfo))
             outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+        const int subtype = outInfo.format & SF_FORMAT_SUBMASK;
+        m_report.floatOutput = subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE;
         removeStalePartials(output);
         m_files.partial = std::string(output) + ".partial-" + std::to_string(getpid());
         m_files.out = sf_open(m_files.partial.c_str(), SFM_WRITE, &outInfo);
@@ -163,6 +168,8 @@ public:
         return true;
     }
 
+    const AUDIO_RenderReport& report() const { return m_report; }
+
     // The output takes the place of its name only now, whole.
     bool finish()
     {
@@ -197,12 +204,25 @@ private:
                 m_skip -= from;
             }
             const sf_count_t keep = std::min<sf_count_t>(outFrames - from, total - m_written);
+            measure(m_out.data() + from * ch, keep * ch);
             if (keep > 0 && sf_writef_float(m_files.out, m_out.data() + from * ch, keep) != keep)
                 return fail("cannot write %s: %s", m_output, sf_strerror(m_files.out));
             m_written += std::max<sf_count_t>(keep, 0);
             offset += inFrames;
         }
         return true;
+    }
+
+    // The peak, and what an output of whole numbers cuts at full scale.
+    void measure(const float* samples, sf_count_t count)
+    {
+        for (sf_count_t i = 0; i < count; ++i) {
+            const double v = std::fabs(double(samples[i]));
+            if (v > m_report.peak)
+                m_report.peak = v;
+            if (v > 1.0 && !m_report.floatOutput)
+                ++m_report.clippedSamples;
+        }
     }
 
     __attribute__((format(printf, 2, 3))) bool fail(const char* format, ...)
@@ -225,20 +245,29 @@ private:
     std::vector<float> m_in, m_out;
     sf_count_t m_skip = 0;
     sf_count_t m_written = 0;
+    AUDIO_RenderReport m_report{};
 };
 
 } // namespace
 
-extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, const char* input, const char* output,
-                                AUDIO_ProgressProc progress, void* user, char* error, int errorSize)
+extern "C" int AUDIO_RenderFileEx(const char* filterName, const char* config, const char* input, const char* output,
+                                  int flags, AUDIO_ProgressProc progress, void* user, AUDIO_RenderReport* report,
+                                  char* error, int errorSize)
 {
     if (!input || !output || !*input || !*output) {
         setError(error, errorSize, "an input and an output file are needed");
         return 0;
     }
     Render render(error, errorSize);
-    return render.openInput(input) && render.createEffect(filterName, config) && render.openOutput(output) &&
-                   render.run(progress, user) && render.finish()
-               ? 1
-               : 0;
+    const bool ok = render.openInput(input) && render.createEffect(filterName, config) &&
+                    render.openOutput(output, flags) && render.run(progress, user) && render.finish();
+    if (report)
+        *report = render.report();
+    return ok ? 1 : 0;
+}
+
+extern "C" int AUDIO_RenderFile(const char* filterName, const char* config, const char* input, const char* output,
+                                AUDIO_ProgressProc progress, void* user, char* error, int errorSize)
+{
+    return AUDIO_RenderFileEx(filterName, config, input, output, 0, progress, user, nullptr, error, errorSize);
 }

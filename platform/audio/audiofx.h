@@ -110,6 +110,20 @@ typedef int (*AUDIO_ProgressProc)(void* user, double fraction);
 int AUDIO_RenderFile(const char* filterName, const char* config, const char* input, const char* output,
                      AUDIO_ProgressProc progress, void* user, char* error, int errorSize);
 
+/* What a render did beyond its output. */
+typedef struct AUDIO_RenderReport {
+    long long clippedSamples; /* beyond full scale, cut by an output format of whole numbers */
+    double peak;              /* the largest magnitude the effect gave, 1 being full scale */
+    int floatOutput;          /* the output holds 32-bit floats */
+} AUDIO_RenderReport;
+
+enum { AUDIO_RENDER_FLOAT = 1 /* write 32-bit float, whatever the input's format */ };
+
+/* AUDIO_RenderFile with flags, and what it did in *report (may be null). */
+int AUDIO_RenderFileEx(const char* filterName, const char* config, const char* input, const char* output, int flags,
+                       AUDIO_ProgressProc progress, void* user, AUDIO_RenderReport* report, char* error,
+                       int errorSize);
+
 #ifdef __cplusplus
 }
 #endif

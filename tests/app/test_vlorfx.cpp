@@ -114,8 +114,16 @@ TEST_F(Apply, BadRequestsFailClearlyAndWriteNothing)
     const std::vector<Case> cases = {
         {"apply " + in + " " + out, 2, "one of --vst2 FILE and --vst3 BUNDLE is needed"},
         {"apply --vst2 '" + kStereo + "' " + in, 2, "an input and an output file are needed"},
-        {"apply --vst2 '" + kStereo + "' --param 0 " + in + " " + out, 2, "bad --param"},
-        {"apply --vst2 '" + kStereo + "' --param 0=1.5 " + in + " " + out, 2, "bad --param"},
+        // A bad value says which and why, in one line.
+        {"apply --vst2 '" + kStereo + "' --param 0 " + in + " " + out, 2, "bad --param '0': it needs INDEX=VALUE"},
+        {"apply --vst2 '" + kStereo + "' --param 0=1.5 " + in + " " + out, 2, "the value must be from 0 to 1"},
+        {"apply --vst2 '" + kStereo + "' --param x=0.5 " + in + " " + out, 2, "the index 'x' is no number"},
+        {"apply --vst2 '" + kStereo + "' --param 0=loud " + in + " " + out, 2, "the value 'loud' is no number"},
+        {"apply --vst2 '" + kStereo + "' " + in + " --param", 2, "--param needs a value"},
+        {"apply --vst2 '" + kStereo + "' --cid 51000000000000000000000000000001 " + in + " " + out, 2,
+         "--cid is for --vst3"},
+        {"apply --vst2 '" + kStereo + "' --id 12 " + in + " " + out, 2, "holds one plugin, not a shell"},
+        {"apply --vst2 '" + kStereo + "' " + in + " " + in, 2, "is the input file; give --force"},
         {"apply --vst2 '" + kStereo + "' --bogus " + in + " " + out, 2, "unknown option"},
         {"apply --vst2 '" + kStereo + "' --param 9=0.5 " + in + " " + out, 1, "does not exist"},
         {"apply --vst2 /no/such.so " + in + " " + out, 1, "No such file"},
@@ -129,6 +137,9 @@ TEST_F(Apply, BadRequestsFailClearlyAndWriteNothing)
         EXPECT_EQ(run(c.args), c.status) << c.args;
         EXPECT_NE(err().find(c.message), std::string::npos) << c.args << "\n" << err();
         EXPECT_FALSE(BLIO_Exists(dir.file("out.wav").c_str())) << c.args;
+        if (c.status == 2 && c.message != "unknown option") { // the help is asked for, not pressed on
+            EXPECT_EQ(err().find("usage:"), std::string::npos) << c.args;
+        }
     }
     EXPECT_EQ(run("apply --help"), 0);
     EXPECT_NE(readFile(dir.file("stdout")).find("usage: vlorfx apply"), std::string::npos);
@@ -175,7 +186,12 @@ TEST_F(Apply, AVst3EffectIsAppliedWithItsParametersOrAState)
              dir.file("x.wav") + "'",
          "no parameter with ID 9"},
         {"apply --vst3 /tmp " + in + " '" + dir.file("x.wav") + "'", "not a VST3 bundle"},
-        {"apply --vst2 x.so --vst3 '" + bundle + "' " + in + " '" + dir.file("x.wav") + "'", "one of --vst2"},
+        {"apply --vst2 x.so --vst3 '" + bundle + "' " + in + " '" + dir.file("x.wav") + "'", "cannot be used together"},
+        {"apply --vst3 '" + bundle + "' --in-process " + in + " '" + dir.file("x.wav") + "'", "--in-process is for --vst2"},
+        {"apply --vst3 '" + bundle + "' --id 3 " + in + " '" + dir.file("x.wav") + "'", "--id is for --vst2"},
+        {"apply --vst3 '" + bundle + "' --cid 51000000000000000000000000000001 --state garbage " + in + " '" +
+             dir.file("x.wav") + "'",
+         "--state cannot be read"},
     };
     for (const Case& c : cases) {
         EXPECT_NE(run(c.args), 0) << c.args;
@@ -391,4 +407,178 @@ TEST_F(Apply, TheSettingsStoreReplacesNothingButAFile)
     EXPECT_TRUE(S_ISLNK(st.st_mode));
     ASSERT_EQ(stat(fifo.c_str(), &st), 0);
     EXPECT_TRUE(S_ISFIFO(st.st_mode));
+}
+
+/* ---- the command line as a person meets it ------------------------------- */
+
+namespace {
+
+class Cli : public Apply {
+protected:
+    std::string out() { return readFile(dir.file("stdout")); }
+    // A folder of copies of fixture plugins under the names given.
+    std::string plugins(const std::vector<std::pair<std::string, std::string>>& copies)
+    {
+        const std::string folder = dir.file("plugins");
+        mkdir(folder.c_str(), 0755);
+        for (const auto& c : copies)
+            EXPECT_TRUE(QFile::copy(QString::fromStdString(VLOR_FIXTURE_VST_DIR "/" + c.first),
+                                    QString::fromStdString(folder + "/" + c.second)));
+        return folder;
+    }
+    int lineOf(const std::string& text, const std::string& what)
+    {
+        const size_t at = text.find(what);
+        return at == std::string::npos ? -1 : int(std::count(text.begin(), text.begin() + long(at), '\n'));
+    }
+    void writePcm16(const std::string& name, float amplitude)
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+        SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_WRITE, &info);
+        std::vector<float> v(2 * 4410);
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = amplitude * float(std::sin(0.01 * double(i)));
+        sf_writef_float(f, v.data(), 4410);
+        sf_close(f);
+    }
+    int formatOf(const std::string& name)
+    {
+        SF_INFO info{};
+        SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_READ, &info);
+        if (f)
+            sf_close(f);
+        return f ? info.format & SF_FORMAT_SUBMASK : -1;
+    }
+};
+
+} // namespace
+
+TEST_F(Cli, HelpVersionAndTheDataFolderSayWhatTheyShould)
+{
+    struct Case {
+        std::string args;
+        int status;
+        std::string stream; // "out" or "err"
+        std::vector<std::string> says;
+    };
+    const std::vector<Case> cases = {
+        {"--version", 0, "out", {"vlorfx 0."}},
+        {"--help", 0, "out", {"demo", "scan", "list", "enable", "disable", "recheck", "apply", "VST2 or VST3", "--version"}},
+        {"", 2, "err", {"usage: vlorfx"}},
+        {"bogus", 2, "err", {"unknown command 'bogus'"}},
+    };
+    for (const Case& c : cases) {
+        const std::string cmd = "'" + kVlorfx + "' " + c.args + " >'" + dir.file("stdout") + "' 2>'" + dir.file("stderr") + "'";
+        const int status = std::system(cmd.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
+        const std::string text = c.stream == "out" ? out() : err();
+        for (const std::string& s : c.says)
+            EXPECT_NE(text.find(s), std::string::npos) << c.args << " should say " << s << "\n" << text;
+    }
+    const std::string cmd = "'" + kVlorfx + "' --data 2>'" + dir.file("stderr") + "'";
+    EXPECT_EQ(WEXITSTATUS(std::system(cmd.c_str())), 2);
+    EXPECT_NE(err().find("--data needs a folder"), std::string::npos) << err();
+    // Every command explains itself with an example.
+    for (const char* command : {"demo", "scan", "list", "enable", "disable", "recheck", "apply", "classes", "probe"}) {
+        EXPECT_EQ(run(std::string(command) + " --help"), 0) << command;
+        EXPECT_NE(out().find("example:"), std::string::npos) << command << "\n" << out();
+    }
+}
+
+TEST_F(Cli, ScanWithoutATerminalNamesEachPluginAndListsTheFailures)
+{
+    const std::string folder = plugins({{"vlor-fixture-stereo.so", "stereo.so"}, {"vlor-fault-synth.so", "synth.so"}});
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + folder + "'"), 0) << err();
+    EXPECT_NE(err().find("VST2: checking stereo.so"), std::string::npos) << err();
+    EXPECT_NE(err().find("VST2: checking synth.so"), std::string::npos) << err();
+    EXPECT_EQ(err().find('\r'), std::string::npos); // no terminal: plain lines
+    EXPECT_NE(out().find("failed: 1"), std::string::npos) << out();
+    EXPECT_NE(out().find("failures:\n  VST2 " + folder + "/synth.so: not an effect"), std::string::npos) << out();
+
+    // --quiet keeps the summary alone; nothing new is checked the second time.
+    ASSERT_EQ(run("scan --quiet --no-vst3"), 0) << err();
+    EXPECT_NE(out().find("failed: 1"), std::string::npos);
+    EXPECT_EQ(out().find("failures:"), std::string::npos) << out();
+    EXPECT_EQ(err().find("checking"), std::string::npos) << err();
+}
+
+TEST_F(Cli, ListSortsEscapesAndSpeaksOneVocabulary)
+{
+    // The same plugin twice (the second copy is a duplicate and fails), one
+    // name with an escape sequence that would clear a terminal.
+    const std::string folder = plugins({{"vlor-fixture-stereo.so", "b-stereo.so"},
+                                        {"vlor-fixture-stereo.so", "a\x1b[2J-stereo.so"},
+                                        {"vlor-fault-synth.so", "synth.so"}});
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + folder + "'"), 0) << err();
+    ASSERT_EQ(run("list"), 0) << err();
+    const std::string list = out();
+    EXPECT_EQ(list.find('\x1b'), std::string::npos) << list;
+    EXPECT_NE(list.find("a\\e[2J-stereo.so"), std::string::npos) << list;
+    // Sorted by product, whatever the folder's order, case aside.
+    EXPECT_LT(lineOf(list, "a\\e[2J"), lineOf(list, "synth.so")) << list;
+    EXPECT_LT(lineOf(list, "synth.so"), lineOf(list, "Vlor Fixture Stereo")) << list;
+    // One vocabulary, and the failure says why.
+    for (const char* word : {" on ", " failed ", "(not an effect"})
+        EXPECT_NE(list.find(word), std::string::npos) << word << "\n" << list;
+    for (const char* word : {"Loaded", "Disabled", "Failed", "Enabled"})
+        EXPECT_EQ(list.find(word), std::string::npos) << word << "\n" << list;
+}
+
+TEST_F(Cli, EnableDisableAndRecheckActOnAPluginByFileOrName)
+{
+    const std::string folder = plugins({{"vlor-fixture-stereo.so", "stereo.so"}, {"vlor-fault-synth.so", "synth.so"}});
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + folder + "'"), 0) << err();
+
+    ASSERT_EQ(run("disable '" + folder + "/stereo.so'"), 0) << err();
+    EXPECT_NE(out().find("Vlor Fixture Stereo: VST2 " + folder + "/stereo.so, off"), std::string::npos) << out();
+    ASSERT_EQ(run("list"), 0);
+    EXPECT_NE(out().find(" off "), std::string::npos) << out();
+
+    ASSERT_EQ(run("enable 'vlor fixture stereo'"), 0) << err();
+    EXPECT_NE(out().find(", on"), std::string::npos) << out();
+
+    // A plugin that cannot be used fails its recheck again, with the reason.
+    EXPECT_EQ(run("recheck '" + folder + "/synth.so'"), 1);
+    EXPECT_NE(out().find("failed (not an effect"), std::string::npos) << out();
+    // One that can is checked anew and comes back on.
+    ASSERT_EQ(run("recheck '" + folder + "/stereo.so'"), 0) << err() << out();
+    EXPECT_NE(out().find(", on"), std::string::npos) << out();
+
+    EXPECT_EQ(run("enable nothing-like-it"), 1);
+    EXPECT_NE(err().find("nothing in the catalog is 'nothing-like-it'"), std::string::npos) << err();
+    EXPECT_EQ(run("disable"), 2);
+}
+
+TEST_F(Cli, ApplyKeepsTheFormatReportsClippingAndAsksBeforeWritingOverItsInput)
+{
+    writePcm16("pcm.wav", 0.5f);
+    const std::string stereo = "apply --vst2 '" + kStereo + "' ";
+    // +24 dB on a half-scale signal: 16-bit output cuts it, and says so.
+    ASSERT_EQ(run(stereo + "--param 0=1 '" + dir.file("pcm.wav") + "' '" + dir.file("loud.wav") + "'"), 0) << err();
+    EXPECT_EQ(formatOf("loud.wav"), SF_FORMAT_PCM_16);
+    EXPECT_NE(err().find("went beyond full scale"), std::string::npos) << err();
+    EXPECT_NE(err().find("--float keeps them"), std::string::npos) << err();
+    ASSERT_EQ(run(stereo + "--float --param 0=1 '" + dir.file("pcm.wav") + "' '" + dir.file("float.wav") + "'"), 0);
+    EXPECT_EQ(formatOf("float.wav"), SF_FORMAT_FLOAT);
+    EXPECT_EQ(err().find("full scale"), std::string::npos) << err();
+    const std::vector<float> kept = read("float.wav");
+    ASSERT_FALSE(kept.empty());
+    EXPECT_GT(*std::max_element(kept.begin(), kept.end()), 1.5f);
+
+    // Over its own input only when asked.
+    EXPECT_EQ(run(stereo + "'" + dir.file("pcm.wav") + "' '" + dir.file("pcm.wav") + "'"), 2);
+    ASSERT_EQ(run(stereo + "--force --param 0=0.5 '" + dir.file("pcm.wav") + "' '" + dir.file("pcm.wav") + "'"), 0)
+        << err();
+    EXPECT_EQ(formatOf("pcm.wav"), SF_FORMAT_PCM_16);
+
+    // What a plugin prints while it runs here reaches neither output.
+    ASSERT_EQ(run("apply --in-process --vst2 '" VLOR_FIXTURE_VST_DIR "/vlor-fault-chatty.so' '" + dir.file("in.wav") +
+                  "' '" + dir.file("chat.wav") + "'"),
+              0)
+        << err();
+    EXPECT_EQ(out().find("chatty plugin says"), std::string::npos) << out();
+    EXPECT_EQ(err().find("chatty plugin says"), std::string::npos) << err();
 }
