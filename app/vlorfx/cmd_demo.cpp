@@ -4,6 +4,7 @@
 // signal, with the result written next to the input and a report of what it did.
 #include "catalog.h"
 #include "commands.h"
+#include "text.h"
 
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
@@ -149,8 +150,7 @@ namespace {
 // What the scan found, in a few lines.
 void printScanSummary(const vlorfx::ScanSummary& s)
 {
-    std::printf("VST2: %d plugin files, %d enabled, %d failed (instruments, or no plugin)\n", s.found, s.enabled,
-                s.failed);
+    std::printf("VST2: %d plugin files, %d enabled, %d failed\n", s.found, s.enabled, s.failed);
     std::printf("VST3: %d bundles, %d effect classes, %d verified and enabled, %d failed, %d crashed\n", s.bundles,
                 s.classes, s.classesEnabled, s.classesFailed, s.classesCrashed);
     int pairs = 0;
@@ -160,7 +160,13 @@ void printScanSummary(const vlorfx::ScanSummary& s)
         origins << QStringLiteral("%1 by %2").arg(it.value()).arg(it.key());
     }
     std::printf("pairs: %d products exist in both formats (%s)\n", pairs, qPrintable(origins.join(QStringLiteral(", "))));
-    std::printf("all of it in %.0f ms\n\n", s.milliseconds);
+    std::printf("all of it in %.0f ms\n", s.milliseconds);
+    if (!s.failures.isEmpty()) {
+        std::printf("what failed, and why:\n");
+        for (const QString& f : s.failures)
+            std::printf("  %s\n", vlorfx::printable(f).constData());
+    }
+    std::printf("\n");
 }
 
 // The filter and its configuration that apply the pair in its active format.
