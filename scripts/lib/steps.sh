@@ -19,7 +19,7 @@ build_tree() {
   fi
   local tty=0
   [ -t 1 ] && tty=1
-  local status
+  local status errexit=$-
   set +e
   cmake --build "$dir" -j "${jobs:-$(nproc)}" 2>&1 | tee -a "$log" | {
     last=-1
@@ -37,11 +37,59 @@ build_tree() {
     [ $tty = 1 ] && printf '\r\033[K'
   }
   status=${PIPESTATUS[0]}
-  set -e
+  [[ $errexit == *e* ]] && set -e
   if [ "$status" -ne 0 ]; then
     step "building $label failed; the end of its log ($log):"
     tail -n 60 "$log"
     return 1
   fi
   step "built $label"
+}
+
+# The counts of every test run, for the last line.
+passed=0
+failed=0
+parts=()
+status=0
+
+# Runs the tests of a tree; its log keeps everything, the screen gets the
+# failures and a line of counts. run_tests DIR LABEL HOW [CTEST OPTIONS...]
+run_tests() {
+  local dir=$1 label=$2 how=$3
+  shift 3
+  local log=$dir/tests.log
+  step "running the $label$how"
+  local rc errexit=$-
+  set +e
+  (cd "$dir" && ctest --output-on-failure -j "$jobs" "$@") > "$log" 2>&1
+  rc=$?
+  [[ $errexit == *e* ]] && set -e
+  local line total bad
+  line=$(grep -E '[0-9]+ tests failed out of [0-9]+' "$log" | tail -n 1 || true)
+  if [ -z "$line" ]; then
+    step "the $label did not run; the end of their log ($log):"
+    tail -n 40 "$log"
+    failed=$((failed + 1))
+    status=1
+    return
+  fi
+  bad=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\1/' <<< "$line")
+  total=$(sed -E 's/.* ([0-9]+) tests failed out of ([0-9]+).*/\2/' <<< "$line")
+  passed=$((passed + total - bad))
+  failed=$((failed + bad))
+  parts+=("$((total - bad))/$total $label")
+  if [ "$rc" -ne 0 ] || [ "$bad" -ne 0 ]; then
+    status=1
+    sed -n '/The following tests FAILED/,$p' "$log"
+    step "the failing tests' output is in $log"
+  fi
+  printf '  %s: %d passed, %d failed\n' "$label" $((total - bad)) "$bad"
+}
+
+# One line for all runs, in the "N passed, N failed" form CI reads.
+print_summary() {
+  local summary
+  summary=$(printf '%s, ' "${parts[@]}")
+  summary=${summary%, }
+  printf 'scripts/%s: %d passed, %d failed (%s)\n' "${0##*/}" "$passed" "$failed" "$summary"
 }
