@@ -1,0 +1,245 @@
+// A VST2 plugin in the mixer: every operation is one call of the engine on
+// the plugin's config instance, which the power calls make and end.
+#include "QVlorVst_MixerEffect.h"
+
+#include "QVlorUtils.h"
+
+#include "audiovst.h"
+
+#include <QDebug>
+
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+namespace QVlorVst {
+
+class MixerEffect::Data {
+public:
+    Plugin plugin;
+    _VSTEFFECT* effect = nullptr;
+    _VSTINSTANCE* instance = nullptr;
+};
+
+namespace {
+
+QString text(const char* s) { return s ? QString::fromUtf8(s) : QString(); }
+
+} // namespace
+
+MixerEffect::MixerEffect(const Plugin& plugin, int sampleRate, unsigned int channels)
+    : QVlorMixer::Effect(sampleRate, channels), d(new Data)
+{
+    // The copy shares the record: a failure marked here shows in the catalog's copy too.
+    d->plugin = plugin;
+    d->effect = AUDIOVST_FindPluginByUniqId(int(plugin.uniqueId()));
+    if (!d->effect)
+        d->effect = AUDIOVST_FindPluginEx(plugin.filename().toUtf8().constData(), int(plugin.uniqueId()), false);
+    if (!d->effect)
+        d->plugin.setFailed(true);
+}
+
+MixerEffect::~MixerEffect()
+{
+    if (d->instance)
+        powerOff();
+    delete d;
+}
+
+bool MixerEffect::isOk() const { return d->instance != nullptr; }
+bool MixerEffect::isInstance(const void* instance) const { return instance && instance == d->instance; }
+
+bool MixerEffect::powerOn(int blockSize)
+{
+    if (d->instance) {
+        qWarning() << "Effect already on!";
+        return false;
+    }
+    d->instance = AUDIOVST_CreateConfigInstance(d->effect);
+    if (!d->instance)
+        return false;
+    if (AUDIOVST_ActivateEngine(d->instance, blockSize, sampleRate()) && AUDIOVST_StartEngine(d->instance))
+        return true;
+    AUDIOVST_DestroyConfigInstance(&d->instance);
+    d->instance = nullptr;
+    return false;
+}
+
+bool MixerEffect::powerOff()
+{
+    if (!d->instance) {
+        qWarning() << "Effect already off!";
+        return false;
+    }
+    // Ending the instance takes the place of deactivating it.
+    const bool stopped = AUDIOVST_StopEngine(d->instance) != 0;
+    const bool destroyed = AUDIOVST_DestroyConfigInstance(&d->instance) != 0;
+    d->instance = nullptr;
+    return stopped && destroyed;
+}
+
+int MixerEffect::process(float* input, float* output, int, int frames)
+{
+    return AUDIOVST_ProcessSamples(d->instance, input, output, int(numChannels()), frames) ? frames : 0;
+}
+
+void MixerEffect::reset()
+{
+    const float* defaults = AUDIOVST_GetDefaultProgram(d->effect);
+    if (!defaults)
+        return;
+    for (int i = 0; i < numParams(); ++i)
+        AUDIOVST_SetParameter(d->instance, i, defaults[i]);
+}
+
+int MixerEffect::tailSize() const { return AUDIOVST_GetTailSize(d->instance); }
+
+QString MixerEffect::name() const { return d->effect ? text(AUDIOVST_GetEffectName(d->effect)) : QStringLiteral("Invalid"); }
+QString MixerEffect::vendor() const { return d->effect ? text(AUDIOVST_GetVendorString(d->effect)) : QStringLiteral("Invalid"); }
+QString MixerEffect::hash() const { return d->effect ? text(AUDIOVST_GetHash(d->effect)) : QString(); }
+QString MixerEffect::filename() const { return d->effect ? text(AUDIOVST_GetFileName(d->effect)) : QString(); }
+qint64 MixerEffect::uniqueId() const { return d->plugin.uniqueId(); }
+bool MixerEffect::isNative() const { return AUDIOVST_IsNative(d->effect); }
+int MixerEffect::numParams() const { return AUDIOVST_GetNumParams(d->effect); }
+int MixerEffect::numPrograms() const { return AUDIOVST_GetNumBuiltInPrograms(d->effect); }
+
+bool MixerEffect::setBypass(bool bypass) { return AUDIOVST_SetBypass(d->instance, bypass ? 1 : 0) != 0; }
+bool MixerEffect::hasEditor() const { return AUDIOVST_HasEditor(d->instance) != 0; }
+bool MixerEffect::openEditor(void* window) { return hasEditor() && AUDIOVST_EditorOpen(d->instance, window); }
+bool MixerEffect::closeEditor(void* window) { return hasEditor() && AUDIOVST_EditorClose(d->instance, window); }
+bool MixerEffect::refresh() { return hasEditor() && AUDIOVST_EditorIdle(d->instance); }
+
+QSize MixerEffect::editorSize() const
+{
+    int width = 0, height = 0;
+    if (!AUDIOVST_EditorGetSize(d->instance, &width, &height))
+        return QSize(-1, -1);
+    return QSize(width, height);
+}
+
+bool MixerEffect::checkState(bool force)
+{
+    if (!d->instance)
+        return false;
+    return force ? AUDIOVST_ForceRecheck(d->effect) != 0 : AUDIOVST_CheckState(d->instance) != 0;
+}
+
+QString MixerEffect::parameterName(int index) const { return text(AUDIOVST_GetParameterName(d->effect, index)); }
+QString MixerEffect::parameterLabel(int index) const { return text(AUDIOVST_GetParameterLabel(d->effect, index)); }
+
+int MixerEffect::parameterKind(int index) const
+{
+    const int kind = AUDIOVST_GetParameterKind(d->effect, index);
+    return kind >= 1 && kind <= 3 ? kind : 0;
+}
+
+QString MixerEffect::parameterMinValueString(int index, bool* ok) const
+{
+    return parameterValueString(index, parameterMaxValue(index), parameterMinValue(index), 0.0f, ok);
+}
+
+QString MixerEffect::parameterMaxValueString(int index, bool* ok) const
+{
+    return parameterValueString(index, parameterMaxValue(index), parameterMinValue(index), 1.0f, ok);
+}
+
+float MixerEffect::parameterValue(int index) const { return AUDIOVST_GetParameter(d->instance, index); }
+float MixerEffect::parameterMinValue(int index) const { return AUDIOVST_GetParameterMinValue(d->effect, index); }
+float MixerEffect::parameterMaxValue(int index) const { return AUDIOVST_GetParameterMaxValue(d->effect, index); }
+bool MixerEffect::setParameterValue(int index, float value) { return AUDIOVST_SetParameter(d->instance, index, value) != 0; }
+
+bool MixerEffect::setParameterValueString(int index, const QString& text)
+{
+    return AUDIOVST_SetStringParameter(d->instance, index, text.toUtf8().constData()) != 0;
+}
+
+bool MixerEffect::setParameterOption(int index, const QString& label)
+{
+    return AUDIOVST_SetParameterOption(d->instance, index, label.toUtf8().constData()) != 0;
+}
+
+int MixerEffect::parameterNumOptions(int index) const
+{
+    return parameterKind(index) == 1 ? AUDIOVST_GetNumParamOptions(d->effect, index) : 0;
+}
+
+QString MixerEffect::parameterOptionLabel(int index, int option) const
+{
+    return parameterKind(index) == 1 ? text(AUDIOVST_GetParamOptionLabel(d->effect, index, option)) : QString();
+}
+
+QString MixerEffect::parameterValueString(int index, float maxValue, float minValue, float value, bool* ok) const
+{
+    char buffer[32];
+    if (!AUDIOVST_GetParameterDisplayString(d->instance, index, buffer, sizeof(buffer), value))
+        return QString();
+    const QString shown = QString::fromUtf8(buffer);
+    float number = 0;
+    if (std::sscanf(buffer, "%f", &number) != 1) {
+        *ok = false;
+        return shown;
+    }
+    if (number > 999999.0f) {
+        *ok = false;
+        return QStringLiteral("+%1").arg(QChar(0x221E));
+    }
+    if (number < -999999.0f) {
+        *ok = false;
+        return QStringLiteral("-%1").arg(QChar(0x221E));
+    }
+    // A display that strays from the line through the range is no number to type into.
+    const float low = std::min(minValue, maxValue), high = std::max(minValue, maxValue);
+    const float clamped = std::min(std::max(number, low), high);
+    const float mapped = maxValue != minValue ? (clamped - minValue) / (maxValue - minValue) : 0.0f;
+    if (std::fabs(mapped - value) > 0.1f)
+        *ok = false;
+    return shown;
+}
+
+QString MixerEffect::params() const
+{
+    if (!d->instance)
+        return QString();
+    QList<float> values(numParams());
+    if (values.isEmpty() || !AUDIOVST_GetParameters(d->instance, values.data(), int(values.size())))
+        return QString();
+    return QStringLiteral("params=[%1]").arg(QVlorUtils::vec2str(values));
+}
+
+void MixerEffect::setParams(const QString& text)
+{
+    const QList<float> values = QVlor::getFloatVectorFromString(text, QStringLiteral("params"));
+    if (!values.isEmpty() && values.size() == numParams())
+        AUDIOVST_SetParameters(d->instance, values.constData(), int(values.size()));
+}
+
+QPair<QString, QString> MixerEffect::program(int index) const
+{
+    const float* values = AUDIOVST_GetBuiltInProgramParams(d->effect, index);
+    if (index < 0 || index >= numPrograms() || !values)
+        return {};
+    QList<float> list;
+    for (int i = 0; i < numParams(); ++i)
+        list << values[i];
+    return {text(AUDIOVST_GetProgramName(d->effect, index)), QStringLiteral("params=[%1]").arg(QVlorUtils::vec2str(list))};
+}
+
+void MixerEffect::setProgram(const QString& name, const QString& config)
+{
+    const QList<float> values = QVlor::getFloatVectorFromString(config, QStringLiteral("params"));
+    if (values.size() != numParams())
+        return;
+    const int index = AUDIOVST_GetProgramIndex(d->effect, name.toUtf8().constData());
+    if (index < 0) {
+        AUDIOVST_SetParameters(d->instance, values.constData(), int(values.size()));
+        return;
+    }
+    AUDIOVST_SetProgram(d->instance, index);
+    QList<float> now(numParams());
+    const bool read = AUDIOVST_GetParameters(d->instance, now.data(), int(now.size())) != 0;
+    // A stored preset wins over the plugin's own program of that name.
+    if (!read || now != values)
+        AUDIOVST_SetParameters(d->instance, values.constData(), int(values.size()));
+}
+
+} // namespace QVlorVst

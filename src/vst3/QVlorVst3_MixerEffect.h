@@ -1,0 +1,43 @@
+#ifndef QVLORVST3_MIXEREFFECT_H
+#define QVLORVST3_MIXEREFFECT_H
+// A VST3 effect class as a real-time effect of the mixer: each operation is
+// one call of the engine on its instance.
+
+#include "QVlorMixer.h"
+#include "QVlorVst3_Catalog.h"
+
+#include <QString>
+
+struct _Vst3Instance;
+
+namespace QVlorVst3 {
+
+class MixerEffect : public QVlorMixer::Effect {
+    Q_OBJECT
+public:
+    MixerEffect(const QVlorVst3::Plugin& plugin, int sampleRate, unsigned int channels);
+    ~MixerEffect() override;
+
+    bool isOk() const override;
+    using QVlorMixer::Effect::process;
+    int process(float* input, float* output, int channels, int frames) override;
+    void reset() override;
+    int tailSize() const override;
+    bool reconfigure(const QString& config) override;
+
+    bool powerOn(int blockSize);
+    bool powerOff();
+    bool setBypass(bool on);
+    _Vst3Instance* instance() const;
+    QVlorVst3::Plugin plugin() const;
+    QString params() const;
+    bool setParams(const QString& text);
+
+private:
+    class Data;
+    Data* d;
+};
+
+} // namespace QVlorVst3
+
+#endif
