@@ -1,5 +1,6 @@
 // vlorfx apply: a VST2 effect over an audio file, through the "VST host"
 // filter exactly as the editor applies one.
+#include "chatter.h"
 #include "commands.h"
 
 #include "audiofx.h"
@@ -47,6 +48,7 @@ const char* const kHelp =
     "  --state STRING       for VST3, a saved state (presetsize=...,presetdata=\"...\",...)\n"
     "  --float              write OUT as 32-bit float\n"
     "  --force              write OUT even when it is IN\n"
+    "  --mixer              a chain of effects of either format, in real time (apply --mixer --help)\n"
     "\n"
     "example:\n"
     "  vlorfx apply --vst2 /usr/lib/vst/ZamComp-vst.so --param 0=0.3 in.wav out.wav\n"
@@ -128,47 +130,6 @@ std::string whyNot(const std::string& file, int id)
     return file + " cannot be applied: it is no VST2 effect (an instrument, or not a plugin)";
 }
 
-// While a plugin runs here, what it prints goes nowhere (or stays, with
-// VLORFX_VERBOSE): the terminal and our output are the user's.
-class PluginChatterAside {
-public:
-    PluginChatterAside()
-    {
-        if (std::getenv("VLORFX_VERBOSE"))
-            return;
-        std::fflush(stdout);
-        std::fflush(stderr);
-        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
-        for (int k = 0; k < 2; ++k) {
-            m_saved[k] = dup(k + 1);
-            if (m_saved[k] >= 0 && null >= 0)
-                dup2(null, k + 1);
-        }
-        if (null >= 0)
-            close(null);
-        if (m_saved[1] >= 0)
-            m_out = fdopen(dup(m_saved[1]), "w");
-    }
-    ~PluginChatterAside()
-    {
-        if (m_out)
-            std::fclose(m_out);
-        std::fflush(stdout);
-        std::fflush(stderr);
-        for (int k = 0; k < 2; ++k)
-            if (m_saved[k] >= 0) {
-                dup2(m_saved[k], k + 1);
-                close(m_saved[k]);
-            }
-    }
-    // Where our own progress goes meanwhile.
-    FILE* out() const { return m_out ? m_out : stderr; }
-
-private:
-    int m_saved[2] = {-1, -1};
-    FILE* m_out = nullptr;
-};
-
 int progressBarTo(void* user, double fraction)
 {
     FILE* out = static_cast<FILE*>(user);
@@ -187,7 +148,7 @@ int render(const char* filter, const std::string& config, const ApplyOptions& o)
     AUDIO_RenderReport report{};
     int ok;
     {
-        PluginChatterAside aside;
+        vlorfx::PluginChatterAside aside;
         ok = AUDIO_RenderFileEx(filter, config.c_str(), o.in.c_str(), o.out.c_str(),
                                 o.floatOutput ? AUDIO_RENDER_FLOAT : 0, bar ? progressBarTo : nullptr, aside.out(),
                                 &report, error, sizeof(error));
@@ -441,6 +402,9 @@ int applyVst2(const ApplyOptions& o)
 
 int cmdApply(int argc, char** argv)
 {
+    for (int i = 0; i < argc; ++i)
+        if (!std::strcmp(argv[i], "--mixer"))
+            return cmdApplyMixer(argc, argv);
     ApplyOptions o;
     bool help = false;
     if (const int status = readOptions(argc, argv, &o, &help))

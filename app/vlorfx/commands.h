@@ -11,3 +11,4 @@ int cmdProbe(int argc, char** argv);
 int cmdEnable(int argc, char** argv);
 int cmdDisable(int argc, char** argv);
 int cmdRecheck(int argc, char** argv);
+int cmdApplyMixer(int argc, char** argv);

@@ -582,3 +582,39 @@ TEST_F(Cli, ApplyKeepsTheFormatReportsClippingAndAsksBeforeWritingOverItsInput)
     EXPECT_EQ(out().find("chatty plugin says"), std::string::npos) << out();
     EXPECT_EQ(err().find("chatty plugin says"), std::string::npos) << err();
 }
+
+TEST_F(Cli, ApplyThroughAMixerChainOfBothFormats)
+{
+    const std::string chain = "apply --mixer --block 256 --vst2 '" + kStereo + "' --vst3 '" VLOR_FIXTURE_VST3_DIR
+                              "/vlor-vst3-effects.vst3' --cid 51000000000000000000000000000001 ";
+    ASSERT_EQ(run(chain + "'" + dir.file("in.wav") + "' '" + dir.file("chain.wav") + "'"), 0) << err();
+    const std::vector<float> out = read("chain.wav");
+    ASSERT_EQ(out.size(), input.size());
+    float peakOut = 0;
+    for (float v : out)
+        peakOut = std::max(peakOut, std::fabs(v));
+    EXPECT_GT(peakOut, 0.05f); // both at their defaults: the signal goes through
+    EXPECT_EQ(err(), "");
+
+    struct Case {
+        std::string args;
+        int status;
+        std::string says;
+    };
+    const std::vector<Case> cases = {
+        {"apply --mixer '" + dir.file("in.wav") + "' '" + dir.file("x.wav") + "'", 2, "no effect"},
+        {"apply --mixer --cid 0 --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("x.wav") + "'", 2,
+         "--cid follows the --vst3"},
+        {"apply --mixer --block 3 --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("x.wav") + "'", 2,
+         "bad --block"},
+        {"apply --mixer --vst2 /no/such.so '" + dir.file("in.wav") + "' '" + dir.file("x.wav") + "'", 1,
+         "no VST2 effect that can be used"},
+        {"apply --mixer --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("in.wav") + "'", 2,
+         "give --force"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(run(c.args), c.status) << c.args;
+        EXPECT_NE(err().find(c.says), std::string::npos) << c.args << "\n" << err();
+        EXPECT_FALSE(BLIO_Exists(dir.file("x.wav").c_str())) << c.args;
+    }
+}
