@@ -3,13 +3,14 @@
 #include "blutils.h"
 
 #include <QDesktopServices>
+#include <QGuiApplication>
 #include <QFileInfo>
 #include <QUrl>
 
 #include <atomic>
 
 namespace {
-std::atomic<int> g_uiMode{QVlorApplication::Headless};
+std::atomic<int> g_uiMode{QVlorApplication::Light};
 }
 
 QVlorApplication::QVlorApplication(int& argc, char** argv) : QApplication(argc, argv) {}
@@ -25,13 +26,22 @@ QString QVlorApplication::applicationDataLocation()
     return BLUTILS_GetDataDir(dir, sizeof(dir)) ? QString::fromUtf8(dir) : QString();
 }
 
-QVlorApplication::UiMode QVlorApplication::uiMode() { return UiMode(g_uiMode.load()); }
+int QVlorApplication::uiMode() { return g_uiMode.load(); }
 
-void QVlorApplication::setUiMode(UiMode mode) { g_uiMode = mode; }
+void QVlorApplication::setUiMode(int mode) { g_uiMode = mode; }
+
+bool QVlorApplication::hasDesktop()
+{
+    const QString platform = QGuiApplication::platformName();
+    if (!qobject_cast<QGuiApplication*>(QCoreApplication::instance()) || platform == QLatin1String("offscreen") ||
+        platform == QLatin1String("minimal"))
+        return false;
+    return qEnvironmentVariableIsSet("DISPLAY") || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+}
 
 bool QVlorApplication::showExternalLocation(const QString& path)
 {
-    if (uiMode() != Gui || path.isEmpty())
+    if (!hasDesktop() || path.isEmpty())
         return false;
     const QFileInfo info(path);
     // A file is shown by opening the folder that holds it.

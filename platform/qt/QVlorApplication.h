@@ -9,7 +9,8 @@
 class QVlorApplication : public QApplication {
     Q_OBJECT
 public:
-    enum UiMode { Headless = 0, Gui = 1 };
+    // The theme the user interface draws in: 1 light, 0 dark.
+    enum UiMode { Dark = 0, Light = 1 };
 
     QVlorApplication(int& argc, char** argv);
 
@@ -19,8 +20,12 @@ public:
 
     // The application's per-user data folder (settings, catalogs, descriptors).
     static QString applicationDataLocation();
-    static UiMode uiMode();
-    static void setUiMode(UiMode mode);
+    static int uiMode();
+    // For the application's theme switch, and for tests that look at both.
+    static void setUiMode(int mode);
+    // Whether a desktop is there to show files and windows on (not a
+    // command-line run, not an offscreen platform).
+    static bool hasDesktop();
     // Shows a file or folder in the desktop's file manager; false without a desktop.
     static bool showExternalLocation(const QString& path);
 };

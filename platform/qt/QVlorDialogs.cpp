@@ -1,0 +1,99 @@
+#include "QVlorDialogs.h"
+
+#include <QFileDialog>
+#include <QMutex>
+
+namespace {
+
+QMutex g_lock;
+QVlorDialogs::Answerer g_answerer;
+QList<QVlorDialogs::Question> g_asked;
+
+// The answer of the seam, when a test holds it.
+bool answered(const QVlorDialogs::Question& q, QVlorDialogs::Answer* answer)
+{
+    QVlorDialogs::Answerer answerer;
+    {
+        QMutexLocker l(&g_lock);
+        if (!g_answerer)
+            return false;
+        answerer = g_answerer;
+        g_asked << q;
+    }
+    *answer = answerer(q);
+    return true;
+}
+
+QMessageBox::StandardButton ask(QWidget* parent, QMessageBox::Icon icon, const QString& kind, const QString& title,
+                                const QString& text, QMessageBox::StandardButtons buttons, bool windowModal)
+{
+    QVlorDialogs::Answer answer;
+    if (answered({kind, title, text, buttons, windowModal}, &answer))
+        return answer.button;
+    QMessageBox box(icon, title, text, buttons, parent);
+    if (windowModal)
+        box.setWindowModality(Qt::WindowModal);
+    return QMessageBox::StandardButton(box.exec());
+}
+
+} // namespace
+
+namespace QVlorDialogs {
+
+void setAnswerer(const Answerer& answerer)
+{
+    QMutexLocker l(&g_lock);
+    g_answerer = answerer;
+}
+
+QList<Question> takeAsked()
+{
+    QMutexLocker l(&g_lock);
+    QList<Question> asked;
+    asked.swap(g_asked);
+    return asked;
+}
+
+} // namespace QVlorDialogs
+
+QMessageBox::StandardButton QVlorMessageBox::information(QWidget* parent, const QString& title, const QString& text,
+                                                         QMessageBox::StandardButtons buttons)
+{
+    return ask(parent, QMessageBox::Information, QStringLiteral("information"), title, text, buttons, false);
+}
+
+QMessageBox::StandardButton QVlorMessageBox::warning(QWidget* parent, const QString& title, const QString& text,
+                                                     QMessageBox::StandardButtons buttons)
+{
+    return ask(parent, QMessageBox::Warning, QStringLiteral("warning"), title, text, buttons, false);
+}
+
+QMessageBox::StandardButton QVlorMessageBox::critical(QWidget* parent, const QString& title, const QString& text,
+                                                      QMessageBox::StandardButtons buttons)
+{
+    return ask(parent, QMessageBox::Critical, QStringLiteral("critical"), title, text, buttons, false);
+}
+
+QMessageBox::StandardButton QVlorMessageBox::question(QWidget* parent, const QString& title, const QString& text,
+                                                      QMessageBox::StandardButtons buttons)
+{
+    return ask(parent, QMessageBox::Question, QStringLiteral("question"), title, text, buttons, false);
+}
+
+QMessageBox::StandardButton QVlorMessageBox::windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
+                                                         const QString& text, QMessageBox::StandardButtons buttons)
+{
+    const QString kind = icon == QMessageBox::Warning    ? QStringLiteral("warning")
+                         : icon == QMessageBox::Critical ? QStringLiteral("critical")
+                         : icon == QMessageBox::Question ? QStringLiteral("question")
+                                                         : QStringLiteral("information");
+    return ask(parent, icon, kind, title, text, buttons, true);
+}
+
+QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory)
+{
+    QVlorDialogs::Answer answer;
+    if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false}, &answer))
+        return answer.directory;
+    return QFileDialog::getExistingDirectory(parent, caption, directory);
+}
