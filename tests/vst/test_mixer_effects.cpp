@@ -271,3 +271,46 @@ TEST_F(Mixer, RealPluginsOfBothFormatsPlay)
     if (!played)
         GTEST_SKIP() << "zam-plugins in both formats are not installed";
 }
+
+// Displays that are no number on the line: an endless value and a huge one
+// show the infinity sign; the caller's *ok is cleared and never set.
+TEST_F(Mixer, Vst2DisplaysOfEndlessValuesShowTheInfinitySign)
+{
+    QVlorVst::MixerEffect fx(vst2Plugin(VLOR_FIXTURE_VST_DIR "/vlor-fault-endless-display.so"), kRate, 2);
+    ASSERT_TRUE(fx.powerOn(256));
+    struct Case {
+        float value;
+        QString shown;
+        bool ok;
+    };
+    for (const Case& c : {Case{0.995f, QStringLiteral("+\u221E"), false}, Case{0.95f, QStringLiteral("-\u221E"), false},
+                          Case{0.5f, QStringLiteral("0.50"), true}}) {
+        ASSERT_TRUE(fx.setParameterValue(0, c.value));
+        bool ok = true;
+        EXPECT_EQ(fx.parameterValueString(0, 1.0f, 0.0f, c.value, &ok), c.shown) << c.value;
+        EXPECT_EQ(ok, c.ok) << c.value;
+        // Only ever cleared: a false the caller brought stays false.
+        bool already = false;
+        fx.parameterValueString(0, 1.0f, 0.0f, c.value, &already);
+        EXPECT_FALSE(already);
+    }
+    EXPECT_TRUE(fx.powerOff());
+}
+
+// A VST3 class whose processing refuses every block gives no audio; the
+// chain passes it over and the next effect still plays.
+TEST_F(Mixer, Vst3AnEffectThatRefusesToProcessIsPassedOver)
+{
+    QVlorVst3::MixerEffect fails(vst3Plugin(kEffects, QStringLiteral("51000000000000000000000000000004")), kRate, 2);
+    ASSERT_TRUE(fails.isOk());
+    ASSERT_TRUE(fails.powerOn(256));
+    QVlorVst3::MixerEffect gain(vst3Plugin(kEffects, kGainCid), kRate, 2);
+    ASSERT_TRUE(gain.powerOn(256));
+    QVlorMixer::Chain chain(2, 256);
+    chain.append(&fails);
+    chain.append(&gain);
+    const std::vector<float> in = sine(1024);
+    std::vector<float> out(in.size());
+    EXPECT_EQ(chain.render(in.data(), out.data(), 1024), 1024);
+    EXPECT_GT(peak(out, out.size() / 2), 0.05f);
+}
