@@ -314,3 +314,28 @@ TEST_F(Mixer, Vst3AnEffectThatRefusesToProcessIsPassedOver)
     EXPECT_EQ(chain.render(in.data(), out.data(), 1024), 1024);
     EXPECT_GT(peak(out, out.size() / 2), 0.05f);
 }
+
+TEST_F(Mixer, AReverbKeepsSoundingAfterItsInputAndAnUnusablePluginNeverStarts)
+{
+    // No usable effect: the copy of the record is marked failed, and nothing starts.
+    QVlorVst::Plugin synth = vst2Plugin(VLOR_FIXTURE_VST_DIR "/vlor-fault-synth.so");
+    QVlorVst::MixerEffect none(synth, kRate, 2);
+    EXPECT_FALSE(none.powerOn(256));
+    EXPECT_FALSE(none.isOk());
+
+    const std::string mverb = "/usr/lib/vst/MVerb-vst.so";
+    if (!BLIO_Exists(mverb.c_str()))
+        GTEST_SKIP() << "dpf-plugins-vst (MVerb) is not installed";
+    QVlorVst::MixerEffect reverb(vst2Plugin(mverb), kRate, 2);
+    ASSERT_TRUE(reverb.powerOn(512)) << mverb;
+    QVlorMixer::Chain chain(2, 512);
+    chain.append(&reverb);
+    // A click, then a second of silence: what comes out after the click is the tail.
+    std::vector<float> in(size_t(kRate) * 2, 0.0f);
+    for (int k = 0; k < 64; ++k)
+        in[size_t(k) * 2] = in[size_t(k) * 2 + 1] = 0.8f;
+    std::vector<float> out(in.size());
+    EXPECT_EQ(chain.render(in.data(), out.data(), kRate), 0);
+    EXPECT_GT(peak(out, size_t(kRate) / 4 * 2), 1e-4f);
+    EXPECT_TRUE(reverb.powerOff());
+}
