@@ -56,29 +56,17 @@ QList<Question> takeAsked()
 
 } // namespace QVlorDialogs
 
-QMessageBox::StandardButton QVlorMessageBox::information(QWidget* parent, const QString& title, const QString& text,
-                                                         QMessageBox::StandardButtons buttons)
-{
-    return ask(parent, QMessageBox::Information, QStringLiteral("information"), title, text, buttons, false);
-}
-
-QMessageBox::StandardButton QVlorMessageBox::warning(QWidget* parent, const QString& title, const QString& text,
-                                                     QMessageBox::StandardButtons buttons)
-{
-    return ask(parent, QMessageBox::Warning, QStringLiteral("warning"), title, text, buttons, false);
-}
-
-QMessageBox::StandardButton QVlorMessageBox::critical(QWidget* parent, const QString& title, const QString& text,
-                                                      QMessageBox::StandardButtons buttons)
-{
-    return ask(parent, QMessageBox::Critical, QStringLiteral("critical"), title, text, buttons, false);
-}
-
-QMessageBox::StandardButton QVlorMessageBox::question(QWidget* parent, const QString& title, const QString& text,
-                                                      QMessageBox::StandardButtons buttons)
-{
-    return ask(parent, QMessageBox::Question, QStringLiteral("question"), title, text, buttons, false);
-}
+#define VLOR_MESSAGE_BOX(name, icon)                                                                               \
+    QMessageBox::StandardButton QVlorMessageBox::name(QWidget* parent, const QString& title, const QString& text,   \
+                                                      QMessageBox::StandardButtons buttons)                         \
+    {                                                                                                              \
+        return ask(parent, QMessageBox::icon, QStringLiteral(#name), title, text, buttons, false);                   \
+    }
+VLOR_MESSAGE_BOX(information, Information)
+VLOR_MESSAGE_BOX(warning, Warning)
+VLOR_MESSAGE_BOX(critical, Critical)
+VLOR_MESSAGE_BOX(question, Question)
+#undef VLOR_MESSAGE_BOX
 
 QMessageBox::StandardButton QVlorMessageBox::windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
                                                          const QString& text, QMessageBox::StandardButtons buttons)
