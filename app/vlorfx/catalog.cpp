@@ -5,6 +5,8 @@
 #include "QVlorSetting.h"
 
 #include <QSet>
+
+#include <algorithm>
 #include <QDir>
 #include <QElapsedTimer>
 
@@ -195,6 +197,8 @@ ScanSummary summarize()
             if (e.vst2 != 0 && !e.vst3.isEmpty())
                 ++s.pairsByOrigin[e.origin];
     }
+    // In the order of the names, not of the folders' listing.
+    std::sort(s.failures.begin(), s.failures.end());
     return s;
 }
 
