@@ -1,0 +1,251 @@
+// The rows of the plugin manager composed from hand-built catalogs: one case
+// a rule, each row told in one line.
+#include "QVlorUnifiedPluginsModel.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+using namespace QVlorVst;
+
+namespace {
+
+// One line a row: kind, name, vendor key, then each present format as
+// "2" or "3", "*" when active, "+" enabled, "g" gated, and its state.
+QString describe(const UnifiedRow& r)
+{
+    if (r.isShellHeader)
+        return QStringLiteral("shell %1 (%2)%3").arg(r.name, r.vendorKey, r.shellEnabled ? "" : " off");
+    if (r.isNewPathHeader)
+        return QStringLiteral("folder%1 %2%3").arg(r.newSection).arg(r.newPath, r.newPathShown ? "" : " hidden");
+    auto format = [](const char* n, const UnifiedFormatInfo& f) {
+        if (!f.present)
+            return QString();
+        return QStringLiteral(" %1%2%3%4%5").arg(QLatin1String(n), f.active ? "*" : "", f.enabled ? "+" : "",
+                                                f.gated ? "g" : "", f.state.isEmpty() ? QString() : ":" + f.state);
+    };
+    QString line = QStringLiteral("%1%2 %3 (%4)").arg(r.newSection ? "raw " : "", r.pairId.isEmpty() ? "row" : "pair",
+                                                      r.name, r.vendorKey);
+    return line + format("2", r.vst2) + format("3", r.vst3) + (r.isNew ? " new" : "") +
+           (r.vendorEnabled ? "" : " vendor-off");
+}
+
+Plugin vst2(const QString& name, qint64 id, const QString& vendor = QStringLiteral("Zam"), bool enabled = true)
+{
+    Plugin p(QStringLiteral("/vst/") + name + QStringLiteral(".so"));
+    p.setExists(true);
+    p.setName(name);
+    p.setVendor(vendor);
+    p.setUniqueId(id);
+    p.setEnabled(enabled);
+    return p;
+}
+
+Path folder(const QString& dir, const QList<Plugin>& plugins)
+{
+    Path path(dir, UserPath);
+    path.setSearched(true);
+    path.setEnabled(true);
+    for (const Plugin& p : plugins)
+        path.appendPlugin(p);
+    return path;
+}
+
+QVlorVst3::CatalogClass cls(const QString& cid, const QString& name, QVlorVst3::CatalogClass::State state,
+                            const QString& vendor = QStringLiteral("Zam"))
+{
+    QVlorVst3::CatalogClass c(cid, name, vendor, QStringLiteral("Fx"), QStringLiteral("1.0"));
+    c.setState(state);
+    c.setEnabled(state == QVlorVst3::CatalogClass::Enabled);
+    return c;
+}
+
+QVlorVst3::CatalogBundle bundle(const QString& path, const QList<QVlorVst3::CatalogClass>& classes, bool probed = true)
+{
+    QVlorVst3::CatalogBundle b;
+    b.setPath(path);
+    b.setProbed(probed);
+    b.setEnabled(true);
+    b.classes() = classes;
+    return b;
+}
+
+const QString A = QStringLiteral("AAAAAAAAAAAAAAAAAAAAAAAAAAAAAAAA");
+const QString B = QStringLiteral("BBBBBBBBBBBBBBBBBBBBBBBBBBBBBBBB");
+constexpr auto On = QVlorVst3::CatalogClass::Enabled;
+constexpr auto Off = QVlorVst3::CatalogClass::Disabled;
+constexpr auto New = QVlorVst3::CatalogClass::New;
+constexpr auto Missing = QVlorVst3::CatalogClass::Missing;
+
+struct Input {
+    QList<Path> paths;
+    QVlorVst3::Catalog catalog;
+    QList<QVlorPluginPairs::Entry> pairs;
+    QList<QString> vst3SearchPaths;
+    QSet<QString> hidden;
+    QSet<qint64> pendingVst2;
+    QSet<QString> pendingCids;
+    bool vst2Scan = true;
+};
+
+struct Case {
+    const char* rule;
+    std::function<void(Input&)> build;
+    QStringList rows;
+};
+
+QVlorPluginPairs::Entry pair(const QString& id, qint64 vst2, const QString& vst3, const QString& active)
+{
+    QVlorPluginPairs::Entry e;
+    e.pairId = id;
+    e.vst2 = vst2;
+    e.vst3 = vst3;
+    e.activeFormat = active;
+    return e;
+}
+
+} // namespace
+
+TEST(UnifiedRows, EachRuleOfTheComposition)
+{
+    const std::vector<Case> cases = {
+        {"nothing in, nothing out", [](Input&) {}, {}},
+        {"a pair is one row; the active format as the pair says",
+         [](Input& in) {
+             in.paths = {folder("/vst", {vst2("ZamComp", 11)})};
+             in.catalog.bundles() = {bundle("/vst3/ZamComp.vst3", {cls(A, "ZamComp VST3", On)})};
+             in.pairs = {pair("p1", 11, A, "vst2")};
+         },
+         {"pair ZamComp (zam) 2*+ 3+"}},
+        {"a pair whose VST2 side is gone keeps one format, active whatever it says",
+         [](Input& in) {
+             in.catalog.bundles() = {bundle("/vst3/ZamComp.vst3", {cls(A, "ZamComp", On)})};
+             in.pairs = {pair("p1", 11, A, "vst2")};
+         },
+         {"pair ZamComp (zam) 3*+"}},
+        {"a pair with both sides gone yields nothing", [](Input& in) { in.pairs = {pair("p1", 11, A, "vst3")}; }, {}},
+        {"with VST3 active an empty vendor stays empty; with VST2 active it comes from VST3",
+         [](Input& in) {
+             in.paths = {folder("/vst", {vst2("One", 1, ""), vst2("Two", 2, "")})};
+             in.catalog.bundles() = {bundle("/vst3/a.vst3", {cls(A, "One3", On, "")}),
+                                     bundle("/vst3/b.vst3", {cls(B, "Two3", On, "Maker")})};
+             in.pairs = {pair("p1", 1, A, "vst3"), pair("p2", 2, B, "vst2")};
+         },
+         {"pair One3 () 2+ 3*+", "pair Two (maker) 2*+ 3+"}},
+        {"unpaired plugins of both formats are rows of their own, new ones marked",
+         [](Input& in) {
+             Plugin fresh = vst2("Fresh", 5);
+             fresh.setNew(true);
+             in.paths = {folder("/vst", {fresh})};
+             in.catalog.bundles() = {bundle("/vst3/x.vst3", {cls(A, "", New)})};
+         },
+         {"row Fresh (zam) 2*+ new", "row x (zam) 3* new"}},
+        {"a shell: a header per vendor, its children behind it; a disabled shell gates them",
+         [](Input& in) {
+             Plugin shell(QStringLiteral("/vst/Shell.so"));
+             shell.setExists(true);
+             shell.setKind(ShellPlugin);
+             shell.setName(QStringLiteral("Shell"));
+             shell.setVendor(QStringLiteral("Waves"));
+             shell.setUniqueId(100);
+             shell.setEnabled(false);
+             shell.addPlugin(QStringLiteral("Child A"), 101, nullptr);
+             shell.addPlugin(QStringLiteral("Child B"), 102, nullptr);
+             for (Plugin& c : shell.plugins()) {
+                 c.setUniqueId(c.pluginId());
+                 c.setEnabled(true);
+                 c.setExists(true);
+             }
+             in.paths = {folder("/vst", {shell})};
+         },
+         {"shell Shell (waves) off", "row Child A (waves) 2*+g", "row Child B (waves) 2*+g"}},
+        {"a VST3 bundle of several classes is a shell; one of a single class is not",
+         [](Input& in) {
+             in.catalog.bundles() = {bundle("/vst3/Multi.vst3", {cls(A, "First", On), cls(B, "Second", Off)}),
+                                     bundle("/vst3/Single.vst3", {cls("CCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCC", "Alone", On)})};
+         },
+         {"row Alone (zam) 3*+", "shell Multi (zam)", "row First (zam) 3*+", "row Second (zam) 3*"}},
+        {"a pending pair operation shows as verifying, but missing stays missing",
+         [](Input& in) {
+             in.paths = {folder("/vst", {vst2("P", 7)})};
+             in.catalog.bundles() = {bundle("/vst3/m.vst3", {cls(A, "Gone", Missing)})};
+             in.pendingVst2 = {7};
+             in.pendingCids = {A};
+         },
+         {"row P (zam) 2*+:verifying", "row Gone (zam) 3*:missing"}},
+        {"a vendor switched off on one VST2 path gates every format of its rows",
+         [](Input& in) {
+             Path path = folder("/vst", {vst2("V", 3, "Acme")});
+             path.setVendorEnabled(QStringLiteral("acme"), false);
+             in.paths = {path};
+             in.catalog.bundles() = {bundle("/vst3/v.vst3", {cls(A, "V3", On, "Acme")})};
+         },
+         {"row V (acme) 2*+g vendor-off", "row V3 (acme) 3*+g vendor-off"}},
+        {"never-probed VST2 plugins under their folder; none when VST2 scanning is off",
+         [](Input& in) {
+             Plugin raw(QStringLiteral("/new/Raw.so"));
+             raw.setExists(true);
+             raw.setMissing(true);
+             in.paths = {folder("/new", {raw})};
+         },
+         {"folder1 /new", "raw row Raw () 2*:missing new"}},
+        {"with VST2 scanning off a never-probed plugin yields nothing",
+         [](Input& in) {
+             Plugin raw(QStringLiteral("/new/Raw.so"));
+             raw.setExists(true);
+             in.paths = {folder("/new", {raw})};
+             in.vst2Scan = false;
+         },
+         {}},
+        {"an unprobed bundle lands under the longest search path; a prefix that is no folder does not match",
+         [](Input& in) {
+             in.catalog.bundles() = {bundle("/a/b/c.vst3", {}, false), bundle("/a/bb2/d.vst3", {}, false),
+                                     bundle("/elsewhere/e.vst3", {}, false)};
+             in.vst3SearchPaths = {"/a", "/a/b/", "/a/bb"};
+         },
+         {"folder2 /a", "raw row d () 3*+ new", "folder2 /a/b", "raw row c () 3*+ new"}},
+        {"a hidden folder keeps its header alone; the same folder of the other format is not hidden",
+         [](Input& in) {
+             Plugin raw(QStringLiteral("/a/Raw.so"));
+             raw.setExists(true);
+             in.paths = {folder("/a", {raw})};
+             in.catalog.bundles() = {bundle("/a/x.vst3", {}, false)};
+             in.vst3SearchPaths = {"/a"};
+             in.hidden = {"vst3|/a"};
+         },
+         {"folder1 /a", "raw row Raw () 2* new", "folder2 /a hidden"}},
+    };
+    for (const Case& c : cases) {
+        Input in;
+        c.build(in);
+        QVlorPluginPairs pairs;
+        pairs.entries() = in.pairs;
+        QStringList got;
+        for (const UnifiedRow& r :
+             QVlorUnifiedPluginsModel::composeRows(in.paths, in.catalog, pairs, in.vst3SearchPaths, in.hidden,
+                                                   in.pendingVst2, in.pendingCids, in.vst2Scan))
+            got << describe(r);
+        EXPECT_EQ(got, c.rows) << c.rule << "\n  got: " << got.join(" | ").toStdString();
+    }
+}
+
+TEST(UnifiedRows, InUseAndTheStateOfTheActiveFormat)
+{
+    UnifiedRow r;
+    r.vst2 = {true, true, true, false, false, QStringLiteral("failed"), {}, QStringLiteral("vstid-1")};
+    r.vst3 = {true, false, false, false, false, QStringLiteral("crashed"), {}, A};
+    EXPECT_TRUE(r.inUse());
+    EXPECT_EQ(r.rowStateText(), QStringLiteral("failed"));
+    r.vst2.gated = true;
+    EXPECT_FALSE(r.inUse());
+    r.vst3.active = true;
+    EXPECT_EQ(r.rowStateText(), QStringLiteral("crashed"));
+    EXPECT_FALSE(r.inUse()); // VST3 active and off
+    r.isShellHeader = true;
+    EXPECT_FALSE(r.inUse());
+    EXPECT_EQ(CapitalizedVendorLabel(QString()), QStringLiteral("Other"));
+    EXPECT_EQ(CapitalizedVendorLabel(QStringLiteral("zam audio")), QStringLiteral("Zam audio"));
+    // Rows travel in variants under their registered name.
+    EXPECT_EQ(QMetaType::fromName("UnifiedRow").id(), QMetaType::fromType<UnifiedRow>().id());
+    EXPECT_EQ(QVariant::fromValue(r).value<UnifiedRow>().vst3.state, QStringLiteral("crashed"));
+}
