@@ -9,6 +9,7 @@
 #include "QVlorVst3_Catalog.h"
 #include "QVlorVst_Path.h"
 
+#include <QAbstractItemModel>
 #include <QList>
 #include <QMetaType>
 #include <QSet>
@@ -56,8 +57,44 @@ struct UnifiedRow {
 
 Q_DECLARE_METATYPE(UnifiedRow)
 
-class QVlorUnifiedPluginsModel {
+// Vendors, shells, plugins and the two new-plugin sections as one tree,
+// rebuilt whole from rows at each setRows. A click on a check box changes
+// nothing here: it is told by a signal, and the rows come back composed anew.
+class QVlorUnifiedPluginsModel : public QAbstractItemModel {
+    Q_OBJECT
 public:
+    enum NodeKind : qint32 { NodeRoot = 0, NodeVendor = 1, NodeItem = 2, NodeChild = 3, NodeNewSection = 4, NodeNewPath = 5 };
+
+    struct Node {
+        NodeKind kind = NodeRoot;
+        QString label;
+        QString vendorKey;
+        UnifiedRow row;
+        bool hasRow = false;
+        bool checked = true;
+        bool gated = false;
+        Node* parent = nullptr;
+        QList<Node*> children;
+        ~Node() { qDeleteAll(children); }
+    };
+
+    explicit QVlorUnifiedPluginsModel(QObject* parent = nullptr);
+    ~QVlorUnifiedPluginsModel() override;
+
+    void setRows(const QList<UnifiedRow>& rows);
+
+    QModelIndex index(int row, int column, const QModelIndex& parent = QModelIndex()) const override;
+    QModelIndex parent(const QModelIndex& child) const override;
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+
+    static Qt::CheckState effectiveCheckState(Node* node);
+    static bool formatAvailableForPair(const QList<UnifiedRow>& rows, const QString& pairId, const QString& format);
+
     // Plain rows, then shell groups, then the VST2 and VST3 new-plugin
     // sections; reads only the copies it is handed. pendingVst2Ids and
     // pendingCids are the plugins a pair operation is running on;
@@ -67,7 +104,33 @@ public:
                                          const QVlorPluginPairs& pairs, const QList<QString>& vst3SearchPaths,
                                          const QSet<QString>& hiddenNewPaths, const QSet<qint64>& pendingVst2Ids,
                                          const QSet<QString>& pendingCids, bool vst2ScanEnabled);
+
+signals:
+    void pairCheckToggled(const QString& pairId, const UnifiedRow& row, bool checked);
+    void vendorCheckToggled(const QString& vendorKey, bool checked);
+    void shellGateToggled(const QString& shellKey, const UnifiedRow& row, bool checked);
+    void newPathShowToggled(int section, const QString& path, bool shown);
+
+private:
+    Node* nodeOf(const QModelIndex& index) const;
+    Node* m_root;
 };
+
+// What a row may do, shared by the delegates and the row menu.
+bool UpmRowBusy(const UnifiedRow& row);
+bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries);
+bool UpmRowSplitEligible(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries);
+bool UpmRowResetEligible(const UnifiedRow& row, const QVlorVst3::Catalog& catalog, QString* bundlePath);
+bool UpmJoinPairEligible(const UnifiedRow& a, const UnifiedRow& b, const UnifiedRow** vst2Row, const UnifiedRow** vst3Row,
+                         QString* activeFormat, const QList<QVlorPluginPairs::Entry>& entries);
+int UpmNewRootSortRank(const QModelIndex& index);
+int ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row);
+
+// Item roles beside UpmRowRole.
+constexpr int UpmVendorKeyRole = 267;
+constexpr int UpmShellKeyRole = 268;
+constexpr int UpmNewSectionRole = 269;
+constexpr int UpmNewPathRole = 270;
 
 // The label of a vendor key: "Other" for none, else the key capitalized.
 QString CapitalizedVendorLabel(const QString& key);

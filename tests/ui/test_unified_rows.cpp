@@ -2,6 +2,9 @@
 // a rule, each row told in one line.
 #include "QVlorUnifiedPluginsModel.h"
 
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -226,6 +229,11 @@ TEST(UnifiedRows, EachRuleOfTheComposition)
                                                    in.pendingVst2, in.pendingCids, in.vst2Scan))
             got << describe(r);
         EXPECT_EQ(got, c.rows) << c.rule << "\n  got: " << got.join(" | ").toStdString();
+        // The tree over the same rows holds together, as a view would walk it.
+        QVlorUnifiedPluginsModel model;
+        QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+        model.setRows(QVlorUnifiedPluginsModel::composeRows(in.paths, in.catalog, pairs, in.vst3SearchPaths, in.hidden,
+                                                            in.pendingVst2, in.pendingCids, in.vst2Scan));
     }
 }
 
@@ -248,4 +256,137 @@ TEST(UnifiedRows, InUseAndTheStateOfTheActiveFormat)
     // Rows travel in variants under their registered name.
     EXPECT_EQ(QMetaType::fromName("UnifiedRow").id(), QMetaType::fromType<UnifiedRow>().id());
     EXPECT_EQ(QVariant::fromValue(r).value<UnifiedRow>().vst3.state, QStringLiteral("crashed"));
+}
+
+namespace {
+
+UnifiedRow plain(const QString& name, const QString& vendorKey, bool enabled, const QString& state = QString())
+{
+    UnifiedRow r;
+    r.name = name;
+    r.vendorKey = vendorKey;
+    r.vendor = vendorKey;
+    r.vst2 = {true, true, enabled, false, false, state, {}, QStringLiteral("vstid-%1").arg(qHash(name))};
+    return r;
+}
+
+} // namespace
+
+TEST(UnifiedModel, TheTreeItsChecksAndWhatAClickTells)
+{
+    UnifiedRow header;
+    header.isShellHeader = true;
+    header.shellKey = QStringLiteral("vst2shell:h");
+    header.name = QStringLiteral("Shell");
+    header.vendorKey = QStringLiteral("waves");
+    UnifiedRow child = plain(QStringLiteral("Child"), QStringLiteral("other"), true); // its vendor was re-assigned
+    child.shellKey = QStringLiteral("vst2shell:h");
+    UnifiedRow lost = plain(QStringLiteral("Lost"), QStringLiteral("zam"), true);
+    lost.shellKey = QStringLiteral("vst2shell:none"); // names no shell: a plain plugin
+    UnifiedRow busy = plain(QStringLiteral("Busy"), QStringLiteral("zam"), true, QStringLiteral("verifying"));
+    busy.pairId = QStringLiteral("p1");
+    UnifiedRow folder;
+    folder.isNewPathHeader = true;
+    folder.newSection = UpmNewSectionVst2;
+    folder.newPath = folder.name = QStringLiteral("/new");
+    UnifiedRow raw = plain(QStringLiteral("Raw"), QString(), false);
+    raw.newSection = UpmNewSectionVst2;
+    raw.newPath = QStringLiteral("/new");
+
+    QVlorUnifiedPluginsModel model;
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    model.setRows({});
+    EXPECT_EQ(model.rowCount(), 0);
+    model.setRows({lost, busy, header, child, folder, raw});
+
+    // Headers make their nodes first: waves (capitalised) and the new section; zam after.
+    ASSERT_EQ(model.rowCount(), 3);
+    const QModelIndex waves = model.index(0, 0);
+    EXPECT_EQ(waves.data().toString(), QStringLiteral("Waves"));
+    const QModelIndex shell = model.index(0, 0, waves);
+    EXPECT_EQ(shell.data().toString(), QStringLiteral("Shell"));
+    EXPECT_EQ(model.rowCount(shell), 1); // the only shell of its key takes the child
+    const QModelIndex zam = model.index(2, 0);
+    EXPECT_EQ(model.rowCount(zam), 2); // Lost and Busy
+    const QModelIndex section = model.index(1, 0);
+    EXPECT_EQ(section.data().toString(), QStringLiteral("New VST2 Plugins"));
+    EXPECT_EQ(UpmNewRootSortRank(section), 1);
+    const QModelIndex newFolder = model.index(0, 0, section);
+    const QModelIndex rawIndex = model.index(0, 0, newFolder);
+    EXPECT_FALSE(rawIndex.data(Qt::CheckStateRole).isValid());
+    EXPECT_FALSE(model.flags(rawIndex) & Qt::ItemIsUserCheckable);
+    EXPECT_TRUE(model.flags(newFolder) & Qt::ItemIsUserCheckable);
+    EXPECT_EQ(ClassifyUnifiedPluginsIndex(waves, nullptr), 1);
+    EXPECT_EQ(ClassifyUnifiedPluginsIndex(shell, nullptr), 2);
+    EXPECT_EQ(ClassifyUnifiedPluginsIndex(section, nullptr), 3);
+    EXPECT_EQ(ClassifyUnifiedPluginsIndex(newFolder, nullptr), 4);
+    UnifiedRow back;
+    EXPECT_EQ(ClassifyUnifiedPluginsIndex(rawIndex, &back), 0);
+    EXPECT_EQ(back.name, QStringLiteral("Raw"));
+
+    // A click is told, not applied; a busy row takes none, the same value still goes out.
+    QSignalSpy pairs(&model, &QVlorUnifiedPluginsModel::pairCheckToggled);
+    QSignalSpy vendors(&model, &QVlorUnifiedPluginsModel::vendorCheckToggled);
+    QSignalSpy folders(&model, &QVlorUnifiedPluginsModel::newPathShowToggled);
+    const QModelIndex lostIndex = model.index(0, 0, zam);
+    const QModelIndex busyIndex = model.index(1, 0, zam);
+    EXPECT_TRUE(model.setData(lostIndex, Qt::Checked, Qt::CheckStateRole));
+    EXPECT_EQ(pairs.count(), 1);
+    EXPECT_EQ(lostIndex.data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
+    EXPECT_FALSE(model.setData(busyIndex, Qt::Unchecked, Qt::CheckStateRole));
+    EXPECT_EQ(pairs.count(), 1);
+    EXPECT_EQ(model.flags(busyIndex), Qt::ItemIsSelectable);
+    EXPECT_TRUE(model.setData(zam, Qt::Unchecked, Qt::CheckStateRole));
+    EXPECT_EQ(vendors.count(), 1);
+    EXPECT_EQ(vendors.first().at(0).toString(), QStringLiteral("zam"));
+    EXPECT_TRUE(model.setData(newFolder, Qt::Unchecked, Qt::CheckStateRole));
+    EXPECT_EQ(folders.count(), 1);
+    EXPECT_FALSE(model.setData(section, Qt::Unchecked, Qt::CheckStateRole));
+
+    // With its vendor switched off, a plugin below is only selectable, and keeps its own check.
+    UnifiedRow off = plain(QStringLiteral("Off"), QStringLiteral("acme"), true);
+    off.vendorEnabled = false;
+    model.setRows({off});
+    const QModelIndex offIndex = model.index(0, 0, model.index(0, 0));
+    EXPECT_EQ(model.flags(offIndex), Qt::ItemIsSelectable);
+    EXPECT_EQ(offIndex.data(Qt::CheckStateRole).toInt(), int(Qt::Checked));
+}
+
+TEST(UnifiedModel, WhatARowMayDo)
+{
+    QList<QVlorPluginPairs::Entry> entries = {pair("both", 1, A, "vst3"), pair("half", 2, QString(), "vst2")};
+    UnifiedRow r2 = plain(QStringLiteral("Two"), QStringLiteral("zam"), true);
+    UnifiedRow r3;
+    r3.vst3 = {true, true, false, false, false, {}, {}, A};
+    EXPECT_TRUE(UpmRowEffectivelyUnpaired(r2, entries));
+    r2.pairId = QStringLiteral("half");
+    EXPECT_TRUE(UpmRowEffectivelyUnpaired(r2, entries));
+    EXPECT_FALSE(UpmRowSplitEligible(r2, entries));
+    const UnifiedRow* a = nullptr;
+    const UnifiedRow* b = nullptr;
+    QString active;
+    ASSERT_TRUE(UpmJoinPairEligible(r3, r2, &a, &b, &active, entries));
+    EXPECT_EQ(a, &r2);
+    EXPECT_EQ(active, QStringLiteral("vst2")); // only the VST2 plugin is on
+    r3.pairId = QStringLiteral("both");
+    EXPECT_TRUE(UpmRowSplitEligible(r3, entries));
+    EXPECT_FALSE(UpmJoinPairEligible(r3, r2, nullptr, nullptr, nullptr, entries));
+
+    QVlorVst3::Catalog catalog;
+    catalog.bundles() = {bundle("/vst3/one.vst3", {cls(A, "One", On)}),
+                         bundle("/vst3/two.vst3", {cls(B, "B1", On), cls("CCCCCCCCCCCCCCCCCCCCCCCCCCCCCCCC", "B2", On)})};
+    QString path;
+    EXPECT_TRUE(UpmRowResetEligible(r3, catalog, &path));
+    EXPECT_EQ(path, QStringLiteral("/vst3/one.vst3"));
+    r3.vst3.identity = B;
+    EXPECT_FALSE(UpmRowResetEligible(r3, catalog, nullptr)); // through its shell header only
+
+    // Available for a pair: present, on, not gated, neither missing nor failed; crashed still counts.
+    UnifiedRow p = plain(QStringLiteral("P"), QStringLiteral("zam"), true, QStringLiteral("crashed"));
+    p.pairId = QStringLiteral("both");
+    EXPECT_TRUE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QStringLiteral("both"), QStringLiteral("vst2")));
+    p.vst2.state = QStringLiteral("failed");
+    EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QStringLiteral("both"), QStringLiteral("vst2")));
+    EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QStringLiteral("both"), QStringLiteral("vst3")));
+    EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QString(), QStringLiteral("vst2")));
 }

@@ -1,0 +1,393 @@
+// The tree of the plugin manager over the composed rows, and the predicates
+// of what a row may do.
+#include "QVlorUnifiedPluginsModel.h"
+
+#include <QCoreApplication>
+#include <QHash>
+
+using Node = QVlorUnifiedPluginsModel::Node;
+
+namespace {
+
+constexpr int kColumns = 4;
+
+Node* addNode(Node* parent, QVlorUnifiedPluginsModel::NodeKind kind, const QString& label)
+{
+    auto* node = new Node;
+    node->kind = kind;
+    node->label = label;
+    node->parent = parent;
+    parent->children << node;
+    return node;
+}
+
+const UnifiedFormatInfo* activeFormat(const UnifiedRow& row)
+{
+    return row.vst3.active ? &row.vst3 : row.vst2.active ? &row.vst2 : nullptr;
+}
+
+bool rawRow(const Node* node) { return node->hasRow && node->row.newSection != UpmNewSectionNone; }
+
+bool childBusy(const Node* node)
+{
+    for (const Node* c : node->children)
+        if (c->hasRow && UpmRowBusy(c->row))
+            return true;
+    return false;
+}
+
+} // namespace
+
+QVlorUnifiedPluginsModel::QVlorUnifiedPluginsModel(QObject* parent) : QAbstractItemModel(parent), m_root(new Node) {}
+
+QVlorUnifiedPluginsModel::~QVlorUnifiedPluginsModel() { delete m_root; }
+
+void QVlorUnifiedPluginsModel::setRows(const QList<UnifiedRow>& rows)
+{
+    beginResetModel();
+    delete m_root;
+    m_root = new Node;
+    QHash<int, Node*> sections;
+    QHash<QPair<int, QString>, Node*> folders;
+    QHash<QString, Node*> vendors;
+    QHash<QString, QHash<QString, Node*>> shells; // shell key -> vendor key -> node
+    auto vendorNode = [&](const UnifiedRow& r, bool fromShell) {
+        Node*& v = vendors[r.vendorKey];
+        if (!v) {
+            const QString label =
+                fromShell || r.vendor.isEmpty() ? CapitalizedVendorLabel(r.vendorKey) : r.vendor;
+            v = addNode(m_root, NodeVendor, label);
+            v->vendorKey = r.vendorKey;
+            v->checked = r.vendorEnabled;
+        }
+        return v;
+    };
+    // Headers first: folders and shells exist before the rows they hold.
+    for (const UnifiedRow& r : rows) {
+        if (r.isNewPathHeader) {
+            Node*& section = sections[r.newSection];
+            if (!section) {
+                section = addNode(m_root, NodeNewSection,
+                                  r.newSection == UpmNewSectionVst2 ? tr("New VST2 Plugins") : tr("New VST3 Plugins"));
+                section->row.newSection = r.newSection;
+            }
+            Node* folder = addNode(section, NodeNewPath, r.newPath);
+            folder->row = r;
+            folders.insert({int(r.newSection), r.newPath}, folder);
+        } else if (r.isShellHeader) {
+            Node* shell = addNode(vendorNode(r, true), NodeItem, r.name);
+            shell->row = r;
+            shell->checked = r.shellEnabled;
+            shells[r.shellKey].insert(r.vendorKey, shell);
+        }
+    }
+    for (const UnifiedRow& r : rows) {
+        if (r.isNewPathHeader || r.isShellHeader)
+            continue;
+        const UnifiedFormatInfo* active = activeFormat(r);
+        if (r.newSection != UpmNewSectionNone) {
+            // A hidden folder has no node: its rows are not shown.
+            if (Node* folder = folders.value({int(r.newSection), r.newPath})) {
+                Node* n = addNode(folder, NodeChild, r.name);
+                n->row = r;
+                n->hasRow = true;
+            }
+            continue;
+        }
+        Node* shell = nullptr;
+        if (!r.shellKey.isEmpty() && shells.contains(r.shellKey)) {
+            const QHash<QString, Node*>& byVendor = shells[r.shellKey];
+            shell = byVendor.value(r.vendorKey);
+            if (!shell && byVendor.size() == 1)
+                shell = byVendor.begin().value();
+        }
+        Node* n = shell ? addNode(shell, NodeChild, r.name) : addNode(vendorNode(r, false), NodeItem, r.name);
+        n->row = r;
+        n->hasRow = true;
+        n->gated = active && active->gated;
+    }
+    endResetModel();
+}
+
+Node* QVlorUnifiedPluginsModel::nodeOf(const QModelIndex& index) const
+{
+    return index.isValid() ? static_cast<Node*>(index.internalPointer()) : m_root;
+}
+
+QModelIndex QVlorUnifiedPluginsModel::index(int row, int column, const QModelIndex& parent) const
+{
+    if (column < 0 || column >= kColumns || (parent.isValid() && parent.column() != 0))
+        return QModelIndex();
+    const Node* p = nodeOf(parent);
+    if (row < 0 || row >= p->children.size())
+        return QModelIndex();
+    return createIndex(row, column, p->children[row]);
+}
+
+QModelIndex QVlorUnifiedPluginsModel::parent(const QModelIndex& child) const
+{
+    if (!child.isValid())
+        return QModelIndex();
+    const Node* p = nodeOf(child)->parent;
+    if (!p || p == m_root)
+        return QModelIndex();
+    return createIndex(int(p->parent->children.indexOf(const_cast<Node*>(p))), 0, const_cast<Node*>(p));
+}
+
+int QVlorUnifiedPluginsModel::rowCount(const QModelIndex& parent) const
+{
+    if (parent.isValid() && parent.column() != 0)
+        return 0;
+    return int(nodeOf(parent)->children.size());
+}
+
+int QVlorUnifiedPluginsModel::columnCount(const QModelIndex&) const { return kColumns; }
+
+Qt::CheckState QVlorUnifiedPluginsModel::effectiveCheckState(Node* node)
+{
+    if (node->kind == NodeNewPath)
+        return node->row.newPathShown ? Qt::Checked : Qt::Unchecked;
+    if (node->hasRow) {
+        const UnifiedFormatInfo* f = activeFormat(node->row);
+        return f && f->enabled ? Qt::Checked : Qt::Unchecked;
+    }
+    return node->checked ? Qt::Checked : Qt::Unchecked;
+}
+
+QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) const
+{
+    if (!index.isValid())
+        return QVariant();
+    Node* n = nodeOf(index);
+    if (role == UpmRowRole)
+        return n->hasRow ? QVariant::fromValue(n->row) : QVariant();
+    if (role == UpmNewSectionRole)
+        return n->kind == NodeNewSection || n->kind == NodeNewPath ? QVariant(int(n->row.newSection)) : QVariant();
+    if (role == UpmNewPathRole)
+        return n->kind == NodeNewPath ? QVariant(n->row.newPath) : QVariant();
+    if (index.column() == 0) {
+        switch (role) {
+        case Qt::DisplayRole:
+            return n->label;
+        case Qt::CheckStateRole:
+            if (n->kind == NodeNewSection || rawRow(n))
+                return QVariant();
+            return int(effectiveCheckState(n));
+        case UpmVendorKeyRole:
+            return n->kind == NodeVendor ? QVariant(n->vendorKey) : QVariant();
+        case UpmShellKeyRole:
+            return n->kind == NodeItem && !n->hasRow ? QVariant(n->row.shellKey) : QVariant();
+        default:
+            return QVariant();
+        }
+    }
+    if (index.column() == 2) {
+        const QString state = n->hasRow ? n->row.rowStateText() : QString();
+        switch (role) {
+        case Qt::DisplayRole:
+            return n->hasRow ? QVariant(state) : QVariant();
+        case Qt::ToolTipRole:
+            if (state == QLatin1String("verifying"))
+                return tr("Verifying...");
+            if (state == QLatin1String("failed"))
+                return tr("Failed");
+            if (state == QLatin1String("missing"))
+                return tr("Missing");
+            if (state == QLatin1String("crashed"))
+                return tr("Crashed");
+            return QVariant();
+        case Qt::TextAlignmentRole:
+            return int(Qt::AlignRight | Qt::AlignVCenter);
+        default:
+            return QVariant();
+        }
+    }
+    return QVariant();
+}
+
+QVariant QVlorUnifiedPluginsModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return QVariant();
+    switch (section) {
+    case 0:
+        return tr("Plugin");
+    case 1:
+        return tr("Format");
+    case 2:
+        return tr("State");
+    default:
+        return QVariant();
+    }
+}
+
+Qt::ItemFlags QVlorUnifiedPluginsModel::flags(const QModelIndex& index) const
+{
+    if (!index.isValid())
+        return Qt::NoItemFlags;
+    const Node* n = nodeOf(index);
+    if (!n)
+        return Qt::ItemIsSelectable | Qt::ItemIsEnabled | (index.column() == 0 ? Qt::ItemIsUserCheckable : Qt::NoItemFlags);
+    bool ancestorOff = false;
+    for (const Node* a = n->parent; a && !ancestorOff; a = a->parent)
+        ancestorOff = a != m_root && !a->checked;
+    if ((n->hasRow && n->gated) || ancestorOff || (n->hasRow && UpmRowBusy(n->row)) || (!n->hasRow && childBusy(n)))
+        return Qt::ItemIsSelectable;
+    if (index.column() == 0 && n->kind != NodeNewSection && !rawRow(n))
+        return Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable;
+    return Qt::ItemIsSelectable | Qt::ItemIsEnabled;
+}
+
+bool QVlorUnifiedPluginsModel::setData(const QModelIndex& index, const QVariant& value, int role)
+{
+    if (role != Qt::CheckStateRole || index.column() != 0 || !index.isValid())
+        return false;
+    Node* n = nodeOf(index);
+    if (!n)
+        return false;
+    const bool checked = value.toInt() != 0;
+    switch (n->kind) {
+    case NodeNewSection:
+        return false;
+    case NodeNewPath:
+        emit newPathShowToggled(int(n->row.newSection), n->row.newPath, checked);
+        return true;
+    case NodeVendor:
+        emit vendorCheckToggled(n->vendorKey, checked);
+        return true;
+    default:
+        break;
+    }
+    if (!n->hasRow) {
+        if (childBusy(n))
+            return false;
+        emit shellGateToggled(n->row.shellKey, n->row, checked);
+        return true;
+    }
+    if (UpmRowBusy(n->row))
+        return false;
+    emit pairCheckToggled(n->row.pairId, n->row, checked);
+    return true;
+}
+
+bool QVlorUnifiedPluginsModel::formatAvailableForPair(const QList<UnifiedRow>& rows, const QString& pairId,
+                                                      const QString& format)
+{
+    if (pairId.isEmpty())
+        return false;
+    for (const UnifiedRow& r : rows) {
+        if (r.pairId != pairId)
+            continue;
+        const UnifiedFormatInfo& f = format == QLatin1String("vst3") ? r.vst3 : r.vst2;
+        return f.present && f.enabled && !f.gated && f.state != QLatin1String("missing") &&
+               f.state != QLatin1String("failed");
+    }
+    return false;
+}
+
+bool UpmRowBusy(const UnifiedRow& row)
+{
+    return (row.vst2.present && row.vst2.state == QLatin1String("verifying")) ||
+           (row.vst3.present && row.vst3.state == QLatin1String("verifying"));
+}
+
+namespace {
+const QVlorPluginPairs::Entry* entryOf(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    for (const QVlorPluginPairs::Entry& e : entries)
+        if (e.pairId == pairId)
+            return &e;
+    return nullptr;
+}
+} // namespace
+
+bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    if (row.pairId.isEmpty())
+        return true;
+    const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries);
+    return e && (e->vst2 == 0 || e->vst3.isEmpty());
+}
+
+bool UpmRowSplitEligible(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    const QVlorPluginPairs::Entry* e = row.pairId.isEmpty() ? nullptr : entryOf(row.pairId, entries);
+    return e && e->vst2 != 0 && !e->vst3.isEmpty();
+}
+
+bool UpmRowResetEligible(const UnifiedRow& row, const QVlorVst3::Catalog& catalog, QString* bundlePath)
+{
+    if (row.newSection != UpmNewSectionNone)
+        return false;
+    if (row.isShellHeader)
+        return true;
+    if (!row.shellKey.isEmpty())
+        return false;
+    if (row.vst2.present && !row.vst3.present)
+        return true;
+    if (!row.vst3.present)
+        return false;
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            if (c.cid() == row.vst3.identity) {
+                // A class of a bundle of several is reset through its shell header.
+                if (b.classes().size() > 1)
+                    return false;
+                if (bundlePath)
+                    *bundlePath = b.path();
+                return true;
+            }
+    return false;
+}
+
+bool UpmJoinPairEligible(const UnifiedRow& a, const UnifiedRow& b, const UnifiedRow** vst2Row, const UnifiedRow** vst3Row,
+                         QString* activeFormat, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    if (!UpmRowEffectivelyUnpaired(a, entries) || !UpmRowEffectivelyUnpaired(b, entries) ||
+        a.newSection != UpmNewSectionNone || b.newSection != UpmNewSectionNone)
+        return false;
+    auto only2 = [](const UnifiedRow& r) { return r.vst2.present && !r.vst3.present; };
+    auto only3 = [](const UnifiedRow& r) { return r.vst3.present && !r.vst2.present; };
+    const UnifiedRow* r2 = only2(a) && only3(b) ? &a : only2(b) && only3(a) ? &b : nullptr;
+    if (!r2)
+        return false;
+    const UnifiedRow* r3 = r2 == &a ? &b : &a;
+    if (vst2Row)
+        *vst2Row = r2;
+    if (vst3Row)
+        *vst3Row = r3;
+    if (activeFormat)
+        *activeFormat = r2->vst2.enabled == r3->vst3.enabled ? QString()
+                        : r2->vst2.enabled                   ? QStringLiteral("vst2")
+                                                             : QStringLiteral("vst3");
+    return true;
+}
+
+int UpmNewRootSortRank(const QModelIndex& index)
+{
+    if (!index.isValid() || index.data(UpmNewPathRole).isValid())
+        return 0;
+    const QVariant section = index.data(UpmNewSectionRole);
+    if (!section.isValid())
+        return 0;
+    return section.toInt() == UpmNewSectionVst2 ? 1 : section.toInt() == UpmNewSectionVst3 ? 2 : 0;
+}
+
+int ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row)
+{
+    if (!index.isValid())
+        return 5;
+    const QVariant r = index.data(UpmRowRole);
+    if (r.isValid()) {
+        if (row)
+            *row = r.value<UnifiedRow>();
+        return 0;
+    }
+    if (index.data(UpmVendorKeyRole).isValid())
+        return 1;
+    if (index.data(UpmNewPathRole).isValid())
+        return 4;
+    if (index.data(UpmNewSectionRole).isValid())
+        return 3;
+    return 2;
+}
