@@ -260,6 +260,7 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
     QVector<bool> claimed2(vst2.size(), false), claimed3(vst3.size(), false);
 
     QList<UnifiedRow> rows;
+    rows.reserve(vst2.size() + vst3.size());
     // 3. Pair rows.
     for (const QVlorPluginPairs::Entry& e : pairs.entries()) {
         const int i2 = e.vst2 != 0 ? vst2ById.value(e.vst2, -1) : -1;
@@ -311,7 +312,7 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
         }
         row.vendorKey = row.vendor.toLower();
         row.isNew = (p2 && p2->isNew()) || (c3 && c3->state() == QVlorVst3::CatalogClass::New);
-        rows << row;
+        rows.append(std::move(row));
     }
     // 4, 5. What no pair claimed.
     for (int i = 0; i < vst2.size(); ++i) {
@@ -345,12 +346,13 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
 
     // 6, 7. Plain rows in order, then each shell group behind its headers.
     QList<UnifiedRow> result;
+    result.reserve(rows.size());
     QHash<QString, QList<UnifiedRow>> held;
-    for (const UnifiedRow& r : std::as_const(rows)) {
+    for (UnifiedRow& r : rows) {
         if (r.shellKey.isEmpty())
-            result << r;
+            result.append(std::move(r));
         else
-            held[r.shellKey] << r;
+            held[r.shellKey].append(std::move(r));
     }
     for (const ShellGroup& g : std::as_const(groups))
         if (held.contains(g.key))
