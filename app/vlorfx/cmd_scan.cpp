@@ -5,6 +5,7 @@
 
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorUnifiedPluginsModel.h"
 
 #include <QDir>
 #include <QFile>
@@ -41,12 +42,17 @@ const char* const kScanHelp =
 
 const char* const kListHelp =
     "usage: vlorfx list [--json]\n"
+    "       vlorfx list --rows [--json]\n"
     "\n"
     "Prints one line per product, both formats side by side when they are\n"
     "paired; or one JSON object with \"vst2\", \"vst3\" and \"pairs\", each as\n"
     "its file holds it. Rows are sorted by product; a plugin that failed\n"
     "says why after its file. States: on, off, new, failed, crashed, missing,\n"
     "verifying (and unprobed for a VST3 bundle not opened yet).\n"
+    "\n"
+    "With --rows, the rows the plugin manager shows: one a product, grouped by\n"
+    "vendor and shell, with the new-plugin folders last; the active format is\n"
+    "marked with *. With --json as well, the rows as JSON.\n"
     "\n"
     "example:\n"
     "  vlorfx list | grep failed\n";
@@ -213,14 +219,13 @@ struct Row {
 QString why(const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); }
 
 // The columns as wide as their widest entry; names printed whole and escaped.
-void printTable(QList<Row> rows)
+void printTable(QList<Row> rows, const Row& head, bool sorted = true)
 {
-    std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
-        const int c = a.name.compare(b.name, Qt::CaseInsensitive);
-        return c != 0 ? c < 0 : a.files < b.files;
-    });
-    const Row head{QStringLiteral("PRODUCT"), QStringLiteral("VENDOR"), QStringLiteral("VST2"), QStringLiteral("VST3"),
-                   QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES")};
+    if (sorted)
+        std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
+            const int c = a.name.compare(b.name, Qt::CaseInsensitive);
+            return c != 0 ? c < 0 : a.files < b.files;
+        });
     rows.prepend(head);
     QList<QList<QByteArray>> cells;
     int width[6] = {0, 0, 0, 0, 0, 0};
@@ -291,7 +296,65 @@ int listTable()
                 rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QStringLiteral("vst3"), none,
                             file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString())};
     }
-    printTable(rows);
+    printTable(rows, {QStringLiteral("PRODUCT"), QStringLiteral("VENDOR"), QStringLiteral("VST2"), QStringLiteral("VST3"),
+                      QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES")});
+    return 0;
+}
+
+QJsonObject formatJson(const UnifiedFormatInfo& f)
+{
+    return {{QStringLiteral("active"), f.active},     {QStringLiteral("enabled"), f.enabled},
+            {QStringLiteral("gated"), f.gated},       {QStringLiteral("state"), f.state},
+            {QStringLiteral("identity"), f.identity}, {QStringLiteral("error"), f.error}};
+}
+
+// The rows of the plugin manager, composed from the managers' copies as the page composes them.
+int listRows(bool json)
+{
+    QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
+    QVlorPluginPairs pairs;
+    pairs.entries() = m3->pairsEntriesCopy();
+    const QList<UnifiedRow> rows = QVlorUnifiedPluginsModel::composeRows(
+        vlorfx::vst2Paths(), m3->catalogCopy(), pairs, m3->isScanEnabled() ? m3->searchPaths() : QStringList(), {},
+        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled());
+    if (json) {
+        QJsonArray list;
+        for (const UnifiedRow& r : rows) {
+            QJsonObject o{{QStringLiteral("name"), r.name},         {QStringLiteral("vendor"), r.vendor},
+                          {QStringLiteral("pairId"), r.pairId},     {QStringLiteral("shellKey"), r.shellKey},
+                          {QStringLiteral("isShellHeader"), r.isShellHeader},
+                          {QStringLiteral("newPath"), r.newPath},   {QStringLiteral("isNew"), r.isNew},
+                          {QStringLiteral("state"), r.rowStateText()}};
+            if (r.vst2.present)
+                o.insert(QStringLiteral("vst2"), formatJson(r.vst2));
+            if (r.vst3.present)
+                o.insert(QStringLiteral("vst3"), formatJson(r.vst3));
+            list.append(o);
+        }
+        std::fputs(QJsonDocument(list).toJson(QJsonDocument::Indented).constData(), stdout);
+        return 0;
+    }
+    QList<Row> table;
+    for (const UnifiedRow& r : rows) {
+        QStringList formats;
+        if (r.vst2.present)
+            formats << (r.vst2.active ? QStringLiteral("*VST2") : QStringLiteral("VST2"));
+        if (r.vst3.present)
+            formats << (r.vst3.active ? QStringLiteral("*VST3") : QStringLiteral("VST3"));
+        const QString kind = r.isShellHeader     ? QStringLiteral("[shell]")
+                             : r.isNewPathHeader ? QStringLiteral("[new]")
+                                                 : formats.join(QLatin1Char(' '));
+        const QString state = r.rowStateText().isEmpty() && !r.isShellHeader && !r.isNewPathHeader
+                                  ? (r.inUse() ? QStringLiteral("on") : QStringLiteral("off"))
+                                  : r.rowStateText();
+        table << Row{r.name, r.vendor, kind, state, r.shellKey.isEmpty() ? QString() : QStringLiteral("in shell"),
+                     r.pairId.isEmpty() ? QString() : QStringLiteral("paired"), r.newPath};
+    }
+    printTable(table, {QStringLiteral("NAME"), QStringLiteral("VENDOR"), QStringLiteral("FORMATS"),
+                       QStringLiteral("STATE"), QStringLiteral("SHELL"), QStringLiteral("PAIR"),
+                       QStringLiteral("NEW FOLDER")},
+               false);
     return 0;
 }
 
@@ -300,17 +363,22 @@ int listTable()
 int cmdList(int argc, char** argv)
 {
     bool json = false;
+    bool rows = false;
     for (int i = 0; i < argc; ++i) {
         if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
             std::fputs(kListHelp, stdout);
             return 0;
         } else if (!std::strcmp(argv[i], "--json")) {
             json = true;
+        } else if (!std::strcmp(argv[i], "--rows")) {
+            rows = true;
         } else {
             std::fprintf(stderr, "vlorfx list: unknown argument '%s'\n\n%s", argv[i], kListHelp);
             return 2;
         }
     }
     vlorfx::settle();
+    if (rows)
+        return listRows(json);
     return json ? listFilesAsJson() : listTable();
 }

@@ -1,9 +1,463 @@
-// The tree of the plugin manager over the composed rows, and the predicates
-// of what a row may do.
+// The plugin manager's rows, composed from the copies of both catalogs and
+// the pair store (pure: no manager is asked anything), the tree over them,
+// and the predicates of what a row may do.
 #include "QVlorUnifiedPluginsModel.h"
 
 #include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QHash>
+#include <QMap>
+
+/* ---- the rows ------------------------------------------------------------ */
+namespace {
+
+// Rows travel in variants under UpmRowRole.
+const int kUnifiedRowType = qRegisterMetaType<UnifiedRow>("UnifiedRow");
+
+struct FlatVst2Item {
+    QVlorVst::Plugin plugin;
+    QString shellKey;
+    bool enabled = false;
+    bool gated = false;
+};
+
+struct FlatVst3Item {
+    QVlorVst3::CatalogClass cls;
+    QString shellKey;
+    QString bundlePath;
+    bool gated = false;
+    bool verifying = false;
+};
+
+struct ShellGroup {
+    QString key, name, fileBaseName, vendorKey, vendor;
+    bool enabled = true;
+};
+
+QString NameOrFileBaseName(const QString& name, const QString& path)
+{
+    return name.isEmpty() ? QFileInfo(path).completeBaseName() : name;
+}
+
+UnifiedFormatInfo MakeVst2Info(const QVlorVst::Plugin& plugin, bool active, bool enabled, bool gated)
+{
+    UnifiedFormatInfo info;
+    info.present = true;
+    info.active = active;
+    info.enabled = enabled;
+    info.gated = gated;
+    info.is32Bit = plugin.arch() == QVlorVst::Arch32Bits;
+    info.state = plugin.verifying() ? QStringLiteral("verifying") : plugin.isFailed() ? QStringLiteral("failed") : QString();
+    info.identity = plugin.uniqueId() != 0 ? QStringLiteral("vstid-%1").arg(plugin.uniqueId())
+                                           : QStringLiteral("vsthash-%1:%2").arg(plugin.hash()).arg(plugin.pluginId());
+    return info;
+}
+
+UnifiedFormatInfo MakeVst3Info(const QVlorVst3::CatalogClass& cls, bool active, bool gated)
+{
+    UnifiedFormatInfo info;
+    info.present = true;
+    info.active = active;
+    info.gated = gated;
+    info.enabled = cls.isEnabled();
+    info.error = cls.lastError();
+    switch (cls.state()) {
+    case QVlorVst3::CatalogClass::Verifying:
+    case QVlorVst3::CatalogClass::Failed:
+    case QVlorVst3::CatalogClass::Crashed:
+    case QVlorVst3::CatalogClass::Missing:
+        info.state = QVlorVst3::CatalogClass::StateToString(cls.state());
+        break;
+    default:
+        break;
+    }
+    info.identity = cls.cid();
+    return info;
+}
+
+// A pair operation under way shows as verifying; a missing plugin stays missing.
+void ApplyPending(UnifiedFormatInfo* info, bool pending)
+{
+    if (pending && info->state != QLatin1String("missing"))
+        info->state = QStringLiteral("verifying");
+}
+
+bool Vst2Pending(const QVlorVst::Plugin& p, const QSet<qint64>& ids) { return p.uniqueId() != 0 && ids.contains(p.uniqueId()); }
+bool Vst3Pending(const FlatVst3Item& item, const QSet<QString>& cids) { return item.verifying || cids.contains(item.cls.cid()); }
+
+bool VendorGated(const QVlorVst::Path& path, const QString& vendor)
+{
+    const QString key = vendor.toLower();
+    return !key.isEmpty() && !path.isVendorEnabled(key);
+}
+
+void FlattenVst2(const QList<QVlorVst::Path>& paths, QList<FlatVst2Item>* items, QList<ShellGroup>* groups,
+                 QSet<QString>* seenKeys, QList<QPair<QVlorVst::Plugin, QString>>* rawItems, bool wantRaw)
+{
+    for (const QVlorVst::Path& path : paths) {
+        for (const QVlorVst::Plugin& p : path.plugins()) {
+            if (!p.exists())
+                continue;
+            if (p.isShell()) {
+                const QString key = QStringLiteral("vst2shell:") + p.hash();
+                if (!seenKeys->contains(key)) {
+                    seenKeys->insert(key);
+                    groups->append({key, p.name(), QFileInfo(p.filename()).completeBaseName(), p.vendor().toLower(),
+                                    p.vendor(), p.isEnabled()});
+                }
+                // The shell's own vendor gates its children, never theirs.
+                const bool gated = !p.isEnabled() || VendorGated(path, p.vendor());
+                for (const QVlorVst::Plugin& child : p.plugins())
+                    items->append({child, key, child.isEnabled(), gated});
+            } else if (p.uniqueId() != 0) {
+                items->append({p, QString(), p.isEnabled(), VendorGated(path, p.vendor())});
+            } else if (wantRaw && path.isSearched() && path.isEnabled()) {
+                rawItems->append({p, path.absolutePath()});
+            }
+        }
+    }
+}
+
+void FlattenVst3(const QVlorVst3::Catalog& catalog, const QSet<QString>& disabledVendors, QList<FlatVst3Item>* items,
+                 QList<ShellGroup>* groups, QSet<QString>* seenKeys)
+{
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
+        QString key;
+        if (b.classes().size() > 1) {
+            key = QStringLiteral("vst3module:") + b.path();
+            if (!seenKeys->contains(key)) {
+                seenKeys->insert(key);
+                const QString vendor = b.classes().first().vendor();
+                groups->append({key, QFileInfo(b.path()).completeBaseName(), QString(), vendor.toLower(), vendor,
+                                b.enabled()});
+            }
+        }
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            items->append({c, key, b.path(), !b.enabled() || disabledVendors.contains(c.vendor().toLower()),
+                           b.verifying()});
+    }
+}
+
+// The header rows of a shell group, one per vendor of its rows, each followed by its rows.
+void AppendShellGroup(ShellGroup group, const QList<UnifiedRow>& held, QList<UnifiedRow>* out)
+{
+    if (group.vendorKey.isEmpty())
+        for (const UnifiedRow& r : held)
+            if (!r.vendorKey.isEmpty()) {
+                group.vendorKey = r.vendorKey;
+                group.vendor = r.vendor;
+                break;
+            }
+    QStringList vendors;
+    QHash<QString, QList<UnifiedRow>> byVendor;
+    for (UnifiedRow r : held) {
+        if (r.vendorKey.isEmpty()) {
+            r.vendorKey = group.vendorKey;
+            r.vendor = group.vendor;
+        }
+        if (!byVendor.contains(r.vendorKey))
+            vendors << r.vendorKey;
+        byVendor[r.vendorKey] << r;
+    }
+    for (const QString& vendor : vendors) {
+        const QList<UnifiedRow>& rows = byVendor[vendor];
+        UnifiedRow header;
+        header.isShellHeader = true;
+        header.shellKey = group.key;
+        header.name = group.name.isEmpty() ? group.fileBaseName : group.name;
+        header.vendorKey = vendor;
+        header.shellEnabled = group.enabled;
+        header.vendor = vendor == group.vendorKey && !group.vendor.isEmpty() ? group.vendor : rows.first().vendor;
+        *out << header << rows;
+    }
+}
+
+UnifiedRow FolderHeader(UpmNewSection section, const QString& folder, bool shown)
+{
+    UnifiedRow header;
+    header.isNewPathHeader = true;
+    header.newSection = section;
+    header.newPath = folder;
+    header.name = folder;
+    header.newPathShown = shown;
+    return header;
+}
+
+// A section's folders in order, each with its header and raw rows; a hidden
+// one keeps its header alone, an empty one is left out.
+void AppendSection(UpmNewSection section, const QStringList& folders, const QMap<QString, QList<UnifiedRow>>& rows,
+                   const QSet<QString>& hidden, QList<UnifiedRow>* out)
+{
+    for (const QString& folder : folders) {
+        if (hidden.contains(folder)) {
+            *out << FolderHeader(section, folder, false);
+            continue;
+        }
+        const QList<UnifiedRow> held = rows.value(folder);
+        if (held.isEmpty())
+            continue;
+        *out << FolderHeader(section, folder, true) << held;
+    }
+}
+
+} // namespace
+
+QString UnifiedRow::rowStateText() const
+{
+    if (vst3.active)
+        return vst3.state;
+    if (vst2.active)
+        return vst2.state;
+    return QString();
+}
+
+bool UnifiedRow::inUse() const
+{
+    if (newSection != UpmNewSectionNone || isShellHeader)
+        return false;
+    const UnifiedFormatInfo* f = vst3.active ? &vst3 : vst2.active ? &vst2 : nullptr;
+    if (!f || !f->present || f->gated)
+        return false;
+    return f->enabled;
+}
+
+QString CapitalizedVendorLabel(const QString& key)
+{
+    if (key.isEmpty())
+        return QCoreApplication::translate("QVlorUnifiedPluginsModel", "Other");
+    QString label = key;
+    label[0] = label[0].toUpper();
+    return label;
+}
+
+QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Path>& paths,
+                                                        const QVlorVst3::Catalog& catalog,
+                                                        const QVlorPluginPairs& pairs,
+                                                        const QList<QString>& vst3SearchPaths,
+                                                        const QSet<QString>& hiddenNewPaths,
+                                                        const QSet<qint64>& pendingVst2Ids,
+                                                        const QSet<QString>& pendingCids, bool vst2ScanEnabled)
+{
+    // 1. Flatten both formats; VST2 shell groups first.
+    QSet<QString> disabledVendors;
+    for (const QString& v : catalog.disabledVendors())
+        disabledVendors.insert(v.toLower());
+    QList<FlatVst2Item> vst2;
+    QList<FlatVst3Item> vst3;
+    QList<ShellGroup> groups;
+    QSet<QString> seenKeys;
+    QList<QPair<QVlorVst::Plugin, QString>> rawItems;
+    FlattenVst2(paths, &vst2, &groups, &seenKeys, &rawItems, vst2ScanEnabled);
+    FlattenVst3(catalog, disabledVendors, &vst3, &groups, &seenKeys);
+
+    // 2. Index: the last occurrence of an id pairs.
+    QHash<qint64, int> vst2ById;
+    for (int i = 0; i < vst2.size(); ++i)
+        if (vst2[i].plugin.uniqueId() != 0)
+            vst2ById.insert(vst2[i].plugin.uniqueId(), i);
+    QHash<QString, int> vst3ByCid;
+    for (int i = 0; i < vst3.size(); ++i)
+        vst3ByCid.insert(vst3[i].cls.cid(), i);
+    QVector<bool> claimed2(vst2.size(), false), claimed3(vst3.size(), false);
+
+    QList<UnifiedRow> rows;
+    rows.reserve(vst2.size() + vst3.size());
+    // 3. Pair rows.
+    for (const QVlorPluginPairs::Entry& e : pairs.entries()) {
+        const int i2 = e.vst2 != 0 ? vst2ById.value(e.vst2, -1) : -1;
+        const int i3 = !e.vst3.isEmpty() ? vst3ByCid.value(e.vst3, -1) : -1;
+        if (i2 < 0 && i3 < 0)
+            continue;
+        UnifiedRow row;
+        row.pairId = e.pairId;
+        bool vst3Active = e.activeFormat == QLatin1String("vst3")   ? true
+                          : e.activeFormat == QLatin1String("vst2") ? false
+                                                                    : i3 >= 0;
+        if (vst3Active && i3 < 0)
+            vst3Active = false;
+        if (!vst3Active && i2 < 0)
+            vst3Active = true;
+        if (i2 >= 0) {
+            claimed2[i2] = true;
+            row.vst2 = MakeVst2Info(vst2[i2].plugin, !vst3Active, vst2[i2].enabled, vst2[i2].gated);
+            ApplyPending(&row.vst2, Vst2Pending(vst2[i2].plugin, pendingVst2Ids));
+        }
+        if (i3 >= 0) {
+            claimed3[i3] = true;
+            row.vst3 = MakeVst3Info(vst3[i3].cls, vst3Active, vst3[i3].gated);
+            ApplyPending(&row.vst3, Vst3Pending(vst3[i3], pendingCids));
+        }
+        row.shellKey = i2 >= 0 && !vst2[i2].shellKey.isEmpty() ? vst2[i2].shellKey
+                       : i3 >= 0                               ? vst3[i3].shellKey
+                                                               : QString();
+        const QVlorVst::Plugin* p2 = i2 >= 0 ? &vst2[i2].plugin : nullptr;
+        const QVlorVst3::CatalogClass* c3 = i3 >= 0 ? &vst3[i3].cls : nullptr;
+        // The fallbacks differ by side on purpose: a VST3 row keeps an empty vendor.
+        if (!vst3Active) {
+            row.name = p2->name();
+            row.vendor = p2->vendor();
+            if (row.vendor.isEmpty() && c3)
+                row.vendor = c3->vendor();
+            if (row.name.isEmpty() && c3)
+                row.name = c3->name();
+            if (row.name.isEmpty())
+                row.name = QFileInfo(p2->filename()).completeBaseName();
+        } else {
+            row.name = c3->name();
+            row.vendor = c3->vendor();
+            if (row.name.isEmpty() && p2)
+                row.name = p2->name();
+            if (row.name.isEmpty())
+                row.name = p2 ? QFileInfo(p2->filename()).completeBaseName()
+                              : QFileInfo(vst3[i3].bundlePath).completeBaseName();
+        }
+        row.vendorKey = row.vendor.toLower();
+        row.isNew = (p2 && p2->isNew()) || (c3 && c3->state() == QVlorVst3::CatalogClass::New);
+        rows.append(std::move(row));
+    }
+    // 4, 5. What no pair claimed.
+    for (int i = 0; i < vst2.size(); ++i) {
+        if (claimed2[i])
+            continue;
+        const QVlorVst::Plugin& p = vst2[i].plugin;
+        UnifiedRow row;
+        row.vst2 = MakeVst2Info(p, true, vst2[i].enabled, vst2[i].gated);
+        ApplyPending(&row.vst2, Vst2Pending(p, pendingVst2Ids));
+        row.name = NameOrFileBaseName(p.name(), p.filename());
+        row.vendor = p.vendor();
+        row.vendorKey = p.vendor().toLower();
+        row.isNew = p.isNew();
+        row.shellKey = vst2[i].shellKey;
+        rows << row;
+    }
+    for (int i = 0; i < vst3.size(); ++i) {
+        if (claimed3[i])
+            continue;
+        const QVlorVst3::CatalogClass& c = vst3[i].cls;
+        UnifiedRow row;
+        row.vst3 = MakeVst3Info(c, true, vst3[i].gated);
+        ApplyPending(&row.vst3, Vst3Pending(vst3[i], pendingCids));
+        row.name = NameOrFileBaseName(c.name(), vst3[i].bundlePath);
+        row.vendor = c.vendor();
+        row.vendorKey = c.vendor().toLower();
+        row.isNew = c.state() == QVlorVst3::CatalogClass::New;
+        row.shellKey = vst3[i].shellKey;
+        rows << row;
+    }
+
+    // 6, 7. Plain rows in order, then each shell group behind its headers.
+    QList<UnifiedRow> result;
+    result.reserve(rows.size());
+    QHash<QString, QList<UnifiedRow>> held;
+    for (UnifiedRow& r : rows) {
+        if (r.shellKey.isEmpty())
+            result.append(std::move(r));
+        else
+            held[r.shellKey].append(std::move(r));
+    }
+    for (const ShellGroup& g : std::as_const(groups))
+        if (held.contains(g.key))
+            AppendShellGroup(g, held.value(g.key), &result);
+
+    // 8. The vendor gate: switched off in the VST3 catalog or on any VST2 path.
+    QSet<QString> vendorsOff;
+    for (const UnifiedRow& r : std::as_const(result)) {
+        if (r.vendorKey.isEmpty() || vendorsOff.contains(r.vendorKey))
+            continue;
+        bool off = disabledVendors.contains(r.vendorKey);
+        for (const QVlorVst::Path& path : paths)
+            off = off || !path.isVendorEnabled(r.vendorKey);
+        if (off)
+            vendorsOff.insert(r.vendorKey);
+    }
+    for (UnifiedRow& r : result) {
+        if (!vendorsOff.contains(r.vendorKey))
+            continue;
+        r.vendorEnabled = false;
+        if (r.isShellHeader)
+            continue;
+        if (r.vst2.present)
+            r.vst2.gated = true;
+        if (r.vst3.present)
+            r.vst3.gated = true;
+    }
+
+    // 9. Hidden folders, by format.
+    QSet<QString> hidden2, hidden3;
+    for (const QString& h : hiddenNewPaths) {
+        if (h.startsWith(QLatin1String("vst2|")))
+            hidden2.insert(h.mid(5));
+        else if (h.startsWith(QLatin1String("vst3|")))
+            hidden3.insert(h.mid(5));
+    }
+
+    // 10. VST2 plugins found and never probed, by folder.
+    QStringList folders2;
+    QMap<QString, QList<UnifiedRow>> raw2;
+    if (vst2ScanEnabled) {
+        for (const QVlorVst::Path& path : paths)
+            if (path.isSearched() && path.isEnabled() && !folders2.contains(path.absolutePath()))
+                folders2 << path.absolutePath();
+        for (const auto& item : std::as_const(rawItems)) {
+            const QVlorVst::Plugin& p = item.first;
+            UnifiedRow row;
+            row.newSection = UpmNewSectionVst2;
+            row.newPath = item.second;
+            row.vst2 = MakeVst2Info(p, true, p.isEnabled(), false);
+            if (p.missing())
+                row.vst2.state = QStringLiteral("missing");
+            row.name = NameOrFileBaseName(p.name(), p.filename());
+            row.isNew = true;
+            raw2[item.second] << row;
+        }
+    }
+
+    // 11. VST3 bundles never probed, under the longest search path that holds them.
+    QStringList folders3;
+    for (const QString& s : vst3SearchPaths) {
+        const QString clean = QDir::cleanPath(s);
+        if (!folders3.contains(clean))
+            folders3 << clean;
+    }
+    QMap<QString, QList<UnifiedRow>> raw3;
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
+        if (b.probed())
+            continue;
+        const QString path = QDir::cleanPath(b.path());
+        QString match;
+        for (const QString& folder : std::as_const(folders3))
+            if ((path == folder || path.startsWith(folder + QLatin1Char('/'))) && folder.size() > match.size())
+                match = folder;
+        if (match.isEmpty())
+            continue;
+        UnifiedRow row;
+        row.newSection = UpmNewSectionVst3;
+        row.newPath = match;
+        row.vst3.present = true;
+        row.vst3.active = true;
+        row.vst3.enabled = true;
+        row.vst3.identity = QStringLiteral("vst3path-") + b.path();
+        if (b.missing()) {
+            row.vst3.state = QStringLiteral("missing");
+        } else if (b.verifying()) {
+            row.vst3.state = QStringLiteral("verifying");
+        } else if (b.failed()) {
+            row.vst3.state = QStringLiteral("failed");
+            row.vst3.error = b.lastError();
+        }
+        row.name = QFileInfo(b.path()).completeBaseName();
+        row.isNew = true;
+        raw3[match] << row;
+    }
+
+    // 12. The sections, VST2 first.
+    AppendSection(UpmNewSectionVst2, folders2, raw2, hidden2, &result);
+    AppendSection(UpmNewSectionVst3, folders3, raw3, hidden3, &result);
+    return result;
+}
+
+/* ---- the tree ------------------------------------------------------------ */
 
 using Node = QVlorUnifiedPluginsModel::Node;
 

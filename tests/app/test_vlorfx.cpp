@@ -1,7 +1,9 @@
 // vlorfx apply, run as a user runs it: a child process on real files.
 #include "libbase.h"
+#include "QVlorUnifiedPluginsModel.h"
 #include "testsupport.h"
 
+#include <QAbstractItemModelTester>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -272,6 +274,40 @@ TEST_F(Apply, ScanOfTheDebianPluginsPairsTheZamTwinsOnce)
     }
     // Every zam VST3 product that also ships as VST2 is paired with it.
     EXPECT_EQ(pairedCids.size(), twins);
+
+    // The plugin manager's rows: each paired zam product is one row with both
+    // formats, and no plugin shows twice.
+    ASSERT_EQ(run("list --rows --json"), 0) << err();
+    const QJsonArray rows = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(dir.file("stdout")))).array();
+    ASSERT_FALSE(rows.isEmpty());
+    QSet<QString> identities;
+    int zamPairRows = 0;
+    for (const QJsonValue& v : rows) {
+        const QJsonObject r = v.toObject();
+        for (const char* format : {"vst2", "vst3"}) {
+            const QString id = r.value(format).toObject().value("identity").toString();
+            if (id.isEmpty())
+                continue;
+            EXPECT_FALSE(identities.contains(id)) << id.toStdString() << " shows twice";
+            identities.insert(id);
+        }
+        if (zamCids.contains(r.value("vst3").toObject().value("identity").toString()) && r.contains("vst2"))
+            ++zamPairRows;
+    }
+    EXPECT_EQ(zamPairRows, twins);
+    // The tree over the real catalogs holds together as a view walks it.
+    QList<QVlorVst::Path> paths;
+    for (const QJsonValue& v : root.value("vst2").toObject().value("paths").toArray())
+        paths << QVlorVst::Path(v.toObject());
+    QVlorVst3::Catalog catalog;
+    ASSERT_TRUE(catalog.load(QString::fromStdString(dir.file("data") + "/catalog_vst3.json")));
+    QVlorPluginPairs pairStore;
+    ASSERT_TRUE(pairStore.load(QString::fromStdString(dir.file("data") + "/plugin_pairs.json")));
+    QVlorUnifiedPluginsModel model;
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    model.setRows(QVlorUnifiedPluginsModel::composeRows(paths, catalog, pairStore, {QStringLiteral("/usr/lib/vst3")}, {},
+                                                        {}, {}, true));
+    EXPECT_GT(model.rowCount(), 0);
 
     // Nothing changed: no host program runs at all.
     setenv("VLORFX_VERBOSE", "1", 1);
