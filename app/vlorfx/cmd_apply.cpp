@@ -2,6 +2,7 @@
 // filter exactly as the editor applies one.
 #include "chatter.h"
 #include "commands.h"
+#include "text.h"
 
 #include "audiofx.h"
 #include "audiovst.h"
@@ -279,14 +280,6 @@ std::string readParam(const std::string& p, int* index, float* value)
     return {};
 }
 
-// The same file under two names, as far as the system can tell.
-bool sameFile(const std::string& a, const std::string& b)
-{
-    struct stat sa, sb;
-    return ::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
-           sa.st_ino == sb.st_ino;
-}
-
 // Options that the other format takes, or that contradict each other.
 int checkCombination(const ApplyOptions& o)
 {
@@ -300,7 +293,7 @@ int checkCombination(const ApplyOptions& o)
         return badArgument(std::string(!o.cid.empty() ? "--cid" : "--state") + " is for --vst3");
     if (o.in.empty() || o.out.empty())
         return badArgument("an input and an output file are needed");
-    if (!o.force && (o.in == o.out || sameFile(o.in, o.out)))
+    if (!o.force && vlorfx::sameFile(o.in, o.out))
         return badArgument(o.out + " is the input file; give --force to write over it");
     return 0;
 }

@@ -2,6 +2,7 @@
 // format, block by block as playback runs them, into memory and then OUT.
 #include "chatter.h"
 #include "commands.h"
+#include "text.h"
 
 #include "QVlorMixer.h"
 #include "QVlorVst3_MixerEffect.h"
@@ -10,7 +11,6 @@
 #include "vst3engine.h"
 
 #include <sndfile.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cmath>
@@ -141,9 +141,7 @@ int cmdApplyMixer(int argc, char** argv)
         return mixerError("no effect: give --vst2 FILE or --vst3 BUNDLE, once for each effect of the chain");
     if (in.empty() || out.empty())
         return mixerError("an input and an output file are needed");
-    struct stat si, so;
-    if (!force && (in == out || (::stat(in.c_str(), &si) == 0 && ::stat(out.c_str(), &so) == 0 &&
-                                 si.st_dev == so.st_dev && si.st_ino == so.st_ino)))
+    if (!force && vlorfx::sameFile(in, out))
         return mixerError(out + " is the input file; give --force to write over it");
 
     SF_INFO info{};

@@ -51,10 +51,10 @@ QString absolute(const QString& arg)
     return info.exists() ? info.absoluteFilePath() : QString();
 }
 
-QList<Target> vst2Targets(const QString& arg, const QString& file)
+QList<Target> vst2Targets(const QList<QVlorVst::Path>& paths, const QString& arg, const QString& file)
 {
     QList<Target> out;
-    for (const QVlorVst::Path& path : vlorfx::vst2Paths())
+    for (const QVlorVst::Path& path : paths)
         for (const QVlorVst::Plugin& p : path.plugins()) {
             const bool byFile = !file.isEmpty() && p.filename() == file;
             const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
@@ -138,10 +138,10 @@ void act(Action a, const Target& t)
 }
 
 // What the catalog says of the target now; false when it is not as asked.
-bool report(Action a, const Target& t)
+bool report(Action a, const Target& t, const QList<QVlorVst::Path>& paths)
 {
     if (!t.vst3) {
-        for (const QVlorVst::Path& path : vlorfx::vst2Paths())
+        for (const QVlorVst::Path& path : paths)
             for (const QVlorVst::Plugin& p : path.plugins()) {
                 const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
                 for (const QVlorVst::Plugin& m : members) {
@@ -203,12 +203,13 @@ int run(Action a, int argc, char** argv)
             help(a, stderr);
             return 2;
         }
-    vlorfx::settle();
+    // One copy of the working list for all the arguments (it waits for the manager's thread).
+    const QList<QVlorVst::Path> before = vlorfx::vst2Paths();
     QList<Target> targets;
     for (int i = 0; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
         const QString file = absolute(arg);
-        const QList<Target> found = vst2Targets(arg, file) + vst3Targets(arg, file);
+        const QList<Target> found = vst2Targets(before, arg, file) + vst3Targets(arg, file);
         if (found.isEmpty()) {
             std::fprintf(stderr,
                          "vlorfx %s: nothing in the catalog is '%s' (a plugin file, a bundle, a class ID or a "
@@ -220,10 +221,10 @@ int run(Action a, int argc, char** argv)
     }
     for (const Target& t : targets)
         act(a, t);
-    vlorfx::settle();
+    const QList<QVlorVst::Path> after = vlorfx::vst2Paths();
     bool ok = true;
     for (const Target& t : targets)
-        ok = report(a, t) && ok;
+        ok = report(a, t, after) && ok;
     return ok ? 0 : 1;
 }
 

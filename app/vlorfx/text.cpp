@@ -1,5 +1,7 @@
 #include "text.h"
 
+#include <sys/stat.h>
+
 namespace vlorfx {
 
 QByteArray printable(const QString& text)
@@ -21,6 +23,13 @@ QByteArray printable(const QString& text)
         }
     }
     return out.toUtf8();
+}
+
+bool sameFile(const std::string& a, const std::string& b)
+{
+    struct stat sa, sb;
+    return a == b || (::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
+                      sa.st_ino == sb.st_ino);
 }
 
 } // namespace vlorfx
