@@ -12,3 +12,4 @@ int cmdEnable(int argc, char** argv);
 int cmdDisable(int argc, char** argv);
 int cmdRecheck(int argc, char** argv);
 int cmdApplyMixer(int argc, char** argv);
+int cmdOpen(int argc, char** argv);

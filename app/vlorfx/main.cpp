@@ -23,6 +23,8 @@ struct Command {
     const char* name;
     int (*run)(int, char**);
     const char* help;
+    // Shows windows: a display is used when there is one.
+    bool windows = false;
 };
 
 const Command kCommands[] = {
@@ -35,6 +37,7 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 or VST3 effect to an audio file"},
     {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded in this process"},
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
+    {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},
 };
 
 void usage(FILE* out)
@@ -92,7 +95,8 @@ public:
 int runWithLibrary(const Command& c, int argc, char** argv)
 {
     // Commands have no window: a display that is set but out of reach must not stop them.
-    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    if (!c.windows || (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")))
+        setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QVlorApplication app(argc, argv);
     QVlorAudioPlugins::Initialize();
     HeadlessHost host;

@@ -23,6 +23,8 @@ public:
     static int uiMode();
     // For the application's theme switch, and for tests that look at both.
     static void setUiMode(int mode);
+    // The theme and the palette that goes with it, for the whole application.
+    static void applyTheme(int mode);
     // Whether a desktop is there to show files and windows on (not a
     // command-line run, not an offscreen platform).
     static bool hasDesktop();

@@ -24,13 +24,23 @@ bool answered(const QVlorDialogs::Question& q, QVlorDialogs::Answer* answer)
     return true;
 }
 
+QString kindOf(QMessageBox::Icon icon)
+{
+    return icon == QMessageBox::Warning    ? QStringLiteral("warning")
+           : icon == QMessageBox::Critical ? QStringLiteral("critical")
+           : icon == QMessageBox::Question ? QStringLiteral("question")
+                                           : QStringLiteral("information");
+}
+
 QMessageBox::StandardButton ask(QWidget* parent, QMessageBox::Icon icon, const QString& kind, const QString& title,
-                                const QString& text, QMessageBox::StandardButtons buttons, bool windowModal)
+                                const QString& text, QMessageBox::StandardButtons buttons, bool windowModal,
+                                const QString& informativeText = QString())
 {
     QVlorDialogs::Answer answer;
-    if (answered({kind, title, text, buttons, windowModal}, &answer))
+    if (answered({kind, title, text, buttons, windowModal, informativeText}, &answer))
         return answer.button;
     QMessageBox box(icon, title, text, buttons, parent);
+    box.setInformativeText(informativeText);
     if (windowModal)
         box.setWindowModality(Qt::WindowModal);
     return QMessageBox::StandardButton(box.exec());
@@ -71,17 +81,20 @@ VLOR_MESSAGE_BOX(question, Question)
 QMessageBox::StandardButton QVlorMessageBox::windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
                                                          const QString& text, QMessageBox::StandardButtons buttons)
 {
-    const QString kind = icon == QMessageBox::Warning    ? QStringLiteral("warning")
-                         : icon == QMessageBox::Critical ? QStringLiteral("critical")
-                         : icon == QMessageBox::Question ? QStringLiteral("question")
-                                                         : QStringLiteral("information");
-    return ask(parent, icon, kind, title, text, buttons, true);
+    return ask(parent, icon, kindOf(icon), title, text, buttons, true);
+}
+
+QMessageBox::StandardButton QVlorMessageBox::detailed(QWidget* parent, QMessageBox::Icon icon, const QString& title,
+                                                      const QString& text, const QString& informativeText,
+                                                      QMessageBox::StandardButtons buttons)
+{
+    return ask(parent, icon, kindOf(icon), title, text, buttons, false, informativeText);
 }
 
 QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory)
 {
     QVlorDialogs::Answer answer;
-    if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false}, &answer))
+    if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false, QString()}, &answer))
         return answer.directory;
     return QFileDialog::getExistingDirectory(parent, caption, directory);
 }

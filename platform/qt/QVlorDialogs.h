@@ -21,6 +21,7 @@ struct Question {
     QString text;
     QMessageBox::StandardButtons buttons;
     bool windowModal = false;
+    QString informativeText;
 };
 
 // The answer to give: a button for a message box, a folder for the chooser
@@ -52,6 +53,10 @@ public:
     static QMessageBox::StandardButton question(QWidget* parent, const QString& title, const QString& text,
                                                 QMessageBox::StandardButtons buttons = QMessageBox::Yes |
                                                                                        QMessageBox::No);
+    // A box with a second, smaller text below the first.
+    static QMessageBox::StandardButton detailed(QWidget* parent, QMessageBox::Icon icon, const QString& title,
+                                                const QString& text, const QString& informativeText,
+                                                QMessageBox::StandardButtons buttons = QMessageBox::Ok);
     // Modal to its window only: the rest of the application goes on.
     static QMessageBox::StandardButton windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
                                                    const QString& text, QMessageBox::StandardButtons buttons);

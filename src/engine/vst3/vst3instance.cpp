@@ -339,10 +339,18 @@ void __FlushPendingParameters(_Vst3Instance* h)
     if (drainChanges(h) == 0)
         return;
     prepareSideLists(h);
-    const int32 saved = h->processData.numSamples;
-    h->processData.numSamples = 0;
-    h->processor->process(h->processData);
-    h->processData.numSamples = saved;
+    // Plugins may skip the parameters of an empty block (the SDK allows a
+    // flush, not every framework reads one): a block of one silent frame is
+    // read by all, and one frame of silence in a live stream is not heard.
+    ProcessData& pd = h->processData;
+    const int32 saved = pd.numSamples;
+    for (int32 b = 0; b < pd.numInputs; ++b)
+        for (int32 c = 0; c < pd.inputs[b].numChannels; ++c)
+            if (pd.inputs[b].channelBuffers32 && pd.inputs[b].channelBuffers32[c])
+                pd.inputs[b].channelBuffers32[c][0] = 0.0f;
+    pd.numSamples = 1;
+    h->processor->process(pd);
+    pd.numSamples = saved;
 }
 
 /* ---- parameters ---------------------------------------------------------- */

@@ -1,0 +1,225 @@
+// vlorfx open: one effect's widget in a window, as the editor's effect
+// dialog shows it, on a display or off one for a picture.
+#include "commands.h"
+#include "text.h"
+
+#include "QVlorApplication.h"
+#include "QVlorAudio.h"
+#include "QVlorMixer.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Catalog.h"
+#include "QVlorVst3_Widget.h"
+#include "QVlorVst_Widget.h"
+
+#include "audiovst.h"
+#include "vst3engine.h"
+
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QElapsedTimer>
+#include <QFileInfo>
+#include <QPixmap>
+#include <QPushButton>
+#include <QScreen>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <QWindow>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kOpenHelp =
+    "usage: vlorfx open [--cid CID] [--id N] [--generic] [--theme light|dark] [--screenshot FILE] PLUGIN\n\n"
+    "Shows the effect in a window, as the editor's effect dialog does: the\n"
+    "plugin's own editor when it has one and a display is there to show it,\n"
+    "a panel of its parameters otherwise.\n\n"
+    "  PLUGIN            a VST2 file (.so) or a VST3 bundle (.vst3)\n"
+    "  --cid CID         the effect class of a bundle that holds more than one\n"
+    "  --id N            the plugin of a VST2 shell file\n"
+    "  --generic         the parameter panel even where the plugin has an editor\n"
+    "  --theme T         light (the default) or dark\n"
+    "  --screenshot FILE save a picture of the window once it has painted, and quit\n\n"
+    "The plugin runs in this process, as in the editor's dialog. Under xvfb-run\n"
+    "the plugin's own editor is drawn on the virtual display.\n";
+
+int openError(const std::string& message)
+{
+    std::fprintf(stderr, "vlorfx open: %s (vlorfx open --help tells more)\n", message.c_str());
+    return 2;
+}
+
+// Sets a setting for this run only, as it was before at the end.
+class ScopedSetting {
+public:
+    ScopedSetting(const QString& key, const QVariant& value) : m_key(key)
+    {
+        QVlorSetting& s = QVlorSetting::global();
+        m_had = s.exists(key);
+        m_was = s.getString(key);
+        s.change(key, value);
+    }
+    ~ScopedSetting()
+    {
+        QVlorSetting& s = QVlorSetting::global();
+        if (m_had)
+            s.change(m_key, m_was);
+        else
+            s.remove(m_key);
+    }
+
+private:
+    QString m_key;
+    bool m_had = false;
+    QString m_was;
+};
+
+// A picture of the window with what the plugin drew into its own child
+// window: a grab of the widget alone would show the widget's background there.
+QPixmap picture(QWidget* window)
+{
+    if (QVlorApplication::platformName() == QLatin1String("xcb") && window->screen())
+        return window->screen()->grabWindow(window->winId());
+    return window->grab();
+}
+
+} // namespace
+
+int cmdOpen(int argc, char** argv)
+{
+    std::string file, cid, screenshot;
+    int id = 0;
+    bool generic = false;
+    int theme = QVlorApplication::Light;
+    for (int i = 0; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (a == "--help" || a == "-h") {
+            std::fputs(kOpenHelp, stdout);
+            return 0;
+        }
+        if (a == "--cid" && hasValue) {
+            cid = argv[++i];
+        } else if (a == "--id" && hasValue) {
+            id = std::atoi(argv[++i]);
+        } else if (a == "--generic") {
+            generic = true;
+        } else if (a == "--theme" && hasValue) {
+            const std::string t = argv[++i];
+            if (t != "light" && t != "dark")
+                return openError("--theme is light or dark");
+            theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
+        } else if (a == "--screenshot" && hasValue) {
+            screenshot = argv[++i];
+        } else if (!a.empty() && a[0] == '-') {
+            return openError("unknown option " + a);
+        } else if (file.empty()) {
+            file = a;
+        } else {
+            return openError("one plugin at a time");
+        }
+    }
+    if (file.empty())
+        return openError("no plugin given");
+    if (!QFileInfo::exists(QString::fromStdString(file)))
+        return openError(file + " does not exist");
+    QVlorApplication::applyTheme(theme);
+    std::unique_ptr<ScopedSetting> fallback;
+    if (generic)
+        fallback = std::make_unique<ScopedSetting>(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
+
+    QDialog dialog;
+    auto* layout = new QVBoxLayout(&dialog);
+    layout->setContentsMargins(0, 0, 0, 0);
+    const QVlorAudio audio(QString(), 2, QVlorMixer::Mixer::instance().sampleRate(), 0);
+    QVlorFxWidget* widget = nullptr;
+    const QString path = QString::fromStdString(file);
+    if (QFileInfo(path).isDir() || path.endsWith(QLatin1String(".vst3"))) {
+        if (cid.empty()) {
+            std::vector<Vst3ClassRecord> classes(64);
+            const int n = VLORVST3_ListClasses(file.c_str(), classes.data(), int(classes.size()));
+            if (n != 1) {
+                std::fprintf(stderr, "vlorfx open: %s\n",
+                             n < 0 ? (file + " is not a VST3 bundle that loads here").c_str()
+                                   : (file + " needs --cid: it holds " + std::to_string(n) + " effects").c_str());
+                return 1;
+            }
+            cid = classes[0].uid;
+        }
+        Vst3ClassRecord records[64];
+        const int n = VLORVST3_ListClasses(file.c_str(), records, 64);
+        QString name, vendor;
+        for (int i = 0; i < n; ++i)
+            if (QString::fromLatin1(records[i].uid).compare(QString::fromStdString(cid), Qt::CaseInsensitive) == 0) {
+                name = QString::fromUtf8(records[i].name);
+                vendor = QString::fromUtf8(records[i].vendor);
+            }
+        auto* vst3 = new QVlorVst3::Widget(audio, &dialog);
+        if (!vst3->loadPlugin(QVlorVst3::Plugin(path, QString::fromStdString(cid).toUpper(), name, vendor, QString(),
+                                                QString()))) {
+            std::fprintf(stderr, "vlorfx open: %s (%s) did not start\n", file.c_str(), cid.c_str());
+            return 1;
+        }
+        widget = vst3;
+    } else {
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), id, false);
+        if (!e || !AUDIOVST_IsEffect(e)) {
+            std::fprintf(stderr, "vlorfx open: %s is no VST2 effect that can be used\n", file.c_str());
+            return 1;
+        }
+        QVlorVst::Plugin plugin(path);
+        plugin.setUniqueId(AUDIOVST_GetUniqueID(e));
+        plugin.setName(QString::fromUtf8(AUDIOVST_GetEffectName(e)));
+        plugin.setVendor(QString::fromUtf8(AUDIOVST_GetVendorString(e)));
+        // The dialog runs the plugin here, as the editor's does.
+        AUDIOVST_ForgetVlorVstPath();
+        auto* vst2 = new QVlorVst::Widget(audio, &dialog);
+        if (!vst2->loadPlugin(plugin)) {
+            std::fprintf(stderr, "vlorfx open: %s did not start\n", file.c_str());
+            return 1;
+        }
+        widget = vst2;
+    }
+    layout->addWidget(widget, 1);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
+    buttons->setContentsMargins(12, 6, 12, 12);
+    layout->addWidget(buttons);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    dialog.setWindowTitle(widget->windowTitle());
+    // The plugin asks for its size; the dialog follows.
+    QObject::connect(widget, &QVlorFxWidget::fxResized, &dialog, [widget, &dialog](int w, int h) {
+        if (w <= 0 || h <= 0 || w > 8192 || h > 8192)
+            return;
+        widget->setFixedSize(w, h);
+        dialog.adjustSize();
+    });
+    QObject::connect(widget, &QVlorFxWidget::fxCrashed, &dialog, &QDialog::reject);
+    const QSize hint = widget->sizeHint();
+    if (hint.width() > 0 && hint.height() > 0 && hint.width() <= 8192 && hint.height() <= 8192)
+        widget->setMinimumSize(hint);
+    dialog.show();
+
+    int status = 0;
+    if (!screenshot.empty()) {
+        // The plugin paints from its idle calls: a few of them, then the picture.
+        QTimer::singleShot(1500, &dialog, [&] {
+            const QPixmap shot = picture(&dialog);
+            if (shot.isNull() || !shot.save(QString::fromStdString(screenshot))) {
+                std::fprintf(stderr, "vlorfx open: could not save %s\n", vlorfx::printable(QString::fromStdString(screenshot)).constData());
+                status = 1;
+            } else {
+                std::printf("%s: %dx%d\n", screenshot.c_str(), shot.width(), shot.height());
+            }
+            dialog.accept();
+        });
+    }
+    dialog.exec();
+    // The plugin's editor closes before its instance ends.
+    widget->hide();
+    delete widget;
+    return status;
+}
