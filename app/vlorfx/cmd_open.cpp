@@ -45,7 +45,9 @@ const char* const kOpenHelp =
     "  --theme T         light (the default) or dark\n"
     "  --screenshot FILE save a picture of the window once it has painted, and quit\n\n"
     "The plugin runs in this process, as in the editor's dialog. Under xvfb-run\n"
-    "the plugin's own editor is drawn on the virtual display.\n";
+    "the plugin's own editor is drawn on the virtual display.\n\n"
+    "example:\n"
+    "  xvfb-run -a vlorfx open --screenshot comp.png /usr/lib/vst3/ZamComp.vst3\n";
 
 int openError(const std::string& message)
 {
