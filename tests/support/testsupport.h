@@ -5,6 +5,7 @@
 #include "bldebug.h"
 
 #include <cstdlib>
+#include <dirent.h>
 #include <fstream>
 #include <mutex>
 #include <sstream>
@@ -140,6 +141,24 @@ template <typename F> bool waitFor(F condition, int ms = 3000)
             return false;
         usleep(10 * 1000);
     }
+}
+
+// The host programs that run an effect instance for this process.
+inline std::vector<long> instanceHostPids()
+{
+    std::vector<long> pids;
+    DIR* tasks = opendir("/proc/self/task");
+    while (dirent* t = tasks ? readdir(tasks) : nullptr) {
+        if (t->d_name[0] == '.')
+            continue;
+        std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
+        for (std::string pid; children >> pid;)
+            if (readFile("/proc/" + pid + "/cmdline").find("--fxinstance") != std::string::npos)
+                pids.push_back(std::stol(pid));
+    }
+    if (tasks)
+        closedir(tasks);
+    return pids;
 }
 
 // The data folder of this test program: set before anything reads settings.

@@ -27,7 +27,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <dlfcn.h>
 #include <csignal>
 #include <cmath>
@@ -56,24 +55,6 @@ QVlorVst::Plugin vst2Plugin(const QString& file)
 QVlorVst3::Plugin vst3Plugin(const QString& bundle, const QString& cid, const QString& name = QStringLiteral("Fixture"))
 {
     return QVlorVst3::Plugin(bundle, cid, name, QStringLiteral("Vlor Fixtures"), QString(), QString());
-}
-
-// The host programs that run an instance for this process.
-std::vector<long> instanceHosts()
-{
-    std::vector<long> pids;
-    DIR* tasks = opendir("/proc/self/task");
-    while (dirent* t = tasks ? readdir(tasks) : nullptr) {
-        if (t->d_name[0] == '.')
-            continue;
-        std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
-        for (std::string pid; children >> pid;)
-            if (readFile("/proc/" + pid + "/cmdline").find("--fxinstance") != std::string::npos)
-                pids.push_back(std::stol(pid));
-    }
-    if (tasks)
-        closedir(tasks);
-    return pids;
 }
 
 // The values of the setParameter calls the stereo fixture has heard for its first parameter.
@@ -263,7 +244,7 @@ TEST_F(EffectWidgets, Vst2AKilledHostIsReportedOnceAndTheWidgetIsFinished)
         EXPECT_EQ(w.title(), QStringLiteral("Vlor Fixture Stereo (32 bits)"));
         QSignalSpy crashed(&w, &QVlorFxWidget::fxCrashed);
         w.show();
-        const std::vector<long> hosts = instanceHosts();
+        const std::vector<long> hosts = instanceHostPids();
         ASSERT_EQ(hosts.size(), 1u);
         const QString before = w.fxParam(false);
         ASSERT_EQ(kill(pid_t(hosts[0]), SIGKILL), 0);

@@ -14,7 +14,6 @@
 
 #include <gtest/gtest.h>
 
-#include <dirent.h>
 #include <csignal>
 #include <cmath>
 #include <sstream>
@@ -30,24 +29,6 @@ const QString kEffects = QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effect
 const QString kGainCid = QStringLiteral("51000000000000000000000000000001");
 const QString kEndlessCid = QStringLiteral("51000000000000000000000000000002");
 constexpr int kRate = 48000;
-
-// The host programs that run an instance for this process.
-std::vector<long> instanceHosts()
-{
-    std::vector<long> pids;
-    DIR* tasks = opendir("/proc/self/task");
-    while (dirent* t = tasks ? readdir(tasks) : nullptr) {
-        if (t->d_name[0] == '.')
-            continue;
-        std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
-        for (std::string pid; children >> pid;)
-            if (readFile("/proc/" + pid + "/cmdline").find("--fxinstance") != std::string::npos)
-                pids.push_back(std::stol(pid));
-    }
-    if (tasks)
-        closedir(tasks);
-    return pids;
-}
 
 QVlorVst::Plugin vst2Plugin(const std::string& file)
 {
@@ -222,7 +203,7 @@ TEST_F(Mixer, AHostKilledInPlaybackStopsOnlyItsEffect)
     std::vector<float> out(in.size());
     EXPECT_EQ(chain.render(in.data(), out.data(), 256 * 8), 0);
 
-    const std::vector<long> hosts = instanceHosts();
+    const std::vector<long> hosts = instanceHostPids();
     ASSERT_EQ(hosts.size(), 1u);
     ASSERT_EQ(kill(pid_t(hosts[0]), SIGKILL), 0);
     ASSERT_TRUE(waitFor([&] { return !processRuns(hosts[0], 0); }));
