@@ -505,3 +505,58 @@ TEST_F(EffectWidgets, Vst3ViewResizesBothWaysWithoutEchoingThePluginsOwnRequest)
     EXPECT_EQ(w.sizeHint(), QSize(420, 260));
     w.hide();
 }
+
+// A real plugin with many parameters (a 31-band equaliser) in the panels of both formats.
+TEST_F(EffectWidgets, ARealPluginWithManyParametersFillsBothPanels)
+{
+    const QString vst3Bundle = QStringLiteral("/usr/lib/vst3/ZamGEQ31.vst3");
+    const QString vst2File = QStringLiteral("/usr/lib/vst/ZamGEQ31-vst.so");
+    if (!QFileInfo::exists(vst3Bundle) || !QFileInfo::exists(vst2File))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    QVlorSetting::global().change(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
+    AUDIOVST_ForgetVlorVstPath();
+    {
+        Vst3ClassRecord record;
+        ASSERT_EQ(VLORVST3_ListClasses(vst3Bundle.toUtf8().constData(), &record, 1), 1);
+        QVlorVst3::Widget w(kStereoAudio);
+        ASSERT_TRUE(w.loadPlugin(vst3Plugin(vst3Bundle, QString::fromLatin1(record.uid), QStringLiteral("ZamGEQ31"))));
+        const QList<QVlorVst3::ParameterWidget*> rows = w.parameterWidgets();
+        EXPECT_GE(rows.size(), 25);
+        w.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&w));
+        QVlorVst3::ParameterWidget* band = rows.value(5);
+        ASSERT_NE(band, nullptr);
+        const QString before = band->valueLabel()->text();
+        band->slider()->setFocus();
+        QTest::keyClick(band->slider(), Qt::Key_Home);
+        EXPECT_EQ(band->slider()->value(), 0);
+        EXPECT_NE(band->valueLabel()->text(), before);
+        EXPECT_DOUBLE_EQ(VLORVST3_GetParamNormalized(static_cast<QVlorVst3::MixerEffect*>(w.effect())->instance(), band->id()), 0.0);
+    }
+    {
+        QVlorVst::Widget w(kStereoAudio);
+        ASSERT_TRUE(w.loadPlugin(vst2Plugin(vst2File)));
+        auto* fx = static_cast<QVlorVst::MixerEffect*>(w.effect());
+        EXPECT_GT(fx->numParams(), QVlorVst::Widget::MaxParameterRows);
+        const QList<QVlorVst::ParameterWidget*> rows = w.parameterWidgets();
+        ASSERT_EQ(rows.size(), QVlorVst::Widget::MaxParameterRows);
+        w.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&w));
+        // A band's value typed in as a number of its own range lands in the plugin.
+        QVlorVst::ParameterWidget* band = nullptr;
+        for (QVlorVst::ParameterWidget* row : rows)
+            if (!band && row->kind() == 2)
+                band = row;
+        ASSERT_NE(band, nullptr) << "no linear parameter among the first rows";
+        const float low = fx->parameterMinValue(band->index()), high = fx->parameterMaxValue(band->index());
+        const float wanted = low + (high - low) * 0.75f;
+        band->lineEdit()->setFocus();
+        band->lineEdit()->selectAll();
+        QTest::keyClicks(band->lineEdit(), QString::number(double(wanted), 'f', 1));
+        QTest::keyClick(band->lineEdit(), Qt::Key_Return);
+        EXPECT_NEAR(fx->parameterValue(band->index()), 0.75f, 0.02f);
+        EXPECT_NEAR(band->slider()->value(), 7500, 200);
+    }
+    QVlorSetting::global().remove(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"));
+    AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+}
