@@ -1,9 +1,13 @@
 #include "QVlorAudioPlugins.h"
 
 #include "QVlorApplication.h"
+#include "QVlorFxWidget.h"
+#include "QVlorPairKeybindings.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Widget.h"
 #include "QVlorVst_Manager.h"
+#include "QVlorVst_Widget.h"
 
 #include "audiofx.h"
 #include "audiovst.h"
@@ -12,6 +16,7 @@
 #include "vstfilter.h"
 
 #include <QCoreApplication>
+#include <QDebug>
 #include <QDir>
 #include <QFileInfo>
 #include <QObject>
@@ -36,6 +41,59 @@ void _AnnounceNewPlugins(const QList<QString>& names)
 {
     if (s_host)
         s_host->announceNewPlugins(names);
+}
+
+QString _ShortcutKey(const QString& actionId) { return QLatin1String(K_SHORTCUT_SETTING_PREFIX) + actionId; }
+
+// The fixed commands took their present ids once; bindings under the old ones move, at this one chance.
+void _MigrateFixedPluginActionKeybindings()
+{
+    QVlorSetting& settings = QVlorSetting::global();
+    settings.setDefault(QLatin1String(K_SETTING_FIXED_MIGRATION_DONE), false);
+    if (settings.getBool(QLatin1String(K_SETTING_FIXED_MIGRATION_DONE), false))
+        return;
+    static const char* const kMoves[][2] = {
+        {"Vst_Preferences", "Plugins_Manage"},
+        {"Vst_SearchPlugins", "Plugins_SearchPlugins"},
+        {"Vst_CancelSearch", "Plugins_CancelSearch"},
+    };
+    for (const auto& move : kMoves) {
+        const QString oldKey = _ShortcutKey(QLatin1String(move[0]));
+        if (!settings.exists(oldKey))
+            continue;
+        settings.change(_ShortcutKey(QLatin1String(move[1])), settings.getString(oldKey, QString()));
+        settings.remove(oldKey);
+    }
+    settings.change(QLatin1String(K_SETTING_FIXED_MIGRATION_DONE), true);
+}
+
+// After a VST3 scan every pair of the run is known: bindings follow their plugins into pairs.
+void _MigratePluginKeybindings()
+{
+    if (!s_vst3Manager)
+        return;
+    const QList<QVlorPluginPairs::Entry> entries = s_vst3Manager->pairsEntriesCopy();
+    QVlorSetting& settings = QVlorSetting::global();
+    QMap<QString, QString> existing;
+    for (const QVlorPluginPairs::Entry& e : entries) {
+        QStringList ids;
+        if (e.vst2 != 0)
+            ids << QStringLiteral("vstid-%1").arg(e.vst2);
+        if (!e.vst3.isEmpty())
+            ids << QStringLiteral("vst3id-%1").arg(e.vst3);
+        for (const QString& id : ids)
+            if (settings.exists(_ShortcutKey(id)))
+                existing.insert(id, settings.getString(_ShortcutKey(id), QString()));
+    }
+    const KeybindingMigration moves = MigratePluginPairKeybindings(existing, entries);
+    if (!moves.ran)
+        return;
+    for (auto it = moves.added.constBegin(); it != moves.added.constEnd(); ++it)
+        settings.change(_ShortcutKey(it.key()), it.value());
+    for (const QString& id : moves.removed)
+        settings.remove(_ShortcutKey(id));
+    qInfo() << "QVlorAudioPlugins: plugin keybinding migration --" << moves.added.size()
+            << "binding(s) moved to plugid- ids";
 }
 
 QVlorVst3::Manager::Vst2PluginInfo _Vst2Info(const QVlorVst::Plugin& p, bool exists)
@@ -153,6 +211,61 @@ void install(Host* host)
         if (s_vstManager)
             s_vstManager->markPluginCrashed(id);
     });
+
+    _MigrateFixedPluginActionKeybindings();
+    if (s_vst3Manager)
+        QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
+}
+
+bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount)
+{
+    if (!widget)
+        return false;
+    const QList<QVlorPluginPairs::Entry> entries =
+        s_vst3Manager ? s_vst3Manager->pairsEntriesCopy() : QList<QVlorPluginPairs::Entry>();
+    QString root, label;
+    if (auto* vst2 = qobject_cast<QVlorVst::Widget*>(widget)) {
+        const qint64 id = vst2->pluginUniqueId();
+        for (const QVlorPluginPairs::Entry& e : entries) {
+            if (e.vst2 != id || e.vst3.isEmpty())
+                continue;
+            if (s_vst3Manager && s_vst3Manager->catalogCopy().findClass(e.vst3)) {
+                root = QStringLiteral("vloraudio.fx.vst3.") + e.vst3.toLower();
+                label = QStringLiteral("VST3");
+            }
+            break;
+        }
+    } else if (auto* vst3 = qobject_cast<QVlorVst3::Widget*>(widget)) {
+        const QString uid = vst3->pluginUid();
+        for (const QVlorPluginPairs::Entry& e : entries) {
+            if (e.vst3 != uid || e.vst2 == 0)
+                continue;
+            const QList<QVlorVst::Path> paths = s_vstManager ? s_vstManager->pathsCopy() : QList<QVlorVst::Path>();
+            for (const QVlorVst::Path& path : paths) {
+                for (const QVlorVst::Plugin& p : path.plugins()) {
+                    QList<QVlorVst::Plugin> candidates{p};
+                    candidates += p.plugins();
+                    for (const QVlorVst::Plugin& c : candidates)
+                        if (root.isEmpty() && c.uniqueId() == e.vst2)
+                            root = QStringLiteral("%1.%2").arg(QStringLiteral("vloraudio.fx.vst"),
+                                                               QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
+                }
+            }
+            if (!root.isEmpty())
+                label = QStringLiteral("VST2");
+            break;
+        }
+    }
+    if (root.isEmpty())
+        return false;
+    const int count = QVlorFxPresets(root).userPresetCount();
+    if (count <= 0)
+        return false;
+    if (twinFormat)
+        *twinFormat = label;
+    if (presetCount)
+        *presetCount = count;
+    return true;
 }
 
 void uninstall(Host*)

@@ -63,6 +63,9 @@ namespace UI {
 void install(Host* host);
 void uninstall(Host* host);
 MenuController* menuController();
+// Whether the other format of this effect's pair holds user presets: its
+// label ("VST2" or "VST3") and how many, for the effect's preset menu.
+bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount);
 } // namespace UI
 
 } // namespace QVlorAudioPlugins

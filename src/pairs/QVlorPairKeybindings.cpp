@@ -1,0 +1,39 @@
+#include "QVlorPairKeybindings.h"
+
+namespace QVlorAudioPlugins {
+
+const char* const K_SETTING_FIXED_MIGRATION_DONE = "vloraudio.plugins.fixed_action_keybinding_migration_done";
+const char* const K_SHORTCUT_SETTING_PREFIX = "vloraudio.shortcuts.";
+
+KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& existing,
+                                                 const QList<QVlorPluginPairs::Entry>& entries)
+{
+    KeybindingMigration result;
+    if (entries.isEmpty())
+        return result;
+    result.ran = true;
+    for (const QVlorPluginPairs::Entry& e : entries) {
+        const QString id2 = e.vst2 != 0 ? QStringLiteral("vstid-%1").arg(e.vst2) : QString();
+        const QString id3 = !e.vst3.isEmpty() ? QStringLiteral("vst3id-%1").arg(e.vst3) : QString();
+        const bool has2 = !id2.isEmpty() && existing.contains(id2);
+        const bool has3 = !id3.isEmpty() && existing.contains(id3);
+        if (!has2 && !has3)
+            continue;
+        // Both bound: the format the user plays decides; the other binding goes.
+        QString taken;
+        if (has2 && has3)
+            taken = e.activeFormat == QLatin1String("vst3") ? existing.value(id3) : existing.value(id2);
+        else
+            taken = has2 ? existing.value(id2) : existing.value(id3);
+        const QString newId = QStringLiteral("plugid-%1").arg(e.pairId);
+        if (!result.added.contains(newId))
+            result.added.insert(newId, taken);
+        if (has2)
+            result.removed << id2;
+        if (has3)
+            result.removed << id3;
+    }
+    return result;
+}
+
+} // namespace QVlorAudioPlugins
