@@ -34,13 +34,18 @@ QString kindOf(QMessageBox::Icon icon)
 
 QMessageBox::StandardButton ask(QWidget* parent, QMessageBox::Icon icon, const QString& kind, const QString& title,
                                 const QString& text, QMessageBox::StandardButtons buttons, bool windowModal,
-                                const QString& informativeText = QString())
+                                const QString& informativeText = QString(),
+                                QMessageBox::StandardButton defaultButton = QMessageBox::NoButton)
 {
     QVlorDialogs::Answer answer;
-    if (answered({kind, title, text, buttons, windowModal, informativeText}, &answer))
+    if (answered({kind, title, text, buttons, windowModal, informativeText, defaultButton}, &answer))
         return answer.button;
     QMessageBox box(icon, title, text, buttons, parent);
     box.setInformativeText(informativeText);
+    if (defaultButton != QMessageBox::NoButton) {
+        box.setDefaultButton(defaultButton);
+        box.setEscapeButton(defaultButton);
+    }
     if (windowModal)
         box.setWindowModality(Qt::WindowModal);
     return QMessageBox::StandardButton(box.exec());
@@ -79,9 +84,11 @@ VLOR_MESSAGE_BOX(question, Question)
 #undef VLOR_MESSAGE_BOX
 
 QMessageBox::StandardButton QVlorMessageBox::windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
-                                                         const QString& text, QMessageBox::StandardButtons buttons)
+                                                         const QString& text, QMessageBox::StandardButtons buttons,
+                                                         const QString& informativeText,
+                                                         QMessageBox::StandardButton defaultButton)
 {
-    return ask(parent, icon, kindOf(icon), title, text, buttons, true);
+    return ask(parent, icon, kindOf(icon), title, text, buttons, true, informativeText, defaultButton);
 }
 
 QMessageBox::StandardButton QVlorMessageBox::detailed(QWidget* parent, QMessageBox::Icon icon, const QString& title,
@@ -94,7 +101,7 @@ QMessageBox::StandardButton QVlorMessageBox::detailed(QWidget* parent, QMessageB
 QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory)
 {
     QVlorDialogs::Answer answer;
-    if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false, QString()}, &answer))
+    if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false, QString(), QMessageBox::NoButton}, &answer))
         return answer.directory;
     return QFileDialog::getExistingDirectory(parent, caption, directory);
 }

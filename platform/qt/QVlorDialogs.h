@@ -22,6 +22,7 @@ struct Question {
     QMessageBox::StandardButtons buttons;
     bool windowModal = false;
     QString informativeText;
+    QMessageBox::StandardButton defaultButton = QMessageBox::NoButton; // also the escape button
 };
 
 // The answer to give: a button for a message box, a folder for the chooser
@@ -59,7 +60,9 @@ public:
                                                 QMessageBox::StandardButtons buttons = QMessageBox::Ok);
     // Modal to its window only: the rest of the application goes on.
     static QMessageBox::StandardButton windowModal(QWidget* parent, QMessageBox::Icon icon, const QString& title,
-                                                   const QString& text, QMessageBox::StandardButtons buttons);
+                                                   const QString& text, QMessageBox::StandardButtons buttons,
+                                                   const QString& informativeText = QString(),
+                                                   QMessageBox::StandardButton defaultButton = QMessageBox::NoButton);
 };
 
 class QVlorFileDialog {

@@ -3,6 +3,7 @@
 #include "QVlorApplication.h"
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
+#include "QVlorPluginsMenu.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -215,6 +216,9 @@ void install(Host* host)
     _MigrateFixedPluginActionKeybindings();
     if (s_vst3Manager)
         QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
+
+    // Last, so that it finds both managers in place.
+    s_menuController = new MenuController(host);
 }
 
 bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount)
@@ -270,7 +274,10 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
 
 void uninstall(Host*)
 {
-    s_menuController = nullptr; // the Plugins menu is not built by this version
+    if (s_menuController) {
+        delete s_menuController;
+        s_menuController = nullptr;
+    }
     if (s_vst3Manager) {
         delete s_vst3Manager;
         s_vst3Manager = nullptr;

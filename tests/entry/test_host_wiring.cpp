@@ -3,6 +3,7 @@
 // blames on the right plugin. This program runs away from the host programs,
 // so the library must start the application itself as its VST3 host.
 #include "QVlorAudioPlugins.h"
+#include "QVlorPluginsMenu.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
@@ -111,7 +112,8 @@ TEST_F(Wiring, WithoutVst2SupportTheVst3SideComesUpAlone)
     EXPECT_EQ(QVlorAudioPlugins::vstManager(), nullptr);
     QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
     ASSERT_NE(vst3, nullptr);
-    EXPECT_EQ(QVlorAudioPlugins::UI::menuController(), nullptr);
+    ASSERT_NE(QVlorAudioPlugins::UI::menuController(), nullptr);
+    EXPECT_EQ(QVlorAudioPlugins::UI::menuController()->pluginsMenu(), nullptr); // the host has no main menu
 
     // No vlorvst3 beside this program: the program itself, with "--vst3", probes and verifies.
     TempDir root;

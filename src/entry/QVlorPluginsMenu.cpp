@@ -1,0 +1,357 @@
+// The Plugins menu. It is rebuilt whole from the managers' copies, never
+// patched: a pair is one row with one active format, so the menu offers
+// products, and the user's choice of format decides what an entry opens.
+#include "QVlorPluginsMenu.h"
+
+#include "QVlorAudio.h"
+#include "QVlorDialogs.h"
+#include "QVlorUnifiedPluginsModel.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Widget.h"
+#include "QVlorVst_Manager.h"
+#include "QVlorVst_Widget.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QHash>
+#include <QMap>
+#include <QMenu>
+#include <QPointer>
+#include <QRegularExpression>
+#include <QTimer>
+
+#include <algorithm>
+
+namespace QVlorAudioPlugins {
+
+namespace {
+
+QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudioMainWindow", text); }
+
+// The VST2 record a row's identity names: by hash and plugin id, or by unique id.
+bool __FindVst2PluginByFormatId(const QList<QVlorVst::Path>& paths, const QString& formatId, QVlorVst::Plugin* out)
+{
+    QString hash;
+    int pluginId = 0;
+    qint64 uniqueId = 0;
+    if (formatId.startsWith(QLatin1String("vsthash-"))) {
+        const QString rest = formatId.mid(8);
+        const int colon = rest.lastIndexOf(QLatin1Char(':'));
+        hash = colon < 0 ? rest : rest.left(colon);
+        bool ok = false;
+        const qint64 id = colon < 0 ? 0 : rest.mid(colon + 1).toLongLong(&ok);
+        pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
+        if (hash.isEmpty())
+            return false;
+    } else if (formatId.startsWith(QLatin1String("vstid-"))) {
+        uniqueId = formatId.mid(6).toLongLong();
+        if (uniqueId == 0)
+            return false;
+    } else {
+        return false;
+    }
+    auto matches = [&](const QVlorVst::Plugin& p) {
+        return hash.isEmpty() ? p.uniqueId() == uniqueId : p.hash() == hash && p.pluginId() == pluginId;
+    };
+    for (const QVlorVst::Path& path : paths) {
+        for (const QVlorVst::Plugin& p : path.plugins()) {
+            QList<QVlorVst::Plugin> candidates{p};
+            if (p.isShell())
+                candidates += p.plugins();
+            for (const QVlorVst::Plugin& c : candidates) {
+                if (!matches(c))
+                    continue;
+                if (out)
+                    *out = c;
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+} // namespace
+
+class MenuController::Data {
+public:
+    struct PluginMenuEntry {
+        QString pairId;
+        QString format;
+        QVlorVst::Plugin plugin;
+        QString cid;
+    };
+
+    Host* host = nullptr;
+    QPointer<QMenu> pluginsMenu;
+    QAction* menuAnchor = nullptr;
+    QAction* scanProgressAction = nullptr;
+    QAction* cancelScanAction = nullptr;
+    QAction* managePluginsAction = nullptr;
+    QAction* searchPluginsAction = nullptr;
+    QMap<QString, QMenu*> vendorMenus;
+    QHash<QAction*, PluginMenuEntry> entries;
+    QHash<QString, QAction*> pairActions;
+    QList<UnifiedRow> rows;
+    QVlorVst3::Catalog catalog;
+    bool rebuildPending = false;
+
+    void forgetMenu()
+    {
+        pluginsMenu = nullptr;
+        menuAnchor = scanProgressAction = cancelScanAction = managePluginsAction = searchPluginsAction = nullptr;
+        vendorMenus.clear();
+        entries.clear();
+        pairActions.clear();
+    }
+};
+
+MenuController::MenuController(Host* host) : d(new Data)
+{
+    d->host = host;
+    if (QVlorVst::Manager* m = vstManager()) {
+        connect(m, &QVlorVst::Manager::pluginEnabled, this, &MenuController::rebuildPluginsMenu);
+        connect(m, &QVlorVst::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
+        connect(m, &QVlorVst::Manager::endScan, this, &MenuController::rebuildPluginsMenu);
+    }
+    if (QVlorVst3::Manager* m = vst3Manager()) {
+        connect(m, &QVlorVst3::Manager::pluginEnabled, this, &MenuController::rebuildPluginsMenu);
+        connect(m, &QVlorVst3::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
+        connect(m, &QVlorVst3::Manager::catalogChanged, this, &MenuController::rebuildPluginsMenu);
+        connect(m, &QVlorVst3::Manager::endScan, this, &MenuController::rebuildPluginsMenu);
+    }
+}
+
+MenuController::~MenuController()
+{
+    if (d->pluginsMenu) {
+        // The menu stays the host's; our entries leave it, and the host forgets them.
+        disconnect(d->pluginsMenu, nullptr, this, nullptr);
+        for (auto it = d->entries.constBegin(); it != d->entries.constEnd(); ++it) {
+            if (d->host) {
+                d->host->unregisterAction(it.key());
+                d->host->unregisterQuickOpen(it.key());
+            }
+        }
+        for (QAction* fixed : {d->managePluginsAction, d->searchPluginsAction, d->cancelScanAction})
+            if (d->host && fixed)
+                d->host->unregisterAction(fixed);
+        delete d->pluginsMenu.data();
+    }
+    delete d;
+}
+
+QMenu* MenuController::pluginsMenu() const { return d->pluginsMenu; }
+QAction* MenuController::scanProgressAction() const { return d->scanProgressAction; }
+QAction* MenuController::searchPluginsAction() const { return d->searchPluginsAction; }
+QAction* MenuController::managePluginsAction() const { return d->managePluginsAction; }
+QAction* MenuController::cancelScanAction() const { return d->cancelScanAction; }
+
+void MenuController::createPluginsMenu()
+{
+    if (d->pluginsMenu || (!vstManager() && !vst3Manager()) || !d->host)
+        return;
+    QMenu* main = d->host->mainMenu();
+    if (!main)
+        return;
+    QMenu* menu = main->addMenu(trMain("Plugins"));
+    menu->menuAction()->setVisible(true);
+    d->pluginsMenu = menu;
+    d->scanProgressAction = menu->addAction(QStringLiteral("%1 ... 0 %").arg(trMain("Scanning plugins")));
+    d->scanProgressAction->setEnabled(false);
+    menu->addSeparator();
+    d->menuAnchor = menu->addSeparator();
+    d->searchPluginsAction = menu->addAction(trMain("Search new plugins"));
+    d->managePluginsAction = menu->addAction(trMain("Manage Plugins..."));
+    menu->addSeparator();
+    d->cancelScanAction = menu->addAction(trMain("Cancel Plugin Scanning"));
+    connect(menu, &QObject::destroyed, this, [this] { d->forgetMenu(); });
+    const QString category = QStringLiteral("Plugins");
+    d->host->registerAction(d->managePluginsAction, QStringLiteral("Plugins_Manage"), category, QString());
+    d->host->registerAction(d->searchPluginsAction, QStringLiteral("Plugins_SearchPlugins"), category, QString());
+    d->host->registerAction(d->cancelScanAction, QStringLiteral("Plugins_CancelSearch"), category, QString());
+    rebuildPluginsMenu();
+}
+
+void MenuController::rebuildPluginsMenu()
+{
+    if (d->rebuildPending)
+        return;
+    d->rebuildPending = true;
+    QTimer::singleShot(0, this, &MenuController::rebuildPluginsMenuNow);
+}
+
+void MenuController::rebuildPluginsMenuNow()
+{
+    d->rebuildPending = false;
+    createPluginsMenu();
+    if (!d->pluginsMenu)
+        return;
+
+    for (QMenu* vendorMenu : qAsConst(d->vendorMenus)) {
+        for (QAction* action : vendorMenu->actions()) {
+            d->entries.remove(action);
+            vendorMenu->removeAction(action);
+            d->host->unregisterAction(action);
+            d->host->unregisterQuickOpen(action);
+            delete action;
+        }
+        d->pluginsMenu->removeAction(vendorMenu->menuAction());
+        delete vendorMenu;
+    }
+    d->vendorMenus.clear();
+    d->entries.clear();
+    d->pairActions.clear();
+
+    const QList<QVlorVst::Path> paths = vstManager() ? vstManager()->pathsCopy() : QList<QVlorVst::Path>();
+    QVlorPluginPairs pairs;
+    if (QVlorVst3::Manager* m = vst3Manager()) {
+        d->catalog = m->catalogCopy();
+        pairs.entries() = m->pairsEntriesCopy();
+    } else {
+        d->catalog = QVlorVst3::Catalog();
+    }
+    d->rows = QVlorUnifiedPluginsModel::composeRows(paths, d->catalog, pairs, {}, {}, {}, {}, true);
+
+    const QVlorAudio audio = d->host->currentAudio();
+    const bool canApply = audio.isReady() && !audio.isEmpty() && audio.isEditable() && !audio.isRecording();
+
+    QMap<QString, QList<const UnifiedRow*>> byVendor;
+    for (const UnifiedRow& row : qAsConst(d->rows)) {
+        if (row.isShellHeader || (!row.vst2.active && !row.vst3.active) || !row.inUse())
+            continue;
+        const UnifiedFormatInfo& active = row.vst2.active ? row.vst2 : row.vst3;
+        if (active.state == QLatin1String("missing") || active.state == QLatin1String("failed"))
+            continue;
+        byVendor[row.vendorKey] << &row;
+    }
+    QStringList vendors = byVendor.keys();
+    // Plugins without a vendor come last.
+    if (!vendors.isEmpty() && vendors.first().isEmpty())
+        vendors.append(vendors.takeFirst());
+
+    for (const QString& key : vendors) {
+        QList<const UnifiedRow*> rows = byVendor.value(key);
+        std::stable_sort(rows.begin(), rows.end(), [](const UnifiedRow* a, const UnifiedRow* b) {
+            return QString::localeAwareCompare(a->name, b->name) < 0;
+        });
+        QString label = rows.first()->vendor;
+        if (label.isEmpty() && !key.isEmpty())
+            label = key.at(0).toUpper() + key.mid(1);
+        auto* vendorMenu = new QMenu(label, d->pluginsMenu);
+        d->pluginsMenu->insertMenu(d->menuAnchor, vendorMenu);
+        d->vendorMenus.insert(key, vendorMenu);
+
+        for (const UnifiedRow* row : qAsConst(rows)) {
+            Data::PluginMenuEntry entry;
+            entry.pairId = row->pairId;
+            QString formatLabel, formatId;
+            if (row->vst2.active) {
+                entry.format = QStringLiteral("vst2");
+                if (!__FindVst2PluginByFormatId(paths, row->vst2.identity, &entry.plugin))
+                    continue;
+                formatLabel = row->vst2.is32Bit ? QStringLiteral("VST2\u00B732") : QStringLiteral("VST2");
+                formatId = row->vst2.identity;
+            } else {
+                entry.format = QStringLiteral("vst3");
+                entry.cid = row->vst3.identity;
+                formatLabel = QStringLiteral("VST3");
+                formatId = QStringLiteral("vst3id-%1").arg(entry.cid);
+            }
+            auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(row->name, formatLabel), vendorMenu);
+            action->setEnabled(canApply);
+            vendorMenu->addAction(action);
+            d->entries.insert(action, entry);
+            if (!entry.pairId.isEmpty())
+                d->pairActions.insert(entry.pairId, action);
+            const QString id = entry.pairId.isEmpty() ? formatId : QStringLiteral("plugid-%1").arg(entry.pairId);
+            d->host->registerAction(action, id, trMain("Plugins by %1").arg(label), row->name);
+            const QString title = QStringLiteral("%2 %1").arg(row->name, label);
+            QString url = title.trimmed().toLower();
+            url.remove(QRegularExpression(QStringLiteral("\\s")));
+            const QString description = QStringLiteral("%1: %2 by %3")
+                                            .arg(entry.format == QLatin1String("vst2") ? QStringLiteral("VST")
+                                                                                       : QStringLiteral("VST3"),
+                                                 row->name, label);
+            d->host->registerQuickOpen(2, action, QStringLiteral("fx://%1").arg(url), title, description,
+                                       QStringLiteral("QtVlor"), QStringLiteral("quickopen/vst"));
+            connect(action, &QAction::triggered, this, &MenuController::axnPluginFxTriggered);
+        }
+    }
+}
+
+void MenuController::axnPluginFxTriggered()
+{
+    auto* action = qobject_cast<QAction*>(sender());
+    if (!d->host)
+        return;
+    const QVlorAudio audio = d->host->currentAudio();
+    if (audio.isEmpty() || !audio.isEditable() || !action || !d->entries.contains(action))
+        return;
+    const Data::PluginMenuEntry entry = d->entries.value(action);
+    QMenu* main = d->host->mainMenu();
+    QWidget* parent = main ? main->window() : nullptr;
+    const QString informative = trMain("It may be a temporary problem that can be resolved by restarting vloraudio.");
+
+    if (entry.format == QLatin1String("vst2")) {
+        if (!entry.plugin.isValid())
+            return;
+        auto* widget = new QVlorVst::Widget(audio);
+        if (widget->loadPlugin(entry.plugin)) {
+            d->host->presentEffectWidget(widget, action, entry.pairId, QStringLiteral("vst2"));
+            return;
+        }
+        QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("VST Load Error"),
+                                     trMain("The VST %1 plug-in could not be loaded (or crash during this process).")
+                                         .arg(entry.plugin.name()),
+                                     QMessageBox::Ok, informative);
+        delete widget;
+        return;
+    }
+
+    QVlorVst3::Plugin plugin;
+    const QVlorVst3::CatalogClass* found = nullptr;
+    for (const QVlorVst3::CatalogBundle& bundle : d->catalog.bundles())
+        for (const QVlorVst3::CatalogClass& c : bundle.classes())
+            if (!found && c.cid() == entry.cid) {
+                found = &c;
+                plugin = QVlorVst3::Plugin(bundle.path(), c.cid(), c.name(), c.vendor(), c.subCategories(), c.version());
+            }
+    if (!found || !plugin.isValid())
+        return;
+    if (found->state() == QVlorVst3::CatalogClass::Crashed) {
+        const QMessageBox::StandardButton answer = QVlorMessageBox::windowModal(
+            parent, QMessageBox::Warning, trMain("Question"),
+            trMain("This plugin crashed vloraudio the last time it was opened. Open it anyway?"),
+            QMessageBox::Yes | QMessageBox::No, QString(), QMessageBox::No);
+        if (answer != QMessageBox::Yes)
+            return;
+        if (QVlorVst3::Manager* m = vst3Manager())
+            m->clearCrashedState(entry.cid);
+    }
+    auto* widget = new QVlorVst3::Widget(audio);
+    if (widget->loadPlugin(plugin)) {
+        d->host->presentEffectWidget(widget, action, entry.pairId, QStringLiteral("vst3"));
+        return;
+    }
+    QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("VST3 Load Error"),
+                                 trMain("The VST3 %1 plug-in could not be loaded (or crash during this process).")
+                                     .arg(plugin.name()),
+                                 QMessageBox::Ok, informative);
+    delete widget;
+}
+
+bool MenuController::triggerPairAction(const QString& pairId)
+{
+    QAction* action = d->pairActions.value(pairId);
+    if (!action)
+        return false;
+    action->activate(QAction::Trigger);
+    return true;
+}
+
+bool MenuController::formatAvailableForPair(const QString& pairId, const QString& format) const
+{
+    return QVlorUnifiedPluginsModel::formatAvailableForPair(d->rows, pairId, format);
+}
+
+} // namespace QVlorAudioPlugins

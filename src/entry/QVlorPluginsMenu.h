@@ -1,0 +1,46 @@
+#ifndef QVLORPLUGINSMENU_H
+#define QVLORPLUGINSMENU_H
+// The application's "Plugins" menu: a submenu per vendor, an entry per usable
+// product whatever its format, and the scan and manage commands.
+
+#include "QVlorAudioPlugins.h"
+
+#include <QObject>
+#include <QString>
+
+class QAction;
+class QMenu;
+
+namespace QVlorAudioPlugins {
+
+class MenuController : public QObject {
+    Q_OBJECT
+public:
+    explicit MenuController(Host* host);
+    ~MenuController() override;
+
+    QMenu* pluginsMenu() const;
+    QAction* scanProgressAction() const;
+    QAction* searchPluginsAction() const;
+    QAction* managePluginsAction() const;
+    QAction* cancelScanAction() const;
+
+    void createPluginsMenu();
+    // Opens the effect of a pair as its menu entry would; false for an unknown pair.
+    bool triggerPairAction(const QString& pairId);
+    bool formatAvailableForPair(const QString& pairId, const QString& format) const;
+
+public slots:
+    // Coalesced: a burst of catalog signals costs one rebuild.
+    void rebuildPluginsMenu();
+    void rebuildPluginsMenuNow();
+    void axnPluginFxTriggered();
+
+private:
+    class Data;
+    Data* d;
+};
+
+} // namespace QVlorAudioPlugins
+
+#endif

@@ -1,0 +1,300 @@
+// The Plugins menu under a host with a real menu bar, over fixture plugins
+// of both formats found by real scans: its content and order, what an entry
+// opens, the question before a plugin that crashed, the coalesced rebuild and
+// the menu's life when the host tears it down.
+#include "QVlorAudioPlugins.h"
+#include "QVlorDialogs.h"
+#include "QVlorPluginsMenu.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Widget.h"
+#include "QVlorVst_Manager.h"
+#include "QVlorVst_Widget.h"
+
+#include "audiovst.h"
+#include "testsupport.h"
+
+#include <QAction>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QMenu>
+#include <QMenuBar>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace vlortest;
+
+namespace {
+
+const QString kGain = QStringLiteral("51000000000000000000000000000001");
+
+class MenuHost : public QVlorAudioPlugins::Host {
+public:
+    void announceNewPlugins(const QList<QString>&) override {}
+    QMenu* mainMenu() override { return main; }
+    void registerAction(QAction* action, const QString& id, const QString&, const QString&) override { ids[action] = id; }
+    void registerQuickOpen(int, QAction* action, const QString& url, const QString&, const QString&, const QString&,
+                           const QString&) override
+    {
+        urls[action] = url;
+    }
+    void unregisterAction(QAction* action) override { ids.remove(action); }
+    void unregisterQuickOpen(QAction* action) override { urls.remove(action); }
+    QVlorAudio currentAudio() override
+    {
+        ++audioAsked;
+        return audio;
+    }
+    void presentEffectWidget(QVlorFxWidget* widget, QAction*, const QString& pairId, const QString& format) override
+    {
+        presented.reset(widget);
+        presentedFormat = format;
+        presentedPair = pairId;
+    }
+
+    QMenu* main = nullptr;
+    QVlorAudio audio;
+    QHash<QAction*, QString> ids;
+    QHash<QAction*, QString> urls;
+    int audioAsked = 0;
+    std::unique_ptr<QVlorFxWidget> presented;
+    QString presentedFormat, presentedPair;
+};
+
+void settle()
+{
+    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
+                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
+        if (m)
+            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
+    QCoreApplication::processEvents();
+    QCoreApplication::processEvents();
+}
+
+QStringList texts(const QMenu* menu)
+{
+    QStringList t;
+    for (QAction* a : menu->actions())
+        t << (a->isSeparator() ? QStringLiteral("--") : a->text());
+    return t;
+}
+
+QAction* find(const QMenu* menu, const QString& text)
+{
+    for (QAction* a : menu->actions()) {
+        if (a->menu())
+            if (QAction* inner = find(a->menu(), text))
+                return inner;
+        if (a->text() == text)
+            return a;
+    }
+    return nullptr;
+}
+
+class Menu : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { QVlorAudioPlugins::Initialize(); }
+    static void TearDownTestSuite() { QVlorAudioPlugins::Finalize(); }
+    void SetUp() override
+    {
+        AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+        bar = std::make_unique<QMenuBar>();
+        host.main = new QMenu(QStringLiteral("Main"), bar.get());
+        vst2File = QString::fromStdString(plugins.file("vst2/Stereo.so"));
+        QDir().mkpath(QFileInfo(vst2File).absolutePath());
+        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so"), vst2File);
+        bundle = QString::fromStdString(plugins.file("vst3/Effects.vst3"));
+        QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
+        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
+                    bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
+        QVlorAudioPlugins::UI::install(&host);
+        vst2 = QVlorAudioPlugins::vstManager();
+        vst3 = QVlorAudioPlugins::vst3Manager();
+        vst2->addPath(QFileInfo(vst2File).absolutePath());
+        vst2->updatePlugins(true, false);
+        vst2->enableNewPlugins();
+        vst3->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
+        vst3->searchPlugins(true);
+        vst3->enableNewPlugins();
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            const QVlorVst3::CatalogClass* c = vst3->catalogCopy().findClass(kGain);
+            return c && c->state() == QVlorVst3::CatalogClass::Enabled;
+        }, 20000));
+        controller = QVlorAudioPlugins::UI::menuController();
+        ASSERT_NE(controller, nullptr);
+        controller->rebuildPluginsMenu();
+        settle();
+        QVlorDialogs::takeAsked();
+    }
+    void TearDown() override
+    {
+        QVlorDialogs::setAnswerer({});
+        host.presented.reset();
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&host);
+    }
+    TempDir plugins;
+    QString vst2File, bundle;
+    std::unique_ptr<QMenuBar> bar;
+    MenuHost host;
+    QVlorVst::Manager* vst2 = nullptr;
+    QVlorVst3::Manager* vst3 = nullptr;
+    QVlorAudioPlugins::MenuController* controller = nullptr;
+};
+
+} // namespace
+
+TEST_F(Menu, VendorsEntriesAndFixedCommandsInTheirOrderAndEntriesOpenOnlyWithAudio)
+{
+    QMenu* menu = controller->pluginsMenu();
+    ASSERT_NE(menu, nullptr);
+    const QStringList top = texts(menu);
+    ASSERT_GE(top.size(), 7);
+    EXPECT_EQ(top.first(), QStringLiteral("Scanning plugins ... 0 %"));
+    EXPECT_EQ(top.mid(top.size() - 5), (QStringList{QStringLiteral("--"), QStringLiteral("Search new plugins"),
+                                                     QStringLiteral("Manage Plugins..."), QStringLiteral("--"),
+                                                     QStringLiteral("Cancel Plugin Scanning")}));
+    EXPECT_TRUE(top.contains(QStringLiteral("Vlor Test Vendor")));
+    EXPECT_TRUE(top.contains(QStringLiteral("Vlor Fixtures")));
+    EXPECT_EQ(host.ids.value(controller->managePluginsAction()), QStringLiteral("Plugins_Manage"));
+    EXPECT_EQ(host.ids.value(controller->searchPluginsAction()), QStringLiteral("Plugins_SearchPlugins"));
+    EXPECT_EQ(host.ids.value(controller->cancelScanAction()), QStringLiteral("Plugins_CancelSearch"));
+
+    QAction* stereo = find(menu, QStringLiteral("Vlor Fixture Stereo \u00B7 VST2"));
+    QAction* gain = find(menu, QStringLiteral("Fixture Gain \u00B7 VST3"));
+    ASSERT_NE(stereo, nullptr) << texts(menu).join(QLatin1Char('|')).toStdString();
+    ASSERT_NE(gain, nullptr);
+    EXPECT_EQ(host.ids.value(gain), QStringLiteral("vst3id-") + kGain);
+    EXPECT_TRUE(host.ids.value(stereo).startsWith(QStringLiteral("vstid-")));
+    EXPECT_EQ(host.urls.value(gain), QStringLiteral("fx://vlorfixturesfixturegain"));
+    // No audio: every entry is off, and a trigger by hand opens nothing.
+    EXPECT_FALSE(stereo->isEnabled());
+    EXPECT_FALSE(gain->isEnabled());
+    stereo->trigger();
+    EXPECT_EQ(host.presented, nullptr);
+
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    controller->rebuildPluginsMenu();
+    settle();
+    stereo = find(controller->pluginsMenu(), QStringLiteral("Vlor Fixture Stereo \u00B7 VST2"));
+    gain = find(controller->pluginsMenu(), QStringLiteral("Fixture Gain \u00B7 VST3"));
+    ASSERT_TRUE(stereo && gain);
+    EXPECT_TRUE(stereo->isEnabled());
+    stereo->trigger();
+    ASSERT_NE(host.presented, nullptr);
+    EXPECT_NE(qobject_cast<QVlorVst::Widget*>(host.presented.get()), nullptr);
+    EXPECT_EQ(host.presentedFormat, QStringLiteral("vst2"));
+    host.presented.reset();
+    gain->trigger();
+    ASSERT_NE(qobject_cast<QVlorVst3::Widget*>(host.presented.get()), nullptr);
+    EXPECT_FALSE(controller->triggerPairAction(QStringLiteral("no-such-pair")));
+
+    // A plugin switched off leaves the menu; a burst of signals costs one rebuild.
+    for (QVlorVst::Path path : vst2->pathsCopy())
+        for (QVlorVst::Plugin& p : path.plugins())
+            vst2->disablePlugin(p, path);
+    settle();
+    settle();
+    EXPECT_EQ(find(controller->pluginsMenu(), QStringLiteral("Vlor Fixture Stereo \u00B7 VST2")), nullptr);
+    const int before = host.audioAsked;
+    for (int i = 0; i < 10; ++i)
+        emit vst3->catalogChanged();
+    settle();
+    EXPECT_EQ(host.audioAsked, before + 1);
+}
+
+TEST_F(Menu, APairIsOneEntryOpeningItsActiveFormatUnderOneId)
+{
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    QVlorVst::Plugin stereo;
+    for (const QVlorVst::Path& path : vst2->pathsCopy())
+        for (const QVlorVst::Plugin& p : path.plugins())
+            stereo = p;
+    vst3->addManualPair(stereo.uniqueId(), kGain, QStringLiteral("vst2"));
+    settle();
+    controller->rebuildPluginsMenu();
+    settle();
+    const QList<QVlorPluginPairs::Entry> pairs = vst3->pairsEntriesCopy();
+    ASSERT_EQ(pairs.size(), 1);
+    const QString pairId = pairs[0].pairId;
+    QAction* entry = find(controller->pluginsMenu(), QStringLiteral("Vlor Fixture Stereo \u00B7 VST2"));
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(find(controller->pluginsMenu(), QStringLiteral("Fixture Gain \u00B7 VST3")), nullptr);
+    EXPECT_EQ(host.ids.value(entry), QStringLiteral("plugid-") + pairId);
+    EXPECT_TRUE(controller->triggerPairAction(pairId));
+    EXPECT_EQ(host.presentedFormat, QStringLiteral("vst2"));
+    EXPECT_EQ(host.presentedPair, pairId);
+
+    // The other format: the same id opens the VST3 class now.
+    vst3->setPairActiveFormat(pairId, QStringLiteral("vst3"));
+    settle();
+    controller->rebuildPluginsMenu();
+    settle();
+    QAction* now = nullptr;
+    for (auto it = host.ids.constBegin(); it != host.ids.constEnd(); ++it)
+        if (it.value() == QStringLiteral("plugid-") + pairId)
+            now = it.key();
+    ASSERT_NE(now, nullptr);
+    EXPECT_TRUE(now->text().endsWith(QStringLiteral("VST3")));
+    EXPECT_TRUE(controller->formatAvailableForPair(pairId, QStringLiteral("vst2")));
+    EXPECT_TRUE(controller->triggerPairAction(pairId));
+    EXPECT_EQ(host.presentedFormat, QStringLiteral("vst3"));
+    vst3->purgePairState({stereo.uniqueId()}, {kGain});
+    settle();
+}
+
+TEST_F(Menu, ACrashedClassAsksFirstWithNoAsTheDefault)
+{
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
+    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
+    sentinel.write(("vst3|" + kGain + "|Fixture Gain").toUtf8());
+    sentinel.close();
+    EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
+    settle();
+    controller->rebuildPluginsMenu();
+    settle();
+    QAction* gain = find(controller->pluginsMenu(), QStringLiteral("Fixture Gain \u00B7 VST3"));
+    ASSERT_NE(gain, nullptr);
+
+    QMessageBox::StandardButton answer = QMessageBox::No;
+    QVlorDialogs::setAnswerer([&](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{answer, QString()}; });
+    gain->trigger();
+    QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].title, QStringLiteral("Question"));
+    EXPECT_EQ(asked[0].text, QStringLiteral("This plugin crashed vloraudio the last time it was opened. Open it anyway?"));
+    EXPECT_EQ(asked[0].defaultButton, QMessageBox::No);
+    EXPECT_TRUE(asked[0].windowModal);
+    EXPECT_EQ(host.presented, nullptr);
+    EXPECT_EQ(vst3->catalogCopy().findClass(kGain)->state(), QVlorVst3::CatalogClass::Crashed);
+
+    answer = QMessageBox::Yes;
+    gain->trigger();
+    EXPECT_EQ(QVlorDialogs::takeAsked().size(), 1);
+    EXPECT_NE(host.presented, nullptr);
+    settle();
+    EXPECT_EQ(vst3->catalogCopy().findClass(kGain)->state(), QVlorVst3::CatalogClass::Enabled);
+}
+
+TEST_F(Menu, TheHostTearingItsMenuDownIsSurvived)
+{
+    ASSERT_NE(controller->pluginsMenu(), nullptr);
+    delete host.main;
+    host.main = nullptr;
+    EXPECT_EQ(controller->pluginsMenu(), nullptr);
+    EXPECT_EQ(controller->scanProgressAction(), nullptr);
+    EXPECT_EQ(controller->managePluginsAction(), nullptr);
+    controller->rebuildPluginsMenu();
+    settle();
+    EXPECT_EQ(controller->pluginsMenu(), nullptr); // no main menu: nothing to hang it on
+    host.main = new QMenu(QStringLiteral("Main again"), bar.get());
+    controller->rebuildPluginsMenu();
+    settle();
+    ASSERT_NE(controller->pluginsMenu(), nullptr);
+    EXPECT_NE(find(controller->pluginsMenu(), QStringLiteral("Fixture Gain \u00B7 VST3")), nullptr);
+}
