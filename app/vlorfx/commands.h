@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 // Each command of the reference editor takes the arguments behind its name
 // and returns the process's exit status.
 int cmdDemo(int argc, char** argv);
@@ -13,3 +15,16 @@ int cmdDisable(int argc, char** argv);
 int cmdRecheck(int argc, char** argv);
 int cmdApplyMixer(int argc, char** argv);
 int cmdOpen(int argc, char** argv);
+int cmdMenu(int argc, char** argv);
+
+class QAction;
+class QMenu;
+class QVlorAudio;
+namespace vlorfx {
+// The headless host's main menu, made on first asking; the library hangs its Plugins menu there.
+QMenu* giveMainMenu();
+// The id an action was registered under for shortcuts.
+QString actionId(QAction* action);
+// The audio the host calls its front window's.
+void setFrontAudio(const QVlorAudio& audio);
+} // namespace vlorfx

@@ -8,9 +8,15 @@
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorVst3_Manager.h"
+#include "QVlorSetting.h"
 #include "QVlorVst_Manager.h"
 
 #include "bldebug.h"
+
+#include <QAction>
+#include <QHash>
+#include <QKeySequence>
+#include <QMenu>
 
 #include <csignal>
 #include <cstdio>
@@ -37,6 +43,7 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 or VST3 effect to an audio file"},
     {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded in this process"},
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
+    {"menu", cmdMenu, "print the Plugins menu as the editor gets it: vendors, entries, action ids"},
     {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},
 };
 
@@ -69,8 +76,9 @@ void messageHandler(QtMsgType type, const QMessageLogContext&, const QString& me
     std::fprintf(stderr, "%s\n", qPrintable(message));
 }
 
-// The editor without windows: no main menu, no audio in front, and it tells
-// the user of plugins new to it on standard error.
+// The editor without windows: no main menu unless a command asks for one, no
+// audio in front, and it tells the user of plugins new to it on standard
+// error. Shortcuts come from the settings store, as the editor keeps them.
 class HeadlessHost : public QVlorAudioPlugins::Host {
 public:
     void announceNewPlugins(const QList<QString>& names) override
@@ -78,18 +86,30 @@ public:
         if (std::getenv("VLORFX_VERBOSE"))
             std::fprintf(stderr, "new plugins: %s\n", qPrintable(QStringList(names).join(QStringLiteral(", "))));
     }
-    QMenu* mainMenu() override { return nullptr; }
-    void registerAction(QAction*, const QString&, const QString&, const QString&) override {}
+    QMenu* mainMenu() override { return menu; }
+    void registerAction(QAction* action, const QString& id, const QString&, const QString&) override
+    {
+        ids.insert(action, id);
+        const QString stored = QVlorSetting::global().getString(QStringLiteral("vloraudio.shortcuts.") + id);
+        if (!stored.isEmpty())
+            action->setShortcut(QKeySequence(stored));
+    }
     void registerQuickOpen(int, QAction*, const QString&, const QString&, const QString&, const QString&,
                            const QString&) override
     {
     }
-    void unregisterAction(QAction*) override {}
+    void unregisterAction(QAction* action) override { ids.remove(action); }
     void unregisterQuickOpen(QAction*) override {}
-    QVlorAudio currentAudio() override { return QVlorAudio(); }
-    // Never offered: without a main menu there is no Plugins menu to open an effect from.
-    void presentEffectWidget(QVlorFxWidget*, QAction*, const QString&, const QString&) override {}
+    QVlorAudio currentAudio() override { return audio; }
+    // Never offered: no command opens an effect from the menu.
+    void presentEffectWidget(QVlorFxWidget* widget, QAction*, const QString&, const QString&) override { delete widget; }
+
+    QMenu* menu = nullptr;
+    QVlorAudio audio;
+    QHash<QAction*, QString> ids;
 };
+
+HeadlessHost* s_host = nullptr;
 
 // The library comes up and goes down as in the editor.
 int runWithLibrary(const Command& c, int argc, char** argv)
@@ -100,6 +120,7 @@ int runWithLibrary(const Command& c, int argc, char** argv)
     QVlorApplication app(argc, argv);
     QVlorAudioPlugins::Initialize();
     HeadlessHost host;
+    s_host = &host;
     QVlorAudioPlugins::UI::install(&host);
     const QString crashed = QVlorAudioPlugins::vst3Manager()->consumeCrashSentinel();
     if (!crashed.isEmpty())
@@ -111,11 +132,34 @@ int runWithLibrary(const Command& c, int argc, char** argv)
     if (vlorfx::reportSaveErrors("vlorfx") && status == 0)
         status = 1;
     QVlorAudioPlugins::UI::uninstall(&host);
+    delete host.menu;
+    s_host = nullptr;
     QVlorAudioPlugins::Finalize();
     return status;
 }
 
 } // namespace
+
+namespace vlorfx {
+
+QMenu* giveMainMenu()
+{
+    if (!s_host)
+        return nullptr;
+    if (!s_host->menu)
+        s_host->menu = new QMenu(QStringLiteral("Main"));
+    return s_host->menu;
+}
+
+QString actionId(QAction* action) { return s_host ? s_host->ids.value(action) : QString(); }
+
+void setFrontAudio(const QVlorAudio& audio)
+{
+    if (s_host)
+        s_host->audio = audio;
+}
+
+} // namespace vlorfx
 
 extern "C" int VLORVST3_HostMain(int argc, char** argv);
 
