@@ -318,6 +318,26 @@ TEST_F(Apply, ScanOfTheDebianPluginsPairsTheZamTwinsOnce)
     EXPECT_EQ(err().find("host run"), std::string::npos) << err();
     EXPECT_NE(readFile(dir.file("stdout")).find("classes enabled: " + std::to_string(enabledClasses) + "\n"),
               std::string::npos);
+
+    // The Plugins menu: every zam product once, under its vendor, by its pair's id, in its active format.
+    ASSERT_EQ(run("menu --json --with-audio"), 0) << err();
+    const QJsonObject menu = QJsonDocument::fromJson(QByteArray::fromStdString(readFile(dir.file("stdout")))).object();
+    QJsonArray zam;
+    for (const QJsonValue& item : menu.value("items").toArray())
+        if (item.toObject().value("text").toString() == QStringLiteral("Damien Zammit"))
+            zam = item.toObject().value("items").toArray();
+    ASSERT_EQ(zam.size(), zamBundles.size());
+    QSet<QString> names;
+    for (const QJsonValue& e : zam) {
+        const QString text = e.toObject().value("text").toString();
+        names.insert(text.section(QStringLiteral(" \u00B7 "), 0, 0));
+        EXPECT_TRUE(text.endsWith(QStringLiteral("VST3")) || text.endsWith(QStringLiteral("VST2"))) << text.toStdString();
+        EXPECT_TRUE(e.toObject().value("id").toString().startsWith(QStringLiteral("plugid-"))) << text.toStdString();
+        EXPECT_TRUE(e.toObject().value("enabled").toBool());
+    }
+    EXPECT_EQ(names.size(), zamBundles.size());
+    ASSERT_EQ(run("menu"), 0) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("(disabled)"), std::string::npos) << "without audio every entry is off";
 }
 
 // A start after a crash names the plugin once, as the editor would.
@@ -519,7 +539,7 @@ TEST_F(Cli, HelpVersionAndTheDataFolderSayWhatTheyShould)
     EXPECT_EQ(WEXITSTATUS(std::system(cmd.c_str())), 2);
     EXPECT_NE(err().find("--data needs a folder"), std::string::npos) << err();
     // Every command explains itself with an example.
-    for (const char* command : {"demo", "scan", "list", "enable", "disable", "recheck", "apply", "classes", "probe", "open"}) {
+    for (const char* command : {"demo", "scan", "list", "enable", "disable", "recheck", "apply", "classes", "probe", "open", "menu"}) {
         EXPECT_EQ(run(std::string(command) + " --help"), 0) << command;
         EXPECT_NE(out().find("example:"), std::string::npos) << command << "\n" << out();
     }
