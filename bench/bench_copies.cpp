@@ -5,6 +5,7 @@
 // scan, so that the lock is contended as it is in use.
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Manager.h"
+#include "synthetic_catalogs.h"
 #include "QVlorVst_Manager.h"
 #include "bench_common.h"
 
@@ -21,57 +22,11 @@
 #include <functional>
 #include <thread>
 
+using namespace bench;
+
 namespace {
 
-constexpr int kPlugins = 5000;
-constexpr int kPairs = 1000;
 constexpr int kRounds = 2000;
-
-QString cidOf(int i) { return QStringLiteral("%1").arg(i, 32, 16, QLatin1Char('0')).toUpper(); }
-
-void writeVst2Catalog(const QString& file)
-{
-    QJsonArray paths;
-    for (int p = 0; p < 10; ++p) {
-        QVlorVst::Path path(QStringLiteral("/synthetic/vst%1").arg(p), QVlorVst::SystemPath);
-        for (int i = 0; i < kPlugins / 10; ++i) {
-            const int n = p * (kPlugins / 10) + i;
-            QVlorVst::Plugin plugin(QStringLiteral("/synthetic/vst%1/plugin%2.so").arg(p).arg(n));
-            plugin.setName(QStringLiteral("Plugin %1").arg(n));
-            plugin.setVendor(QStringLiteral("Vendor %1").arg(n % 40));
-            plugin.setUniqueId(1000 + n);
-            plugin.setEnabled(true);
-            path.appendPlugin(plugin);
-        }
-        paths.append(path.toJsonObject());
-    }
-    QDir().mkpath(QFileInfo(file).absolutePath());
-    QSaveFile f(file);
-    f.open(QIODevice::WriteOnly);
-    f.write(QJsonDocument(QJsonObject{{QStringLiteral("paths"), paths}}).toJson());
-    f.commit();
-}
-
-void writeVst3Files(const QString& catalogFile, const QString& pairsFile)
-{
-    QVlorVst3::Catalog catalog;
-    for (int i = 0; i < kPlugins; ++i) {
-        QVlorVst3::CatalogBundle b;
-        b.setPath(QStringLiteral("/synthetic/vst3/Plugin%1.vst3").arg(i));
-        b.setProbed(true);
-        QVlorVst3::CatalogClass c(cidOf(i), QStringLiteral("Plugin %1").arg(i), QStringLiteral("Vendor %1").arg(i % 40),
-                                  QStringLiteral("Fx"), QStringLiteral("1.0"));
-        c.setEnabled(true);
-        c.setState(QVlorVst3::CatalogClass::Enabled);
-        b.classes().append(c);
-        catalog.bundles().append(b);
-    }
-    catalog.save(catalogFile);
-    QVlorPluginPairs pairs;
-    for (int i = 0; i < kPairs; ++i)
-        pairs.addPair(1000 + i, cidOf(i), QStringLiteral("heuristic"), QStringLiteral("vst3"));
-    pairs.save(pairsFile);
-}
 
 struct Figures {
     double median = 0, worst = 0;

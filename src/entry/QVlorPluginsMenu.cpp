@@ -17,7 +17,6 @@
 #include <QMap>
 #include <QMenu>
 #include <QPointer>
-#include <QRegularExpression>
 #include <QTimer>
 
 #include <algorithm>
@@ -28,47 +27,65 @@ namespace {
 
 QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudioMainWindow", text); }
 
-// The VST2 record a row's identity names: by hash and plugin id, or by unique id.
-bool __FindVst2PluginByFormatId(const QList<QVlorVst::Path>& paths, const QString& formatId, QVlorVst::Plugin* out)
-{
-    QString hash;
-    int pluginId = 0;
-    qint64 uniqueId = 0;
-    if (formatId.startsWith(QLatin1String("vsthash-"))) {
-        const QString rest = formatId.mid(8);
-        const int colon = rest.lastIndexOf(QLatin1Char(':'));
-        hash = colon < 0 ? rest : rest.left(colon);
-        bool ok = false;
-        const qint64 id = colon < 0 ? 0 : rest.mid(colon + 1).toLongLong(&ok);
-        pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
-        if (hash.isEmpty())
-            return false;
-    } else if (formatId.startsWith(QLatin1String("vstid-"))) {
-        uniqueId = formatId.mid(6).toLongLong();
-        if (uniqueId == 0)
-            return false;
-    } else {
-        return false;
-    }
-    auto matches = [&](const QVlorVst::Plugin& p) {
-        return hash.isEmpty() ? p.uniqueId() == uniqueId : p.hash() == hash && p.pluginId() == pluginId;
-    };
-    for (const QVlorVst::Path& path : paths) {
-        for (const QVlorVst::Plugin& p : path.plugins()) {
-            QList<QVlorVst::Plugin> candidates{p};
-            if (p.isShell())
-                candidates += p.plugins();
-            for (const QVlorVst::Plugin& c : candidates) {
-                if (!matches(c))
-                    continue;
-                if (out)
-                    *out = c;
-                return true;
+// The VST2 records by the identities rows give them: by unique id, and by
+// hash and plugin id; for a shell, its children after it; the first record
+// of an identity wins. Made once a rebuild: a walk of every path for each
+// entry would cost seconds with thousands of plugins.
+class Vst2Index {
+public:
+    explicit Vst2Index(const QList<QVlorVst::Path>& paths)
+    {
+        for (const QVlorVst::Path& path : paths) {
+            for (const QVlorVst::Plugin& p : path.plugins()) {
+                add(p);
+                if (p.isShell())
+                    for (const QVlorVst::Plugin& child : p.plugins())
+                        add(child);
             }
         }
     }
-    return false;
-}
+
+    // formatId: "vstid-N" or "vsthash-HASH:N" (an id outside 32 bits, or none, counts as 0).
+    bool find(const QString& formatId, QVlorVst::Plugin* out) const
+    {
+        const QVlorVst::Plugin* found = nullptr;
+        if (formatId.startsWith(QLatin1String("vsthash-"))) {
+            const QString rest = formatId.mid(8);
+            const int colon = rest.lastIndexOf(QLatin1Char(':'));
+            const QString hash = colon < 0 ? rest : rest.left(colon);
+            bool ok = false;
+            const qint64 id = colon < 0 ? 0 : rest.mid(colon + 1).toLongLong(&ok);
+            const int pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
+            if (hash.isEmpty())
+                return false;
+            auto it = m_byHash.constFind(hash + QLatin1Char(':') + QString::number(pluginId));
+            found = it == m_byHash.constEnd() ? nullptr : &it.value();
+        } else if (formatId.startsWith(QLatin1String("vstid-"))) {
+            const qint64 uniqueId = formatId.mid(6).toLongLong();
+            if (uniqueId == 0)
+                return false;
+            auto it = m_byId.constFind(uniqueId);
+            found = it == m_byId.constEnd() ? nullptr : &it.value();
+        }
+        if (!found)
+            return false;
+        if (out)
+            *out = *found;
+        return true;
+    }
+
+private:
+    void add(const QVlorVst::Plugin& p)
+    {
+        if (!m_byId.contains(p.uniqueId()))
+            m_byId.insert(p.uniqueId(), p);
+        const QString key = p.hash() + QLatin1Char(':') + QString::number(p.pluginId());
+        if (!m_byHash.contains(key))
+            m_byHash.insert(key, p);
+    }
+    QHash<qint64, QVlorVst::Plugin> m_byId;
+    QHash<QString, QVlorVst::Plugin> m_byHash;
+};
 
 } // namespace
 
@@ -190,11 +207,11 @@ void MenuController::rebuildPluginsMenuNow()
     for (QMenu* vendorMenu : qAsConst(d->vendorMenus)) {
         for (QAction* action : vendorMenu->actions()) {
             d->entries.remove(action);
-            vendorMenu->removeAction(action);
             d->host->unregisterAction(action);
             d->host->unregisterQuickOpen(action);
-            delete action;
         }
+        // The submenu takes its actions along: removing them one by one
+        // first would cost a walk of the menu for each.
         d->pluginsMenu->removeAction(vendorMenu->menuAction());
         delete vendorMenu;
     }
@@ -212,6 +229,7 @@ void MenuController::rebuildPluginsMenuNow()
     }
     d->rows = QVlorUnifiedPluginsModel::composeRows(paths, d->catalog, pairs, {}, {}, {}, {}, true);
 
+    const Vst2Index vst2Index(paths);
     const QVlorAudio audio = d->host->currentAudio();
     const bool canApply = audio.isReady() && !audio.isEmpty() && audio.isEditable() && !audio.isRecording();
 
@@ -239,6 +257,9 @@ void MenuController::rebuildPluginsMenuNow()
             label = key.at(0).toUpper() + key.mid(1);
         auto* vendorMenu = new QMenu(label, d->pluginsMenu);
         d->pluginsMenu->insertMenu(d->menuAnchor, vendorMenu);
+        const QString category = trMain("Plugins by %1").arg(label);
+        // One connection a submenu, which hears each of its actions, rather than one an action.
+        connect(vendorMenu, &QMenu::triggered, this, [this](QAction* action) { openEntry(action); });
         d->vendorMenus.insert(key, vendorMenu);
 
         for (const UnifiedRow* row : qAsConst(rows)) {
@@ -247,7 +268,7 @@ void MenuController::rebuildPluginsMenuNow()
             QString formatLabel, formatId;
             if (row->vst2.active) {
                 entry.format = QStringLiteral("vst2");
-                if (!__FindVst2PluginByFormatId(paths, row->vst2.identity, &entry.plugin))
+                if (!vst2Index.find(row->vst2.identity, &entry.plugin))
                     continue;
                 formatLabel = row->vst2.is32Bit ? QStringLiteral("VST2\u00B732") : QStringLiteral("VST2");
                 formatId = row->vst2.identity;
@@ -264,24 +285,24 @@ void MenuController::rebuildPluginsMenuNow()
             if (!entry.pairId.isEmpty())
                 d->pairActions.insert(entry.pairId, action);
             const QString id = entry.pairId.isEmpty() ? formatId : QStringLiteral("plugid-%1").arg(entry.pairId);
-            d->host->registerAction(action, id, trMain("Plugins by %1").arg(label), row->name);
+            d->host->registerAction(action, id, category, row->name);
             const QString title = QStringLiteral("%2 %1").arg(row->name, label);
             QString url = title.trimmed().toLower();
-            url.remove(QRegularExpression(QStringLiteral("\\s")));
+            url.removeIf([](QChar c) { return c.isSpace(); });
             const QString description = QStringLiteral("%1: %2 by %3")
                                             .arg(entry.format == QLatin1String("vst2") ? QStringLiteral("VST")
                                                                                        : QStringLiteral("VST3"),
                                                  row->name, label);
             d->host->registerQuickOpen(2, action, QStringLiteral("fx://%1").arg(url), title, description,
                                        QStringLiteral("QtVlor"), QStringLiteral("quickopen/vst"));
-            connect(action, &QAction::triggered, this, &MenuController::axnPluginFxTriggered);
         }
     }
 }
 
-void MenuController::axnPluginFxTriggered()
+void MenuController::axnPluginFxTriggered() { openEntry(qobject_cast<QAction*>(sender())); }
+
+void MenuController::openEntry(QAction* action)
 {
-    auto* action = qobject_cast<QAction*>(sender());
     if (!d->host)
         return;
     const QVlorAudio audio = d->host->currentAudio();

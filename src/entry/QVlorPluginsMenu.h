@@ -37,6 +37,7 @@ public slots:
     void axnPluginFxTriggered();
 
 private:
+    void openEntry(QAction* action);
     class Data;
     Data* d;
 };
