@@ -298,3 +298,34 @@ TEST_F(Menu, TheHostTearingItsMenuDownIsSurvived)
     ASSERT_NE(controller->pluginsMenu(), nullptr);
     EXPECT_NE(find(controller->pluginsMenu(), QStringLiteral("Fixture Gain \u00B7 VST3")), nullptr);
 }
+
+TEST_F(Menu, VerifyingPluginsStayAndVendorSwitchedOffOrFailedOnesGo)
+{
+    auto entries = [&] {
+        controller->rebuildPluginsMenu();
+        settle();
+        QStringList all;
+        for (QAction* a : controller->pluginsMenu()->actions())
+            if (a->menu())
+                all += texts(a->menu());
+        return all;
+    };
+    ASSERT_TRUE(entries().contains(QStringLiteral("Fixture Gain \u00B7 VST3")));
+    // A class being verified is still offered.
+    vst3->markClassesVerifying({kGain});
+    settle();
+    EXPECT_TRUE(entries().contains(QStringLiteral("Fixture Gain \u00B7 VST3")));
+    // A plugin that failed its check is not.
+    vst2->markPluginCrashed(0x566C4678);
+    settle();
+    EXPECT_FALSE(entries().contains(QStringLiteral("Vlor Fixture Stereo \u00B7 VST2")));
+    // A vendor switched off takes all its plugins along; its submenu goes when nothing is left.
+    vst3->setVendorEnabled(QStringLiteral("vlor fixtures"), false);
+    settle();
+    const QStringList after = entries();
+    EXPECT_FALSE(after.contains(QStringLiteral("Fixture Gain \u00B7 VST3")));
+    for (const QString& t : after)
+        EXPECT_FALSE(t.endsWith(QStringLiteral("VST3"))) << t.toStdString();
+    vst3->setVendorEnabled(QStringLiteral("vlor fixtures"), true);
+    settle();
+}
