@@ -133,14 +133,9 @@ TEST_F(Installed, TheFixedCommandsMoveOnceAndPairedBindingsMoveAfterEachVst3Scan
 TEST_F(Installed, TheTwinPresetHintNamesTheOtherFormatOnlyWhenItHasUserPresets)
 {
     // One plugin of each format, found by scans, then paired by hand.
-    TempDir plugins;
-    const QString vst2File = QString::fromStdString(plugins.file("vst2/Stereo.so"));
-    QDir().mkpath(QFileInfo(vst2File).absolutePath());
-    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so"), vst2File);
-    const QString bundle = QString::fromStdString(plugins.file("vst3/Effects.vst3"));
-    QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
-    QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
-                bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
+    const FixturePlugins plugins;
+    const QString& vst2File = plugins.vst2File;
+    const QString& bundle = plugins.bundle;
     AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
     QVlorAudioPlugins::UI::install(&host);
     QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();

@@ -11,6 +11,7 @@
 #include "QVlorVst_Widget.h"
 
 #include "audiovst.h"
+#include "testhost.h"
 #include "testsupport.h"
 
 #include <QAction>
@@ -103,13 +104,6 @@ protected:
         AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
         bar = std::make_unique<QMenuBar>();
         host.main = new QMenu(QStringLiteral("Main"), bar.get());
-        vst2File = QString::fromStdString(plugins.file("vst2/Stereo.so"));
-        QDir().mkpath(QFileInfo(vst2File).absolutePath());
-        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so"), vst2File);
-        bundle = QString::fromStdString(plugins.file("vst3/Effects.vst3"));
-        QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
-        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
-                    bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
         QVlorAudioPlugins::UI::install(&host);
         vst2 = QVlorAudioPlugins::vstManager();
         vst3 = QVlorAudioPlugins::vst3Manager();
@@ -137,8 +131,9 @@ protected:
         QVlorAudioPlugins::AboutToQuit();
         QVlorAudioPlugins::UI::uninstall(&host);
     }
-    TempDir plugins;
-    QString vst2File, bundle;
+    const FixturePlugins plugins;
+    const QString& vst2File = plugins.vst2File;
+    const QString& bundle = plugins.bundle;
     std::unique_ptr<QMenuBar> bar;
     MenuHost host;
     QVlorVst::Manager* vst2 = nullptr;

@@ -5,6 +5,11 @@
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
 
+#include "testsupport.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QList>
 #include <QString>
 
@@ -26,5 +31,28 @@ public:
 
     QList<QString> announced;
 };
+
+#ifdef VLOR_FIXTURE_VST_DIR
+// One plugin of each format copied into folders of their own, as on a
+// user's machine: the stereo VST2 fixture and the bundle of VST3 effects.
+struct FixturePlugins {
+    FixturePlugins()
+        : vst2File(QString::fromStdString(dir.file("vst2/Stereo.so"))),
+          bundle(QString::fromStdString(dir.file("vst3/Effects.vst3")))
+    {
+        QDir().mkpath(vst2Folder());
+        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fixture-stereo.so"), vst2File);
+        QDir().mkpath(bundle + QStringLiteral("/Contents/x86_64-linux"));
+        QFile::copy(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3/Contents/x86_64-linux/vlor-vst3-effects.so"),
+                    bundle + QStringLiteral("/Contents/x86_64-linux/Effects.so"));
+    }
+    QString vst2Folder() const { return QFileInfo(vst2File).absolutePath(); }
+    QString vst3Folder() const { return QFileInfo(bundle).absolutePath(); }
+
+    TempDir dir;
+    const QString vst2File;
+    const QString bundle;
+};
+#endif
 
 } // namespace vlortest
