@@ -115,7 +115,8 @@ protected:
         vst3->enableNewPlugins();
         ASSERT_TRUE(waitFor([&] {
             settle();
-            const QVlorVst3::CatalogClass* c = vst3->catalogCopy().findClass(kGain);
+            const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+            const QVlorVst3::CatalogClass* c = catalog.findClass(kGain);
             return c && c->state() == QVlorVst3::CatalogClass::Enabled;
         }, 20000));
         controller = QVlorAudioPlugins::UI::menuController();
@@ -323,4 +324,94 @@ TEST_F(Menu, VerifyingPluginsStayAndVendorSwitchedOffOrFailedOnesGo)
         EXPECT_FALSE(t.endsWith(QStringLiteral("VST3"))) << t.toStdString();
     vst3->setVendorEnabled(QStringLiteral("vlor fixtures"), true);
     settle();
+}
+
+TEST_F(Menu, APluginThatNoLongerLoadsIsToldWithTheLoadErrorBox)
+{
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    controller->rebuildPluginsMenu();
+    settle();
+    QAction* stereo = find(controller->pluginsMenu(), QStringLiteral("Vlor Fixture Stereo \u00B7 VST2"));
+    ASSERT_NE(stereo, nullptr);
+    // Gone since the menu was built: the entry is stale.
+    ASSERT_TRUE(QFile::remove(vst2File));
+    AUDIOVST_ForgetVlorVstPath();
+    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::Ok, QString()}; });
+    stereo->trigger();
+    AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+    const QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+    if (host.presented)
+        GTEST_SKIP() << "the plugin stayed loaded in this process, so it still opens";
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].kind, QStringLiteral("critical"));
+    EXPECT_EQ(asked[0].title, QStringLiteral("VST Load Error"));
+    EXPECT_EQ(asked[0].text,
+              QStringLiteral("The VST Vlor Fixture Stereo plug-in could not be loaded (or crash during this process)."));
+    EXPECT_EQ(asked[0].informativeText,
+              QStringLiteral("It may be a temporary problem that can be resolved by restarting vloraudio."));
+    EXPECT_TRUE(asked[0].windowModal);
+}
+
+// A real product in both formats: one entry, which opens a working dialog of
+// whichever format is active.
+TEST_F(Menu, ARealTwinOpensAWorkingDialogOfItsActiveFormat)
+{
+    const std::string vst2Real = "/usr/lib/vst/ZamComp-vst.so", vst3Real = "/usr/lib/vst3/ZamComp.vst3";
+    if (!QFileInfo::exists(QString::fromStdString(vst2Real)) || !QFileInfo::exists(QString::fromStdString(vst3Real)))
+        GTEST_SKIP() << "zam-plugins is not installed";
+    TempDir zam;
+    QDir().mkpath(QString::fromStdString(zam.file("vst2")));
+    QDir().mkpath(QString::fromStdString(zam.file("vst3")));
+    // Copies, as a user's own folders hold them.
+    ASSERT_EQ(std::system(("cp '" + vst2Real + "' '" + zam.file("vst2") + "/' && cp -r '" + vst3Real + "' '" +
+                           zam.file("vst3") + "/'").c_str()),
+              0);
+    vst2->addPath(QString::fromStdString(zam.file("vst2")));
+    vst2->updatePlugins(true, false);
+    vst2->enableNewPlugins();
+    vst3->setSearchPathsForTesting({plugins.vst3Folder(), QString::fromStdString(zam.file("vst3"))});
+    vst3->searchPlugins(true);
+    vst3->enableNewPlugins();
+    QString pairId;
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy()) {
+            const QVlorVst3::CatalogClass* c = catalog.findClass(e.vst3);
+            if (e.vst2 != 0 && c && c->name() == QStringLiteral("ZamComp"))
+                pairId = e.pairId;
+        }
+        return !pairId.isEmpty();
+    }, 30000)) << [&] {
+        std::string why;
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+        for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+            for (const QVlorVst3::CatalogClass& c : b.classes())
+                why += c.name().toStdString() + "=" + QVlorVst3::CatalogClass::StateToString(c.state()).toStdString() + " ";
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                why += p.filename().toStdString() + ":" + p.state().toStdString() + " ";
+        why += "pairs " + std::to_string(vst3->pairsEntriesCopy().size());
+        return why;
+    }();
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    for (const QString format : {QStringLiteral("vst3"), QStringLiteral("vst2")}) {
+        vst3->setPairActiveFormat(pairId, format);
+        settle();
+        controller->rebuildPluginsMenu();
+        settle();
+        int zamEntries = 0;
+        for (auto it = host.ids.constBegin(); it != host.ids.constEnd(); ++it)
+            zamEntries += it.key()->text().startsWith(QStringLiteral("ZamComp \u00B7")) ? 1 : 0;
+        EXPECT_EQ(zamEntries, 1) << format.toStdString();
+        host.presented.reset();
+        ASSERT_TRUE(controller->triggerPairAction(pairId)) << format.toStdString();
+        ASSERT_NE(host.presented, nullptr) << format.toStdString();
+        EXPECT_EQ(host.presentedFormat, format);
+        ASSERT_NE(host.presented->effect(), nullptr);
+        EXPECT_TRUE(host.presented->effect()->isOk()) << format.toStdString();
+        EXPECT_FALSE(host.presented->fxParam(false).isEmpty());
+        host.presented.reset();
+    }
+    vst3->purgePairState({}, {});
 }
