@@ -104,6 +104,10 @@ protected:
         AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
         bar = std::make_unique<QMenuBar>();
         host.main = new QMenu(QStringLiteral("Main"), bar.get());
+        // Each test starts from nothing: no catalog, pair or mark of the test before.
+        const QDir data(QString::fromStdString(dataDir()));
+        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
+            QFile::remove(data.filePath(QLatin1String(file)));
         QVlorAudioPlugins::UI::install(&host);
         vst2 = QVlorAudioPlugins::vstManager();
         vst3 = QVlorAudioPlugins::vst3Manager();
@@ -396,14 +400,23 @@ TEST_F(Menu, ARealTwinOpensAWorkingDialogOfItsActiveFormat)
     }();
     host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
     for (const QString format : {QStringLiteral("vst3"), QStringLiteral("vst2")}) {
+        // As the page's badge does: the format made active, and switched on if it was off.
         vst3->setPairActiveFormat(pairId, format);
-        settle();
-        controller->rebuildPluginsMenu();
-        settle();
-        int zamEntries = 0;
-        for (auto it = host.ids.constBegin(); it != host.ids.constEnd(); ++it)
-            zamEntries += it.key()->text().startsWith(QStringLiteral("ZamComp \u00B7")) ? 1 : 0;
-        EXPECT_EQ(zamEntries, 1) << format.toStdString();
+        if (format == QStringLiteral("vst3"))
+            for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+                if (e.pairId == pairId)
+                    vst3->enablePlugin(e.vst3);
+        // The format switched on may be verified first, in a child process.
+        auto zamEntries = [&] {
+            controller->rebuildPluginsMenu();
+            settle();
+            int n = 0;
+            for (auto it = host.ids.constBegin(); it != host.ids.constEnd(); ++it)
+                n += it.key()->text().startsWith(QStringLiteral("ZamComp \u00B7 ") + format.toUpper()) ? 1 : 0;
+            return n;
+        };
+        EXPECT_TRUE(waitFor([&] { return zamEntries() > 0; }, 20000)) << format.toStdString();
+        EXPECT_EQ(zamEntries(), 1) << format.toStdString();
         host.presented.reset();
         ASSERT_TRUE(controller->triggerPairAction(pairId)) << format.toStdString();
         ASSERT_NE(host.presented, nullptr) << format.toStdString();
