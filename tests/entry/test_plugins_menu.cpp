@@ -356,18 +356,19 @@ TEST_F(Menu, APluginThatNoLongerLoadsIsToldWithTheLoadErrorBox)
     EXPECT_TRUE(asked[0].windowModal);
 }
 
-// A real product in both formats: one entry, which opens a working dialog of
-// whichever format is active.
-TEST_F(Menu, ARealTwinOpensAWorkingDialogOfItsActiveFormat)
+// The real zam products in both formats: each one entry under its vendor,
+// opening a working dialog of its active format; and a switch of format
+// changes what the same entry opens.
+TEST_F(Menu, RealTwinsOpenWorkingDialogsOfTheirActiveFormat)
 {
-    const std::string vst2Real = "/usr/lib/vst/ZamComp-vst.so", vst3Real = "/usr/lib/vst3/ZamComp.vst3";
-    if (!QFileInfo::exists(QString::fromStdString(vst2Real)) || !QFileInfo::exists(QString::fromStdString(vst3Real)))
+    const QStringList bundles = QDir(QStringLiteral("/usr/lib/vst3")).entryList({QStringLiteral("Za*.vst3")});
+    if (bundles.isEmpty() || !QFileInfo::exists(QStringLiteral("/usr/lib/vst/ZamComp-vst.so")))
         GTEST_SKIP() << "zam-plugins is not installed";
     TempDir zam;
     QDir().mkpath(QString::fromStdString(zam.file("vst2")));
     QDir().mkpath(QString::fromStdString(zam.file("vst3")));
     // Copies, as a user's own folders hold them.
-    ASSERT_EQ(std::system(("cp '" + vst2Real + "' '" + zam.file("vst2") + "/' && cp -r '" + vst3Real + "' '" +
+    ASSERT_EQ(std::system(("cp /usr/lib/vst/Za*-vst.so '" + zam.file("vst2") + "/' && cp -r /usr/lib/vst3/Za*.vst3 '" +
                            zam.file("vst3") + "/'").c_str()),
               0);
     vst2->addPath(QString::fromStdString(zam.file("vst2")));
@@ -376,6 +377,30 @@ TEST_F(Menu, ARealTwinOpensAWorkingDialogOfItsActiveFormat)
     vst3->setSearchPathsForTesting({plugins.vst3Folder(), QString::fromStdString(zam.file("vst3"))});
     vst3->searchPlugins(true);
     vst3->enableNewPlugins();
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    auto zamMenu = [&]() -> QMenu* {
+        controller->rebuildPluginsMenu();
+        settle();
+        for (QAction* a : controller->pluginsMenu()->actions())
+            if (a->menu() && a->text() == QStringLiteral("Damien Zammit"))
+                return a->menu();
+        return nullptr;
+    };
+    ASSERT_TRUE(waitFor([&] {
+        const QMenu* m = zamMenu();
+        return m && m->actions().size() == bundles.size();
+    }, 60000)) << (zamMenu() ? texts(zamMenu()).join(QLatin1Char('|')).toStdString() : std::string("no zam menu"));
+    for (QAction* entry : zamMenu()->actions()) {
+        host.presented.reset();
+        entry->trigger();
+        ASSERT_NE(host.presented, nullptr) << entry->text().toStdString();
+        EXPECT_TRUE(entry->text().endsWith(host.presentedFormat.toUpper())) << entry->text().toStdString();
+        ASSERT_NE(host.presented->effect(), nullptr);
+        EXPECT_TRUE(host.presented->effect()->isOk()) << entry->text().toStdString();
+        EXPECT_TRUE(host.ids.value(entry).startsWith(QStringLiteral("plugid-"))) << entry->text().toStdString();
+    }
+    host.presented.reset();
+
     QString pairId;
     ASSERT_TRUE(waitFor([&] {
         settle();
