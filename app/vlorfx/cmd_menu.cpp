@@ -6,6 +6,7 @@
 
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorPairKeybindings.h"
 #include "QVlorPluginsMenu.h"
 #include "QVlorSetting.h"
 #include "QVlorVst_Manager.h"
@@ -93,7 +94,7 @@ int cmdMenu(int argc, char** argv)
         } else if (a == "--with-audio") {
             vlorfx::setFrontAudio(QVlorAudio(QStringLiteral("front.wav"), 2, 44100, 44100));
         } else if (a == "--bind" && i + 2 < argc) {
-            const QString key = QStringLiteral("vloraudio.shortcuts.") + QString::fromUtf8(argv[i + 1]);
+            const QString key = QVlorAudioPlugins::ShortcutSettingKey(QString::fromUtf8(argv[i + 1]));
             const QString keys = QString::fromUtf8(argv[i + 2]);
             if (keys.isEmpty())
                 QVlorSetting::global().remove(key);

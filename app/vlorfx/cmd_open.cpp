@@ -141,24 +141,22 @@ int cmdOpen(int argc, char** argv)
     QVlorFxWidget* widget = nullptr;
     const QString path = QString::fromStdString(file);
     if (QFileInfo(path).isDir() || path.endsWith(QLatin1String(".vst3"))) {
-        if (cid.empty()) {
-            std::vector<Vst3ClassRecord> classes(64);
-            const int n = VLORVST3_ListClasses(file.c_str(), classes.data(), int(classes.size()));
-            if (n != 1) {
-                std::fprintf(stderr, "vlorfx open: %s\n",
-                             n < 0 ? (file + " is not a VST3 bundle that loads here").c_str()
-                                   : (file + " needs --cid: it holds " + std::to_string(n) + " effects").c_str());
-                return 1;
-            }
-            cid = classes[0].uid;
+        // One listing gives both the class to open and its name and vendor.
+        std::vector<Vst3ClassRecord> classes(64);
+        const int n = VLORVST3_ListClasses(file.c_str(), classes.data(), int(classes.size()));
+        if (cid.empty() && n != 1) {
+            std::fprintf(stderr, "vlorfx open: %s\n",
+                         n < 0 ? (file + " is not a VST3 bundle that loads here").c_str()
+                               : (file + " needs --cid: it holds " + std::to_string(n) + " effects").c_str());
+            return 1;
         }
-        Vst3ClassRecord records[64];
-        const int n = VLORVST3_ListClasses(file.c_str(), records, 64);
+        if (cid.empty())
+            cid = classes[0].uid;
         QString name, vendor;
         for (int i = 0; i < n; ++i)
-            if (QString::fromLatin1(records[i].uid).compare(QString::fromStdString(cid), Qt::CaseInsensitive) == 0) {
-                name = QString::fromUtf8(records[i].name);
-                vendor = QString::fromUtf8(records[i].vendor);
+            if (QString::fromLatin1(classes[size_t(i)].uid).compare(QString::fromStdString(cid), Qt::CaseInsensitive) == 0) {
+                name = QString::fromUtf8(classes[size_t(i)].name);
+                vendor = QString::fromUtf8(classes[size_t(i)].vendor);
             }
         auto* vst3 = new QVlorVst3::Widget(audio, &dialog);
         if (!vst3->loadPlugin(QVlorVst3::Plugin(path, QString::fromStdString(cid).toUpper(), name, vendor, QString(),

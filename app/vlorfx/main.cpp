@@ -7,6 +7,8 @@
 #include "QVlorApplication.h"
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorFxWidget.h"
+#include "QVlorPairKeybindings.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorSetting.h"
 #include "QVlorVst_Manager.h"
@@ -90,7 +92,7 @@ public:
     void registerAction(QAction* action, const QString& id, const QString&, const QString&) override
     {
         ids.insert(action, id);
-        const QString stored = QVlorSetting::global().getString(QStringLiteral("vloraudio.shortcuts.") + id);
+        const QString stored = QVlorSetting::global().getString(QVlorAudioPlugins::ShortcutSettingKey(id));
         if (!stored.isEmpty())
             action->setShortcut(QKeySequence(stored));
     }

@@ -44,8 +44,6 @@ void _AnnounceNewPlugins(const QList<QString>& names)
         s_host->announceNewPlugins(names);
 }
 
-QString _ShortcutKey(const QString& actionId) { return QLatin1String(K_SHORTCUT_SETTING_PREFIX) + actionId; }
-
 // The fixed commands took their present ids once; bindings under the old ones move, at this one chance.
 void _MigrateFixedPluginActionKeybindings()
 {
@@ -59,10 +57,10 @@ void _MigrateFixedPluginActionKeybindings()
         {"Vst_CancelSearch", "Plugins_CancelSearch"},
     };
     for (const auto& move : kMoves) {
-        const QString oldKey = _ShortcutKey(QLatin1String(move[0]));
+        const QString oldKey = ShortcutSettingKey(QLatin1String(move[0]));
         if (!settings.exists(oldKey))
             continue;
-        settings.change(_ShortcutKey(QLatin1String(move[1])), settings.getString(oldKey, QString()));
+        settings.change(ShortcutSettingKey(QLatin1String(move[1])), settings.getString(oldKey, QString()));
         settings.remove(oldKey);
     }
     settings.change(QLatin1String(K_SETTING_FIXED_MIGRATION_DONE), true);
@@ -77,22 +75,17 @@ void _MigratePluginKeybindings()
     QVlorSetting& settings = QVlorSetting::global();
     QMap<QString, QString> existing;
     for (const QVlorPluginPairs::Entry& e : entries) {
-        QStringList ids;
-        if (e.vst2 != 0)
-            ids << QStringLiteral("vstid-%1").arg(e.vst2);
-        if (!e.vst3.isEmpty())
-            ids << QStringLiteral("vst3id-%1").arg(e.vst3);
-        for (const QString& id : ids)
-            if (settings.exists(_ShortcutKey(id)))
-                existing.insert(id, settings.getString(_ShortcutKey(id), QString()));
+        for (const QString& id : {Vst2ActionId(e.vst2), Vst3ActionId(e.vst3)})
+            if (!id.isEmpty() && settings.exists(ShortcutSettingKey(id)))
+                existing.insert(id, settings.getString(ShortcutSettingKey(id), QString()));
     }
     const KeybindingMigration moves = MigratePluginPairKeybindings(existing, entries);
     if (!moves.ran)
         return;
     for (auto it = moves.added.constBegin(); it != moves.added.constEnd(); ++it)
-        settings.change(_ShortcutKey(it.key()), it.value());
+        settings.change(ShortcutSettingKey(it.key()), it.value());
     for (const QString& id : moves.removed)
-        settings.remove(_ShortcutKey(id));
+        settings.remove(ShortcutSettingKey(id));
     qInfo() << "QVlorAudioPlugins: plugin keybinding migration --" << moves.added.size()
             << "binding(s) moved to plugid- ids";
 }

@@ -5,6 +5,7 @@
 
 #include "QVlorAudio.h"
 #include "QVlorDialogs.h"
+#include "QVlorPairKeybindings.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -276,7 +277,7 @@ void MenuController::rebuildPluginsMenuNow()
                 entry.format = QStringLiteral("vst3");
                 entry.cid = row->vst3.identity;
                 formatLabel = QStringLiteral("VST3");
-                formatId = QStringLiteral("vst3id-%1").arg(entry.cid);
+                formatId = Vst3ActionId(entry.cid);
             }
             auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(row->name, formatLabel), vendorMenu);
             action->setEnabled(canApply);

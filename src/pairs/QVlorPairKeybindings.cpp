@@ -5,6 +5,10 @@ namespace QVlorAudioPlugins {
 const char* const K_SETTING_FIXED_MIGRATION_DONE = "vloraudio.plugins.fixed_action_keybinding_migration_done";
 const char* const K_SHORTCUT_SETTING_PREFIX = "vloraudio.shortcuts.";
 
+QString Vst2ActionId(qint64 uniqueId) { return uniqueId != 0 ? QStringLiteral("vstid-%1").arg(uniqueId) : QString(); }
+QString Vst3ActionId(const QString& cid) { return cid.isEmpty() ? QString() : QStringLiteral("vst3id-%1").arg(cid); }
+QString ShortcutSettingKey(const QString& actionId) { return QLatin1String(K_SHORTCUT_SETTING_PREFIX) + actionId; }
+
 KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& existing,
                                                  const QList<QVlorPluginPairs::Entry>& entries)
 {
@@ -13,8 +17,8 @@ KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& e
         return result;
     result.ran = true;
     for (const QVlorPluginPairs::Entry& e : entries) {
-        const QString id2 = e.vst2 != 0 ? QStringLiteral("vstid-%1").arg(e.vst2) : QString();
-        const QString id3 = !e.vst3.isEmpty() ? QStringLiteral("vst3id-%1").arg(e.vst3) : QString();
+        const QString id2 = Vst2ActionId(e.vst2);
+        const QString id3 = Vst3ActionId(e.vst3);
         const bool has2 = !id2.isEmpty() && existing.contains(id2);
         const bool has3 = !id3.isEmpty() && existing.contains(id3);
         if (!has2 && !has3)

@@ -15,6 +15,13 @@ namespace QVlorAudioPlugins {
 extern const char* const K_SETTING_FIXED_MIGRATION_DONE; // "vloraudio.plugins.fixed_action_keybinding_migration_done"
 extern const char* const K_SHORTCUT_SETTING_PREFIX;      // "vloraudio.shortcuts."
 
+// The action id of a plugin of one format: "vstid-N" for a VST2 unique id,
+// "vst3id-CID" for a VST3 class; empty for no plugin (0, or an empty id).
+QString Vst2ActionId(qint64 uniqueId);
+QString Vst3ActionId(const QString& cid);
+// The settings key of the shortcut bound to an action.
+QString ShortcutSettingKey(const QString& actionId);
+
 struct KeybindingMigration {
     QMap<QString, QString> added; // new action id -> key sequence
     QStringList removed;          // old action ids

@@ -39,13 +39,7 @@ const QString kData = QString::fromStdString(dataDir());
 const QString kGain = QStringLiteral("51000000000000000000000000000001");
 const qint64 kStereoId = 0x566C4678; // "VlFx"
 
-void settle()
-{
-    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
-                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
-        if (m)
-            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
-}
+void settle() { settleManagers(); }
 
 QString dataFile(const char* name) { return QDir(kData).filePath(QLatin1String(name)); }
 
@@ -194,14 +188,8 @@ TEST_F(Wiring, ARealCrashInTheGuardedStretchIsBlamedOnItsPluginAtTheNextStart)
     const QString& vst2File = plugins.vst2File;
     const QString& bundle = plugins.bundle;
     QVlorAudioPlugins::UI::install(&host);
-    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
-    ASSERT_NE(vst2, nullptr);
-    vst2->addPath(QFileInfo(vst2File).absolutePath());
-    vst2->updatePlugins(true, false);
-    vst2->enableNewPlugins();
-    QVlorAudioPlugins::vst3Manager()->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
-    QVlorAudioPlugins::vst3Manager()->searchPlugins(true);
-    QVlorAudioPlugins::vst3Manager()->enableNewPlugins();
+    ASSERT_NE(QVlorAudioPlugins::vstManager(), nullptr);
+    plugins.scanWithInstalledManagers();
     settle();
     QVlorAudioPlugins::AboutToQuit();
     QVlorAudioPlugins::UI::uninstall(&host);

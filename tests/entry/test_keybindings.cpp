@@ -39,13 +39,7 @@ QVlorPluginPairs::Entry entry(const QString& pairId, qint64 vst2, const QString&
 
 QString key(const QString& id) { return QLatin1String(QVlorAudioPlugins::K_SHORTCUT_SETTING_PREFIX) + id; }
 
-void settle()
-{
-    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
-                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
-        if (m)
-            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
-}
+void settle() { settleManagers(); }
 
 } // namespace
 
@@ -134,18 +128,12 @@ TEST_F(Installed, TheTwinPresetHintNamesTheOtherFormatOnlyWhenItHasUserPresets)
 {
     // One plugin of each format, found by scans, then paired by hand.
     const FixturePlugins plugins;
-    const QString& vst2File = plugins.vst2File;
     const QString& bundle = plugins.bundle;
     AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
     QVlorAudioPlugins::UI::install(&host);
     QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
     QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
-    vst2->addPath(QFileInfo(vst2File).absolutePath());
-    vst2->updatePlugins(true, false);
-    vst2->enableNewPlugins();
-    vst3->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
-    vst3->searchPlugins(true);
-    vst3->enableNewPlugins();
+    plugins.scanWithInstalledManagers();
     settle();
     ASSERT_TRUE(waitFor([&] { settle(); return vst3->catalogCopy().findClass(kGain) != nullptr; }, 20000));
     QVlorVst::Plugin stereo;

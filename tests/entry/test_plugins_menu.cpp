@@ -65,12 +65,10 @@ public:
     QString presentedFormat, presentedPair;
 };
 
+// The managers' work, then what it posted to this thread (the menu's rebuild among it).
 void settle()
 {
-    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
-                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
-        if (m)
-            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
+    settleManagers();
     QCoreApplication::processEvents();
     QCoreApplication::processEvents();
 }
@@ -111,12 +109,7 @@ protected:
         QVlorAudioPlugins::UI::install(&host);
         vst2 = QVlorAudioPlugins::vstManager();
         vst3 = QVlorAudioPlugins::vst3Manager();
-        vst2->addPath(QFileInfo(vst2File).absolutePath());
-        vst2->updatePlugins(true, false);
-        vst2->enableNewPlugins();
-        vst3->setSearchPathsForTesting({QFileInfo(bundle).absolutePath()});
-        vst3->searchPlugins(true);
-        vst3->enableNewPlugins();
+        plugins.scanWithInstalledManagers();
         ASSERT_TRUE(waitFor([&] {
             settle();
             const QVlorVst3::Catalog catalog = vst3->catalogCopy();
@@ -424,7 +417,7 @@ TEST_F(Menu, RealTwinsOpenWorkingDialogsOfTheirActiveFormat)
         return why;
     }();
     host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
-    for (const QString format : {QStringLiteral("vst3"), QStringLiteral("vst2")}) {
+    for (const QString& format : {QStringLiteral("vst3"), QStringLiteral("vst2")}) {
         // As the page's badge does: the format made active, and switched on if it was off.
         vst3->setPairActiveFormat(pairId, format);
         if (format == QStringLiteral("vst3"))

@@ -4,6 +4,8 @@
 
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
 
 #include "testsupport.h"
 
@@ -32,6 +34,15 @@ public:
     QList<QString> announced;
 };
 
+// Waits until both installed managers have done what was asked of them so far.
+inline void settleManagers()
+{
+    for (QObject* m : {static_cast<QObject*>(QVlorAudioPlugins::vstManager()),
+                       static_cast<QObject*>(QVlorAudioPlugins::vst3Manager())})
+        if (m)
+            QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
+}
+
 #ifdef VLOR_FIXTURE_VST_DIR
 // One plugin of each format copied into folders of their own, as on a
 // user's machine: the stereo VST2 fixture and the bundle of VST3 effects.
@@ -48,6 +59,20 @@ struct FixturePlugins {
     }
     QString vst2Folder() const { return QFileInfo(vst2File).absolutePath(); }
     QString vst3Folder() const { return QFileInfo(bundle).absolutePath(); }
+
+    // Both folders searched by the installed managers and what is new there
+    // switched on, as a user's first scan does; checks still run when it returns.
+    void scanWithInstalledManagers() const
+    {
+        QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+        vst2->addPath(vst2Folder());
+        vst2->updatePlugins(true, false);
+        vst2->enableNewPlugins();
+        QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+        vst3->setSearchPathsForTesting({vst3Folder()});
+        vst3->searchPlugins(true);
+        vst3->enableNewPlugins();
+    }
 
     TempDir dir;
     const QString vst2File;
