@@ -16,6 +16,7 @@ int cmdRecheck(int argc, char** argv);
 int cmdApplyMixer(int argc, char** argv);
 int cmdOpen(int argc, char** argv);
 int cmdMenu(int argc, char** argv);
+int cmdPrefs(int argc, char** argv);
 
 class QAction;
 class QMenu;

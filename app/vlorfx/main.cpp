@@ -47,6 +47,7 @@ const Command kCommands[] = {
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
     {"menu", cmdMenu, "print the Plugins menu as the editor gets it: vendors, entries, action ids"},
     {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},
+    {"prefs", cmdPrefs, "show the plugin manager page: both formats in one tree, filter, switches, badges", true},
 };
 
 void usage(FILE* out)

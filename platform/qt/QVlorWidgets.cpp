@@ -77,17 +77,21 @@ QVlorPreferencesTab* QVlorPreferencesTabFactory::create(const QString& name, QWi
     return make ? make(parent) : nullptr;
 }
 
-QVlorBoxEditor::QVlorBoxEditor(QWidget* parent) : QWidget(parent), m_label(new QLabel(this)), m_combo(new QComboBox(this))
+QVlorBoxEditor::QVlorBoxEditor(QWidget* parent)
+    : QWidget(parent), m_label(new QLabel(this)), m_edit(new QLineEdit(this)), m_combo(new QComboBox(this))
 {
-    m_combo->setEditable(true);
+    m_edit->setClearButtonEnabled(true);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_label);
-    layout->addWidget(m_combo, 1);
-    m_label->setBuddy(m_combo);
-    connect(m_combo, &QComboBox::editTextChanged, this, &QVlorBoxEditor::textChanged);
+    layout->addWidget(m_edit, 1);
+    layout->addWidget(m_combo);
+    m_label->setBuddy(m_edit);
+    setFocusProxy(m_edit);
+    connect(m_edit, &QLineEdit::textChanged, this, &QVlorBoxEditor::textChanged);
 }
 
 QComboBox* QVlorBoxEditor::comboBox() const { return m_combo; }
+QLineEdit* QVlorBoxEditor::lineEdit() const { return m_edit; }
 void QVlorBoxEditor::setLabel(const QString& text) { m_label->setText(text); }
 QString QVlorBoxEditor::label() const { return m_label->text(); }

@@ -10,6 +10,7 @@
 #include <functional>
 
 class QComboBox;
+class QLineEdit;
 class QLabel;
 class QMenu;
 
@@ -51,12 +52,14 @@ public:
     static QVlorPreferencesTab* create(const QString& name, QWidget* parent = nullptr);
 };
 
-// A label, and a combo box with an editable line.
+// A label, a text field and a combo box on one line: a search with a choice
+// beside it. textChanged tells the field's text as it is typed.
 class QVlorBoxEditor : public QWidget {
     Q_OBJECT
 public:
     explicit QVlorBoxEditor(QWidget* parent = nullptr);
     QComboBox* comboBox() const;
+    QLineEdit* lineEdit() const;
     void setLabel(const QString& text);
     QString label() const;
 
@@ -65,6 +68,7 @@ signals:
 
 private:
     QLabel* m_label;
+    QLineEdit* m_edit;
     QComboBox* m_combo;
 };
 

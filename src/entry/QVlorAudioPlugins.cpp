@@ -4,6 +4,7 @@
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginsMenu.h"
+#include "QVlorPluginsPrefs.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -210,6 +211,8 @@ void install(Host* host)
     if (s_vst3Manager)
         QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
 
+    QVlorPreferencesTabFactory::registerTab(QLatin1String(QVlorPluginsPrefs::Factory::Name),
+                                            &QVlorPluginsPrefs::Factory::create);
     // Last, so that it finds both managers in place.
     s_menuController = new MenuController(host);
 }
@@ -267,6 +270,7 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
 
 void uninstall(Host*)
 {
+    QVlorPreferencesTabFactory::unregisterTab(QLatin1String(QVlorPluginsPrefs::Factory::Name));
     if (s_menuController) {
         delete s_menuController;
         s_menuController = nullptr;

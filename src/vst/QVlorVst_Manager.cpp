@@ -244,7 +244,7 @@ void Manager::setChanged() { d->markChanged(); }
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 
-bool Manager::isScanEnabled() const { return QVlorSetting::global().getBool(QLatin1String(K_SETTING_SCAN_VST2), true); }
+bool Manager::isScanEnabled() { return QVlorSetting::global().getBool(QLatin1String(K_SETTING_SCAN_VST2), true); }
 
 void Manager::setScanEnabled(bool enabled) { QVlorSetting::global().change(QLatin1String(K_SETTING_SCAN_VST2), enabled); }
 

@@ -24,8 +24,8 @@ public:
     bool hasChanges() const;
     // The file and the reason of the last save that failed; empty once a save succeeds.
     QString saveError() const;
-    bool isScanEnabled() const;
-    void setScanEnabled(bool enabled);
+    static bool isScanEnabled();
+    static void setScanEnabled(bool enabled);
 
 signals:
     void paths(const QList<QVlorVst::Path>& paths);

@@ -239,7 +239,7 @@ void Manager::Data::dropCancelledWork()
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 
-bool Manager::isScanEnabled() const { return QVlorSetting::global().getBool(QLatin1String(K_SETTING_SCAN_VST3), true); }
+bool Manager::isScanEnabled() { return QVlorSetting::global().getBool(QLatin1String(K_SETTING_SCAN_VST3), true); }
 
 void Manager::setScanEnabled(bool on) { QVlorSetting::global().change(QLatin1String(K_SETTING_SCAN_VST3), on); }
 

@@ -47,8 +47,8 @@ public:
     // Any thread.
     Catalog catalogCopy() const;
     bool isScanning() const;
-    bool isScanEnabled() const;
-    void setScanEnabled(bool on);
+    static bool isScanEnabled();
+    static void setScanEnabled(bool on);
     QStringList searchPaths() const;
     static QStringList SystemPaths();
 

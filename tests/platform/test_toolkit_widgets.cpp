@@ -72,7 +72,7 @@ TEST(BoxEditor, TypingTellsTheTextAsItChanges)
     editor.setLabel(QStringLiteral("Filter:"));
     editor.show();
     QSignalSpy spy(&editor, &QVlorBoxEditor::textChanged);
-    QTest::keyClicks(editor.comboBox()->lineEdit(), QStringLiteral("zam"));
+    QTest::keyClicks(editor.lineEdit(), QStringLiteral("zam"));
     ASSERT_EQ(spy.count(), 3);
     EXPECT_EQ(spy.last().at(0).toString(), QStringLiteral("zam"));
     EXPECT_EQ(editor.label(), QStringLiteral("Filter:"));

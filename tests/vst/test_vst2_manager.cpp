@@ -428,10 +428,10 @@ TEST_F(ManagerTest, ScanSwitchedOffSaysSoAndDoesNothing)
     Manager m;
     Recorder r;
     r.attach(m);
-    m.setScanEnabled(false);
+    QVlorVst::Manager::setScanEnabled(false);
     m.updatePlugins();
     sync(m);
-    m.setScanEnabled(true);
+    QVlorVst::Manager::setScanEnabled(true);
     QMutexLocker l(&r.lock);
     EXPECT_EQ(r.events, (QStringList{QStringLiteral("begin"), QStringLiteral("end 0")}));
 }

@@ -195,10 +195,10 @@ TEST_F(Vst3ManagerTest, AScanFindsBundlesWhereARootHoldsThemAndNowhereElse)
     EXPECT_TRUE(waitFor([&] { return QFile::exists(file("catalog_vst3.json")); })); // saved as a consequence of catalogChanged
 
     // Scanning turned off: an end and nothing else.
-    m.setScanEnabled(false);
+    QVlorVst3::Manager::setScanEnabled(false);
     run([](Manager& m) { m.searchPlugins(true); });
     EXPECT_EQ(events.take(), QStringList{QStringLiteral("end 0")});
-    m.setScanEnabled(true);
+    QVlorVst3::Manager::setScanEnabled(true);
 }
 
 TEST_F(Vst3ManagerTest, TheSearchPathsAreTheSystemsAndTheUsersLessThoseTurnedOff)
@@ -502,7 +502,7 @@ TEST_F(Vst3ManagerTest, MarksOfTheUserInterfaceOutliveEveryPublishUntilTheWorkIs
     // Every signal came from the manager's own thread, but the marks' own catalogChanged.
     for (QThread* t : events.threads)
         EXPECT_TRUE(t == uiThread || t->objectName() == QStringLiteral("QVlorVst3::Manager"));
-    EXPECT_TRUE(m.isScanEnabled());
+    EXPECT_TRUE(QVlorVst3::Manager::isScanEnabled());
     EXPECT_FALSE(m.isScanning());
 }
 

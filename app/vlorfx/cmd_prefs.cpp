@@ -1,0 +1,163 @@
+// vlorfx prefs: the plugin manager page in a window, on the machine's real
+// catalogs, as the editor's preferences dialog shows it.
+#include "catalog.h"
+#include "commands.h"
+#include "text.h"
+
+#include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginsPrefs.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+
+#include <QComboBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QLineEdit>
+#include <QPixmap>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <cstdio>
+#include <memory>
+#include <string>
+
+namespace {
+
+const char* const kPrefsHelp =
+    "usage: vlorfx prefs [--theme light|dark] [--filter TEXT] [--status all|new|failed|enabled]\n"
+    "                    [--rescan] [--size WxH] [--screenshot FILE]\n\n"
+    "Shows the plugin manager page on this machine's catalogs: one tree of both\n"
+    "formats by vendor, check boxes that switch plugins, vendors and shells on\n"
+    "and off, the format badges of each product (a click on the other badge of a\n"
+    "pair makes that format the active one), the state of each plugin, a filter\n"
+    "and the rescan.\n\n"
+    "  --theme T          light (the default) or dark\n"
+    "  --filter TEXT      type TEXT into the filter\n"
+    "  --status S         pick the status filter\n"
+    "  --rescan           start \"Rescan Plugins\" at once\n"
+    "  --size WxH         the window's size (default 760x620)\n"
+    "  --screenshot FILE  save a picture once the tree is built (during the scan\n"
+    "                     with --rescan), and quit\n\n"
+    "QT_SCALE_FACTOR=2 draws it at twice the pixel ratio. Under xvfb-run or on a\n"
+    "desktop the window stays until it is closed.\n\n"
+    "example:\n"
+    "  vlorfx prefs --theme dark --filter zam --screenshot prefs.png\n";
+
+int prefsError(const std::string& message)
+{
+    std::fprintf(stderr, "vlorfx prefs: %s (vlorfx prefs --help tells more)\n", message.c_str());
+    return 2;
+}
+
+} // namespace
+
+int cmdPrefs(int argc, char** argv)
+{
+    std::string screenshot, filter;
+    int status = -1;
+    bool rescan = false;
+    int theme = QVlorApplication::Light;
+    QSize size(760, 620);
+    for (int i = 0; i < argc; ++i) {
+        const std::string a = argv[i];
+        const bool hasValue = i + 1 < argc;
+        if (a == "--help" || a == "-h") {
+            std::fputs(kPrefsHelp, stdout);
+            return 0;
+        }
+        if (a == "--theme" && hasValue) {
+            const std::string t = argv[++i];
+            if (t != "light" && t != "dark")
+                return prefsError("--theme is light or dark");
+            theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
+        } else if (a == "--filter" && hasValue) {
+            filter = argv[++i];
+        } else if (a == "--status" && hasValue) {
+            const std::string s = argv[++i];
+            const char* const names[] = {"all", "new", "failed", "enabled"};
+            for (int k = 0; k < 4; ++k)
+                if (s == names[k])
+                    status = k;
+            if (status < 0)
+                return prefsError("--status is all, new, failed or enabled");
+        } else if (a == "--rescan") {
+            rescan = true;
+        } else if (a == "--size" && hasValue) {
+            int w = 0, h = 0;
+            if (std::sscanf(argv[++i], "%dx%d", &w, &h) != 2 || w < 200 || h < 150 || w > 8192 || h > 8192)
+                return prefsError("--size is WIDTHxHEIGHT, at least 200x150");
+            size = QSize(w, h);
+        } else if (a == "--screenshot" && hasValue) {
+            screenshot = argv[++i];
+        } else {
+            return prefsError("unknown argument " + a);
+        }
+    }
+    QVlorApplication::applyTheme(theme);
+    // A loaded VST2 catalog reaches the copies through the scan that follows
+    // it, as at the editor's start.
+    if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
+        vst2->updatePlugins(false, false);
+    vlorfx::settle();
+
+    QDialog dialog;
+    dialog.setWindowTitle(QStringLiteral("Preferences"));
+    auto* layout = new QVBoxLayout(&dialog);
+    auto* page = new QVlorPluginsPrefs(&dialog);
+    layout->addWidget(page, 1);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
+    layout->addWidget(buttons);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
+    page->syncPreferences();
+    if (auto* box = page->findChild<QVlorBoxEditor*>(QStringLiteral("filterBox"))) {
+        if (status >= 0)
+            box->comboBox()->setCurrentIndex(box->comboBox()->findData(status));
+        box->lineEdit()->setText(QString::fromStdString(filter));
+    }
+    dialog.resize(size);
+    dialog.show();
+    if (rescan)
+        page->rescanAll();
+
+    int result = 0;
+    if (!screenshot.empty()) {
+        auto take = [&] {
+            const QPixmap shot = dialog.grab();
+            const QString file = QString::fromStdString(screenshot);
+            if (shot.isNull() || !shot.save(file)) {
+                std::fprintf(stderr, "vlorfx prefs: could not save %s\n", vlorfx::printable(file).constData());
+                result = 1;
+            } else {
+                std::printf("%s: %dx%d\n", screenshot.c_str(), shot.width(), shot.height());
+            }
+            dialog.accept();
+        };
+        if (rescan) {
+            // The picture shows the scan under way: taken at its first step past the start.
+            auto taken = std::make_shared<bool>(false);
+            auto onProgress = [&, taken](int value, int) {
+                if (*taken || value < 1)
+                    return;
+                *taken = true;
+                QTimer::singleShot(0, &dialog, take);
+            };
+            if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
+                QObject::connect(vst2, &QVlorVst::Manager::progressScan, &dialog, onProgress, Qt::QueuedConnection);
+            if (QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager())
+                QObject::connect(vst3, &QVlorVst3::Manager::progressScan, &dialog, onProgress, Qt::QueuedConnection);
+            QTimer::singleShot(60000, &dialog, [&, taken] {
+                if (!*taken)
+                    take();
+            });
+        } else {
+            // The tree is built at the first turn of the event loop; a few more paint it.
+            QTimer::singleShot(300, &dialog, take);
+        }
+    }
+    dialog.exec();
+    delete page;
+    if (rescan)
+        vlorfx::settle();
+    return result;
+}

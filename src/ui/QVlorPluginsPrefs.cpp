@@ -1,0 +1,705 @@
+#include "QVlorPluginsPrefs.h"
+
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginDelegates.h"
+#include "QVlorPluginsTreeView.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+#include "ui_QVlorPluginsPrefs.h"
+
+#include <QComboBox>
+#include <QFile>
+#include <QHeaderView>
+#include <QLineEdit>
+#include <QTimer>
+
+const char* const K_SETTING_TREE_COLLAPSED = "vloraudio.plugins.tree_collapsed_groups";
+const char* const K_SETTING_NEW_PATHS_HIDDEN = "vloraudio.plugins.new_paths_hidden";
+const char* const QVlorPluginsPrefs::Factory::Name = "plugin_prefs";
+
+namespace {
+
+const QString kStyleResource = QStringLiteral(":/styles/qvlorpluginsprefs_qtreeview.qss");
+
+QVlorVst::Manager* vst2() { return QVlorAudioPlugins::vstManager(); }
+QVlorVst3::Manager* vst3() { return QVlorAudioPlugins::vst3Manager(); }
+
+QStringList sortedList(const QSet<QString>& set)
+{
+    QStringList list(set.begin(), set.end());
+    list.sort();
+    return list;
+}
+
+bool isFailedState(const UnifiedFormatInfo& info)
+{
+    return info.present && (info.state == QLatin1String("failed") || info.state == QLatin1String("crashed") ||
+                            info.state == QLatin1String("missing"));
+}
+
+} // namespace
+
+// Filtering.
+
+QVlorPluginsPrefs::ProxyFilter::ProxyFilter(QObject* parent) : QSortFilterProxyModel(parent) {}
+
+void QVlorPluginsPrefs::ProxyFilter::setFilterString(const QString& text)
+{
+    m_filterString = text.toLower();
+    invalidateFilter();
+}
+
+void QVlorPluginsPrefs::ProxyFilter::setStatusFilter(StatusFilter filter)
+{
+    if (filter == m_statusFilter)
+        return;
+    m_statusFilter = filter;
+    invalidateFilter();
+}
+
+bool QVlorPluginsPrefs::ProxyFilter::acceptStatus(const UnifiedRow& row, StatusFilter filter)
+{
+    switch (filter) {
+    case StatusAll:
+        return true;
+    case StatusNew:
+        return row.isNew;
+    case StatusFailed:
+        return isFailedState(row.vst2) || isFailedState(row.vst3);
+    case StatusEnabled:
+        if (row.vst2.active)
+            return row.vst2.enabled;
+        return row.vst3.active && row.vst3.enabled;
+    }
+    return false;
+}
+
+bool QVlorPluginsPrefs::ProxyFilter::accept(const QModelIndex& sourceIndex) const
+{
+    if (!m_filterString.isEmpty() &&
+        !sourceIndex.data(Qt::DisplayRole).toString().toLower().contains(m_filterString))
+        return false;
+    if (m_statusFilter != StatusAll) {
+        const QVariant row = sourceIndex.data(UpmRowRole);
+        if (!row.isValid() || !acceptStatus(row.value<UnifiedRow>(), m_statusFilter))
+            return false;
+    }
+    return true;
+}
+
+bool QVlorPluginsPrefs::ProxyFilter::filterGroup(const QModelIndex& sourceIndex) const
+{
+    if (accept(sourceIndex))
+        return true;
+    const QAbstractItemModel* model = sourceModel();
+    const int count = model->rowCount(sourceIndex);
+    for (int i = 0; i < count; ++i)
+        if (filterGroup(model->index(i, 0, sourceIndex)))
+            return true;
+    return false;
+}
+
+bool QVlorPluginsPrefs::ProxyFilter::filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const
+{
+    if (!isFiltering())
+        return true;
+    // A vendor or shell that matches shows all of its children; it only got
+    // here by passing both tests itself.
+    if (sourceParent.isValid() && accept(sourceParent))
+        return true;
+    return filterGroup(sourceModel()->index(sourceRow, 0, sourceParent));
+}
+
+bool QVlorPluginsPrefs::ProxyFilter::lessThan(const QModelIndex& left, const QModelIndex& right) const
+{
+    const int leftRank = UpmNewRootSortRank(left);
+    const int rightRank = UpmNewRootSortRank(right);
+    if (leftRank != rightRank)
+        return leftRank < rightRank;
+    const QVariant leftVendor = left.data(UpmVendorKeyRole);
+    const QVariant rightVendor = right.data(UpmVendorKeyRole);
+    if (leftVendor.isValid() != rightVendor.isValid())
+        return leftVendor.isValid();
+    if (leftVendor.isValid()) {
+        const bool leftEmpty = leftVendor.toString().isEmpty();
+        const bool rightEmpty = rightVendor.toString().isEmpty();
+        if (leftEmpty != rightEmpty)
+            return rightEmpty;
+    }
+    return QString::localeAwareCompare(left.data(Qt::DisplayRole).toString(), right.data(Qt::DisplayRole).toString()) < 0;
+}
+
+// The page.
+
+struct QVlorPluginsPrefs::Data {
+    QVlorUnifiedPluginsModel model;
+    ProxyFilter proxy;
+    QVlorPluginBadgeDelegate* badgeDelegate = nullptr;
+    QVlorPluginStateDelegate* stateDelegate = nullptr;
+    QList<UnifiedRow> rows;
+    QList<QVlorVst::Path> paths;
+    bool rebuildPending = false;
+    QSet<QString> collapsedGroups;
+    QSet<QString> hiddenNewPaths;
+
+    Ui::QVlorPluginsPrefs ui;
+    QString treeStyleSheet;
+
+    QString expansionKey(const QModelIndex& index) const;
+    void captureExpansion(QTreeView* tree);
+    void collectCollapsed(QTreeView* tree, const QModelIndex& parent);
+    void applyCollapsed(QTreeView* tree, const QModelIndex& parent);
+    static qint64 ParseVst2UniqueId(const QString& identity);
+    bool findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin, QVlorVst::Path* path) const;
+};
+
+QString QVlorPluginsPrefs::Data::expansionKey(const QModelIndex& index) const
+{
+    const QVariant section = index.data(UpmNewSectionRole);
+    const QVariant folder = index.data(UpmNewPathRole);
+    if (folder.isValid())
+        return QStringLiteral("np|%1|%2").arg(section.toInt()).arg(folder.toString());
+    if (section.isValid())
+        return QStringLiteral("nr|%1").arg(section.toInt());
+    const QVariant vendor = index.data(UpmVendorKeyRole);
+    if (vendor.isValid())
+        return QStringLiteral("v|") + vendor.toString();
+    return QStringLiteral("s|%1|%2")
+        .arg(index.parent().data(UpmVendorKeyRole).toString(), index.data(UpmShellKeyRole).toString());
+}
+
+void QVlorPluginsPrefs::Data::collectCollapsed(QTreeView* tree, const QModelIndex& parent)
+{
+    const QAbstractItemModel* m = tree->model();
+    const int count = m->rowCount(parent);
+    for (int i = 0; i < count; ++i) {
+        const QModelIndex child = m->index(i, 0, parent);
+        if (m->rowCount(child) == 0)
+            continue;
+        if (!tree->isExpanded(child))
+            collapsedGroups.insert(expansionKey(child));
+        collectCollapsed(tree, child);
+    }
+}
+
+void QVlorPluginsPrefs::Data::captureExpansion(QTreeView* tree)
+{
+    // A search expands everything; what the user collapsed must outlive it.
+    if (proxy.isFiltering() || !tree->model() || tree->model()->rowCount() == 0)
+        return;
+    collapsedGroups.clear();
+    collectCollapsed(tree, QModelIndex());
+    QVlorSetting::global().change(QLatin1String(K_SETTING_TREE_COLLAPSED), sortedList(collapsedGroups));
+}
+
+void QVlorPluginsPrefs::Data::applyCollapsed(QTreeView* tree, const QModelIndex& parent)
+{
+    const QAbstractItemModel* m = tree->model();
+    if (!m)
+        return;
+    const int count = m->rowCount(parent);
+    for (int i = 0; i < count; ++i) {
+        const QModelIndex child = m->index(i, 0, parent);
+        if (m->rowCount(child) == 0)
+            continue;
+        if (collapsedGroups.contains(expansionKey(child)))
+            tree->collapse(child);
+        applyCollapsed(tree, child);
+    }
+}
+
+qint64 QVlorPluginsPrefs::Data::ParseVst2UniqueId(const QString& identity)
+{
+    if (!identity.startsWith(QLatin1String("vstid-")))
+        return 0;
+    bool ok = false;
+    const qint64 id = identity.mid(6).toLongLong(&ok);
+    return ok ? id : 0;
+}
+
+bool QVlorPluginsPrefs::Data::findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin,
+                                                    QVlorVst::Path* path) const
+{
+    auto hit = [&](const QVlorVst::Plugin& p, const QVlorVst::Path& in) {
+        *plugin = p;
+        *path = in;
+        return true;
+    };
+    if (identity.startsWith(QLatin1String("vsthash-"))) {
+        const QString rest = identity.mid(8);
+        const int colon = rest.lastIndexOf(QLatin1Char(':'));
+        const QString hash = colon < 0 ? rest : rest.left(colon);
+        qint64 number = 0;
+        if (colon >= 0) {
+            bool ok = false;
+            number = rest.mid(colon + 1).toLongLong(&ok);
+            if (!ok || number < INT32_MIN || number > INT32_MAX)
+                number = 0;
+        }
+        if (hash.isEmpty())
+            return false;
+        for (const QVlorVst::Path& p : paths)
+            for (const QVlorVst::Plugin& candidate : p.plugins()) {
+                if (candidate.hash() == hash && candidate.pluginId() == number)
+                    return hit(candidate, p);
+                for (const QVlorVst::Plugin& child : candidate.plugins())
+                    if (child.hash() == hash && child.pluginId() == number)
+                        return hit(child, p);
+            }
+        return false;
+    }
+    const qint64 id = ParseVst2UniqueId(identity);
+    if (id == 0)
+        return false;
+    for (const QVlorVst::Path& p : paths)
+        for (const QVlorVst::Plugin& candidate : p.plugins()) {
+            if (candidate.uniqueId() == id)
+                return hit(candidate, p);
+            for (const QVlorVst::Plugin& child : candidate.plugins())
+                if (child.uniqueId() == id)
+                    return hit(child, p);
+        }
+    return false;
+}
+
+QVlorPreferencesTab* QVlorPluginsPrefs::Factory::create(QWidget* parent) { return new QVlorPluginsPrefs(parent); }
+
+QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(parent), d(new Data)
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.setupUi(this);
+    setObjectName(QStringLiteral("QVlorPluginsPrefs"));
+    ui.filterBox->setLabel(tr("Filter"));
+    const QVlorSetting& settings = QVlorSetting::global();
+    const QStringList collapsed = settings.getStringList(QLatin1String(K_SETTING_TREE_COLLAPSED));
+    d->collapsedGroups = QSet<QString>(collapsed.begin(), collapsed.end());
+    const QStringList hidden = settings.getStringList(QLatin1String(K_SETTING_NEW_PATHS_HIDDEN));
+    d->hiddenNewPaths = QSet<QString>(hidden.begin(), hidden.end());
+
+    QVlorPluginsTreeView* tree = ui.vstPluginsTreeView;
+    const QFont font = tree->font();
+    QFile style(kStyleResource);
+    if (style.open(QIODevice::ReadOnly)) {
+        d->treeStyleSheet = QString::fromUtf8(style.readAll());
+        tree->setStyleSheet(d->treeStyleSheet);
+    } else {
+        qWarning("QVlorPluginsPrefs: styles resource missing, plugins tree falls back to the .ui stylesheet");
+        d->treeStyleSheet = tree->styleSheet();
+    }
+    tree->setFont(font);
+    setFocusProxy(tree);
+
+    bind(ui.cbEnableVSTSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS));
+    bind(ui.cbEnableAudioUnitSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS));
+    ui.cbEnableAudioUnitSupport->hide();
+
+    tree->setHeaderHidden(true);
+    tree->setSelectionBehavior(QAbstractItemView::SelectRows);
+    tree->setSelectionMode(QAbstractItemView::ExtendedSelection);
+    tree->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    tree->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
+    tree->setAnimated(false);
+    tree->setMouseTracking(true);
+    tree->setEditTriggers(QAbstractItemView::NoEditTriggers);
+
+    tree->setItemDelegateForColumn(0, new QVlorColNameMarginDelegate(6, tree));
+    d->badgeDelegate = new QVlorPluginBadgeDelegate(tree);
+    tree->setItemDelegateForColumn(1, d->badgeDelegate);
+    d->stateDelegate = new QVlorPluginStateDelegate(tree);
+    tree->setItemDelegateForColumn(2, d->stateDelegate);
+    populateStatusFilterCombo();
+
+    auto connectCheckBoxes = [this, &ui] {
+        connect(ui.cbEnableVSTSupport, &QCheckBox::toggled, this, &QVlorPreferencesTab::valueChanged);
+        connect(ui.cbEnableAudioUnitSupport, &QCheckBox::toggled, this, &QVlorPreferencesTab::valueChanged);
+    };
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst3::Manager* m3 = vst3();
+    if (!m2 && !m3) {
+        tree->hide();
+        ui.refreshProgressLabel->hide();
+        ui.scanProgressBar->hide();
+        ui.managePathsBtn->hide();
+        ui.updateButton->hide();
+        ui.filterBox->hide();
+        delete ui.vstButtonsLayout;
+        ui.vstButtonsLayout = nullptr;
+        connectCheckBoxes();
+        return;
+    }
+
+    ui.refreshProgressLabel->hide();
+    ui.scanProgressBar->hide();
+    tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(&d->model, &QVlorUnifiedPluginsModel::pairCheckToggled, this, &QVlorPluginsPrefs::onPairCheckToggled);
+    connect(&d->model, &QVlorUnifiedPluginsModel::vendorCheckToggled, this, &QVlorPluginsPrefs::onVendorCheckToggled);
+    connect(&d->model, &QVlorUnifiedPluginsModel::shellGateToggled, this, &QVlorPluginsPrefs::onShellGateToggled);
+    connect(&d->model, &QVlorUnifiedPluginsModel::newPathShowToggled, this, &QVlorPluginsPrefs::onNewPathShowToggled);
+    connect(d->badgeDelegate, &QVlorPluginBadgeDelegate::activeFormatClicked, this,
+            &QVlorPluginsPrefs::onActiveFormatClicked);
+    connect(d->badgeDelegate, &QVlorPluginBadgeDelegate::rawAddClicked, this, &QVlorPluginsPrefs::onRawAddClicked);
+    connect(ui.updateButton, &QPushButton::clicked, this, &QVlorPluginsPrefs::rescanAll);
+
+    if (m2) {
+        connect(m2, &QVlorVst::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
+        connect(m2, &QVlorVst::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
+        connect(m2, &QVlorVst::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
+        connect(m2, &QVlorVst::Manager::pluginEnabled, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::pluginDisabled, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::pluginFailed, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
+        for (auto signal : {&QVlorVst::Manager::vendorEnabledChanged, &QVlorVst::Manager::pathAdded,
+                            &QVlorVst::Manager::pathDeleted, &QVlorVst::Manager::pathEnabled,
+                            &QVlorVst::Manager::pathDisabled})
+            connect(m2, signal, this, &QVlorPluginsPrefs::rebuildRows);
+    }
+    if (m3) {
+        connect(m3, &QVlorVst3::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
+        connect(m3, &QVlorVst3::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
+        connect(m3, &QVlorVst3::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
+        for (auto signal : {&QVlorVst3::Manager::pluginEnabled, &QVlorVst3::Manager::pluginDisabled,
+                            &QVlorVst3::Manager::pluginFailed, &QVlorVst3::Manager::pluginStateChanged})
+            connect(m3, signal, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m3, &QVlorVst3::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
+    }
+
+    d->proxy.setSourceModel(&d->model);
+    tree->setModel(&d->proxy);
+    QHeaderView* header = tree->header();
+    header->setStretchLastSection(false);
+    header->setSectionResizeMode(0, QHeaderView::Stretch);
+    for (int column : {1, 2, 3})
+        header->setSectionResizeMode(column, QHeaderView::Fixed);
+    header->resizeSection(1, QVlorPluginBadgeDelegate::preferredColumnWidth(tree->fontMetrics()));
+    header->resizeSection(2, QVlorPluginStateDelegate::preferredColumnWidth());
+    header->resizeSection(3, 0);
+    tree->setSortingEnabled(false);
+    d->proxy.sort(0, Qt::AscendingOrder);
+
+    connect(ui.filterBox->comboBox(), qOverload<int>(&QComboBox::currentIndexChanged), this,
+            &QVlorPluginsPrefs::onStatusFilterChanged);
+    connect(ui.filterBox, &QVlorBoxEditor::textChanged, this, &QVlorPluginsPrefs::filterView);
+    rebuildRows();
+    connectCheckBoxes();
+}
+
+QVlorPluginsPrefs::~QVlorPluginsPrefs()
+{
+    // The tree goes with the form's widgets, after this; it must not read a
+    // model that is already gone.
+    d->ui.vstPluginsTreeView->setModel(nullptr);
+    delete d;
+}
+
+QSize QVlorPluginsPrefs::sizeHint() const { return QSize(680, 460); }
+
+QList<UnifiedRow> QVlorPluginsPrefs::rows() const { return d->rows; }
+
+void QVlorPluginsPrefs::populateStatusFilterCombo()
+{
+    QComboBox* combo = d->ui.filterBox->comboBox();
+    const QSignalBlocker blocker(combo);
+    combo->clear();
+    combo->addItem(tr("All"), int(ProxyFilter::StatusAll));
+    combo->addItem(tr("New"), int(ProxyFilter::StatusNew));
+    combo->addItem(tr("Failed"), int(ProxyFilter::StatusFailed));
+    combo->addItem(tr("Enabled"), int(ProxyFilter::StatusEnabled));
+    combo->insertSeparator(1);
+}
+
+void QVlorPluginsPrefs::syncPreferences()
+{
+    const QVlorSetting& settings = QVlorSetting::global();
+    d->ui.cbEnableVSTSupport->setChecked(
+        settings.getBool(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS), true));
+    d->ui.cbEnableAudioUnitSupport->setChecked(
+        settings.getBool(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS), true));
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst3::Manager* m3 = vst3();
+    if ((m2 && m2->isScanning()) || (m3 && m3->isScanning())) {
+        onBeginScan();
+        return;
+    }
+    if (m2 || m3)
+        rebuildRows();
+}
+
+void QVlorPluginsPrefs::onLanguageChanged()
+{
+    populateStatusFilterCombo();
+    if (vst2() || vst3())
+        rebuildRows();
+}
+
+void QVlorPluginsPrefs::onPaletteChanged()
+{
+    // palette() references in the style sheet resolve when it is set.
+    d->ui.vstPluginsTreeView->setStyleSheet(d->treeStyleSheet);
+    QVlorPreferencesTab::onPaletteChanged();
+}
+
+void QVlorPluginsPrefs::rebuildRows()
+{
+    if (d->rebuildPending)
+        return;
+    d->rebuildPending = true;
+    QTimer::singleShot(0, this, &QVlorPluginsPrefs::rebuildRowsNow);
+}
+
+void QVlorPluginsPrefs::rebuildRowsNow()
+{
+    d->rebuildPending = false;
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst3::Manager* m3 = vst3();
+    if (!m2 && !m3)
+        return;
+    QList<QVlorVst::Path> paths;
+    if (m2)
+        paths = m2->pathsCopy();
+    QVlorVst3::Catalog catalog;
+    QVlorPluginPairs pairs;
+    QStringList searchPaths;
+    QSet<qint64> pendingVst2Ids;
+    QSet<QString> pendingCids;
+    if (m3) {
+        catalog = m3->catalogCopy();
+        pairs.entries() = m3->pairsEntriesCopy();
+        if (QVlorVst3::Manager::isScanEnabled())
+            searchPaths = m3->searchPaths();
+        pendingVst2Ids = m3->pendingPairOpVst2IdsCopy();
+        pendingCids = m3->pendingPairOpCidsCopy();
+    }
+    d->paths = paths;
+    d->rows = QVlorUnifiedPluginsModel::composeRows(d->paths, catalog, pairs, searchPaths, d->hiddenNewPaths,
+                                                    pendingVst2Ids, pendingCids, QVlorVst::Manager::isScanEnabled());
+    QTreeView* tree = d->ui.vstPluginsTreeView;
+    d->captureExpansion(tree);
+    d->model.setRows(d->rows);
+    tree->expandAll();
+    if (!d->proxy.isFiltering())
+        d->applyCollapsed(tree, QModelIndex());
+}
+
+void QVlorPluginsPrefs::rescanAll()
+{
+    if (QVlorVst::Manager* m2 = vst2())
+        m2->rescanPlugins();
+    if (QVlorVst3::Manager* m3 = vst3())
+        m3->rescanPlugins();
+}
+
+void QVlorPluginsPrefs::onBeginScan()
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.vstPluginsTreeView->setEnabled(false);
+    ui.managePathsBtn->setEnabled(false);
+    ui.updateButton->setEnabled(false);
+    ui.refreshProgressLabel->show();
+    ui.scanProgressBar->show();
+    ui.scanProgressBar->setRange(0, 1);
+    ui.scanProgressBar->setValue(0);
+}
+
+void QVlorPluginsPrefs::onEndScan(bool)
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.vstPluginsTreeView->setEnabled(true);
+    ui.managePathsBtn->setEnabled(true);
+    ui.updateButton->setEnabled(true);
+    ui.refreshProgressLabel->hide();
+    ui.scanProgressBar->hide();
+    rebuildRows();
+}
+
+void QVlorPluginsPrefs::onProgressScan(int value, int total)
+{
+    d->ui.scanProgressBar->setMaximum(total);
+    d->ui.scanProgressBar->setValue(value);
+}
+
+void QVlorPluginsPrefs::filterView(const QString& text)
+{
+    QTreeView* tree = d->ui.vstPluginsTreeView;
+    d->captureExpansion(tree);
+    d->proxy.setFilterString(text);
+    tree->expandAll();
+    if (!d->proxy.isFiltering())
+        d->applyCollapsed(tree, QModelIndex());
+}
+
+void QVlorPluginsPrefs::onStatusFilterChanged(int index)
+{
+    QTreeView* tree = d->ui.vstPluginsTreeView;
+    d->captureExpansion(tree);
+    const int value = d->ui.filterBox->comboBox()->itemData(index).toInt();
+    d->proxy.setStatusFilter(ProxyFilter::StatusFilter(value));
+    tree->expandAll();
+    if (!d->proxy.isFiltering())
+        d->applyCollapsed(tree, QModelIndex());
+}
+
+void QVlorPluginsPrefs::enableVst2Plugin(const QString& identity)
+{
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst::Plugin plugin;
+    QVlorVst::Path path;
+    if (!m2 || !d->findVst2PluginAndPath(identity, &plugin, &path))
+        return;
+    // A plugin that needs its load check shows the busy state before it starts.
+    if (plugin.isFailed() || plugin.uniqueId() == 0 || plugin.needRecheck())
+        m2->markPluginsVerifying({plugin.pluginRef()});
+    m2->enablePlugin(plugin, path, false);
+}
+
+void QVlorPluginsPrefs::onPairCheckToggled(const QString&, const UnifiedRow& row, bool checked)
+{
+    if (row.newSection != UpmNewSectionNone)
+        return;
+    QVlorVst3::Manager* m3 = vst3();
+    QVlorVst::Manager* m2 = vst2();
+    if (row.vst3.active && m3) {
+        if (checked) {
+            m3->markClassesVerifying({row.vst3.identity});
+            m3->enablePlugin(row.vst3.identity);
+        } else {
+            m3->disablePlugin(row.vst3.identity);
+        }
+        return;
+    }
+    if (!row.vst2.active || !m2)
+        return;
+    if (checked) {
+        enableVst2Plugin(row.vst2.identity);
+        return;
+    }
+    QVlorVst::Plugin plugin;
+    QVlorVst::Path path;
+    if (d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+        m2->disablePlugin(plugin, path);
+}
+
+void QVlorPluginsPrefs::onVendorCheckToggled(const QString& vendorKey, bool checked)
+{
+    if (QVlorVst::Manager* m2 = vst2())
+        for (const QVlorVst::Path& path : std::as_const(d->paths))
+            m2->setVendorEnabled(path.absolutePath(), vendorKey, checked);
+    if (QVlorVst3::Manager* m3 = vst3())
+        m3->setVendorEnabled(vendorKey, checked);
+}
+
+void QVlorPluginsPrefs::onShellGateToggled(const QString& shellKey, const UnifiedRow&, bool checked)
+{
+    const QString module = QStringLiteral("vst3module:");
+    const QString shell = QStringLiteral("vst2shell:");
+    if (shellKey.startsWith(module)) {
+        const QString path = shellKey.mid(module.size());
+        if (QVlorVst3::Manager* m3 = vst3(); m3 && !path.isEmpty())
+            m3->setBundleEnabled(path, checked);
+        return;
+    }
+    QVlorVst::Manager* m2 = vst2();
+    if (!shellKey.startsWith(shell) || !m2)
+        return;
+    const QString hash = shellKey.mid(shell.size());
+    for (const QVlorVst::Path& path : std::as_const(d->paths))
+        for (const QVlorVst::Plugin& candidate : path.plugins())
+            if (candidate.isShell() && candidate.hash() == hash) {
+                QVlorVst::Plugin plugin = candidate;
+                if (checked)
+                    m2->enablePlugin(plugin, path, false);
+                else
+                    m2->disablePlugin(plugin, path);
+                return;
+            }
+}
+
+void QVlorPluginsPrefs::onNewPathShowToggled(int section, const QString& path, bool shown)
+{
+    const QString key = (section == UpmNewSectionVst2 ? QStringLiteral("vst2|") : QStringLiteral("vst3|")) + path;
+    if (shown)
+        d->hiddenNewPaths.remove(key);
+    else
+        d->hiddenNewPaths.insert(key);
+    QVlorSetting::global().change(QLatin1String(K_SETTING_NEW_PATHS_HIDDEN), sortedList(d->hiddenNewPaths));
+    if (shown) {
+        // A folder coming back is looked at again.
+        if (section == UpmNewSectionVst2) {
+            if (QVlorVst::Manager* m2 = vst2())
+                m2->searchPlugins(false);
+        } else if (QVlorVst3::Manager* m3 = vst3()) {
+            m3->searchPlugins(false);
+        }
+    }
+    rebuildRows();
+}
+
+void QVlorPluginsPrefs::addRawRow(const UnifiedRow& row)
+{
+    const QString token = row.rowStateText();
+    if (token == QLatin1String("verifying") || token == QLatin1String("missing"))
+        return;
+    if (row.newSection == UpmNewSectionVst3) {
+        const QString prefix = QStringLiteral("vst3path-");
+        QVlorVst3::Manager* m3 = vst3();
+        if (!row.vst3.identity.startsWith(prefix) || !m3)
+            return;
+        const QString path = row.vst3.identity.mid(prefix.size());
+        m3->markBundlesVerifying({path});
+        m3->enableBundle(path);
+        return;
+    }
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst::Plugin plugin;
+    QVlorVst::Path path;
+    if (!m2 || !d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+        return;
+    m2->markPluginsVerifying({plugin.pluginRef()});
+    m2->enablePlugin(plugin, path, false);
+}
+
+void QVlorPluginsPrefs::onRawAddClicked(const QModelIndex& index)
+{
+    UnifiedRow row;
+    if (ClassifyUnifiedPluginsIndex(index, &row) == 0 && row.newSection != UpmNewSectionNone)
+        addRawRow(row);
+}
+
+void QVlorPluginsPrefs::onActiveFormatClicked(const QModelIndex& index, const QString& format)
+{
+    UnifiedRow row;
+    if (ClassifyUnifiedPluginsIndex(index, &row) != 0 || row.pairId.isEmpty() || UpmRowBusy(row))
+        return;
+    const bool toVst3 = format == QLatin1String("vst3");
+    const UnifiedFormatInfo& target = toVst3 ? row.vst3 : row.vst2;
+    if (target.state == QLatin1String("failed") || target.state == QLatin1String("missing") ||
+        target.state == QLatin1String("crashed"))
+        return;
+    QVlorVst3::Manager* m3 = vst3();
+    if (m3)
+        m3->setPairActiveFormat(row.pairId, format);
+    const UnifiedFormatInfo& source = row.vst3.active ? row.vst3 : row.vst2;
+    if (source.enabled == target.enabled)
+        return;
+    // Switching format never changes whether the pair is in use.
+    if (toVst3) {
+        if (!m3)
+            return;
+        if (source.enabled) {
+            m3->markClassesVerifying({row.vst3.identity});
+            m3->enablePlugin(row.vst3.identity);
+        } else {
+            m3->disablePlugin(row.vst3.identity);
+        }
+        return;
+    }
+    if (source.enabled) {
+        enableVst2Plugin(row.vst2.identity);
+        return;
+    }
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst::Plugin plugin;
+    QVlorVst::Path path;
+    if (m2 && d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+        m2->disablePlugin(plugin, path);
+}

@@ -1,0 +1,88 @@
+#ifndef QVLORPLUGINSPREFS_H
+#define QVLORPLUGINSPREFS_H
+// The plugin manager: one page of the editor's preferences with the tree of
+// both formats behind a filter. It rebuilds the tree from the managers'
+// copies whenever they signal a change, and turns the user's clicks into
+// calls on the managers; a click never changes a row by itself.
+
+#include "QVlorUnifiedPluginsModel.h"
+#include "QVlorWidgets.h"
+
+#include <QSortFilterProxyModel>
+
+class QVlorPreferencesTab;
+
+extern const char* const K_SETTING_TREE_COLLAPSED;   // "vloraudio.plugins.tree_collapsed_groups"
+extern const char* const K_SETTING_NEW_PATHS_HIDDEN; // "vloraudio.plugins.new_paths_hidden"
+
+class QVlorPluginsPrefs : public QVlorPreferencesTab {
+    Q_OBJECT
+public:
+    class ProxyFilter : public QSortFilterProxyModel {
+    public:
+        enum StatusFilter { StatusAll = 0, StatusNew = 1, StatusFailed = 2, StatusEnabled = 3 };
+
+        explicit ProxyFilter(QObject* parent = nullptr);
+        void setFilterString(const QString& text);
+        QString filterString() const { return m_filterString; }
+        void setStatusFilter(StatusFilter filter);
+        StatusFilter statusFilter() const { return m_statusFilter; }
+        bool isFiltering() const { return !m_filterString.isEmpty() || m_statusFilter != StatusAll; }
+
+        static bool acceptStatus(const UnifiedRow& row, StatusFilter filter);
+
+    protected:
+        bool filterAcceptsRow(int sourceRow, const QModelIndex& sourceParent) const override;
+        bool lessThan(const QModelIndex& left, const QModelIndex& right) const override;
+
+    private:
+        bool accept(const QModelIndex& sourceIndex) const;
+        bool filterGroup(const QModelIndex& sourceIndex) const;
+
+        QString m_filterString;
+        StatusFilter m_statusFilter = StatusAll;
+    };
+
+    // The name the page is offered under to the preferences dialog.
+    struct Factory {
+        static const char* const Name; // "plugin_prefs"
+        static QVlorPreferencesTab* create(QWidget* parent);
+    };
+
+    explicit QVlorPluginsPrefs(QWidget* parent = nullptr);
+    ~QVlorPluginsPrefs() override;
+
+    QSize sizeHint() const override;
+    void syncPreferences() override;
+    void onLanguageChanged() override;
+    void onPaletteChanged() override;
+
+    // The rows last composed, as the tree shows them.
+    QList<UnifiedRow> rows() const;
+
+public slots:
+    void rebuildRows();
+    void rebuildRowsNow();
+    void rescanAll();
+    void onBeginScan();
+    void onEndScan(bool hasNewPlugins);
+    void onProgressScan(int value, int total);
+    void onStatusFilterChanged(int index);
+    void filterView(const QString& text);
+    void onPairCheckToggled(const QString& pairId, const UnifiedRow& row, bool checked);
+    void onVendorCheckToggled(const QString& vendorKey, bool checked);
+    void onShellGateToggled(const QString& shellKey, const UnifiedRow& row, bool checked);
+    void onNewPathShowToggled(int section, const QString& path, bool shown);
+    void onActiveFormatClicked(const QModelIndex& index, const QString& format);
+    void onRawAddClicked(const QModelIndex& index);
+
+private:
+    void populateStatusFilterCombo();
+    void addRawRow(const UnifiedRow& row);
+    void enableVst2Plugin(const QString& identity);
+
+    struct Data;
+    Data* d;
+};
+
+#endif

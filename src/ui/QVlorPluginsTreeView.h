@@ -1,0 +1,28 @@
+#ifndef QVLORPLUGINSTREEVIEW_H
+#define QVLORPLUGINSTREEVIEW_H
+// The plugin tree with rounded capsules in place of the flat highlight:
+// stripes on alternate rows, a capsule under the pointer, and one joined
+// capsule for a run of selected rows, all starting at the check box so that
+// the branch arrows stay outside.
+
+#include <QPersistentModelIndex>
+#include <QTreeView>
+
+class QVlorPluginsTreeView : public QTreeView {
+    Q_OBJECT
+public:
+    explicit QVlorPluginsTreeView(QWidget* parent = nullptr);
+
+    void setHoverIndex(const QModelIndex& index);
+    QModelIndex hoverIndex() const { return m_hoverIndex; }
+
+protected:
+    void drawRow(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    void selectionChanged(const QItemSelection& selected, const QItemSelection& deselected) override;
+    bool viewportEvent(QEvent* event) override;
+
+private:
+    QPersistentModelIndex m_hoverIndex;
+};
+
+#endif
