@@ -227,9 +227,10 @@ void QVlorPluginBadgeDelegate::paintBadgeSlot(QPainter* painter, const QPalette&
         painter->setPen(Qt::NoPen);
     }
     if (painter->pen().style() != Qt::NoPen) {
+        // Inset by half the pen, so the line covers whole pixels and stays crisp.
         const double radius = 0.22 * rect.height();
         painter->setBrush(Qt::NoBrush);
-        painter->drawRoundedRect(rect, radius, radius);
+        painter->drawRoundedRect(rect.adjusted(0.5, 0.5, -0.5, -0.5), radius - 0.5, radius - 0.5);
     }
     if (info.state == kMissing)
         text.setAlphaF(0.4f);

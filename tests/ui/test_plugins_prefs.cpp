@@ -1,0 +1,599 @@
+// The plugin manager page driven as a user drives it: QTest keys and clicks
+// on the real tree, over fixture plugins of both formats found by real scans
+// of real managers; and its painting, checked by pixels in both themes.
+#include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginDelegates.h"
+#include "QVlorPluginsPrefs.h"
+#include "QVlorPluginsTreeView.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+
+#include "audiovst.h"
+#include "testhost.h"
+#include "testsupport.h"
+
+#include <QComboBox>
+#include <QDir>
+#include <QFile>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+using namespace vlortest;
+
+namespace {
+
+const QString kGain = QStringLiteral("51000000000000000000000000000001");
+const QString kAlone = QStringLiteral("51000000000000000000000000000003");
+const QString kFails = QStringLiteral("51000000000000000000000000000004");
+const qint64 kStereoId = 0x566C4678;
+
+void settle()
+{
+    settleManagers();
+    for (int i = 0; i < 3; ++i)
+        QCoreApplication::processEvents();
+}
+
+QModelIndex findRow(const QAbstractItemModel* model, const QString& text, const QModelIndex& parent = QModelIndex())
+{
+    for (int i = 0; i < model->rowCount(parent); ++i) {
+        const QModelIndex child = model->index(i, 0, parent);
+        if (child.data().toString() == text)
+            return child;
+        const QModelIndex inner = findRow(model, text, child);
+        if (inner.isValid())
+            return inner;
+    }
+    return QModelIndex();
+}
+
+// Every name the tree shows, depth first, vendors and sections included.
+QStringList shown(const QAbstractItemModel* model, const QModelIndex& parent = QModelIndex())
+{
+    QStringList names;
+    for (int i = 0; i < model->rowCount(parent); ++i) {
+        const QModelIndex child = model->index(i, 0, parent);
+        names << child.data().toString();
+        names += shown(model, child);
+    }
+    return names;
+}
+
+UnifiedRow rowOf(const QModelIndex& index) { return index.data(UpmRowRole).value<UnifiedRow>(); }
+
+QVlorVst3::CatalogClass::State classState(QVlorVst3::Manager* m, const QString& cid)
+{
+    const QVlorVst3::Catalog catalog = m->catalogCopy();
+    const QVlorVst3::CatalogClass* c = catalog.findClass(cid);
+    return c ? c->state() : QVlorVst3::CatalogClass::State(-1);
+}
+
+QVlorVst::Plugin stereoPlugin(QVlorVst::Manager* m)
+{
+    for (const QVlorVst::Path& path : m->pathsCopy())
+        for (const QVlorVst::Plugin& p : path.plugins())
+            if (p.uniqueId() == kStereoId)
+                return p;
+    return QVlorVst::Plugin();
+}
+
+class Prefs : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { QVlorAudioPlugins::Initialize(); }
+    static void TearDownTestSuite() { QVlorAudioPlugins::Finalize(); }
+    void SetUp() override
+    {
+        AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+        QVlorApplication::applyTheme(QVlorApplication::Light);
+        const QDir data(QString::fromStdString(dataDir()));
+        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
+            QFile::remove(data.filePath(QLatin1String(file)));
+        QVlorSetting::global().remove(QLatin1String(K_SETTING_TREE_COLLAPSED));
+        QVlorAudioPlugins::UI::install(&host);
+        vst2 = QVlorAudioPlugins::vstManager();
+        vst3 = QVlorAudioPlugins::vst3Manager();
+        plugins.scanWithInstalledManagers();
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            return classState(vst3, kGain) == QVlorVst3::CatalogClass::Enabled &&
+                   classState(vst3, kFails) == QVlorVst3::CatalogClass::Failed && stereoPlugin(vst2).isEnabled();
+        }, 30000));
+        openPage();
+    }
+    void TearDown() override
+    {
+        page.reset();
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&host);
+    }
+
+    void openPage()
+    {
+        page = std::make_unique<QVlorPluginsPrefs>();
+        page->resize(720, 560);
+        page->syncPreferences();
+        page->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(page.get()));
+        tree = page->findChild<QVlorPluginsTreeView*>(QStringLiteral("vstPluginsTreeView"));
+        filter = page->findChild<QVlorBoxEditor*>(QStringLiteral("filterBox"));
+        ASSERT_NE(tree, nullptr);
+        ASSERT_NE(filter, nullptr);
+        settle();
+    }
+    QModelIndex row(const QString& name) const { return findRow(tree->model(), name); }
+
+    // Where a user clicks: the row's check box, a badge.
+    QPoint checkBox(const QModelIndex& index) const
+    {
+        QStyleOptionViewItem opt;
+        opt.initFrom(tree);
+        opt.rect = tree->visualRect(index);
+        opt.rect.setLeft(opt.rect.left() + 6);
+        opt.features = QStyleOptionViewItem::HasCheckIndicator | QStyleOptionViewItem::HasDisplay;
+        opt.text = index.data().toString();
+        opt.font = tree->font();
+        opt.widget = tree;
+        return tree->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, tree).center();
+    }
+    QRectF badge(const QModelIndex& index, int slot) const
+    {
+        return QVlorPluginBadgeDelegate::slotRect(tree->visualRect(index.siblingAtColumn(1)), slot,
+                                                  QFontMetrics(tree->font()), -1);
+    }
+    void click(const QPoint& at) { QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, at); }
+    QModelIndex rowOfPair(const QString& pairId, const QModelIndex& parent = QModelIndex()) const
+    {
+        const QAbstractItemModel* m = tree->model();
+        for (int i = 0; i < m->rowCount(parent); ++i) {
+            const QModelIndex child = m->index(i, 0, parent);
+            if (!pairId.isEmpty() && rowOf(child).pairId == pairId)
+                return child;
+            const QModelIndex inner = rowOfPair(pairId, child);
+            if (inner.isValid())
+                return inner;
+        }
+        return QModelIndex();
+    }
+    QString pairOfStereo() const
+    {
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.vst2 == kStereoId)
+                return e.pairId;
+        return QString();
+    }
+    QString activeFormat(const QString& pairId) const
+    {
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.pairId == pairId)
+                return e.activeFormat;
+        return QString();
+    }
+
+    const FixturePlugins plugins;
+    TestHost host;
+    QVlorVst::Manager* vst2 = nullptr;
+    QVlorVst3::Manager* vst3 = nullptr;
+    std::unique_ptr<QVlorPluginsPrefs> page;
+    QVlorPluginsTreeView* tree = nullptr;
+    QVlorBoxEditor* filter = nullptr;
+};
+
+} // namespace
+
+TEST_F(Prefs, TheTreeHoldsBothFormatsByVendorWithTheirBadges)
+{
+    const QStringList names = shown(tree->model());
+    // Two vendors, each with its products sorted by name; the bundle of four
+    // classes is a group of its own.
+    EXPECT_EQ(tree->model()->rowCount(), 2);
+    EXPECT_EQ(names.size(), 8);
+    EXPECT_EQ(shown(tree->model(), row(QStringLiteral("Vlor fixtures"))),
+              (QStringList{QStringLiteral("Effects"), QStringLiteral("Fixture Alone"), QStringLiteral("Fixture Endless"),
+                           QStringLiteral("Fixture Fails"), QStringLiteral("Fixture Gain")}));
+    EXPECT_EQ(shown(tree->model(), row(QStringLiteral("Vlor Test Vendor"))),
+              QStringList{QStringLiteral("Vlor Fixture Stereo")});
+    EXPECT_TRUE(rowOf(row(QStringLiteral("Fixture Gain"))).vst3.present);
+    EXPECT_TRUE(rowOf(row(QStringLiteral("Vlor Fixture Stereo"))).vst2.present);
+    EXPECT_EQ(tree->header()->sectionSize(1),
+              QVlorPluginBadgeDelegate::preferredColumnWidth(tree->fontMetrics()));
+    EXPECT_EQ(page->sizeHint(), QSize(680, 460));
+    EXPECT_EQ(page->objectName(), QStringLiteral("QVlorPluginsPrefs"));
+}
+
+TEST_F(Prefs, TypingAFilterNarrowsToNamesAndVendorsAndKeepsTheStatusFilter)
+{
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral("GAIN"));
+    EXPECT_EQ(shown(tree->model()), (QStringList{QStringLiteral("Vlor fixtures"), QStringLiteral("Effects"), QStringLiteral("Fixture Gain")}));
+
+    // A vendor that matches shows all of its products, whatever their names.
+    filter->lineEdit()->clear();
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral("test vendor"));
+    EXPECT_EQ(shown(tree->model()), (QStringList{QStringLiteral("Vlor Test Vendor"), QStringLiteral("Vlor Fixture Stereo")}));
+
+    // The status filter: vendors with no failed plugin go, and the one failed plugin stays alone.
+    filter->lineEdit()->clear();
+    QComboBox* combo = filter->comboBox();
+    const QStringList kFailedOnly{QStringLiteral("Vlor fixtures"), QStringLiteral("Effects"), QStringLiteral("Fixture Fails")};
+    combo->setCurrentIndex(combo->findText(QStringLiteral("Failed")));
+    EXPECT_EQ(shown(tree->model()), kFailedOnly);
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral("fixture"));
+    EXPECT_EQ(shown(tree->model()), kFailedOnly);
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral(" gain"));
+    EXPECT_TRUE(shown(tree->model()).isEmpty());
+    filter->lineEdit()->clear();
+    EXPECT_EQ(shown(tree->model()), kFailedOnly);
+
+    combo->setCurrentIndex(combo->findText(QStringLiteral("Enabled")));
+    const QStringList enabled = shown(tree->model());
+    EXPECT_TRUE(enabled.contains(QStringLiteral("Fixture Gain")));
+    EXPECT_FALSE(enabled.contains(QStringLiteral("Fixture Fails")));
+    combo->setCurrentIndex(combo->findText(QStringLiteral("All")));
+    EXPECT_EQ(shown(tree->model()).size(), 8);
+}
+
+TEST_F(Prefs, ACheckBoxClickReachesTheRightManagerAndTheBoxFollowsAtTheNextRebuild)
+{
+    // VST3: off, then on again through a verification.
+    const QModelIndex gain = row(QStringLiteral("Fixture Gain"));
+    click(checkBox(gain));
+    EXPECT_EQ(gain.data(Qt::CheckStateRole).toInt(), Qt::Checked) << "the box waits for the manager";
+    settle();
+    EXPECT_EQ(classState(vst3, kGain), QVlorVst3::CatalogClass::Disabled);
+    EXPECT_EQ(row(QStringLiteral("Fixture Gain")).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    click(checkBox(row(QStringLiteral("Fixture Gain"))));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return classState(vst3, kGain) == QVlorVst3::CatalogClass::Enabled;
+    }, 20000));
+    EXPECT_EQ(row(QStringLiteral("Fixture Gain")).data(Qt::CheckStateRole).toInt(), Qt::Checked);
+
+    // VST2: the row's plugin, found in the paths the rows were made from.
+    click(checkBox(row(QStringLiteral("Vlor Fixture Stereo"))));
+    settle();
+    EXPECT_TRUE(stereoPlugin(vst2).isDisabled());
+    EXPECT_EQ(classState(vst3, kGain), QVlorVst3::CatalogClass::Enabled);
+    EXPECT_EQ(row(QStringLiteral("Vlor Fixture Stereo")).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+
+    // A vendor's box reaches both managers.
+    click(checkBox(row(QStringLiteral("Vlor fixtures"))));
+    settle();
+    EXPECT_EQ(row(QStringLiteral("Vlor fixtures")).data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    EXPECT_FALSE(rowOf(row(QStringLiteral("Fixture Gain"))).inUse());
+}
+
+TEST_F(Prefs, ABadgeClickSwitchesAPairsFormatKeepingItInUseAndNotOntoACrashedOne)
+{
+    vst3->addManualPair(kStereoId, kGain, QStringLiteral("vst3"));
+    settle();
+    const QString pairId = pairOfStereo();
+    ASSERT_FALSE(pairId.isEmpty());
+    // The row of a pair takes the name of its active format: it is found by its pair.
+    const auto pairRow = [&] { return rowOfPair(pairId); };
+    ASSERT_TRUE(pairRow().isValid());
+    // The VST2 side was off: switching to it switches it on, so the pair stays in use.
+    QVlorVst::Plugin stereo = stereoPlugin(vst2);
+    vst2->disablePlugin(stereo, vst2->pathsCopy().first());
+    settle();
+    ASSERT_TRUE(stereoPlugin(vst2).isDisabled());
+    click(badge(pairRow(), 0).center().toPoint());
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return activeFormat(pairId) == QStringLiteral("vst2") && stereoPlugin(vst2).isEnabled();
+    }, 20000));
+    EXPECT_TRUE(rowOf(pairRow()).vst2.active);
+    EXPECT_EQ(rowOf(pairRow()).name, QStringLiteral("Vlor Fixture Stereo"));
+
+    // A click on the badge already active changes nothing.
+    click(badge(pairRow(), 0).center().toPoint());
+    settle();
+    EXPECT_EQ(activeFormat(pairId), QStringLiteral("vst2"));
+
+    // A crashed format cannot be made active.
+    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
+    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
+    sentinel.write(("vst3|" + kGain + "|Fixture Gain").toUtf8());
+    sentinel.close();
+    EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
+    settle();
+    ASSERT_EQ(rowOf(pairRow()).vst3.state, QStringLiteral("crashed"));
+    click(badge(pairRow(), 1).center().toPoint());
+    settle();
+    EXPECT_EQ(activeFormat(pairId), QStringLiteral("vst2"));
+    vst3->purgePairState({kStereoId}, {kGain});
+    settle();
+}
+
+TEST_F(Prefs, BusyRowsTakeNoInputAndShowTheWheelUntilTheWorkEnds)
+{
+    auto* states = qobject_cast<QVlorPluginStateDelegate*>(tree->itemDelegateForColumn(2));
+    ASSERT_NE(states, nullptr);
+    EXPECT_FALSE(states->isAnimating());
+    vst3->markClassesVerifying({kAlone});
+    settle();
+    const QModelIndex alone = row(QStringLiteral("Fixture Alone"));
+    ASSERT_EQ(rowOf(alone).rowStateText(), QStringLiteral("verifying"));
+    EXPECT_FALSE(alone.flags() & Qt::ItemIsEnabled);
+    tree->viewport()->repaint();
+    EXPECT_TRUE(states->isAnimating());
+
+    QSignalSpy disabled(vst3, &QVlorVst3::Manager::pluginDisabled);
+    click(checkBox(alone));
+    settle();
+    EXPECT_EQ(disabled.count(), 0);
+    EXPECT_EQ(classState(vst3, kAlone), QVlorVst3::CatalogClass::Verifying);
+
+    // The verification ends the busy state; the wheel stops with the next frame.
+    vst3->enablePlugin(kAlone);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return classState(vst3, kAlone) == QVlorVst3::CatalogClass::Enabled;
+    }, 20000));
+    tree->viewport()->repaint();
+    EXPECT_TRUE(waitFor([&] {
+        QCoreApplication::processEvents();
+        return !states->isAnimating();
+    }, 3000));
+    EXPECT_TRUE(row(QStringLiteral("Fixture Alone")).flags() & Qt::ItemIsEnabled);
+}
+
+TEST_F(Prefs, ARescanDisablesTheTreeAndShowsProgressThenGivesItBack)
+{
+    auto* bar = page->findChild<QProgressBar*>(QStringLiteral("scanProgressBar"));
+    auto* label = page->findChild<QLabel*>(QStringLiteral("refreshProgressLabel"));
+    auto* rescan = page->findChild<QPushButton*>(QStringLiteral("updateButton"));
+    ASSERT_TRUE(bar && label && rescan);
+    EXPECT_FALSE(bar->isVisible());
+    EXPECT_FALSE(label->isVisible());
+
+    // What the page shows while the scan runs: these run right after the page's own slots.
+    bool sawBusy = false;
+    int progressSeen = 0;
+    QObject probe;
+    QObject::connect(vst3, &QVlorVst3::Manager::beginScan, &probe, [&] {
+        sawBusy = !tree->isEnabled() && bar->isVisibleTo(page.get()) && label->isVisibleTo(page.get()) &&
+                  !rescan->isEnabled();
+    }, Qt::QueuedConnection);
+    QObject::connect(vst3, &QVlorVst3::Manager::progressScan, &probe, [&](int, int total) {
+        if (bar->maximum() == total)
+            progressSeen = std::max(progressSeen, total);
+    }, Qt::QueuedConnection);
+    QTest::mouseClick(rescan, Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled() && !bar->isVisible();
+    }, 30000));
+    EXPECT_TRUE(sawBusy);
+    EXPECT_GE(progressSeen, 1);
+    EXPECT_TRUE(rescan->isEnabled());
+    EXPECT_FALSE(label->isVisible());
+    EXPECT_TRUE(row(QStringLiteral("Fixture Gain")).isValid());
+
+    // A page opened while a scan runs shows it at once.
+    vst3->rescanPlugins();
+    QCoreApplication::processEvents();
+    auto second = std::make_unique<QVlorPluginsPrefs>();
+    if (vst3->isScanning()) {
+        second->syncPreferences();
+        EXPECT_FALSE(second->findChild<QTreeView*>(QStringLiteral("vstPluginsTreeView"))->isEnabled());
+    }
+    settle();
+}
+
+TEST_F(Prefs, CollapseStateSurvivesRebuildsAndFiltersAndIsStored)
+{
+    const QString key = QLatin1String(K_SETTING_TREE_COLLAPSED);
+    const QModelIndex vendor = row(QStringLiteral("Vlor fixtures"));
+    ASSERT_TRUE(tree->isExpanded(vendor));
+    // Select the vendor and collapse it with the keyboard.
+    click(tree->visualRect(vendor).center());
+    QTest::keyClick(tree, Qt::Key_Left);
+    EXPECT_FALSE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+
+    // Ten catalog signals in one turn: one rebuild, and the vendor stays collapsed.
+    QSignalSpy resets(tree->model(), &QAbstractItemModel::modelReset);
+    for (int i = 0; i < 10; ++i)
+        emit vst3->catalogChanged();
+    settle();
+    EXPECT_EQ(resets.count(), 1);
+    EXPECT_FALSE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+    EXPECT_TRUE(tree->isExpanded(row(QStringLiteral("Vlor Test Vendor"))));
+    EXPECT_EQ(QVlorSetting::global().getStringList(key), QStringList{QStringLiteral("v|vlor fixtures")});
+
+    // A search expands everything and leaves the stored state alone, through a rebuild too.
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral("fixture"));
+    EXPECT_TRUE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+    page->rebuildRows();
+    settle();
+    EXPECT_TRUE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+    EXPECT_EQ(QVlorSetting::global().getStringList(key), QStringList{QStringLiteral("v|vlor fixtures")});
+    filter->lineEdit()->clear();
+    EXPECT_FALSE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+
+    // A page opened later, as after a restart, starts from the stored state.
+    page.reset();
+    openPage();
+    EXPECT_FALSE(tree->isExpanded(row(QStringLiteral("Vlor fixtures"))));
+    EXPECT_TRUE(tree->isExpanded(row(QStringLiteral("Vlor Test Vendor"))));
+}
+
+TEST_F(Prefs, CurationSurvivesARescanAndARestartInBothFormats)
+{
+    // Switched off by hand: a VST2 plugin, a VST3 class, and a vendor of each format.
+    click(checkBox(row(QStringLiteral("Vlor Fixture Stereo"))));
+    click(checkBox(row(QStringLiteral("Fixture Alone"))));
+    settle();
+    click(checkBox(row(QStringLiteral("Vlor Test Vendor"))));
+    settle();
+    auto curated = [&] {
+        const QModelIndex stereo = row(QStringLiteral("Vlor Fixture Stereo"));
+        const QModelIndex alone = row(QStringLiteral("Fixture Alone"));
+        const QModelIndex vendor2 = row(QStringLiteral("Vlor Test Vendor"));
+        return stereo.isValid() && alone.isValid() && vendor2.isValid() && !rowOf(stereo).vst2.enabled &&
+               !rowOf(alone).vst3.enabled && !rowOf(stereo).vendorEnabled &&
+               vendor2.data(Qt::CheckStateRole).toInt() == Qt::Unchecked &&
+               rowOf(row(QStringLiteral("Fixture Gain"))).inUse();
+    };
+    ASSERT_TRUE(curated());
+
+    QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("updateButton")), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled();
+    }, 30000));
+    EXPECT_TRUE(curated()) << "after Rescan Plugins";
+
+    // A restart: the managers go with their saved catalogs and come back from them.
+    page.reset();
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    QVlorAudioPlugins::UI::install(&host);
+    vst2 = QVlorAudioPlugins::vstManager();
+    vst3 = QVlorAudioPlugins::vst3Manager();
+    vst2->loadCatalog();
+    vst2->updatePlugins(false, false);
+    vst3->setSearchPathsForTesting({plugins.vst3Folder()});
+    vst3->searchPlugins(false);
+    settle();
+    openPage();
+    EXPECT_TRUE(waitFor([&] {
+        settle();
+        return curated();
+    }, 20000)) << "after a restart";
+    QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("updateButton")), Qt::LeftButton);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled();
+    }, 30000));
+    EXPECT_TRUE(curated()) << "after a restart and a rescan";
+}
+
+// Painting, by pixels of the tree's own picture.
+
+namespace {
+
+QColor pixelAt(const QImage& image, QPointF at, double ratio)
+{
+    return image.pixelColor(int(at.x() * ratio), int(at.y() * ratio));
+}
+
+int distance(const QColor& a, const QColor& b)
+{
+    return std::abs(a.red() - b.red()) + std::abs(a.green() - b.green()) + std::abs(a.blue() - b.blue());
+}
+
+// The most a horizontal run of pixels differs from a colour: the edge of a
+// badge, wherever antialiasing put it.
+int strongestEdge(const QImage& image, QPointF from, double width, double ratio, const QColor& against)
+{
+    int most = 0;
+    for (int x = int(from.x() * ratio); x <= int((from.x() + width) * ratio); ++x)
+        most = std::max(most, distance(image.pixelColor(x, int(from.y() * ratio)), against));
+    return most;
+}
+
+int reddest(const QImage& image, QPointF from, double width, double ratio)
+{
+    int most = -255;
+    for (int x = int(from.x() * ratio); x <= int((from.x() + width) * ratio); ++x) {
+        const QColor c = image.pixelColor(x, int(from.y() * ratio));
+        most = std::max(most, c.red() - (c.green() + c.blue()) / 2);
+    }
+    return most;
+}
+
+} // namespace
+
+class PrefsPainting : public Prefs, public ::testing::WithParamInterface<int> {};
+
+TEST_P(PrefsPainting, CapsulesBadgesOutlinesAndDisabledRowsByPixels)
+{
+    const int theme = GetParam();
+    QVlorApplication::applyTheme(theme);
+    page->onPaletteChanged();
+    vst3->addManualPair(kStereoId, kGain, QStringLiteral("vst3"));
+    vst3->disablePlugin(kAlone);
+    settle();
+    const QPalette palette = tree->palette();
+    const QColor base = palette.color(QPalette::Base);
+    const QColor highlight = palette.color(QPalette::Highlight);
+    const double ratio = tree->devicePixelRatioF();
+    auto picture = [&] {
+        tree->viewport()->repaint();
+        return tree->viewport()->grab().toImage();
+    };
+
+    // The pair row: the active VST3 badge is blue, the inactive VST2 badge is not.
+    const QString pairName = rowOf(row(QStringLiteral("Fixture Gain"))).pairId.isEmpty()
+                                 ? QStringLiteral("Vlor Fixture Stereo")
+                                 : QStringLiteral("Fixture Gain");
+    const QModelIndex pair = row(pairName);
+    ASSERT_TRUE(rowOf(pair).vst3.active);
+    QImage image = picture();
+    const QRectF active = badge(pair, 1);
+    const QColor body = pixelAt(image, QPointF(active.left() + 3, active.center().y()), ratio);
+    EXPECT_LT(distance(body, QColor(22, 119, 217)), 40) << body.name().toStdString();
+    const QRectF inactive = badge(pair, 0);
+    EXPECT_GT(distance(pixelAt(image, QPointF(inactive.left() + 3, inactive.center().y()), ratio), QColor(22, 119, 217)),
+              150);
+
+    // A failed class gets the red outline; one that works does not.
+    const QRectF failed = badge(row(QStringLiteral("Fixture Fails")), 1);
+    const QRectF fine = badge(row(QStringLiteral("Fixture Endless")), 1);
+    EXPECT_GT(reddest(image, QPointF(failed.left() - 1, failed.center().y()), 3, ratio), 60);
+    EXPECT_LT(reddest(image, QPointF(fine.left() - 1, fine.center().y()), 3, ratio), 12);
+
+    // A disabled row's badge is drawn at half the strength of an inactive one.
+    const QRectF off = badge(row(QStringLiteral("Fixture Alone")), 1);
+    const QColor offBackground = pixelAt(image, QPointF(off.left() - 6, off.center().y()), ratio);
+    const QColor onBackground = pixelAt(image, QPointF(inactive.left() - 6, inactive.center().y()), ratio);
+    const int offEdge = strongestEdge(image, QPointF(off.left() - 1, off.center().y()), 4, ratio, offBackground);
+    const int onEdge = strongestEdge(image, QPointF(inactive.left() - 1, inactive.center().y()), 4, ratio, onBackground);
+    EXPECT_GT(onEdge, 30);
+    EXPECT_NEAR(double(offEdge) / onEdge, 0.5, 0.2) << offEdge << " vs " << onEdge;
+
+    // Three selected rows: one capsule from the check box on, hairlines between them.
+    tree->clearSelection();
+    const QModelIndex first = row(QStringLiteral("Fixture Alone"));
+    const QModelIndex third = row(QStringLiteral("Fixture Fails"));
+    click(tree->visualRect(first).center());
+    QTest::mouseClick(tree->viewport(), Qt::LeftButton, Qt::ShiftModifier, tree->visualRect(third).center());
+    ASSERT_EQ(tree->selectionModel()->selectedRows().size(), 3);
+    image = picture();
+    const QRect firstRect = tree->visualRect(first);
+    const QRect thirdRect = tree->visualRect(third);
+    const double inside = tree->header()->sectionSize(0) - 20; // past the names, before the badges
+    for (const QModelIndex& index : {first, row(QStringLiteral("Fixture Endless")), third})
+        EXPECT_LT(distance(pixelAt(image, QPointF(inside, tree->visualRect(index).center().y()), ratio), highlight), 30);
+    // Square where rows join, with a hairline there; rounded at the run's outer corners.
+    const double right = tree->viewport()->width() - 6;
+    EXPECT_LT(distance(pixelAt(image, QPointF(right - 1.5, firstRect.bottom() + 0.5), ratio), highlight), 30);
+    const QColor hair = pixelAt(image, QPointF(firstRect.left() + 40, firstRect.bottom() + 1.0 - 0.5 / ratio), ratio);
+    EXPECT_GT(hair.lightness(), highlight.lightness() + 8) << hair.name().toStdString();
+    EXPECT_GT(distance(pixelAt(image, QPointF(right - 1.5, firstRect.top() + 1.5), ratio), highlight), 60);
+    EXPECT_GT(distance(pixelAt(image, QPointF(right - 1.5, thirdRect.bottom() + 0.5), ratio), highlight), 60);
+    // The branch strip left of the check box is not highlighted.
+    const QPoint box = checkBox(first);
+    EXPECT_GT(distance(pixelAt(image, QPointF(box.x() - 12, firstRect.center().y()), ratio), highlight), 60);
+    // Nor is a row outside the run.
+    const QModelIndex outside = row(QStringLiteral("Fixture Gain"));
+    EXPECT_GT(distance(pixelAt(image, QPointF(inside, tree->visualRect(outside).center().y()), ratio), highlight), 60);
+    EXPECT_LT(distance(pixelAt(image, QPointF(2, 2), ratio), base), 30);
+    vst3->purgePairState({kStereoId}, {kGain});
+    settle();
+}
+
+INSTANTIATE_TEST_SUITE_P(Themes, PrefsPainting, ::testing::Values(int(QVlorApplication::Light), int(QVlorApplication::Dark)),
+                         [](const ::testing::TestParamInfo<int>& info) {
+                             return info.param == QVlorApplication::Light ? std::string("Light") : std::string("Dark");
+                         });
