@@ -715,3 +715,36 @@ TEST_F(Cli, OpenShowsAnEffectsDialogAndSavesAPictureOfIt)
         EXPECT_NE(err().find(c.says), std::string::npos) << c.args << "\n" << err();
     }
 }
+
+TEST_F(Cli, PrefsShowsThePluginManagerPageAndSavesAPictureOfIt)
+{
+    const std::string folder = plugins({{"vlor-fixture-stereo.so", "Stereo.so"}});
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + folder + "'"), 0) << err();
+    ASSERT_EQ(run("prefs --theme dark --filter stereo --screenshot '" + dir.file("page.png") + "'"), 0) << err();
+    const QImage image(QString::fromStdString(dir.file("page.png")));
+    ASSERT_FALSE(image.isNull());
+    EXPECT_EQ(image.size(), QSize(760, 620));
+    // The stereo fixture's row is drawn with its badge in the blue of a format in use.
+    int blue = 0;
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x) {
+            const QColor c = image.pixelColor(x, y);
+            blue += std::abs(c.red() - 22) + std::abs(c.green() - 119) + std::abs(c.blue() - 217) < 40;
+        }
+    EXPECT_GT(blue, 100) << "no badge in the picture";
+
+    struct Case {
+        std::string args;
+        std::string says;
+    };
+    const std::vector<Case> cases = {
+        {"prefs --theme pink", "--theme is light or dark"},
+        {"prefs --status lost", "--status is all, new, failed or enabled"},
+        {"prefs --size 10x10", "--size is WIDTHxHEIGHT"},
+        {"prefs --what", "unknown argument --what"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(run(c.args), 2) << c.args;
+        EXPECT_NE(err().find(c.says), std::string::npos) << c.args << "\n" << err();
+    }
+}

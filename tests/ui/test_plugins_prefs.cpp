@@ -24,6 +24,7 @@
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QToolTip>
 
 #include <gtest/gtest.h>
 
@@ -152,6 +153,20 @@ protected:
                                                   QFontMetrics(tree->font()), -1);
     }
     void click(const QPoint& at) { QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, at); }
+    QModelIndex rawRow(int section, const QModelIndex& parent = QModelIndex()) const
+    {
+        const QAbstractItemModel* m = tree->model();
+        for (int i = 0; i < m->rowCount(parent); ++i) {
+            const QModelIndex child = m->index(i, 0, parent);
+            const UnifiedRow r = rowOf(child);
+            if (child.data(UpmRowRole).isValid() && r.newSection == section && !r.isNewPathHeader)
+                return child;
+            const QModelIndex inner = rawRow(section, child);
+            if (inner.isValid())
+                return inner;
+        }
+        return QModelIndex();
+    }
     QModelIndex rowOfPair(const QString& pairId, const QModelIndex& parent = QModelIndex()) const
     {
         const QAbstractItemModel* m = tree->model();
@@ -427,13 +442,50 @@ TEST_F(Prefs, CollapseStateSurvivesRebuildsAndFiltersAndIsStored)
     EXPECT_TRUE(tree->isExpanded(row(QStringLiteral("Vlor Test Vendor"))));
 }
 
+TEST_F(Prefs, TheAddButtonOfANewPluginChecksItAndBringsItIn)
+{
+    // Found after the first scan and not switched on: a raw row under its folder.
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-many-params.so"),
+                            plugins.vst2Folder() + QStringLiteral("/ManyParams.so")));
+    vst2->searchPlugins(false);
+    settle();
+    const QModelIndex raw = rawRow(UpmNewSectionVst2);
+    ASSERT_TRUE(raw.isValid());
+    EXPECT_FALSE(raw.data(Qt::CheckStateRole).isValid()) << "a raw row has a button, not a box";
+    EXPECT_TRUE(raw.parent().data(UpmNewPathRole).isValid()) << "under its folder";
+
+    click(badge(raw, 1).center().toPoint());
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                if (p.filename().endsWith(QLatin1String("ManyParams.so")))
+                    return p.isEnabled() && !rawRow(UpmNewSectionVst2).isValid();
+        return false;
+    }, 20000));
+}
+
+TEST_F(Prefs, AFailedBadgeTellsItsErrorInATooltip)
+{
+    const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+    const QString error = catalog.findClass(kFails) ? catalog.findClass(kFails)->lastError() : QString();
+    ASSERT_FALSE(error.isEmpty());
+    const QPoint at = badge(row(QStringLiteral("Fixture Fails")), 1).center().toPoint();
+    QHelpEvent help(QEvent::ToolTip, at, tree->viewport()->mapToGlobal(at));
+    QCoreApplication::sendEvent(tree->viewport(), &help);
+    EXPECT_EQ(QToolTip::text(), error);
+    QToolTip::hideText();
+}
+
 TEST_F(Prefs, CurationSurvivesARescanAndARestartInBothFormats)
 {
-    // Switched off by hand: a VST2 plugin, a VST3 class, and a vendor of each format.
+    // Switched off by hand: a VST2 plugin, a VST3 class, and a vendor of each
+    // format; a class under the vendor keeps its own switch on.
     click(checkBox(row(QStringLiteral("Vlor Fixture Stereo"))));
     click(checkBox(row(QStringLiteral("Fixture Alone"))));
     settle();
     click(checkBox(row(QStringLiteral("Vlor Test Vendor"))));
+    click(checkBox(row(QStringLiteral("Vlor fixtures"))));
     settle();
     auto curated = [&] {
         const QModelIndex stereo = row(QStringLiteral("Vlor Fixture Stereo"));
@@ -442,7 +494,9 @@ TEST_F(Prefs, CurationSurvivesARescanAndARestartInBothFormats)
         return stereo.isValid() && alone.isValid() && vendor2.isValid() && !rowOf(stereo).vst2.enabled &&
                !rowOf(alone).vst3.enabled && !rowOf(stereo).vendorEnabled &&
                vendor2.data(Qt::CheckStateRole).toInt() == Qt::Unchecked &&
-               rowOf(row(QStringLiteral("Fixture Gain"))).inUse();
+               row(QStringLiteral("Vlor fixtures")).data(Qt::CheckStateRole).toInt() == Qt::Unchecked &&
+               !rowOf(row(QStringLiteral("Fixture Gain"))).vendorEnabled &&
+               rowOf(row(QStringLiteral("Fixture Gain"))).vst3.enabled;
     };
     ASSERT_TRUE(curated());
 
