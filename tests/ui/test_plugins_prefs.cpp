@@ -14,6 +14,7 @@
 #include "testhost.h"
 #include "testsupport.h"
 
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDir>
 #include <QFile>
@@ -651,3 +652,43 @@ INSTANTIATE_TEST_SUITE_P(Themes, PrefsPainting, ::testing::Values(int(QVlorAppli
                          [](const ::testing::TestParamInfo<int>& info) {
                              return info.param == QVlorApplication::Light ? std::string("Light") : std::string("Dark");
                          });
+
+TEST_F(Prefs, HoverFollowsThePointerByRowAndLeavingClearsIt)
+{
+    const QModelIndex gain = row(QStringLiteral("Fixture Gain"));
+    const QRect rect = tree->visualRect(gain);
+    QTest::mouseMove(tree->viewport(), rect.center());
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(tree->hoverIndex().isValid());
+    EXPECT_EQ(tree->hoverIndex().row(), gain.row());
+    // Another column of the same row is the same hover.
+    QTest::mouseMove(tree->viewport(), tree->visualRect(gain.siblingAtColumn(1)).center());
+    QCoreApplication::processEvents();
+    EXPECT_EQ(tree->hoverIndex().row(), gain.row());
+    QHoverEvent leave(QEvent::HoverLeave, QPointF(-1, -1), QPointF(-1, -1), QPointF(rect.center()));
+    QCoreApplication::sendEvent(tree->viewport(), &leave);
+    EXPECT_FALSE(tree->hoverIndex().isValid());
+}
+
+TEST(PrefsAlone, WithoutManagersOnlyTheSupportSwitchIsShown)
+{
+    ASSERT_EQ(QVlorAudioPlugins::vstManager(), nullptr);
+    ASSERT_EQ(QVlorAudioPlugins::vst3Manager(), nullptr);
+    QVlorPluginsPrefs page;
+    page.show();
+    page.syncPreferences();
+    QCoreApplication::processEvents();
+    for (const char* hidden : {"vstPluginsTreeView", "filterBox", "updateButton", "managePathsBtn", "scanProgressBar",
+                               "cbEnableAudioUnitSupport"})
+        EXPECT_FALSE(page.findChild<QWidget*>(QLatin1String(hidden))->isVisible()) << hidden;
+    auto* vst = page.findChild<QCheckBox*>(QStringLiteral("cbEnableVSTSupport"));
+    ASSERT_TRUE(vst->isVisible());
+    // The switch writes its setting as it is clicked.
+    const QString key = QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS);
+    const bool was = QVlorSetting::global().getBool(key, true);
+    QTest::mouseClick(vst, Qt::LeftButton, {}, QPoint(8, vst->height() / 2));
+    EXPECT_EQ(QVlorSetting::global().getBool(key, true), !was);
+    QVlorSetting::global().change(key, was);
+    EXPECT_TRUE(QVlorPreferencesTabFactory::names().isEmpty() ||
+                !QVlorPreferencesTabFactory::names().contains(QLatin1String(QVlorPluginsPrefs::Factory::Name)));
+}
