@@ -8,7 +8,7 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 #include "bench_common.h"
-#include "synthetic_catalogs.h"
+#include "synthetic_library.h"
 
 #include <QAction>
 #include <QMenu>
@@ -22,22 +22,6 @@ namespace {
 
 constexpr double kTargetMs = 50.0;
 
-class BenchHost : public QVlorAudioPlugins::Host {
-public:
-    void announceNewPlugins(const QList<QString>&) override {}
-    QMenu* mainMenu() override { return &main; }
-    void registerAction(QAction*, const QString&, const QString&, const QString&) override { ++registered; }
-    void registerQuickOpen(int, QAction*, const QString&, const QString&, const QString&, const QString&,
-                           const QString&) override
-    {
-    }
-    void unregisterAction(QAction*) override {}
-    void unregisterQuickOpen(QAction*) override {}
-    QVlorAudio currentAudio() override { return QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100); }
-    void presentEffectWidget(QVlorFxWidget*, QAction*, const QString&, const QString&) override {}
-    QMenu main;
-    int registered = 0;
-};
 
 int countEntries(const QMenu* menu)
 {
@@ -55,16 +39,9 @@ int main(int argc, char** argv)
     setenv("VLOR_DATA_PATH", qPrintable(dir.path()), 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QVlorApplication app(argc, argv);
-    bench::writeVst2Catalog(dir.filePath(QStringLiteral("vstxml/catalog_v2.json")), dir.filePath(QStringLiteral("plugins")));
-    bench::writeVst3Files(dir.filePath(QStringLiteral("catalog_vst3.json")), dir.filePath(QStringLiteral("plugin_pairs.json")));
-    QVlorAudioPlugins::Initialize();
-    BenchHost host;
-    QVlorAudioPlugins::UI::install(&host);
-    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
-    vst2->loadCatalog();
-    // A load is published by the next operation that changes something.
-    vst2->markPluginCrashed(1000);
-    QMetaObject::invokeMethod(vst2, [] {}, Qt::BlockingQueuedConnection);
+    bench::BenchHost host;
+    host.withMenu = true;
+    bench::installOverSyntheticCatalogs(dir, &host);
     QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
 
     std::vector<double> runs;
@@ -80,8 +57,6 @@ int main(int argc, char** argv)
                 int(controller->pluginsMenu()->actions().size()) - 7);
     std::printf("rebuild: median %.1f ms, worst %.1f ms; %.2f of the %.0f ms target\n", ms,
                 *std::max_element(runs.begin(), runs.end()), ms / kTargetMs, kTargetMs);
-    QVlorAudioPlugins::AboutToQuit();
-    QVlorAudioPlugins::UI::uninstall(&host);
-    QVlorAudioPlugins::Finalize();
+    bench::uninstall(&host);
     return 0;
 }

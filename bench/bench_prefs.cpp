@@ -9,7 +9,7 @@
 #include "QVlorVst_Manager.h"
 #include "QVlorWidgets.h"
 #include "bench_common.h"
-#include "synthetic_catalogs.h"
+#include "synthetic_library.h"
 
 #include <QLineEdit>
 #include <QTemporaryDir>
@@ -25,20 +25,6 @@ namespace {
 constexpr double kRebuildTargetMs = 50.0;
 constexpr double kKeystrokeTargetMs = 16.0;
 
-class BenchHost : public QVlorAudioPlugins::Host {
-public:
-    void announceNewPlugins(const QList<QString>&) override {}
-    QMenu* mainMenu() override { return nullptr; }
-    void registerAction(QAction*, const QString&, const QString&, const QString&) override {}
-    void registerQuickOpen(int, QAction*, const QString&, const QString&, const QString&, const QString&,
-                           const QString&) override
-    {
-    }
-    void unregisterAction(QAction*) override {}
-    void unregisterQuickOpen(QAction*) override {}
-    QVlorAudio currentAudio() override { return QVlorAudio(); }
-    void presentEffectWidget(QVlorFxWidget*, QAction*, const QString&, const QString&) override {}
-};
 
 int countRows(const QAbstractItemModel* model, const QModelIndex& parent = QModelIndex())
 {
@@ -63,16 +49,8 @@ int main(int argc, char** argv)
     setenv("VLOR_DATA_PATH", qPrintable(dir.path()), 1);
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QVlorApplication app(argc, argv);
-    bench::writeVst2Catalog(dir.filePath(QStringLiteral("vstxml/catalog_v2.json")), dir.filePath(QStringLiteral("plugins")));
-    bench::writeVst3Files(dir.filePath(QStringLiteral("catalog_vst3.json")), dir.filePath(QStringLiteral("plugin_pairs.json")));
-    QVlorAudioPlugins::Initialize();
-    BenchHost host;
-    QVlorAudioPlugins::UI::install(&host);
-    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
-    vst2->loadCatalog();
-    // A load is published by the next operation that changes something.
-    vst2->markPluginCrashed(1000);
-    QMetaObject::invokeMethod(vst2, [] {}, Qt::BlockingQueuedConnection);
+    bench::BenchHost host;
+    bench::installOverSyntheticCatalogs(dir, &host);
 
     {
         QVlorPluginsPrefs page;
@@ -111,8 +89,6 @@ int main(int argc, char** argv)
         }
         report("filter keystroke", keys, kKeystrokeTargetMs);
     }
-    QVlorAudioPlugins::AboutToQuit();
-    QVlorAudioPlugins::UI::uninstall(&host);
-    QVlorAudioPlugins::Finalize();
+    bench::uninstall(&host);
     return 0;
 }

@@ -102,10 +102,7 @@ protected:
         AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
         bar = std::make_unique<QMenuBar>();
         host.main = new QMenu(QStringLiteral("Main"), bar.get());
-        // Each test starts from nothing: no catalog, pair or mark of the test before.
-        const QDir data(QString::fromStdString(dataDir()));
-        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
-            QFile::remove(data.filePath(QLatin1String(file)));
+        removeCatalogs();
         QVlorAudioPlugins::UI::install(&host);
         vst2 = QVlorAudioPlugins::vstManager();
         vst3 = QVlorAudioPlugins::vst3Manager();

@@ -43,6 +43,14 @@ inline void settleManagers()
             QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
 }
 
+// A start from nothing: no catalog, pair or opening mark of a test before.
+inline void removeCatalogs()
+{
+    const QDir data(QString::fromStdString(dataDir()));
+    for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
+        QFile::remove(data.filePath(QLatin1String(file)));
+}
+
 #ifdef VLOR_FIXTURE_VST_DIR
 // One plugin of each format copied into folders of their own, as on a
 // user's machine: the stereo VST2 fixture and the bundle of VST3 effects.

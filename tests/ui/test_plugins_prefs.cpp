@@ -98,9 +98,7 @@ protected:
     {
         AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
         QVlorApplication::applyTheme(QVlorApplication::Light);
-        const QDir data(QString::fromStdString(dataDir()));
-        for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
-            QFile::remove(data.filePath(QLatin1String(file)));
+        removeCatalogs();
         QVlorSetting::global().remove(QLatin1String(K_SETTING_TREE_COLLAPSED));
         QVlorAudioPlugins::UI::install(&host);
         vst2 = QVlorAudioPlugins::vstManager();
@@ -152,6 +150,15 @@ protected:
     {
         return QVlorPluginBadgeDelegate::slotRect(tree->visualRect(index.siblingAtColumn(1)), slot,
                                                   QFontMetrics(tree->font()), -1);
+    }
+    // "Rescan Plugins" clicked; true once both scans ended and the tree is back.
+    bool rescanByButton()
+    {
+        QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("updateButton")), Qt::LeftButton);
+        return waitFor([&] {
+            settle();
+            return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled();
+        }, 30000);
     }
     void click(const QPoint& at) { QTest::mouseClick(tree->viewport(), Qt::LeftButton, {}, at); }
     QModelIndex rawRow(int section, const QModelIndex& parent = QModelIndex()) const
@@ -501,11 +508,7 @@ TEST_F(Prefs, CurationSurvivesARescanAndARestartInBothFormats)
     };
     ASSERT_TRUE(curated());
 
-    QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("updateButton")), Qt::LeftButton);
-    ASSERT_TRUE(waitFor([&] {
-        settle();
-        return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled();
-    }, 30000));
+    ASSERT_TRUE(rescanByButton());
     EXPECT_TRUE(curated()) << "after Rescan Plugins";
 
     // A restart: the managers go with their saved catalogs and come back from them.
@@ -525,11 +528,7 @@ TEST_F(Prefs, CurationSurvivesARescanAndARestartInBothFormats)
         settle();
         return curated();
     }, 20000)) << "after a restart";
-    QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("updateButton")), Qt::LeftButton);
-    ASSERT_TRUE(waitFor([&] {
-        settle();
-        return !vst3->isScanning() && !vst2->isScanning() && tree->isEnabled();
-    }, 30000));
+    ASSERT_TRUE(rescanByButton());
     EXPECT_TRUE(curated()) << "after a restart and a rescan";
 }
 
