@@ -10,7 +10,14 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
+#include <QApplication>
 #include <QComboBox>
+#include <QContextMenuEvent>
+#include <QItemSelectionModel>
+#include <QMenu>
+#include <QPainter>
+#include <QPushButton>
+#include <QTreeView>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QLineEdit>
@@ -26,7 +33,8 @@ namespace {
 
 const char* const kPrefsHelp =
     "usage: vlorfx prefs [--theme light|dark] [--filter TEXT] [--status all|new|failed|enabled]\n"
-    "                    [--rescan] [--size WxH] [--screenshot FILE]\n\n"
+    "                    [--rescan] [--size WxH] [--context-menu NAME] [--search-paths]\n"
+    "                    [--screenshot FILE]\n\n"
     "Shows the plugin manager page on this machine's catalogs: one tree of both\n"
     "formats by vendor, check boxes that switch plugins, vendors and shells on\n"
     "and off, the format badges of each product (a click on the other badge of a\n"
@@ -37,6 +45,9 @@ const char* const kPrefsHelp =
     "  --status S         pick the status filter\n"
     "  --rescan           start \"Rescan Plugins\" at once\n"
     "  --size WxH         the window's size (default 760x620)\n"
+    "  --context-menu NAME  select the product NAME and open its context menu\n"
+    "  --search-paths     open \"Manage Search Paths...\" (with --screenshot, a\n"
+    "                     picture of that dialog; closing it applies its edits)\n"
     "  --screenshot FILE  save a picture once the tree is built (during the scan\n"
     "                     with --rescan), and quit\n\n"
     "QT_SCALE_FACTOR=2 draws it at twice the pixel ratio. Under xvfb-run or on a\n"
@@ -50,11 +61,24 @@ int prefsError(const std::string& message)
     return 2;
 }
 
+QModelIndex findRow(const QAbstractItemModel* model, const QString& name, const QModelIndex& parent = QModelIndex())
+{
+    for (int i = 0; i < model->rowCount(parent); ++i) {
+        const QModelIndex child = model->index(i, 0, parent);
+        if (child.data().toString() == name)
+            return child;
+        if (const QModelIndex inner = findRow(model, name, child); inner.isValid())
+            return inner;
+    }
+    return QModelIndex();
+}
+
 } // namespace
 
 int cmdPrefs(int argc, char** argv)
 {
-    std::string screenshot, filter;
+    std::string screenshot, filter, contextRow;
+    bool searchPaths = false;
     int status = -1;
     bool rescan = false;
     int theme = QVlorApplication::Light;
@@ -88,6 +112,10 @@ int cmdPrefs(int argc, char** argv)
             if (std::sscanf(argv[++i], "%dx%d", &w, &h) != 2 || w < 200 || h < 150 || w > 8192 || h > 8192)
                 return prefsError("--size is WIDTHxHEIGHT, at least 200x150");
             size = QSize(w, h);
+        } else if (a == "--context-menu" && hasValue) {
+            contextRow = argv[++i];
+        } else if (a == "--search-paths") {
+            searchPaths = true;
         } else if (a == "--screenshot" && hasValue) {
             screenshot = argv[++i];
         } else {
@@ -121,16 +149,67 @@ int cmdPrefs(int argc, char** argv)
         page->rescanAll();
 
     int result = 0;
-    if (!screenshot.empty()) {
-        auto take = [&] {
-            const QPixmap shot = dialog.grab();
-            const QString file = QString::fromStdString(screenshot);
-            if (shot.isNull() || !shot.save(file)) {
-                std::fprintf(stderr, "vlorfx prefs: could not save %s\n", vlorfx::printable(file).constData());
+    const QString file = QString::fromStdString(screenshot);
+    auto save = [&](const QPixmap& shot) {
+        if (shot.isNull() || !shot.save(file)) {
+            std::fprintf(stderr, "vlorfx prefs: could not save %s\n", vlorfx::printable(file).constData());
+            result = 1;
+        } else {
+            std::printf("%s: %dx%d\n", screenshot.c_str(), shot.width(), shot.height());
+        }
+    };
+    auto* tree = page->findChild<QTreeView*>(QStringLiteral("vstPluginsTreeView"));
+    if (!contextRow.empty()) {
+        // Select the row once the tree is built, then ask for its menu as a right click does.
+        QTimer::singleShot(100, &dialog, [&] {
+            const QModelIndex row = findRow(tree->model(), QString::fromStdString(contextRow));
+            if (!row.isValid()) {
+                std::fprintf(stderr, "vlorfx prefs: no row named %s\n", contextRow.c_str());
                 result = 1;
-            } else {
-                std::printf("%s: %dx%d\n", screenshot.c_str(), shot.width(), shot.height());
+                dialog.reject();
+                return;
             }
+            tree->scrollTo(row);
+            tree->selectionModel()->select(row, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            const QRect rect = tree->visualRect(row);
+            if (!screenshot.empty())
+                QTimer::singleShot(200, &dialog, [&, rect] {
+                    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+                    if (!menu) {
+                        std::fprintf(stderr, "vlorfx prefs: the row has no menu\n");
+                        result = 1;
+                        dialog.reject();
+                        return;
+                    }
+                    // The page with the menu where it opened.
+                    QPixmap shot = dialog.grab();
+                    QPainter painter(&shot);
+                    const QPoint at = dialog.mapFromGlobal(menu->pos());
+                    painter.drawPixmap(at, menu->grab());
+                    painter.end();
+                    save(shot);
+                    menu->close();
+                    dialog.accept();
+                });
+            QContextMenuEvent event(QContextMenuEvent::Mouse, rect.center(), tree->viewport()->mapToGlobal(rect.center()));
+            QCoreApplication::sendEvent(tree->viewport(), &event);
+        });
+    } else if (searchPaths) {
+        auto* manage = page->findChild<QPushButton*>(QStringLiteral("managePathsBtn"));
+        QTimer::singleShot(100, &dialog, [&, manage] {
+            if (!screenshot.empty())
+                QTimer::singleShot(300, &dialog, [&] {
+                    if (QWidget* paths = QApplication::activeModalWidget(); paths && paths != &dialog) {
+                        save(paths->grab());
+                        paths->close();
+                    }
+                    dialog.accept();
+                });
+            manage->click();
+        });
+    } else if (!screenshot.empty()) {
+        auto take = [&] {
+            save(dialog.grab());
             dialog.accept();
         };
         if (rescan) {

@@ -98,10 +98,11 @@ QMessageBox::StandardButton QVlorMessageBox::detailed(QWidget* parent, QMessageB
     return ask(parent, icon, kindOf(icon), title, text, buttons, false, informativeText);
 }
 
-QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory)
+QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory,
+                                              QFileDialog::Options options)
 {
     QVlorDialogs::Answer answer;
     if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false, QString(), QMessageBox::NoButton}, &answer))
         return answer.directory;
-    return QFileDialog::getExistingDirectory(parent, caption, directory);
+    return QFileDialog::getExistingDirectory(parent, caption, directory, options);
 }

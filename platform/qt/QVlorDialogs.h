@@ -4,6 +4,7 @@
 // one of them goes through one seam, so that a test answers it instead of a
 // person, and no test waits on a dialog.
 
+#include <QFileDialog>
 #include <QMessageBox>
 #include <QString>
 #include <QStringList>
@@ -67,7 +68,8 @@ public:
 
 class QVlorFileDialog {
 public:
-    static QString getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory = QString());
+    static QString getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory = QString(),
+                                        QFileDialog::Options options = QFileDialog::ShowDirsOnly);
 };
 
 #endif

@@ -278,6 +278,14 @@ void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewIt
                        pressedHere && pressedSlot == 0);
         paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.vst3, 1, gray,
                        pressedHere && pressedSlot == 1);
+        // On a selected row the blue badge would melt into the selection: a white edge keeps it apart.
+        if ((option.state & QStyle::State_Selected) && active.present && !gray) {
+            const QRectF rect = slotRect(option.rect, row.vst3.active ? 1 : 0, metrics, h).adjusted(0.5, 0.5, -0.5, -0.5);
+            const double radius = 0.22 * rect.height();
+            painter->setPen(QPen(QColor(255, 255, 255, 200), 1.0));
+            painter->setBrush(Qt::NoBrush);
+            painter->drawRoundedRect(rect, radius, radius);
+        }
     }
     painter->restore();
 }

@@ -1,12 +1,12 @@
 #include "QVlorPluginsPrefs.h"
 
 #include "QVlorAudioPlugins.h"
-#include "QVlorPluginDelegates.h"
 #include "QVlorPluginsTreeView.h"
+#include "QVlorSearchPathsDialog.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
-#include "ui_QVlorPluginsPrefs.h"
+#include "QVlorPluginsPrefs_p.h"
 
 #include <QComboBox>
 #include <QFile>
@@ -132,27 +132,6 @@ bool QVlorPluginsPrefs::ProxyFilter::lessThan(const QModelIndex& left, const QMo
 
 // The page.
 
-struct QVlorPluginsPrefs::Data {
-    QVlorUnifiedPluginsModel model;
-    ProxyFilter proxy;
-    QVlorPluginBadgeDelegate* badgeDelegate = nullptr;
-    QVlorPluginStateDelegate* stateDelegate = nullptr;
-    QList<UnifiedRow> rows;
-    QList<QVlorVst::Path> paths;
-    bool rebuildPending = false;
-    QSet<QString> collapsedGroups;
-    QSet<QString> hiddenNewPaths;
-
-    Ui::QVlorPluginsPrefs ui;
-    QString treeStyleSheet;
-
-    QString expansionKey(const QModelIndex& index) const;
-    void captureExpansion(QTreeView* tree);
-    void collectCollapsed(QTreeView* tree, const QModelIndex& parent);
-    void applyCollapsed(QTreeView* tree, const QModelIndex& parent);
-    static qint64 ParseVst2UniqueId(const QString& identity);
-    bool findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin, QVlorVst::Path* path) const;
-};
 
 QString QVlorPluginsPrefs::Data::expansionKey(const QModelIndex& index) const
 {
@@ -332,6 +311,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
     ui.refreshProgressLabel->hide();
     ui.scanProgressBar->hide();
     tree->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(tree, &QWidget::customContextMenuRequested, this, &QVlorPluginsPrefs::onCustomContextMenuRequested);
     connect(&d->model, &QVlorUnifiedPluginsModel::pairCheckToggled, this, &QVlorPluginsPrefs::onPairCheckToggled);
     connect(&d->model, &QVlorUnifiedPluginsModel::vendorCheckToggled, this, &QVlorPluginsPrefs::onVendorCheckToggled);
     connect(&d->model, &QVlorUnifiedPluginsModel::shellGateToggled, this, &QVlorPluginsPrefs::onShellGateToggled);
@@ -340,6 +320,11 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
             &QVlorPluginsPrefs::onActiveFormatClicked);
     connect(d->badgeDelegate, &QVlorPluginBadgeDelegate::rawAddClicked, this, &QVlorPluginsPrefs::onRawAddClicked);
     connect(ui.updateButton, &QPushButton::clicked, this, &QVlorPluginsPrefs::rescanAll);
+    connect(ui.managePathsBtn, &QPushButton::clicked, this, [this] {
+        QVlorSearchPathsDialog dialog(this);
+        connect(&dialog, &QVlorSearchPathsDialog::pathsChanged, this, &QVlorPluginsPrefs::rebuildRows);
+        dialog.exec();
+    });
 
     if (m2) {
         connect(m2, &QVlorVst::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);

@@ -75,6 +75,7 @@ public slots:
     void onNewPathShowToggled(int section, const QString& path, bool shown);
     void onActiveFormatClicked(const QModelIndex& index, const QString& format);
     void onRawAddClicked(const QModelIndex& index);
+    void onCustomContextMenuRequested(const QPoint& pos);
 
 private:
     void populateStatusFilterCombo();

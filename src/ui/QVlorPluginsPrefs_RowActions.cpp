@@ -1,0 +1,369 @@
+// The context menu of the plugin tree: what the selection allows, and the
+// managers' calls of the item chosen. Every item marks its rows busy first,
+// so that all of them turn busy at once, before any work starts.
+#include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginsPrefs_p.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+
+#include <QAction>
+#include <QFile>
+#include <QItemSelectionModel>
+#include <QMenu>
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+
+QVlorVst::Manager* vst2() { return QVlorAudioPlugins::vstManager(); }
+QVlorVst3::Manager* vst3() { return QVlorAudioPlugins::vst3Manager(); }
+
+bool childBusy(const QModelIndex& shell)
+{
+    const QAbstractItemModel* model = shell.model();
+    for (int i = 0; i < model->rowCount(shell); ++i) {
+        UnifiedRow child;
+        if (ClassifyUnifiedPluginsIndex(model->index(i, 0, shell), &child) == 0 && UpmRowBusy(child))
+            return true;
+    }
+    return false;
+}
+
+bool addable(const UnifiedRow& row)
+{
+    const QString token = row.rowStateText();
+    return row.newSection != UpmNewSectionNone && token != QLatin1String("verifying") &&
+           token != QLatin1String("missing");
+}
+
+bool hasMissing(const UnifiedRow& row)
+{
+    return row.vst2.state == QLatin1String("missing") || row.vst3.state == QLatin1String("missing");
+}
+
+const QVlorPluginPairs::Entry* entryOf(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    for (const QVlorPluginPairs::Entry& e : entries)
+        if (e.pairId == pairId)
+            return &e;
+    return nullptr;
+}
+
+} // namespace
+
+QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
+{
+    if (row.isShellHeader || (!row.vst2.present && !row.vst3.present))
+        return QString();
+    const bool useVst3 = (row.vst3.present && !row.vst2.present) || row.vst3.active;
+    const UnifiedFormatInfo& info = useVst3 ? row.vst3 : row.vst2;
+    if (info.state == QLatin1String("missing"))
+        return QString();
+    QString path;
+    if (!useVst3) {
+        QVlorVst::Plugin plugin;
+        QVlorVst::Path folder;
+        if (findVst2PluginAndPath(row.vst2.identity, &plugin, &folder))
+            path = plugin.filename();
+    } else if (row.newSection == UpmNewSectionVst3) {
+        const QString prefix = QStringLiteral("vst3path-");
+        if (row.vst3.identity.startsWith(prefix))
+            path = row.vst3.identity.mid(prefix.size());
+    } else if (QVlorVst3::Manager* m3 = vst3()) {
+        const QVlorVst3::Catalog catalog = m3->catalogCopy();
+        for (const QVlorVst3::CatalogBundle& bundle : catalog.bundles()) {
+            for (const QVlorVst3::CatalogClass& c : bundle.classes())
+                if (c.cid() == row.vst3.identity) {
+                    path = bundle.path();
+                    break;
+                }
+            if (!path.isEmpty())
+                break;
+        }
+    }
+    return !path.isEmpty() && QFile::exists(path) ? path : QString();
+}
+
+void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
+{
+    QTreeView* tree = d->ui.vstPluginsTreeView;
+    const QItemSelectionModel* selection = tree->selectionModel();
+    if (!selection)
+        return;
+    QList<UnifiedRow> rows;
+    QStringList shells;
+    QList<UnifiedRow> shellChildren; // read now: a rebuild while the menu is open resets the tree
+    for (const QModelIndex& index : selection->selectedRows(0)) {
+        const QModelIndex source = d->proxy.mapToSource(index);
+        UnifiedRow row;
+        const int kind = ClassifyUnifiedPluginsIndex(source, &row);
+        if (kind == 0 && !UpmRowBusy(row)) {
+            rows << row;
+        } else if (kind == 2 && !childBusy(source)) {
+            shells << source.data(UpmShellKeyRole).toString();
+            for (int i = 0; i < d->model.rowCount(source); ++i) {
+                UnifiedRow child;
+                if (ClassifyUnifiedPluginsIndex(d->model.index(i, 1, source), &child) == 0)
+                    shellChildren << child;
+            }
+        }
+    }
+    if (rows.isEmpty() && shells.isEmpty())
+        return;
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst3::Manager* m3 = vst3();
+    const QList<QVlorPluginPairs::Entry> entries = m3 ? m3->pairsEntriesCopy() : QList<QVlorPluginPairs::Entry>();
+
+    // What each item would act on.
+    QList<UnifiedRow> addRows, splitRows;
+    for (const UnifiedRow& row : std::as_const(rows)) {
+        if (addable(row))
+            addRows << row;
+        if (UpmRowSplitEligible(row, entries))
+            splitRows << row;
+    }
+    const UnifiedRow* single = rows.size() == 1 ? &rows.first() : nullptr;
+    const bool pairWith = single && shells.isEmpty() && UpmRowEffectivelyUnpaired(*single, entries) &&
+                          single->newSection == UpmNewSectionNone && (single->vst2.present != single->vst3.present);
+    const UnifiedRow* joinVst2 = nullptr;
+    const UnifiedRow* joinVst3 = nullptr;
+    QString joinFormat;
+    const bool join = rows.size() == 2 &&
+                      UpmJoinPairEligible(rows[0], rows[1], &joinVst2, &joinVst3, &joinFormat, entries);
+    const bool remove = std::any_of(rows.begin(), rows.end(), [](const UnifiedRow& r) {
+        return r.newSection == UpmNewSectionNone && hasMissing(r);
+    });
+    const bool update = std::any_of(rows.begin(), rows.end(), [](const UnifiedRow& r) {
+        return r.vst2.present && r.vst2.enabled && r.newSection == UpmNewSectionNone;
+    });
+    // A catalog copy only when a row needs one, taken once.
+    std::unique_ptr<QVlorVst3::Catalog> catalog;
+    QList<QPair<UnifiedRow, QString>> resetRows;
+    for (const UnifiedRow& row : std::as_const(rows)) {
+        if (!catalog && row.vst3.present && row.newSection == UpmNewSectionNone && row.shellKey.isEmpty())
+            catalog = std::make_unique<QVlorVst3::Catalog>(m3 ? m3->catalogCopy() : QVlorVst3::Catalog());
+        QString bundle;
+        if (UpmRowResetEligible(row, catalog ? *catalog : QVlorVst3::Catalog(), &bundle))
+            resetRows << qMakePair(row, bundle);
+    }
+    const int resetCount = int(shells.size() + resetRows.size());
+    const QString reveal = single ? d->revealPathForRow(*single) : QString();
+
+    QMenu menu(this);
+    QAction* addAction = nullptr;
+    QAction* splitAction = nullptr;
+    QAction* joinAction = nullptr;
+    QAction* removeAction = nullptr;
+    QAction* updateAction = nullptr;
+    QAction* resetAction = nullptr;
+    QAction* revealAction = nullptr;
+    QAction* vst3ChildrenAction = nullptr;
+    QAction* vst2ChildrenAction = nullptr;
+    QList<QAction*> partnerActions;
+    if (!addRows.isEmpty())
+        addAction = menu.addAction(addRows.size() == 1 ? tr("Add Plugin") : tr("Add Plugins"));
+    if (!splitRows.isEmpty())
+        splitAction = menu.addAction(splitRows.size() == 1 ? tr("Split Pair") : tr("Split Pairs"));
+    if (pairWith) {
+        QMenu* partners = menu.addMenu(tr("Pair with..."));
+        const bool wantVst3 = single->vst2.present;
+        QList<UnifiedRow> candidates;
+        for (const UnifiedRow& r : std::as_const(d->rows))
+            if (UpmRowEffectivelyUnpaired(r, entries) && r.newSection == UpmNewSectionNone &&
+                (wantVst3 ? (r.vst3.present && !r.vst2.present) : (r.vst2.present && !r.vst3.present)))
+                candidates << r;
+        const QString vendor = single->vendorKey;
+        std::stable_sort(candidates.begin(), candidates.end(), [&vendor](const UnifiedRow& a, const UnifiedRow& b) {
+            const bool aSame = a.vendorKey == vendor;
+            const bool bSame = b.vendorKey == vendor;
+            if (aSame != bSame)
+                return aSame;
+            return QString::localeAwareCompare(a.name, b.name) < 0;
+        });
+        for (const UnifiedRow& partner : std::as_const(candidates)) {
+            QAction* a = partners->addAction(partner.name);
+            a->setData(wantVst3 ? partner.vst3.identity : partner.vst2.identity);
+            partnerActions << a;
+        }
+        partners->setEnabled(!candidates.isEmpty());
+    }
+    if (join)
+        joinAction = menu.addAction(tr("Join Pair"));
+    if (remove)
+        removeAction = menu.addAction(tr("Remove from catalog"));
+    if (update)
+        updateAction = menu.addAction(rows.size() == 1 ? tr("Update Plugin") : tr("Update Plugins"));
+    if (resetCount > 0)
+        resetAction = menu.addAction(resetCount == 1 ? tr("Reset Plugin") : tr("Reset Plugins"));
+    if (!reveal.isEmpty()) {
+        if (!menu.isEmpty())
+            menu.addSeparator();
+        revealAction = menu.addAction(tr("Open file location"));
+    }
+    if (!shells.isEmpty()) {
+        if (!menu.isEmpty())
+            menu.addSeparator();
+        vst3ChildrenAction = menu.addAction(tr("Use VST3 in all children"));
+        vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
+    }
+    if (menu.isEmpty())
+        return;
+    QVlorStyle::updateMenuStylesheet(&menu, QString());
+    QAction* chosen = menu.exec(tree->mapToGlobal(pos));
+    if (!chosen)
+        return;
+
+    if (chosen == addAction) {
+        QStringList bundles, refs;
+        for (const UnifiedRow& row : std::as_const(addRows)) {
+            const QString prefix = QStringLiteral("vst3path-");
+            if (row.newSection == UpmNewSectionVst3 && row.vst3.identity.startsWith(prefix)) {
+                bundles << row.vst3.identity.mid(prefix.size());
+                continue;
+            }
+            QVlorVst::Plugin plugin;
+            QVlorVst::Path path;
+            if (d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+                refs << plugin.pluginRef();
+        }
+        if (!bundles.isEmpty() && m3)
+            m3->markBundlesVerifying(bundles);
+        if (!refs.isEmpty() && m2)
+            m2->markPluginsVerifying(refs);
+        for (const UnifiedRow& row : std::as_const(addRows))
+            addRawRow(row);
+    } else if (chosen == splitAction) {
+        if (!m3)
+            return;
+        QList<qint64> ids;
+        QStringList cids;
+        for (const UnifiedRow& row : std::as_const(splitRows))
+            if (const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries)) {
+                if (e->vst2 != 0)
+                    ids << e->vst2;
+                if (!e->vst3.isEmpty())
+                    cids << e->vst3;
+            }
+        if (!ids.isEmpty() || !cids.isEmpty())
+            m3->markPairOpPending(ids, cids);
+        for (const UnifiedRow& row : std::as_const(splitRows))
+            if (const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries))
+                m3->splitPair(row.pairId, row.vst3.active ? QStringLiteral("vst3") : QStringLiteral("vst2"), e->vst2,
+                              e->vst3);
+    } else if (chosen == joinAction) {
+        const qint64 id = Data::ParseVst2UniqueId(joinVst2->vst2.identity);
+        const QString cid = joinVst3->vst3.identity;
+        QString format = joinFormat;
+        if (format.isEmpty()) {
+            // The two agree in being on or off: the row under the pointer decides.
+            UnifiedRow under;
+            const bool vst3Under = ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == 0 &&
+                                   under.vst3.present && !under.vst2.present;
+            format = vst3Under ? QStringLiteral("vst3") : QStringLiteral("vst2");
+        }
+        if (id != 0 && m3) {
+            m3->markPairOpPending({id}, {cid});
+            m3->addManualPair(id, cid, format);
+        }
+    } else if (partnerActions.contains(chosen)) {
+        const QString other = chosen->data().toString();
+        const bool selectedIsVst3 = !single->vst2.present;
+        const qint64 id = Data::ParseVst2UniqueId(selectedIsVst3 ? other : single->vst2.identity);
+        const QString cid = selectedIsVst3 ? single->vst3.identity : other;
+        if (id != 0 && m3) {
+            m3->markPairOpPending({id}, {cid});
+            m3->addManualPair(id, cid, selectedIsVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
+        }
+    } else if (chosen == removeAction) {
+        if (!m3)
+            return;
+        for (const UnifiedRow& row : std::as_const(rows))
+            if (row.vst3.state == QLatin1String("missing"))
+                m3->removeFromCatalog(row.vst3.identity);
+    } else if (chosen == updateAction) {
+        if (!m2)
+            return;
+        QStringList refs;
+        QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
+        for (const UnifiedRow& row : std::as_const(rows)) {
+            QVlorVst::Plugin plugin;
+            QVlorVst::Path path;
+            if (!row.vst2.present || !row.vst2.enabled || !d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+                continue;
+            plugin.setNeedRecheck(true);
+            refs << plugin.pluginRef();
+            targets << qMakePair(plugin, path);
+        }
+        if (!refs.isEmpty())
+            m2->markPluginsVerifying(refs);
+        for (auto& target : targets)
+            m2->enablePlugin(target.first, target.second, true);
+    } else if (chosen == resetAction) {
+        QList<qint64> ids;
+        QStringList refs, bundles;
+        QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
+        auto take = [&](const QVlorVst::Plugin& plugin) {
+            if (plugin.uniqueId() != 0)
+                ids << plugin.uniqueId();
+            refs << plugin.pluginRef();
+        };
+        for (const auto& reset : std::as_const(resetRows)) {
+            const UnifiedRow& row = reset.first;
+            QVlorVst::Plugin plugin;
+            QVlorVst::Path path;
+            if (row.vst2.present && m2 && d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path)) {
+                if (const qint64 id = Data::ParseVst2UniqueId(row.vst2.identity))
+                    ids << id;
+                refs << plugin.pluginRef();
+                targets << qMakePair(plugin, path);
+            }
+            if (!reset.second.isEmpty() && m3)
+                bundles << reset.second;
+        }
+        for (const QString& shell : std::as_const(shells)) {
+            const QString module = QStringLiteral("vst3module:");
+            const QString vst2Shell = QStringLiteral("vst2shell:");
+            if (shell.startsWith(module)) {
+                if (shell.size() > module.size() && m3)
+                    bundles << shell.mid(module.size());
+                continue;
+            }
+            if (!shell.startsWith(vst2Shell) || !m2)
+                continue;
+            const QString hash = shell.mid(vst2Shell.size());
+            for (const QVlorVst::Path& path : std::as_const(d->paths)) {
+                auto it = std::find_if(path.plugins().begin(), path.plugins().end(), [&hash](const QVlorVst::Plugin& p) {
+                    return p.isShell() && p.hash() == hash;
+                });
+                if (it == path.plugins().end())
+                    continue;
+                take(*it);
+                for (const QVlorVst::Plugin& child : it->plugins())
+                    take(child);
+                targets << qMakePair(*it, path);
+            }
+        }
+        if (!refs.isEmpty() && m2)
+            m2->markPluginsVerifying(refs);
+        if (!bundles.isEmpty() && m3)
+            m3->markBundlesVerifying(bundles);
+        for (auto& target : targets)
+            m2->resetPlugin(target.first, target.second);
+        for (const QString& bundle : std::as_const(bundles))
+            m3->resetBundle(bundle);
+        if (!ids.isEmpty() && m3)
+            m3->purgePairState(ids, {});
+    } else if (chosen == revealAction) {
+        QVlorApplication::showExternalLocation(reveal);
+    } else if (chosen == vst3ChildrenAction || chosen == vst2ChildrenAction) {
+        if (!m3)
+            return;
+        const bool toVst3 = chosen == vst3ChildrenAction;
+        const QString format = toVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2");
+        for (const UnifiedRow& child : std::as_const(shellChildren))
+            if (!child.pairId.isEmpty() && (toVst3 ? child.vst3.present : child.vst2.present))
+                m3->setPairActiveFormat(child.pairId, format);
+    }
+}

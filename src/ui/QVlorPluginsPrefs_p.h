@@ -1,0 +1,35 @@
+#ifndef QVLORPLUGINSPREFS_P_H
+#define QVLORPLUGINSPREFS_P_H
+// The page's state, shared by its sources: the page itself and its row actions.
+
+#include "QVlorPluginDelegates.h"
+#include "QVlorPluginsPrefs.h"
+#include "QVlorVst_Path.h"
+#include "ui_QVlorPluginsPrefs.h"
+
+#include <QSet>
+
+struct QVlorPluginsPrefs::Data {
+    QVlorUnifiedPluginsModel model;
+    ProxyFilter proxy;
+    QVlorPluginBadgeDelegate* badgeDelegate = nullptr;
+    QVlorPluginStateDelegate* stateDelegate = nullptr;
+    QList<UnifiedRow> rows;
+    QList<QVlorVst::Path> paths;
+    bool rebuildPending = false;
+    QSet<QString> collapsedGroups;
+    QSet<QString> hiddenNewPaths;
+
+    Ui::QVlorPluginsPrefs ui;
+    QString treeStyleSheet;
+
+    QString expansionKey(const QModelIndex& index) const;
+    void captureExpansion(QTreeView* tree);
+    void collectCollapsed(QTreeView* tree, const QModelIndex& parent);
+    void applyCollapsed(QTreeView* tree, const QModelIndex& parent);
+    static qint64 ParseVst2UniqueId(const QString& identity);
+    bool findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin, QVlorVst::Path* path) const;
+    QString revealPathForRow(const UnifiedRow& row) const;
+};
+
+#endif
