@@ -1,0 +1,477 @@
+// The plugin tree's context menu and the search paths dialog, used as a user
+// uses them: rows selected by clicks, the menu opened as a right click opens
+// it and its items clicked by their text; the dialog's buttons clicked and the
+// dialog closed by each of its ways out.
+#include "prefs_fixture.h"
+
+#include "QVlorDialogs.h"
+#include "QVlorSearchPathsDialog.h"
+
+#include <QApplication>
+#include <QContextMenuEvent>
+#include <QMenu>
+#include <QProcess>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QStandardItem>
+#include <QTimer>
+
+using namespace vlortest;
+
+namespace {
+
+// What a menu shows: each item's text, "--" for a separator, a submenu's
+// items as "submenu>item", and "(off)" after a disabled item.
+QStringList menuTexts(const QMenu* menu)
+{
+    QStringList texts;
+    for (QAction* a : menu->actions()) {
+        if (a->isSeparator()) {
+            texts << QStringLiteral("--");
+            continue;
+        }
+        texts << a->text() + (a->isEnabled() ? QString() : QStringLiteral(" (off)"));
+        if (a->menu())
+            for (QAction* inner : a->menu()->actions())
+                texts << a->text() + QLatin1Char('>') + inner->text();
+    }
+    return texts;
+}
+
+QAction* actionOf(const QMenu* menu, const QString& text)
+{
+    for (QAction* a : menu->actions())
+        if (a->text() == text)
+            return a;
+    return nullptr;
+}
+
+// Clicks the item of that text in the open menu; "submenu>item" opens the
+// submenu first, as the pointer does.
+void clickItem(QMenu* menu, const QString& choose)
+{
+    const QStringList parts = choose.split(QLatin1Char('>'));
+    QAction* item = actionOf(menu, parts.first());
+    if (!item) {
+        ADD_FAILURE() << "no item " << parts.first().toStdString();
+        menu->close();
+        return;
+    }
+    QTest::mouseClick(menu, Qt::LeftButton, {}, menu->actionGeometry(item).center());
+    if (parts.size() == 1)
+        return;
+    QMenu* sub = item->menu();
+    QTest::qWait(150); // a submenu opens after the pointer rests on its item
+    QAction* inner = sub ? actionOf(sub, parts.at(1)) : nullptr;
+    if (!inner || !sub->isVisible()) {
+        ADD_FAILURE() << "no open submenu item " << choose.toStdString();
+        menu->close();
+        return;
+    }
+    QTest::mouseClick(sub, Qt::LeftButton, {}, sub->actionGeometry(inner).center());
+}
+
+class RowActions : public Prefs {
+protected:
+    // Selects the rows by name (a click, then Ctrl+clicks), opens the context
+    // menu over the first as a right click does, and gives back its texts;
+    // with choose, that item is clicked. No menu gives an empty list.
+    QStringList contextMenu(const QStringList& names, const QString& choose = QString())
+    {
+        QList<QPersistentModelIndex> rows;
+        for (const QString& name : names) {
+            rows << row(name);
+            if (!rows.last().isValid()) {
+                ADD_FAILURE() << "no row " << name.toStdString();
+                return {};
+            }
+        }
+        return contextMenuOn(rows, choose);
+    }
+    QStringList contextMenuOn(const QList<QPersistentModelIndex>& rows, const QString& choose = QString())
+    {
+        tree->clearSelection();
+        for (int i = 0; i < rows.size(); ++i) {
+            const QModelIndex r = rows.at(i);
+            tree->scrollTo(r);
+            QTest::mouseClick(tree->viewport(), Qt::LeftButton, i == 0 ? Qt::NoModifier : Qt::ControlModifier,
+                              nameCell(r));
+        }
+        QStringList texts;
+        QTimer::singleShot(0, tree, [&] {
+            auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+            if (!menu)
+                return;
+            texts = menuTexts(menu);
+            if (choose.isEmpty())
+                menu->close();
+            else
+                clickItem(menu, choose);
+        });
+        const QPoint at = nameCell(rows.first());
+        QContextMenuEvent event(QContextMenuEvent::Mouse, at, tree->viewport()->mapToGlobal(at));
+        QCoreApplication::sendEvent(tree->viewport(), &event);
+        QCoreApplication::processEvents(); // no menu: the answer above finds none, now
+        return texts;
+    }
+    // A point on the row's name, clear of its check box and badges.
+    QPoint nameCell(const QModelIndex& index) const
+    {
+        const QRect cell = tree->visualRect(index);
+        return QPoint(cell.left() + 60, cell.center().y());
+    }
+    // The whole pairs of a VST2 plugin (a split leaves a one-sided entry behind).
+    QList<QVlorPluginPairs::Entry> pairsOf(qint64 vst2Id) const
+    {
+        QList<QVlorPluginPairs::Entry> found;
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.vst2 == vst2Id && !e.vst3.isEmpty())
+                found << e;
+        return found;
+    }
+};
+
+} // namespace
+
+TEST_F(RowActions, TheItemsFollowTheSelection)
+{
+    struct Case {
+        QStringList select;
+        QStringList has;
+        QStringList hasNot;
+    };
+    const QString pairWith = QStringLiteral("Pair with...");
+    const std::vector<Case> cases = {
+        // One VST2 plugin: its partners are the unpaired VST3 classes, by name.
+        {{QStringLiteral("Vlor Fixture Stereo")},
+         {pairWith, QStringLiteral("Pair with...>Fixture Alone"), QStringLiteral("Pair with...>Fixture Gain"),
+          QStringLiteral("Update Plugin"), QStringLiteral("Open file location")},
+         {QStringLiteral("Split Pair"), QStringLiteral("Join Pair"), QStringLiteral("Add Plugin"),
+          QStringLiteral("Remove from catalog")}},
+        // One VST3 class: the VST2 plugin is its partner; nothing to update.
+        {{QStringLiteral("Fixture Gain")},
+         {pairWith, QStringLiteral("Pair with...>Vlor Fixture Stereo"), QStringLiteral("Open file location")},
+         {QStringLiteral("Update Plugin"), QStringLiteral("Split Pair")}},
+        // One of each: they can be joined; plural texts; no single-row items.
+        {{QStringLiteral("Vlor Fixture Stereo"), QStringLiteral("Fixture Gain")},
+         {QStringLiteral("Join Pair"), QStringLiteral("Update Plugins")},
+         {pairWith, QStringLiteral("Open file location"), QStringLiteral("Update Plugin")}},
+        // Two of one format cannot be joined.
+        {{QStringLiteral("Fixture Gain"), QStringLiteral("Fixture Alone")}, {}, {QStringLiteral("Join Pair"), pairWith}},
+        // A bundle's group: its children's format, after a separator.
+        {{QStringLiteral("Effects")},
+         {QStringLiteral("Reset Plugin"), QStringLiteral("--"), QStringLiteral("Use VST3 in all children"),
+          QStringLiteral("Use VST2 in all children")},
+         {pairWith}},
+    };
+    for (const Case& c : cases) {
+        const QStringList texts = contextMenu(c.select);
+        const std::string what = c.select.join(QStringLiteral(" + ")).toStdString() + ": " +
+                                 texts.join(QStringLiteral(" | ")).toStdString();
+        for (const QString& t : c.has)
+            EXPECT_TRUE(texts.contains(t)) << what << " lacks " << t.toStdString();
+        for (const QString& t : c.hasNot)
+            EXPECT_FALSE(texts.contains(t)) << what << " has " << t.toStdString();
+    }
+    // Partners: of the same vendor first, then by name.
+    const QStringList partners = contextMenu({QStringLiteral("Vlor Fixture Stereo")}).filter(QStringLiteral("Pair with...>"));
+    EXPECT_EQ(partners, (QStringList{QStringLiteral("Pair with...>Fixture Alone"), QStringLiteral("Pair with...>Fixture Endless"),
+                                     QStringLiteral("Pair with...>Fixture Fails"), QStringLiteral("Pair with...>Fixture Gain")}));
+
+    // A busy row offers nothing.
+    vst3->markClassesVerifying({kAlone});
+    settle();
+    EXPECT_TRUE(contextMenu({QStringLiteral("Fixture Alone")}).isEmpty());
+}
+
+TEST_F(RowActions, PairWithSplitAndJoinReachThePairStoreAndLastThroughRescansAndRestarts)
+{
+    // Paired by hand from the VST2 row: its format stays the active one.
+    contextMenu({QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Pair with...>Fixture Gain"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).size() == 1;
+    }, 10000));
+    QList<QVlorPluginPairs::Entry> pair = pairsOf(kStereoId);
+    EXPECT_EQ(pair.first().vst3, kGain);
+    EXPECT_EQ(pair.first().activeFormat, QStringLiteral("vst2"));
+    const QString pairId = pair.first().pairId;
+    EXPECT_TRUE(rowOfPair(pairId).isValid());
+    EXPECT_FALSE(row(QStringLiteral("Fixture Gain")).isValid()) << "one row for the pair";
+
+    ASSERT_TRUE(rescanByButton());
+    EXPECT_EQ(pairsOf(kStereoId).size(), 1) << "after a rescan";
+    restart();
+    ASSERT_EQ(pairsOf(kStereoId).size(), 1) << "after a restart";
+    EXPECT_EQ(pairsOf(kStereoId).first().pairId, pairId);
+
+    // Split: two rows again, and they stay two.
+    contextMenu({rowOf(rowOfPair(pairId)).name}, QStringLiteral("Split Pair"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).isEmpty() && row(QStringLiteral("Fixture Gain")).isValid() &&
+               row(QStringLiteral("Vlor Fixture Stereo")).isValid();
+    }, 10000));
+    ASSERT_TRUE(rescanByButton());
+    EXPECT_TRUE(pairsOf(kStereoId).isEmpty()) << "a split pair stays split";
+
+    // Join: both on, so the row under the pointer decides the active format.
+    contextMenu({QStringLiteral("Fixture Gain"), QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Join Pair"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).size() == 1;
+    }, 10000));
+    EXPECT_EQ(pairsOf(kStereoId).first().activeFormat, QStringLiteral("vst3"));
+    restart();
+    EXPECT_EQ(pairsOf(kStereoId).size(), 1) << "joined, after a restart";
+}
+
+TEST_F(RowActions, UpdateRechecksAndAGroupSwitchesItsChildrensFormat)
+{
+    QSignalSpy enabled(vst2, &QVlorVst::Manager::pluginEnabled);
+    contextMenu({QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Update Plugin"));
+    // Marked at once, checked again, and on again.
+    EXPECT_TRUE(rowOf(row(QStringLiteral("Vlor Fixture Stereo"))).vst2.state == QStringLiteral("verifying") ||
+                enabled.count() > 0);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return enabled.count() > 0 && rowOf(row(QStringLiteral("Vlor Fixture Stereo"))).vst2.state.isEmpty();
+    }, 20000));
+    EXPECT_TRUE(stereoPlugin(vst2).isEnabled());
+    EXPECT_FALSE(stereoPlugin(vst2).needRecheck());
+
+    vst3->addManualPair(kStereoId, kGain, QStringLiteral("vst3"));
+    settle();
+    const QString pairId = pairsOf(kStereoId).value(0).pairId;
+    ASSERT_FALSE(pairId.isEmpty());
+    // The group the pair's row stands in.
+    const QPersistentModelIndex group = rowOfPair(pairId).parent();
+    ASSERT_EQ(group.data().toString(), QStringLiteral("Effects"));
+    contextMenuOn({group}, QStringLiteral("Use VST2 in all children"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).value(0).activeFormat == QStringLiteral("vst2");
+    }, 10000));
+    contextMenuOn({rowOfPair(pairId).parent()}, QStringLiteral("Use VST3 in all children"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).value(0).activeFormat == QStringLiteral("vst3");
+    }, 10000));
+}
+
+TEST_F(RowActions, AMissingClassIsRemovedFromTheCatalog)
+{
+    ASSERT_TRUE(QDir(plugins.bundle).removeRecursively());
+    vst3->rescanPlugins();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOf(row(QStringLiteral("Fixture Gain"))).vst3.state == QStringLiteral("missing");
+    }, 20000));
+    const QStringList texts = contextMenu({QStringLiteral("Fixture Gain")});
+    EXPECT_TRUE(texts.contains(QStringLiteral("Remove from catalog"))) << texts.join(QLatin1Char('|')).toStdString();
+    EXPECT_FALSE(texts.contains(QStringLiteral("Open file location"))) << "a missing file has no place";
+    contextMenu({QStringLiteral("Fixture Gain")}, QStringLiteral("Remove from catalog"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !row(QStringLiteral("Fixture Gain")).isValid();
+    }, 10000));
+    EXPECT_EQ(vst3->catalogCopy().findClass(kGain), nullptr);
+}
+
+// The search paths dialog.
+
+namespace {
+
+constexpr int kFolderRole = Qt::UserRole + 1;
+
+QModelIndex folderRow(QStandardItem* parent, const QString& folder)
+{
+    for (int i = 0; parent && i < parent->rowCount(); ++i)
+        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
+            return parent->child(i, 0)->index();
+    return QModelIndex();
+}
+
+} // namespace
+
+class SearchPaths : public RowActions {
+protected:
+    void SetUp() override
+    {
+        RowActions::SetUp();
+        dialog = std::make_unique<QVlorSearchPathsDialog>();
+        dialog->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog.get()));
+        view = dialog->findChild<QTreeView*>(QStringLiteral("searchPathsTree"));
+        ASSERT_NE(view, nullptr);
+    }
+    void TearDown() override
+    {
+        QVlorDialogs::setAnswerer({});
+        dialog.reset();
+        QVlorVst::Manager::setScanEnabled(true);
+        RowActions::TearDown();
+    }
+    // The add button of a format's row, the remove button of a folder's.
+    QPoint button(const QModelIndex& index) const
+    {
+        return QVlorPathOriginDelegate::buttonRect(view->visualRect(index.siblingAtColumn(1))).center().toPoint();
+    }
+    void clickIn(const QPoint& at) { QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at); }
+    QPoint checkBoxOf(const QModelIndex& index) const
+    {
+        QStyleOptionViewItem opt;
+        opt.initFrom(view);
+        opt.rect = view->visualRect(index);
+        opt.rect.setLeft(opt.rect.left() + 6);
+        opt.features = QStyleOptionViewItem::HasCheckIndicator | QStyleOptionViewItem::HasDisplay;
+        opt.text = index.data().toString();
+        opt.widget = view;
+        return view->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, view).center();
+    }
+    void answerFolder(const QString& folder)
+    {
+        QVlorDialogs::setAnswerer([folder](const QVlorDialogs::Question& q) {
+            QVlorDialogs::Answer a;
+            if (q.kind == QLatin1String("directory"))
+                a.directory = folder;
+            return a;
+        });
+    }
+
+    std::unique_ptr<QVlorSearchPathsDialog> dialog;
+    QTreeView* view = nullptr;
+};
+
+TEST_F(SearchPaths, NoEditCallsNothingAndAnAddedThenRemovedFolderLeavesNoTrace)
+{
+    QSignalSpy changed(dialog.get(), &QVlorSearchPathsDialog::pathsChanged);
+    QSignalSpy added(vst2, &QVlorVst::Manager::pathAdded);
+    QSignalSpy began(vst2, &QVlorVst::Manager::beginScan);
+    QTest::keyClick(dialog.get(), Qt::Key_Escape);
+    EXPECT_FALSE(dialog->isVisible());
+    EXPECT_EQ(changed.count(), 0);
+
+    dialog->show();
+    const TempDir extra;
+    answerFolder(QString::fromStdString(extra.path()));
+    QStandardItem* vst2Parent = dialog->parentItemFor(QStringLiteral("vst2"));
+    clickIn(button(vst2Parent->index()));
+    const QModelIndex folder = folderRow(vst2Parent, QString::fromStdString(extra.path()));
+    ASSERT_TRUE(folder.isValid());
+    EXPECT_EQ(QVlorDialogs::takeAsked().value(0).title, QStringLiteral("Select Directory"));
+    clickIn(button(folder));
+    EXPECT_FALSE(folderRow(vst2Parent, QString::fromStdString(extra.path())).isValid());
+    dialog->close(); // the window's close button
+    settle();
+    EXPECT_EQ(changed.count(), 0);
+    EXPECT_EQ(added.count(), 0);
+    EXPECT_EQ(began.count(), 0);
+}
+
+TEST_F(SearchPaths, ASystemFolderCanBeSwitchedOffButNotRemoved)
+{
+    QStandardItem* vst3Parent = dialog->parentItemFor(QStringLiteral("vst3"));
+    const QString system = QVlorVst3::Manager::SystemPaths().first();
+    const QModelIndex folder = folderRow(vst3Parent, system);
+    ASSERT_TRUE(folder.isValid());
+    clickIn(button(folder));
+    EXPECT_TRUE(folderRow(vst3Parent, system).isValid()) << "no remove button";
+    bool menu = false;
+    QTimer::singleShot(0, dialog.get(), [&] {
+        if (auto* m = qobject_cast<QMenu*>(QApplication::activePopupWidget())) {
+            menu = true;
+            m->close();
+        }
+    });
+    const QPoint at = view->visualRect(folder).center();
+    QContextMenuEvent event(QContextMenuEvent::Mouse, at, view->viewport()->mapToGlobal(at));
+    QCoreApplication::sendEvent(view->viewport(), &event);
+    QCoreApplication::processEvents();
+    EXPECT_FALSE(menu) << "no Remove item for a system folder";
+
+    QSignalSpy changed(dialog.get(), &QVlorSearchPathsDialog::pathsChanged);
+    clickIn(checkBoxOf(folder));
+    EXPECT_EQ(folder.data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    dialog->accept();
+    EXPECT_EQ(changed.count(), 1) << "switched off: the rows change, nothing is scanned";
+    EXPECT_TRUE(QVlorSetting::global().getStringList(QLatin1String(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS)).contains(system));
+    QVlorSetting::global().remove(QLatin1String(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS));
+}
+
+TEST_F(SearchPaths, AFormatSwitchedOffDimsItsFoldersBlocksTheirButtonsAndScansNothing)
+{
+    QSignalSpy began(vst2, &QVlorVst::Manager::beginScan);
+    QStandardItem* vst2Parent = dialog->parentItemFor(QStringLiteral("vst2"));
+    clickIn(checkBoxOf(vst2Parent->index()));
+    ASSERT_EQ(vst2Parent->checkState(), Qt::Unchecked);
+    const QModelIndex folder = folderRow(vst2Parent, plugins.vst2Folder());
+    ASSERT_TRUE(folder.isValid());
+    EXPECT_EQ(folder.data(Qt::ForegroundRole).value<QBrush>().color(),
+              dialog->palette().color(QPalette::Disabled, QPalette::Text));
+    clickIn(button(folder)); // a user folder's remove button, blocked while the format is off
+    EXPECT_TRUE(folderRow(vst2Parent, plugins.vst2Folder()).isValid());
+    QTest::keyClick(dialog.get(), Qt::Key_Escape);
+    settle();
+    EXPECT_FALSE(QVlorVst::Manager::isScanEnabled());
+    EXPECT_EQ(began.count(), 0);
+    // The page dims the format's rows: nothing of VST2 is offered as new.
+    page->rebuildRows();
+    settle();
+    EXPECT_FALSE(rawRow(UpmNewSectionVst2).isValid());
+}
+
+TEST_F(SearchPaths, AFolderAddedThroughThePageIsScannedAndItsPluginsAppear)
+{
+    dialog.reset();
+    const TempDir extra;
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-many-params.so"),
+                            QString::fromStdString(extra.file("ManyParams.so"))));
+    answerFolder(QString::fromStdString(extra.path()));
+    bool seen = false;
+    QTimer::singleShot(100, page.get(), [&] {
+        auto* paths = qobject_cast<QVlorSearchPathsDialog*>(QApplication::activeModalWidget());
+        if (!paths)
+            return;
+        seen = true;
+        auto* tree = paths->findChild<QTreeView*>(QStringLiteral("searchPathsTree"));
+        const QModelIndex parent = paths->parentItemFor(QStringLiteral("vst2"))->index();
+        QTest::mouseClick(tree->viewport(), Qt::LeftButton, {},
+                          QVlorPathOriginDelegate::buttonRect(tree->visualRect(parent.siblingAtColumn(1))).center().toPoint());
+        QTest::keyClick(paths, Qt::Key_Escape);
+    });
+    QTest::mouseClick(page->findChild<QPushButton*>(QStringLiteral("managePathsBtn")), Qt::LeftButton);
+    ASSERT_TRUE(seen) << "the dialog did not open";
+    EXPECT_TRUE(waitFor([&] {
+        settle();
+        const QModelIndex raw = rawRow(UpmNewSectionVst2);
+        return raw.isValid() && raw.parent().data(UpmNewPathRole).toString() == QString::fromStdString(extra.path());
+    }, 20000));
+}
+
+TEST_F(SearchPaths, SwitchingAFolderOffChangesTheRowsAndOnAgainScans)
+{
+    QStandardItem* vst2Parent = dialog->parentItemFor(QStringLiteral("vst2"));
+    QSignalSpy changed(dialog.get(), &QVlorSearchPathsDialog::pathsChanged);
+    QSignalSpy began(vst2, &QVlorVst::Manager::beginScan);
+    clickIn(checkBoxOf(folderRow(vst2Parent, plugins.vst2Folder())));
+    dialog->accept();
+    settle();
+    EXPECT_EQ(changed.count(), 1);
+    EXPECT_EQ(began.count(), 0);
+    bool off = false;
+    for (const QVlorVst::Path& path : vst2->pathsCopy())
+        off = off || (path.absolutePath() == plugins.vst2Folder() && !path.isEnabled());
+    EXPECT_TRUE(off);
+
+    dialog->reload();
+    dialog->show();
+    vst2Parent = dialog->parentItemFor(QStringLiteral("vst2"));
+    const QModelIndex folder = folderRow(vst2Parent, plugins.vst2Folder());
+    ASSERT_EQ(folder.data(Qt::CheckStateRole).toInt(), Qt::Unchecked);
+    clickIn(checkBoxOf(folder));
+    dialog->accept();
+    settle();
+    EXPECT_EQ(changed.count(), 1) << "a scan follows instead";
+    EXPECT_GE(began.count(), 1);
+}
