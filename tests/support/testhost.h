@@ -1,5 +1,5 @@
-// The application's side of the library's wiring, for tests: no menu, no
-// audio; it keeps what it is told.
+// The application's side of the library's wiring, for tests: no audio, and
+// a main menu only when a test gives one; it keeps what it is told.
 #pragma once
 
 #include "QVlorAudio.h"
@@ -20,7 +20,7 @@ namespace vlortest {
 class TestHost : public QVlorAudioPlugins::Host {
 public:
     void announceNewPlugins(const QList<QString>& names) override { announced << names; }
-    QMenu* mainMenu() override { return nullptr; }
+    QMenu* mainMenu() override { return menu; }
     void registerAction(QAction*, const QString&, const QString&, const QString&) override {}
     void registerQuickOpen(int, QAction*, const QString&, const QString&, const QString&, const QString&,
                            const QString&) override
@@ -32,6 +32,7 @@ public:
     void presentEffectWidget(QVlorFxWidget*, QAction*, const QString&, const QString&) override {}
 
     QList<QString> announced;
+    QMenu* menu = nullptr;
 };
 
 // Waits until both installed managers have done what was asked of them so far.

@@ -130,7 +130,7 @@ protected:
         vst3 = QVlorAudioPlugins::vst3Manager();
         vst2->loadCatalog();
         vst2->updatePlugins(false, false);
-        vst3->setSearchPathsForTesting({plugins.vst3Folder()});
+        vst3->setSearchPathsForTesting(vst3Folders.isEmpty() ? QStringList{plugins.vst3Folder()} : vst3Folders);
         vst3->searchPlugins(false);
         settle();
         openPage();
@@ -221,6 +221,7 @@ protected:
     }
 
     const FixturePlugins plugins;
+    QStringList vst3Folders; // searched after a restart; the fixture's folder when empty
     TestHost host;
     QVlorVst::Manager* vst2 = nullptr;
     QVlorVst3::Manager* vst3 = nullptr;

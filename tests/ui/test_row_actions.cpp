@@ -5,10 +5,15 @@
 #include "prefs_fixture.h"
 
 #include "QVlorDialogs.h"
+#include "QVlorPluginsMenu.h"
 #include "QVlorSearchPathsDialog.h"
 
 #include <QApplication>
 #include <QContextMenuEvent>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QMenu>
 #include <QProcess>
 #include <QPushButton>
@@ -474,4 +479,202 @@ TEST_F(SearchPaths, SwitchingAFolderOffChangesTheRowsAndOnAgainScans)
     settle();
     EXPECT_EQ(changed.count(), 1) << "a scan follows instead";
     EXPECT_GE(began.count(), 1);
+}
+
+bool copyTree(const QString& from, const QString& to)
+{
+    if (QFileInfo(from).isFile())
+        return QFile::copy(from, to);
+    QDir().mkpath(to);
+    for (const QFileInfo& entry : QDir(from).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        if (!copyTree(entry.absoluteFilePath(), to + QLatin1Char('/') + entry.fileName()))
+            return false;
+    return true;
+}
+
+// Real plugins: the zam twins the matcher pairs, split and joined again by
+// hand, and two plugins no matcher pairs, paired by hand. After each step and
+// after a restart the page, the Plugins menu and `vlorfx list` tell the same.
+class RealPairs : public RowActions {
+protected:
+    void SetUp() override
+    {
+        if (!QFileInfo::exists(kZamVst2) || !QFileInfo::exists(kZamVst3))
+            GTEST_SKIP() << "zam-plugins is not installed (" << kZamVst2.toStdString() << ")";
+        RowActions::SetUp();
+        // Copies of one real product in both formats, in folders of their own.
+        const QString vst2Folder = QString::fromStdString(real.file("vst2"));
+        const QString vst3Folder = QString::fromStdString(real.file("vst3"));
+        QDir().mkpath(vst2Folder);
+        QDir().mkpath(vst3Folder);
+        ASSERT_TRUE(QFile::copy(kZamVst2, vst2Folder + QStringLiteral("/ZamComp-vst.so")));
+        ASSERT_TRUE(copyTree(kZamVst3, vst3Folder + QStringLiteral("/ZamComp.vst3")));
+        vst3Folders = {plugins.vst3Folder(), vst3Folder};
+        host.menu = new QMenu(QStringLiteral("Main"));
+        vst2->addPath(vst2Folder);
+        vst2->updatePlugins(true, false);
+        vst2->enableNewPlugins();
+        vst3->setSearchPathsForTesting(vst3Folders);
+        vst3->searchPlugins(true);
+        vst3->enableNewPlugins();
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            return !zamPair().isEmpty();
+        }, 20000)) << "the matcher did not pair ZamComp" << debugState();
+    }
+    void TearDown() override
+    {
+        if (IsSkipped())
+            return;
+        RowActions::TearDown();
+        delete host.menu;
+    }
+
+    std::string debugState() const
+    {
+        QString t;
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                t += QStringLiteral(" vst2:%1/%2/%3").arg(p.name()).arg(p.uniqueId()).arg(p.state());
+        const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+        for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+            for (const QVlorVst3::CatalogClass& c : b.classes())
+                t += QStringLiteral(" vst3:%1/%2").arg(c.name()).arg(int(c.state()));
+        t += QStringLiteral(" pairs:%1").arg(vst3->pairsEntriesCopy().size());
+        return t.toStdString();
+    }
+    qint64 zamId() const
+    {
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                if (p.name() == QLatin1String("ZamComp"))
+                    return p.uniqueId();
+        return 0;
+    }
+    QString zamPair() const
+    {
+        const qint64 id = zamId();
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (id != 0 && e.vst2 == id && !e.vst3.isEmpty())
+                return e.pairId;
+        return QString();
+    }
+    QList<QPersistentModelIndex> rowsNamed(const QString& name, const QModelIndex& parent = QModelIndex()) const
+    {
+        QList<QPersistentModelIndex> found;
+        for (int i = 0; i < tree->model()->rowCount(parent); ++i) {
+            const QModelIndex child = tree->model()->index(i, 0, parent);
+            if (child.data(UpmRowRole).isValid() && child.data().toString() == name)
+                found << child;
+            found += rowsNamed(name, child);
+        }
+        return found;
+    }
+    // What each of the three says of a product: its rows on the page, its
+    // entries in the menu, and whether `vlorfx list` holds the pair.
+    struct Told {
+        QStringList page;
+        QStringList menu;
+        bool listPaired = false;
+    };
+    Told told(const QString& name, qint64 vst2Id, const QString& cid)
+    {
+        Told t;
+        for (const QPersistentModelIndex& r : rowsNamed(name)) {
+            const UnifiedRow row = rowOf(r);
+            if (row.inUse())
+                t.page << name + (row.vst3.active ? QStringLiteral(" \u00B7 VST3") : QStringLiteral(" \u00B7 VST2"));
+        }
+        t.page.sort();
+        auto* controller = QVlorAudioPlugins::UI::menuController();
+        controller->rebuildPluginsMenuNow();
+        if (QMenu* menu = controller->pluginsMenu())
+            for (QAction* vendor : menu->actions())
+                if (vendor->menu())
+                    for (QAction* entry : vendor->menu()->actions())
+                        if (entry->text().startsWith(name + QStringLiteral(" \u00B7 ")))
+                            t.menu << entry->text();
+        t.menu.sort();
+        vst2->saveCatalog();
+        vst3->saveCatalogAndPairs();
+        settle();
+        QProcess list;
+        list.start(QStringLiteral(VLOR_BIN_DIR "/vlorfx"),
+                   {QStringLiteral("--data"), QString::fromStdString(dataDir()), QStringLiteral("list"), QStringLiteral("--json")});
+        if (!list.waitForFinished(30000) || list.exitCode() != 0) {
+            ADD_FAILURE() << "vlorfx list: " << list.readAllStandardError().toStdString();
+            return t;
+        }
+        const QJsonArray pairs = QJsonDocument::fromJson(list.readAllStandardOutput()).object().value(QStringLiteral("pairs"))
+                                     .toObject().value(QStringLiteral("pairs")).toArray();
+        for (const QJsonValue& p : pairs)
+            t.listPaired = t.listPaired || (p.toObject().value(QStringLiteral("vst2")).toInteger() == vst2Id &&
+                                            p.toObject().value(QStringLiteral("vst3")).toString() == cid);
+        return t;
+    }
+    // The three agree: one row and one entry for a pair that the list holds, one of each format otherwise.
+    void expectAgreement(const QString& name, qint64 vst2Id, const QString& cid, bool paired, const char* when)
+    {
+        const Told t = told(name, vst2Id, cid);
+        EXPECT_EQ(t.listPaired, paired) << when;
+        EXPECT_EQ(t.page, t.menu) << when;
+        EXPECT_EQ(t.page.size(), paired ? 1 : 2) << when << ": " << t.page.join(QLatin1Char('|')).toStdString();
+    }
+
+    static inline const QString kZamVst2 = QStringLiteral("/usr/lib/vst/ZamComp-vst.so");
+    static inline const QString kZamVst3 = QStringLiteral("/usr/lib/vst3/ZamComp.vst3");
+    TempDir real;
+};
+
+TEST_F(RealPairs, SplitAndRejoinAZamPairAndPairTwoPluginsByHandAllTellingTheSame)
+{
+    const qint64 zam = zamId();
+    QString cid;
+    for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+        if (e.vst2 == zam)
+            cid = e.vst3;
+    ASSERT_FALSE(cid.isEmpty());
+    const QString name = QStringLiteral("ZamComp");
+    expectAgreement(name, zam, cid, true, "as the matcher paired it");
+
+    // The product's twins as two rows, both in use: the split keeps the VST3 side
+    // active, and the VST2 plugin is switched on by its box.
+    contextMenuOn({rowsNamed(name).value(0)}, QStringLiteral("Split Pair"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return zamPair().isEmpty() && rowsNamed(name).size() == 2;
+    }, 20000));
+    for (const QPersistentModelIndex& r : rowsNamed(name))
+        if (!rowOf(r).inUse())
+            click(checkBox(r));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        const QList<QPersistentModelIndex> rows = rowsNamed(name);
+        return rows.size() == 2 && rowOf(rows[0]).inUse() && rowOf(rows[1]).inUse();
+    }, 20000));
+    expectAgreement(name, zam, cid, false, "split");
+
+    contextMenuOn(rowsNamed(name), QStringLiteral("Join Pair"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !zamPair().isEmpty() && rowsNamed(name).size() == 1;
+    }, 20000));
+    expectAgreement(name, zam, cid, true, "joined by hand");
+
+    // Two plugins no matcher would pair (fixtures: no DPF or LSP product here
+    // comes in both formats).
+    contextMenu({QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Pair with...>Fixture Gain"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return pairsOf(kStereoId).size() == 1;
+    }, 20000));
+    expectAgreement(QStringLiteral("Vlor Fixture Stereo"), kStereoId, kGain, true, "fixtures paired by hand");
+
+    restart();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowsNamed(name).size() == 1;
+    }, 20000));
+    expectAgreement(name, zam, cid, true, "after a restart");
+    expectAgreement(QStringLiteral("Vlor Fixture Stereo"), kStereoId, kGain, true, "after a restart");
 }
