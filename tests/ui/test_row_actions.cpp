@@ -678,3 +678,45 @@ TEST_F(RealPairs, SplitAndRejoinAZamPairAndPairTwoPluginsByHandAllTellingTheSame
     expectAgreement(name, zam, cid, true, "after a restart");
     expectAgreement(QStringLiteral("Vlor Fixture Stereo"), kStereoId, kGain, true, "after a restart");
 }
+
+TEST_F(RowActions, ResetForgetsAPluginAndOffersItAsNew)
+{
+    const QStringList texts = contextMenu({QStringLiteral("Vlor Fixture Stereo")});
+    ASSERT_TRUE(texts.contains(QStringLiteral("Reset Plugin"))) << texts.join(QLatin1Char('|')).toStdString();
+    contextMenu({QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Reset Plugin"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                if (p.filename() == plugins.vst2File)
+                    return p.isNew() && !p.isEnabled() && rawRow(UpmNewSectionVst2).isValid();
+        return false;
+    }, 20000));
+    // Its Add button brings it back as it was.
+    click(badge(rawRow(UpmNewSectionVst2), 1).center().toPoint());
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return stereoPlugin(vst2).isEnabled() && row(QStringLiteral("Vlor Fixture Stereo")).isValid();
+    }, 20000));
+}
+
+TEST_F(SearchPaths, AVst3FolderAddedAndLaterRemovedIsForgotten)
+{
+    const QString key = QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
+    const TempDir extra;
+    const QString folder = QString::fromStdString(extra.path());
+    answerFolder(folder);
+    clickIn(button(dialog->parentItemFor(QStringLiteral("vst3"))->index()));
+    QTest::keyClick(dialog.get(), Qt::Key_Escape);
+    EXPECT_TRUE(QVlorSetting::global().getStringList(key).contains(folder));
+
+    // Opened again: the folder is the user's, and its cross removes it.
+    dialog->reload();
+    dialog->show();
+    const QModelIndex row = folderRow(dialog->parentItemFor(QStringLiteral("vst3")), folder);
+    ASSERT_TRUE(row.isValid());
+    EXPECT_TRUE(row.data(Qt::UserRole + 2).toBool());
+    clickIn(button(row));
+    dialog->accept();
+    EXPECT_FALSE(QVlorSetting::global().getStringList(key).contains(folder));
+}
