@@ -47,6 +47,7 @@ const Command kCommands[] = {
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
     {"menu", cmdMenu, "print the Plugins menu as the editor gets it: vendors, entries, action ids"},
     {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},
+    {"gui", nullptr, "the reference editor: open audio, pick, try and apply effects, undo, manage plugins", true},
     {"prefs", cmdPrefs, "show the plugin manager page: both formats in one tree, filter, switches, badges", true},
 };
 
@@ -203,7 +204,8 @@ int main(int argc, char** argv)
         qInstallMessageHandler(messageHandler);
         if (!std::getenv("VLORFX_VERBOSE"))
             BLDEBUG_SetStderrEnabled(0);
-        return runWithLibrary(c, argc, argv);
+        // The editor with windows is its own host; every other command shares one without.
+        return c.run ? runWithLibrary(c, argc, argv) : runGui(argc, argv);
     }
     std::fprintf(stderr, "vlorfx: unknown command '%s'\n", argv[1]);
     usage(stderr);

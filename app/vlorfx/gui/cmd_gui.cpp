@@ -1,0 +1,255 @@
+// vlorfx gui: the reference editor with windows. The library comes up as in
+// any editor: Initialize, UI::install with this window as its Host, the
+// catalogs loaded; the window supplies only the Host and the editor's basics.
+#include "window.h"
+
+#include "../commands.h"
+#include "../text.h"
+
+#include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginsMenu.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst_Manager.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDir>
+#include <QMenu>
+#include <QMenuBar>
+#include <QPainter>
+#include <QPixmap>
+#include <QScreen>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QWindow>
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const kGuiHelp =
+    "usage: vlorfx gui [--theme light|dark] [--screenshot DIR] [AUDIO_FILE]\n\n"
+    "The reference editor: open an audio file, select part of it with the mouse,\n"
+    "pick an effect from the Plugins menu, try it in its dialog and Apply it (Edit >\n"
+    "Undo takes it back); Tools has Quick Open (Ctrl+K), the shortcuts of every\n"
+    "command and plugin, and the plugin manager in Preferences.\n\n"
+    "  --theme T          light (the default) or dark\n"
+    "  --screenshot DIR   start on a generated sound, save pictures of the window,\n"
+    "                     the Plugins menu, the preferences and two effect dialogs\n"
+    "                     (a plugin's own editor needs a display: xvfb-run), and quit\n";
+
+// A second of a chord, so that an effect shows in the waveform.
+QString generatedAudio(const QString& folder)
+{
+    const QString file = QDir(folder).filePath(QStringLiteral("chord.wav"));
+    SF_INFO info{};
+    info.channels = 2;
+    info.samplerate = 44100;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* f = sf_open(QFile::encodeName(file).constData(), SFM_WRITE, &info);
+    if (!f)
+        return QString();
+    std::vector<float> v(size_t(2 * 88200));
+    for (size_t i = 0; i < v.size() / 2; ++i) {
+        const double t = double(i) / 44100.0;
+        const double envelope = std::exp(-1.5 * t);
+        const float s = float(0.25 * envelope *
+                              (std::sin(2 * M_PI * 220 * t) + std::sin(2 * M_PI * 277.2 * t) + std::sin(2 * M_PI * 329.6 * t)));
+        v[2 * i] = s;
+        v[2 * i + 1] = s * 0.8f;
+    }
+    sf_writef_float(f, v.data(), sf_count_t(v.size() / 2));
+    sf_close(f);
+    return file;
+}
+
+QPixmap pictureOf(QWidget* window)
+{
+    if (QGuiApplication::platformName() == QLatin1String("xcb") && window->screen())
+        return window->screen()->grabWindow(window->winId());
+    return window->grab();
+}
+
+QAction* entryNamed(QMenu* menu, const QString& prefix)
+{
+    for (QAction* a : menu->actions()) {
+        if (a->menu())
+            if (QAction* inner = entryNamed(a->menu(), prefix))
+                return inner;
+        if (!a->menu() && a->text().startsWith(prefix))
+            return a;
+    }
+    return nullptr;
+}
+
+// Saves the pictures one after the other, each once its window has painted.
+class Screenshots : public QObject {
+public:
+    Screenshots(vlorfx::MainWindow* window, const QString& folder) : m_window(window), m_folder(folder) {}
+
+    void start()
+    {
+        m_steps = {
+            [this] { save(m_window, "gui-main"); },
+            [this] {
+                QMenu* plugins = QAudioMenu();
+                if (!plugins)
+                    return;
+                // The menu with its first vendor open, drawn over the window.
+                plugins->popup(m_window->mapToGlobal(QPoint(220, 30)));
+                QTimer::singleShot(300, this, [this, plugins] {
+                    QPixmap shot = pictureOf(m_window);
+                    QPainter painter(&shot);
+                    painter.drawPixmap(m_window->mapFromGlobal(plugins->pos()), plugins->grab());
+                    painter.end();
+                    write(shot, "gui-plugins-menu");
+                    plugins->close();
+                });
+            },
+            [this] {
+                m_window->showPreferences();
+                QTimer::singleShot(400, this, [this] {
+                    if (auto* prefs = m_window->findChild<QDialog*>(QStringLiteral("preferencesDialog"))) {
+                        save(prefs, "gui-preferences");
+                        prefs->hide();
+                    }
+                });
+            },
+            [this] { openEffect(false, "gui-effect-own-editor"); },
+            [this] { openEffect(true, "gui-effect-panel"); },
+            [] { qApp->quit(); },
+        };
+        next();
+    }
+
+private:
+    QMenu* QAudioMenu() const
+    {
+        QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+        return controller ? controller->pluginsMenu() : nullptr;
+    }
+    void next()
+    {
+        if (m_step >= m_steps.size())
+            return;
+        const auto step = m_steps.at(m_step++);
+        QTimer::singleShot(m_step == 1 ? 600 : 1600, this, [this, step] {
+            step();
+            next();
+        });
+    }
+    void openEffect(bool panel, const char* name)
+    {
+        QVlorSetting::global().change(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), panel);
+        QMenu* plugins = QAudioMenu();
+        QAction* zam = plugins ? entryNamed(plugins, QStringLiteral("ZamComp ")) : nullptr;
+        if (!zam && plugins)
+            zam = entryNamed(plugins, QString());
+        if (!zam) {
+            std::fprintf(stderr, "vlorfx gui: the Plugins menu has no effect to show\n");
+            return;
+        }
+        zam->trigger();
+        QTimer::singleShot(1200, this, [this, name, panel] {
+            if (vlorfx::EffectDialog* dialog = m_window->effectDialog()) {
+                save(dialog, name);
+                dialog->close();
+            }
+            if (panel)
+                QVlorSetting::global().remove(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"));
+        });
+    }
+    void save(QWidget* widget, const char* name) { write(pictureOf(widget), name); }
+    void write(const QPixmap& shot, const char* name)
+    {
+        const QString file = QDir(m_folder).filePath(QLatin1String(name) + QStringLiteral(".png"));
+        if (shot.isNull() || !shot.save(file))
+            std::fprintf(stderr, "vlorfx gui: could not save %s\n", vlorfx::printable(file).constData());
+        else
+            std::printf("%s: %dx%d\n", qPrintable(file), shot.width(), shot.height());
+    }
+
+    vlorfx::MainWindow* m_window;
+    QString m_folder;
+    std::vector<std::function<void()>> m_steps;
+    size_t m_step = 0;
+};
+
+} // namespace
+
+int runGui(int argc, char** argv)
+{
+    std::string screenshots, file;
+    int theme = QVlorApplication::Light;
+    for (int i = 2; i < argc; ++i) {
+        const std::string a = argv[i];
+        if (a == "--help" || a == "-h") {
+            std::fputs(kGuiHelp, stdout);
+            return 0;
+        }
+        if (a == "--theme" && i + 1 < argc) {
+            const std::string t = argv[++i];
+            if (t != "light" && t != "dark") {
+                std::fprintf(stderr, "vlorfx gui: --theme is light or dark\n");
+                return 2;
+            }
+            theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
+        } else if (a == "--screenshot" && i + 1 < argc) {
+            screenshots = argv[++i];
+        } else if (!a.empty() && a[0] == '-') {
+            std::fprintf(stderr, "vlorfx gui: unknown option %s (vlorfx gui --help tells more)\n", a.c_str());
+            return 2;
+        } else if (file.empty()) {
+            file = a;
+        } else {
+            std::fprintf(stderr, "vlorfx gui: one audio file at a time\n");
+            return 2;
+        }
+    }
+    // Without a display the window still works, off screen (pictures, tests).
+    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
+        setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    QVlorApplication app(argc, argv);
+    QVlorApplication::applyTheme(theme);
+    QVlorAudioPlugins::Initialize();
+    int status = 0;
+    {
+        vlorfx::MainWindow window;
+        QVlorAudioPlugins::UI::install(&window);
+        if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager()) {
+            vst2->loadCatalog();
+            // The unchanged scan publishes the loaded catalog, as at the editor's start.
+            vst2->updatePlugins(false, false);
+        }
+        window.libraryInstalled();
+        QTemporaryDir generated;
+        QString audio = QString::fromStdString(file);
+        if (!screenshots.empty()) {
+            QDir().mkpath(QString::fromStdString(screenshots));
+            audio = generatedAudio(generated.path());
+            // Pictures are not a first start: no question to answer.
+            QVlorSetting::global().change(QStringLiteral("vlorfx.gui.first_scan_offered"), true);
+        }
+        if (!audio.isEmpty() && !window.openFile(audio))
+            status = 1;
+        window.show();
+        QTimer::singleShot(0, &window, [&window] { window.greet(); });
+        Screenshots shots(&window, QString::fromStdString(screenshots));
+        if (!screenshots.empty())
+            shots.start();
+        const int code = app.exec();
+        status = status ? status : code;
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&window);
+    }
+    QVlorAudioPlugins::Finalize();
+    return status;
+}

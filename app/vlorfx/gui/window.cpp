@@ -1,0 +1,721 @@
+#include "window.h"
+
+#include "../catalog.h"
+
+#include "QVlorApplication.h"
+#include "QVlorAudio.h"
+#include "QVlorDialogs.h"
+#include "QVlorFxWidget.h"
+#include "QVlorPairKeybindings.h"
+#include "QVlorPluginsMenu.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Widget.h"
+#include "QVlorVst_Manager.h"
+#include "QVlorVst_Widget.h"
+#include "QVlorWidgets.h"
+
+#include "audiofx.h"
+
+#include <QAction>
+#include <QCloseEvent>
+#include <QDialogButtonBox>
+#include <QEventLoop>
+#include <QFileDialog>
+#include <QFileInfo>
+#include <QHeaderView>
+#include <QKeySequenceEdit>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenuBar>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QProgressBar>
+#include <QProgressDialog>
+#include <QPushButton>
+#include <QStatusBar>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <atomic>
+#include <cmath>
+
+namespace vlorfx {
+
+namespace {
+
+const char* const kFirstScanOffered = "vlorfx.gui.first_scan_offered";
+
+QString duration(qint64 frames, int rate)
+{
+    if (rate <= 0)
+        return QString();
+    const double seconds = double(frames) / rate;
+    return QStringLiteral("%1:%2").arg(int(seconds) / 60).arg(std::fmod(seconds, 60.0), 6, 'f', 3, QLatin1Char('0'));
+}
+
+struct RenderJob {
+    std::atomic<double> fraction{0.0};
+    std::atomic<bool> cancel{false};
+};
+
+int renderProgress(void* user, double fraction)
+{
+    auto* job = static_cast<RenderJob*>(user);
+    job->fraction.store(fraction);
+    return job->cancel.load() ? 1 : 0;
+}
+
+} // namespace
+
+// The waveform.
+
+WaveformView::WaveformView(AudioDocument* doc, QWidget* parent) : QWidget(parent), m_doc(doc)
+{
+    setMinimumSize(320, 160);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    connect(doc, &AudioDocument::changed, this, [this] {
+        const qint64 frames = m_doc->frames();
+        if (m_end > frames || m_start > frames)
+            setSelection(0, 0);
+        update();
+    });
+}
+
+void WaveformView::setSelection(qint64 start, qint64 end)
+{
+    const qint64 frames = m_doc->frames();
+    start = std::clamp<qint64>(start, 0, frames);
+    end = std::clamp<qint64>(end, 0, frames);
+    if (start > end)
+        std::swap(start, end);
+    if (start == m_start && end == m_end)
+        return;
+    m_start = start;
+    m_end = end;
+    update();
+    emit selectionChanged();
+}
+
+qint64 WaveformView::frameAt(int x) const
+{
+    const qint64 frames = m_doc->frames();
+    if (width() <= 0)
+        return 0;
+    return std::clamp<qint64>(qint64(double(x) / width() * double(frames) + 0.5), 0, frames);
+}
+
+int WaveformView::xOf(qint64 frame) const
+{
+    const qint64 frames = m_doc->frames();
+    return frames > 0 ? int(double(frame) / double(frames) * width()) : 0;
+}
+
+void WaveformView::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    const QPalette pal = palette();
+    p.fillRect(rect(), pal.color(QPalette::Base));
+    const int channels = m_doc->channels();
+    const qint64 frames = m_doc->frames();
+    if (channels <= 0 || frames <= 0) {
+        p.setPen(pal.color(QPalette::PlaceholderText));
+        p.drawText(rect(), Qt::AlignCenter, tr("Open an audio file (File > Open...)"));
+        return;
+    }
+    if (m_end > m_start)
+        p.fillRect(QRect(QPoint(xOf(m_start), 0), QPoint(xOf(m_end), height())),
+                   QColor(pal.color(QPalette::Highlight).red(), pal.color(QPalette::Highlight).green(),
+                          pal.color(QPalette::Highlight).blue(), 70));
+    const float* s = m_doc->samples().constData();
+    const double lane = double(height()) / channels;
+    const QColor wave = pal.color(QPalette::Highlight);
+    for (int c = 0; c < channels; ++c) {
+        const double mid = lane * (c + 0.5);
+        p.setPen(pal.color(QPalette::Mid));
+        p.drawLine(QPointF(0, mid), QPointF(width(), mid));
+        p.setPen(wave);
+        for (int x = 0; x < width(); ++x) {
+            const qint64 from = frameAt(x);
+            const qint64 to = std::max(from + 1, frameAt(x + 1));
+            float lo = 0, hi = 0;
+            for (qint64 f = from; f < to && f < frames; ++f) {
+                const float v = s[f * channels + c];
+                lo = std::min(lo, v);
+                hi = std::max(hi, v);
+            }
+            const double half = lane * 0.45;
+            p.drawLine(QPointF(x + 0.5, mid - std::clamp(hi, -1.0f, 1.0f) * half),
+                       QPointF(x + 0.5, mid - std::clamp(lo, -1.0f, 1.0f) * half));
+        }
+    }
+}
+
+void WaveformView::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton)
+        return;
+    m_anchor = frameAt(event->position().toPoint().x());
+    setSelection(m_anchor, m_anchor);
+}
+
+void WaveformView::mouseMoveEvent(QMouseEvent* event)
+{
+    if (event->buttons() & Qt::LeftButton)
+        setSelection(m_anchor, frameAt(event->position().toPoint().x()));
+}
+
+// The effect dialog.
+
+EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget* parent)
+    : QDialog(parent), m_widget(widget), m_format(format)
+{
+    setAttribute(Qt::WA_DeleteOnClose);
+    setWindowTitle(widget->windowTitle());
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    widget->setParent(this);
+    layout->addWidget(widget, 1);
+    auto* buttons = new QDialogButtonBox(this);
+    buttons->setContentsMargins(12, 6, 12, 12);
+    QPushButton* preview = buttons->addButton(tr("Preview"), QDialogButtonBox::ActionRole);
+    preview->setObjectName(QStringLiteral("previewButton"));
+    preview->setEnabled(false);
+    preview->setToolTip(tr("Preview needs a sound output; this build of vlorfx plays no sound"));
+    QPushButton* apply = buttons->addButton(tr("Apply"), QDialogButtonBox::AcceptRole);
+    apply->setObjectName(QStringLiteral("applyButton"));
+    apply->setDefault(true);
+    buttons->addButton(QDialogButtonBox::Cancel);
+    layout->addWidget(buttons);
+    connect(apply, &QPushButton::clicked, this, [this] { emit applyRequested(this); });
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    // The plugin asks for its size; the dialog follows.
+    connect(widget, &QVlorFxWidget::fxResized, this, [this, widget](int w, int h) {
+        if (w <= 0 || h <= 0 || w > 8192 || h > 8192)
+            return;
+        widget->setFixedSize(w, h);
+        adjustSize();
+    });
+    const QSize hint = widget->sizeHint();
+    if (hint.width() > 0 && hint.height() > 0 && hint.width() <= 8192 && hint.height() <= 8192)
+        widget->setMinimumSize(hint);
+}
+
+// The window.
+
+MainWindow::MainWindow()
+{
+    setWindowTitle(QStringLiteral("vlorfx"));
+    m_wave = new WaveformView(&m_doc, this);
+    setCentralWidget(m_wave);
+    m_libraryMenu = new QMenu(QStringLiteral("Main"), this);
+
+    QMenu* file = menuBar()->addMenu(tr("&File"));
+    file->addAction(tr("&Open..."), QKeySequence::Open, this, &MainWindow::openDialog);
+    QAction* save = file->addAction(tr("&Save"), QKeySequence::Save, this, [this] {
+        if (!m_doc.path().isEmpty())
+            saveFile(m_doc.path());
+    });
+    save->setObjectName(QStringLiteral("saveAction"));
+    file->addAction(tr("Save &As..."), QKeySequence::SaveAs, this, &MainWindow::saveAs);
+    file->addSeparator();
+    file->addAction(tr("&Quit"), QKeySequence::Quit, this, &QWidget::close);
+
+    QMenu* edit = menuBar()->addMenu(tr("&Edit"));
+    QAction* undo = m_doc.undoStack()->createUndoAction(this, tr("&Undo"));
+    undo->setShortcut(QKeySequence::Undo);
+    QAction* redo = m_doc.undoStack()->createRedoAction(this, tr("&Redo"));
+    redo->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z));
+    edit->addAction(undo);
+    edit->addAction(redo);
+    edit->addSeparator();
+    edit->addAction(tr("Select &All"), QKeySequence::SelectAll, this,
+                    [this] { m_wave->setSelection(0, m_doc.frames()); });
+
+    QMenu* tools = menuBar()->addMenu(tr("&Tools"));
+    tools->addAction(tr("&Quick Open..."), QKeySequence(Qt::CTRL | Qt::Key_K), this, &MainWindow::showQuickOpen);
+    tools->addAction(tr("&Shortcuts..."), this, &MainWindow::showShortcuts);
+    tools->addAction(tr("&Preferences..."), QKeySequence::Preferences, this, &MainWindow::showPreferences);
+
+    m_status = new QLabel(this);
+    statusBar()->addWidget(m_status, 1);
+    m_scanBar = new QProgressBar(this);
+    m_scanBar->setMaximumWidth(180);
+    m_scanBar->setFormat(tr("Scanning plugins %p%"));
+    m_scanBar->hide();
+    m_scanCancel = new QPushButton(tr("Cancel"), this);
+    m_scanCancel->hide();
+    statusBar()->addPermanentWidget(m_scanBar);
+    statusBar()->addPermanentWidget(m_scanCancel);
+    connect(&m_doc, &AudioDocument::changed, this, &MainWindow::refreshStatus);
+    connect(m_wave, &WaveformView::selectionChanged, this, &MainWindow::refreshStatus);
+    connect(m_doc.undoStack(), &QUndoStack::cleanChanged, this, &MainWindow::refreshStatus);
+    refreshStatus();
+    resize(900, 520);
+}
+
+MainWindow::~MainWindow()
+{
+    if (m_effectDialog)
+        delete m_effectDialog;
+}
+
+void MainWindow::refreshStatus()
+{
+    if (m_doc.isEmpty() && m_doc.path().isEmpty()) {
+        m_status->setText(tr("No audio open"));
+        setWindowTitle(QStringLiteral("vlorfx"));
+        return;
+    }
+    QString text = QStringLiteral("%1 \u2014 %2 Hz, %3 ch, %4")
+                       .arg(QFileInfo(m_doc.path()).fileName())
+                       .arg(m_doc.sampleRate())
+                       .arg(m_doc.channels())
+                       .arg(duration(m_doc.frames(), m_doc.sampleRate()));
+    if (m_wave->selectionEnd() > m_wave->selectionStart())
+        text += tr("   selection %1 to %2")
+                    .arg(duration(m_wave->selectionStart(), m_doc.sampleRate()),
+                         duration(m_wave->selectionEnd(), m_doc.sampleRate()));
+    m_status->setText(text);
+    setWindowTitle(QStringLiteral("%1%2 \u2014 vlorfx").arg(QFileInfo(m_doc.path()).fileName(),
+                                                             m_doc.isModified() ? QStringLiteral(" *") : QString()));
+}
+
+bool MainWindow::openFile(const QString& path)
+{
+    QString error;
+    if (!m_doc.load(path, &error)) {
+        QVlorMessageBox::warning(this, tr("Open"), error);
+        return false;
+    }
+    m_wave->setSelection(0, 0);
+    return true;
+}
+
+bool MainWindow::saveFile(const QString& path)
+{
+    QString error;
+    if (!m_doc.save(path, &error)) {
+        QVlorMessageBox::warning(this, tr("Save"), error);
+        return false;
+    }
+    return true;
+}
+
+void MainWindow::openDialog()
+{
+    const QString path = QFileDialog::getOpenFileName(this, tr("Open Audio"), QString(),
+                                                      tr("Audio files (*.wav *.flac *.ogg *.aiff *.aif *.au);;All files (*)"));
+    if (!path.isEmpty())
+        openFile(path);
+}
+
+void MainWindow::saveAs()
+{
+    const QString path = QFileDialog::getSaveFileName(this, tr("Save Audio As"), m_doc.path());
+    if (!path.isEmpty())
+        saveFile(path);
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (m_doc.isModified()) {
+        const auto answer = QVlorMessageBox::question(this, tr("Quit"), tr("Save the changes to %1?")
+                                                                            .arg(QFileInfo(m_doc.path()).fileName()),
+                                                      QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel);
+        if (answer == QMessageBox::Cancel || (answer == QMessageBox::Save && !saveFile(m_doc.path()))) {
+            event->ignore();
+            return;
+        }
+    }
+    if (m_effectDialog)
+        m_effectDialog->close();
+    event->accept();
+}
+
+// The library.
+
+void MainWindow::attachPluginsMenu()
+{
+    QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+    if (!controller)
+        return;
+    controller->rebuildPluginsMenuNow();
+    QMenu* plugins = controller->pluginsMenu();
+    if (!plugins || m_attached == plugins)
+        return;
+    // The library's menu, shown in the menu bar before Tools.
+    const QList<QAction*> bar = menuBar()->actions();
+    menuBar()->insertMenu(bar.value(bar.size() - 1), plugins);
+    m_attached = plugins;
+}
+
+void MainWindow::libraryInstalled()
+{
+    attachPluginsMenu();
+    onScanEnded();
+    QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    if (controller && controller->searchPluginsAction()) {
+        connect(controller->searchPluginsAction(), &QAction::triggered, this, [vst2, vst3] {
+            if (vst2)
+                vst2->updatePlugins(true, false);
+            if (vst3)
+                vst3->searchPlugins(true);
+        });
+        auto cancel = [vst2, vst3] {
+            if (vst2)
+                vst2->cancel();
+            if (vst3)
+                vst3->cancel();
+        };
+        connect(controller->cancelScanAction(), &QAction::triggered, this, cancel);
+        connect(m_scanCancel, &QPushButton::clicked, this, cancel);
+        connect(controller->managePluginsAction(), &QAction::triggered, this, &MainWindow::showPreferences);
+    }
+    if (vst2) {
+        connect(vst2, &QVlorVst::Manager::progressScan, this, &MainWindow::onScanProgress);
+        connect(vst2, &QVlorVst::Manager::endScan, this, &MainWindow::onScanEnded);
+    }
+    if (vst3) {
+        connect(vst3, &QVlorVst3::Manager::progressScan, this, &MainWindow::onScanProgress);
+        connect(vst3, &QVlorVst3::Manager::endScan, this, &MainWindow::onScanEnded);
+    }
+}
+
+void MainWindow::onScanProgress(int value, int total)
+{
+    m_scanBar->setRange(0, std::max(1, total));
+    m_scanBar->setValue(value);
+    m_scanBar->show();
+    m_scanCancel->show();
+    QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+    if (controller && controller->scanProgressAction()) {
+        controller->scanProgressAction()->setText(
+            QStringLiteral("%1 ... %2 %").arg(tr("Scanning plugins")).arg(total > 0 ? value * 100 / total : 0));
+        controller->scanProgressAction()->setVisible(true);
+    }
+}
+
+void MainWindow::onScanEnded()
+{
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    if ((vst2 && vst2->isScanning()) || (vst3 && vst3->isScanning()))
+        return;
+    m_scanBar->hide();
+    m_scanCancel->hide();
+    attachPluginsMenu();
+    // The progress line is for scans only.
+    if (QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController())
+        if (controller->scanProgressAction())
+            controller->scanProgressAction()->setVisible(false);
+}
+
+void MainWindow::greet()
+{
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    const QString crashed = vst3 ? vst3->consumeCrashSentinel() : QString();
+    if (!crashed.isEmpty())
+        QVlorMessageBox::warning(this, tr("Plugin crashed"),
+                                 tr("vlorfx closed while opening %1 last time. The Plugins menu will ask before "
+                                    "opening it again.")
+                                     .arg(crashed));
+    QVlorSetting& settings = QVlorSetting::global();
+    const bool nothingKnown = (!vst2 || vst2->pathsCopy().isEmpty()) && (!vst3 || vst3->catalogCopy().bundles().isEmpty());
+    if (!nothingKnown || settings.getBool(QLatin1String(kFirstScanOffered), false))
+        return;
+    settings.change(QLatin1String(kFirstScanOffered), true);
+    if (QVlorMessageBox::question(this, tr("Plugins"),
+                                  tr("No plugins are known yet. Look for them in the standard folders now?")) !=
+        QMessageBox::Yes)
+        return;
+    if (vst2)
+        for (const QString& folder : standardFolders())
+            vst2->addPath(folder);
+    if (QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController())
+        if (controller->searchPluginsAction())
+            controller->searchPluginsAction()->trigger();
+}
+
+void MainWindow::announceNewPlugins(const QList<QString>& names)
+{
+    statusBar()->showMessage(tr("New plugins: %1").arg(QStringList(names).join(QStringLiteral(", "))), 8000);
+}
+
+void MainWindow::registerAction(QAction* action, const QString& id, const QString&, const QString&)
+{
+    m_ids.insert(action, id);
+    const QString stored = QVlorSetting::global().getString(QVlorAudioPlugins::ShortcutSettingKey(id));
+    if (!stored.isEmpty())
+        action->setShortcut(QKeySequence(stored));
+    // Shortcuts work with the menu closed.
+    addAction(action);
+}
+
+void MainWindow::registerQuickOpen(int, QAction* action, const QString&, const QString& title,
+                                   const QString& description, const QString&, const QString&)
+{
+    m_quick.insert(action, QuickEntry{action, title, description});
+}
+
+void MainWindow::unregisterAction(QAction* action)
+{
+    m_ids.remove(action);
+    removeAction(action);
+}
+
+void MainWindow::unregisterQuickOpen(QAction* action) { m_quick.remove(action); }
+
+QVlorAudio MainWindow::currentAudio()
+{
+    if (m_doc.channels() <= 0)
+        return QVlorAudio();
+    return QVlorAudio(m_doc.path(), m_doc.channels(), m_doc.sampleRate(), m_doc.frames(), true);
+}
+
+QHash<QString, QAction*> MainWindow::actionsById() const
+{
+    QHash<QString, QAction*> byId;
+    for (auto it = m_ids.constBegin(); it != m_ids.constEnd(); ++it)
+        byId.insert(it.value(), it.key());
+    return byId;
+}
+
+void MainWindow::presentEffectWidget(QVlorFxWidget* widget, QAction*, const QString&, const QString& format)
+{
+    if (m_effectDialog)
+        m_effectDialog->close();
+    auto* dialog = new EffectDialog(widget, format, this);
+    m_effectDialog = dialog;
+    connect(dialog, &EffectDialog::applyRequested, this, [this](EffectDialog* d) {
+        QString error;
+        if (!applyEffect(d->widget(), &error)) {
+            if (!error.isEmpty())
+                QVlorMessageBox::warning(this, tr("Apply"), error);
+            return;
+        }
+        d->accept();
+        d->close();
+    });
+    dialog->show();
+}
+
+bool MainWindow::applyEffect(QVlorFxWidget* widget, QString* error)
+{
+    if (m_doc.isEmpty()) {
+        *error = tr("There is no audio to apply the effect to");
+        return false;
+    }
+    const char* filter = qobject_cast<QVlorVst3::Widget*>(widget) ? "VST3 host" : "VST host";
+    const QByteArray config = widget->fxParam(false).toUtf8();
+    qint64 start = m_wave->selectionStart();
+    qint64 count = m_wave->selectionEnd() - start;
+    if (count <= 0) {
+        start = 0;
+        count = m_doc.frames();
+    }
+    QTemporaryDir dir;
+    const QString in = dir.filePath(QStringLiteral("in.wav"));
+    const QString out = dir.filePath(QStringLiteral("out.wav"));
+    if (!dir.isValid() || !m_doc.writeRange(in, start, count, error))
+        return false;
+
+    RenderJob job;
+    int ok = 0;
+    char message[1024] = "";
+    const QByteArray inPath = QFile::encodeName(in);
+    const QByteArray outPath = QFile::encodeName(out);
+    // The render runs aside; the window keeps drawing and offers Cancel.
+    QThread* worker = QThread::create([&] {
+        ok = AUDIO_RenderFileEx(filter, config.constData(), inPath.constData(), outPath.constData(), AUDIO_RENDER_FLOAT,
+                                renderProgress, &job, nullptr, message, int(sizeof(message)));
+    });
+    QProgressDialog progress(tr("Applying %1...").arg(widget->title()), tr("Cancel"), 0, 1000, this);
+    progress.setWindowModality(Qt::WindowModal);
+    progress.setMinimumDuration(800);
+    progress.setObjectName(QStringLiteral("applyProgress"));
+    QEventLoop loop;
+    QTimer tick;
+    connect(&tick, &QTimer::timeout, this, [&] {
+        progress.setValue(int(job.fraction.load() * 1000));
+        if (progress.wasCanceled())
+            job.cancel.store(true);
+    });
+    connect(worker, &QThread::finished, &loop, &QEventLoop::quit);
+    tick.start(40);
+    worker->start();
+    loop.exec();
+    worker->wait();
+    delete worker;
+    progress.reset();
+    if (job.cancel.load()) {
+        error->clear();
+        return false;
+    }
+    if (!ok) {
+        *error = QString::fromUtf8(message);
+        return false;
+    }
+    int channels = 0, rate = 0;
+    QVector<float> rendered;
+    if (!AudioDocument::readFile(out, &channels, &rate, &rendered, error))
+        return false;
+    if (channels != m_doc.channels() || rendered.size() / std::max(1, channels) < count) {
+        *error = tr("The effect gave %1 channels and %2 frames for %3 and %4")
+                     .arg(channels)
+                     .arg(rendered.size() / std::max(1, channels))
+                     .arg(m_doc.channels())
+                     .arg(count);
+        return false;
+    }
+    rendered.resize(qsizetype(count * channels));
+    m_doc.replace(start, rendered, tr("Apply %1").arg(widget->title()));
+    return true;
+}
+
+// Dialogs.
+
+void MainWindow::showPreferences()
+{
+    auto* dialog = findChild<QDialog*>(QStringLiteral("preferencesDialog"));
+    if (!dialog) {
+        dialog = new QDialog(this);
+        dialog->setObjectName(QStringLiteral("preferencesDialog"));
+        dialog->setWindowTitle(tr("Preferences"));
+        auto* layout = new QVBoxLayout(dialog);
+        QVlorPreferencesTab* page = QVlorPreferencesTabFactory::create(QStringLiteral("plugin_prefs"), dialog);
+        if (page)
+            layout->addWidget(page, 1);
+        auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, dialog);
+        layout->addWidget(buttons);
+        connect(buttons, &QDialogButtonBox::rejected, dialog, &QDialog::hide);
+        dialog->resize(760, 620);
+    }
+    if (auto* page = dialog->findChild<QVlorPreferencesTab*>())
+        page->syncPreferences();
+    dialog->show();
+    dialog->raise();
+}
+
+void MainWindow::showShortcuts()
+{
+    auto* dialog = new ShortcutsDialog(actionsById(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->show();
+}
+
+void MainWindow::showQuickOpen()
+{
+    auto* dialog = new QuickOpenDialog(quickEntries(), this);
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->show();
+    dialog->field()->setFocus();
+}
+
+QuickOpenDialog::QuickOpenDialog(const QList<MainWindow::QuickEntry>& entries, QWidget* parent)
+    : QDialog(parent), m_entries(entries), m_field(new QLineEdit(this)), m_list(new QListWidget(this))
+{
+    setObjectName(QStringLiteral("quickOpenDialog"));
+    setWindowTitle(tr("Quick Open"));
+    std::sort(m_entries.begin(), m_entries.end(), [](const MainWindow::QuickEntry& a, const MainWindow::QuickEntry& b) {
+        return QString::localeAwareCompare(a.title, b.title) < 0;
+    });
+    auto* layout = new QVBoxLayout(this);
+    m_field->setPlaceholderText(tr("Type a plugin, a vendor or a format"));
+    layout->addWidget(m_field);
+    layout->addWidget(m_list, 1);
+    resize(460, 360);
+    connect(m_field, &QLineEdit::textChanged, this, &QuickOpenDialog::narrow);
+    connect(m_field, &QLineEdit::returnPressed, this, &QuickOpenDialog::openCurrent);
+    connect(m_list, &QListWidget::itemActivated, this, &QuickOpenDialog::openCurrent);
+    narrow(QString());
+}
+
+void QuickOpenDialog::narrow(const QString& text)
+{
+    m_list->clear();
+    const QStringList words = text.toLower().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    for (int i = 0; i < m_entries.size(); ++i) {
+        const MainWindow::QuickEntry& e = m_entries.at(i);
+        const QString hay = (e.title + QLatin1Char(' ') + e.description).toLower();
+        if (!std::all_of(words.begin(), words.end(), [&hay](const QString& w) { return hay.contains(w); }))
+            continue;
+        auto* item = new QListWidgetItem(e.title, m_list);
+        item->setToolTip(e.description);
+        item->setData(Qt::UserRole, i);
+        item->setFlags(e.action->isEnabled() ? item->flags() : item->flags() & ~Qt::ItemIsEnabled);
+    }
+    m_list->setCurrentRow(0);
+}
+
+void QuickOpenDialog::openCurrent()
+{
+    QListWidgetItem* item = m_list->currentItem();
+    if (!item)
+        return;
+    QAction* action = m_entries.value(item->data(Qt::UserRole).toInt()).action;
+    close();
+    if (action && action->isEnabled())
+        action->trigger();
+}
+
+ShortcutsDialog::ShortcutsDialog(const QHash<QString, QAction*>& actions, QWidget* parent) : QDialog(parent)
+{
+    setObjectName(QStringLiteral("shortcutsDialog"));
+    setWindowTitle(tr("Shortcuts"));
+    auto* layout = new QVBoxLayout(this);
+    auto* table = new QTableWidget(int(actions.size()), 2, this);
+    table->setObjectName(QStringLiteral("shortcutsTable"));
+    table->setHorizontalHeaderLabels({tr("Command"), tr("Keys")});
+    table->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
+    table->verticalHeader()->hide();
+    QStringList ids = actions.keys();
+    std::sort(ids.begin(), ids.end(), [&actions](const QString& a, const QString& b) {
+        return QString::localeAwareCompare(actions.value(a)->text(), actions.value(b)->text()) < 0;
+    });
+    QList<QKeySequenceEdit*> edits;
+    for (int row = 0; row < ids.size(); ++row) {
+        QAction* action = actions.value(ids.at(row));
+        auto* name = new QTableWidgetItem(action->text());
+        name->setToolTip(ids.at(row));
+        name->setData(Qt::UserRole, ids.at(row));
+        name->setFlags(Qt::ItemIsEnabled);
+        table->setItem(row, 0, name);
+        auto* edit = new QKeySequenceEdit(action->shortcut(), table);
+        edit->setObjectName(ids.at(row));
+        table->setCellWidget(row, 1, edit);
+        edits << edit;
+    }
+    layout->addWidget(table, 1);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this);
+    layout->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(buttons, &QDialogButtonBox::accepted, this, [this, actions, ids, edits] {
+        for (int row = 0; row < ids.size(); ++row) {
+            QAction* action = actions.value(ids.at(row));
+            if (action && edits.at(row)->keySequence() != action->shortcut())
+                bind(action, ids.at(row), edits.at(row)->keySequence());
+        }
+        accept();
+    });
+    resize(560, 480);
+}
+
+void ShortcutsDialog::bind(QAction* action, const QString& id, const QKeySequence& keys)
+{
+    action->setShortcut(keys);
+    const QString key = QVlorAudioPlugins::ShortcutSettingKey(id);
+    if (keys.isEmpty())
+        QVlorSetting::global().remove(key);
+    else
+        QVlorSetting::global().change(key, keys.toString());
+}
+
+} // namespace vlorfx
