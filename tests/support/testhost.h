@@ -44,6 +44,25 @@ inline void settleManagers()
             QMetaObject::invokeMethod(m, [] {}, Qt::BlockingQueuedConnection);
 }
 
+// A first scan in the order that pairs twins: the VST2 files found, the VST3
+// classes probed and switched on while their twins are still new, then the
+// VST2 plugins checked, each pairing with its twin as it comes up.
+inline void firstScanInOrder(const QStringList& vst2Folders, const QStringList& vst3Folders)
+{
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    for (const QString& folder : vst2Folders)
+        vst2->addPath(folder);
+    vst2->updatePlugins(true, false);
+    settleManagers();
+    vst3->setSearchPathsForTesting(vst3Folders);
+    vst3->searchPlugins(true);
+    vst3->enableNewPlugins();
+    settleManagers();
+    vst2->enableNewPlugins();
+    settleManagers();
+}
+
 // A start from nothing: no catalog, pair or opening mark of a test before.
 inline void removeCatalogs()
 {

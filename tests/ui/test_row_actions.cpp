@@ -511,12 +511,7 @@ protected:
         ASSERT_TRUE(copyTree(kZamVst3, vst3Folder + QStringLiteral("/ZamComp.vst3")));
         vst3Folders = {plugins.vst3Folder(), vst3Folder};
         host.menu = new QMenu(QStringLiteral("Main"));
-        vst2->addPath(vst2Folder);
-        vst2->updatePlugins(true, false);
-        vst2->enableNewPlugins();
-        vst3->setSearchPathsForTesting(vst3Folders);
-        vst3->searchPlugins(true);
-        vst3->enableNewPlugins();
+        firstScanInOrder({vst2Folder}, vst3Folders);
         ASSERT_TRUE(waitFor([&] {
             settle();
             return !zamPair().isEmpty();

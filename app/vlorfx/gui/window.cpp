@@ -293,6 +293,9 @@ bool MainWindow::openFile(const QString& path)
         return false;
     }
     m_wave->setSelection(0, 0);
+    // The menu's entries are enabled by the front audio at their build.
+    if (QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController())
+        controller->rebuildPluginsMenu();
     return true;
 }
 

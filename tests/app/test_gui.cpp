@@ -1,0 +1,289 @@
+// The reference editor driven as a person drives it, off screen: a generated
+// WAV opened, a real zam product picked from the library's Plugins menu, a
+// parameter changed in its dialog with keys, Apply, Undo, Redo, Save; and a
+// shortcut bound to a plugin entry that still opens it once the product's
+// formats are paired.
+#include "window.h"
+
+#include "QVlorApplication.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginsMenu.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_Manager.h"
+#include "QVlorVst3_Widget.h"
+#include "QVlorVst_Manager.h"
+#include "QVlorVst_Widget.h"
+
+#include "audiovst.h"
+#include "testhost.h"
+#include "testsupport.h"
+
+#include <QAbstractSlider>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QSlider>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QKeySequenceEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <sndfile.h>
+
+#include <cmath>
+#include <memory>
+
+using namespace vlortest;
+
+namespace {
+
+const QString kZamVst2 = QStringLiteral("/usr/lib/vst/ZamComp-vst.so");
+const QString kZamVst3 = QStringLiteral("/usr/lib/vst3/ZamComp.vst3");
+
+void writeWav(const std::string& file)
+{
+    SF_INFO info{};
+    info.channels = 2;
+    info.samplerate = 44100;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* f = sf_open(file.c_str(), SFM_WRITE, &info);
+    std::vector<float> v(2 * 22050);
+    for (size_t i = 0; i < v.size(); ++i)
+        v[i] = 0.1f * float(std::sin(0.03 * double(i / 2)));
+    sf_writef_float(f, v.data(), 22050);
+    sf_close(f);
+}
+
+double rms(const QVector<float>& v)
+{
+    double sum = 0;
+    for (float s : v)
+        sum += double(s) * s;
+    return v.isEmpty() ? 0 : std::sqrt(sum / v.size());
+}
+
+bool copyTree(const QString& from, const QString& to)
+{
+    if (QFileInfo(from).isFile())
+        return QFile::copy(from, to);
+    QDir().mkpath(to);
+    for (const QFileInfo& entry : QDir(from).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        if (!copyTree(entry.absoluteFilePath(), to + QLatin1Char('/') + entry.fileName()))
+            return false;
+    return true;
+}
+
+QAction* entry(QMenu* menu, const QString& text)
+{
+    for (QAction* a : menu ? menu->actions() : QList<QAction*>()) {
+        if (a->menu())
+            if (QAction* inner = entry(a->menu(), text))
+                return inner;
+        if (!a->menu() && a->text() == text)
+            return a;
+    }
+    return nullptr;
+}
+
+class Gui : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { QVlorAudioPlugins::Initialize(); }
+    static void TearDownTestSuite() { QVlorAudioPlugins::Finalize(); }
+    void SetUp() override
+    {
+        if (!QFileInfo::exists(kZamVst2) || !QFileInfo::exists(kZamVst3))
+            GTEST_SKIP() << "zam-plugins is not installed";
+        AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
+        removeCatalogs();
+        QVlorSetting::global().change(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
+        QVlorSetting::global().change(QStringLiteral("vlorfx.gui.first_scan_offered"), true);
+        // One real product in both formats, in folders of its own.
+        QDir().mkpath(QString::fromStdString(dir.file("vst2")));
+        ASSERT_TRUE(QFile::copy(kZamVst2, QString::fromStdString(dir.file("vst2/ZamComp-vst.so"))));
+        ASSERT_TRUE(copyTree(kZamVst3, QString::fromStdString(dir.file("vst3/ZamComp.vst3"))));
+        window = std::make_unique<vlorfx::MainWindow>();
+        QVlorAudioPlugins::UI::install(window.get());
+        vst2 = QVlorAudioPlugins::vstManager();
+        vst3 = QVlorAudioPlugins::vst3Manager();
+        firstScanInOrder({QString::fromStdString(dir.file("vst2"))}, {QString::fromStdString(dir.file("vst3"))});
+        // Paired, checked and on, with nothing left running.
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            bool on = false;
+            const QVlorVst3::Catalog catalog = vst3->catalogCopy();
+            for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+                for (const QVlorVst3::CatalogClass& c : b.classes())
+                    on = on || c.state() == QVlorVst3::CatalogClass::Enabled;
+            return !pairId().isEmpty() && on && !vst2->isScanning() && !vst3->isScanning();
+        }, 60000)) << "ZamComp was not paired";
+        settle();
+        window->libraryInstalled();
+        writeWav(dir.file("in.wav"));
+        ASSERT_TRUE(window->openFile(QString::fromStdString(dir.file("in.wav"))));
+        window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    }
+    void TearDown() override
+    {
+        if (IsSkipped())
+            return;
+        QVlorSetting::global().remove(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"));
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(window.get());
+        window.reset();
+    }
+    void settle()
+    {
+        settleManagers();
+        for (int i = 0; i < 3; ++i)
+            QCoreApplication::processEvents();
+    }
+    QString pairId() const
+    {
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.vst2 != 0 && !e.vst3.isEmpty())
+                return e.pairId;
+        return QString();
+    }
+    QMenu* pluginsMenu() const
+    {
+        QVlorAudioPlugins::MenuController* c = QVlorAudioPlugins::UI::menuController();
+        if (c)
+            c->rebuildPluginsMenuNow();
+        return c ? c->pluginsMenu() : nullptr;
+    }
+
+    TempDir dir;
+    std::unique_ptr<vlorfx::MainWindow> window;
+    QVlorVst::Manager* vst2 = nullptr;
+    QVlorVst3::Manager* vst3 = nullptr;
+};
+
+} // namespace
+
+TEST_F(Gui, PickApplyUndoRedoAndSaveAZamEffect)
+{
+    const QVector<float> input = window->document()->samples();
+    // The menu bar holds the library's menu; its entry for the pair opens the dialog.
+    QMenu* plugins = pluginsMenu();
+    ASSERT_NE(plugins, nullptr);
+    QAction* zam = entry(plugins, QStringLiteral("ZamComp \u00B7 VST3"));
+    ASSERT_NE(zam, nullptr) << "no ZamComp entry";
+    ASSERT_TRUE(zam->isEnabled()) << "an open audio enables the entries";
+    zam->trigger();
+    vlorfx::EffectDialog* dialog = window->effectDialog();
+    ASSERT_NE(dialog, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog));
+    EXPECT_FALSE(dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->isEnabled());
+
+    // The makeup gain to its top, with keys on its slider.
+    auto* panel = qobject_cast<QVlorVst3::Widget*>(dialog->widget());
+    ASSERT_NE(panel, nullptr);
+    QAbstractSlider* makeup = nullptr;
+    for (QVlorVst3::ParameterWidget* row : panel->parameterWidgets())
+        if (row->label()->text() == QStringLiteral("Makeup:"))
+            makeup = row->slider();
+    ASSERT_NE(makeup, nullptr);
+    makeup->setFocus();
+    QTest::keyClick(makeup, Qt::Key_End);
+
+    QTest::mouseClick(dialog->findChild<QPushButton*>(QStringLiteral("applyButton")), Qt::LeftButton);
+    const QVector<float> applied = window->document()->samples();
+    ASSERT_EQ(applied.size(), input.size());
+    EXPECT_GT(rms(applied), rms(input) * 5) << "30 dB of makeup";
+    EXPECT_TRUE(window->document()->isModified());
+
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    QTest::keyClick(window.get(), Qt::Key_Z, Qt::ControlModifier);
+    EXPECT_EQ(window->document()->samples(), input) << "undo restores the input exactly";
+    QTest::keyClick(window.get(), Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_EQ(window->document()->samples(), applied);
+
+    QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
+    EXPECT_FALSE(window->document()->isModified());
+    int channels = 0, rate = 0;
+    QVector<float> saved;
+    QString error;
+    ASSERT_TRUE(vlorfx::AudioDocument::readFile(QString::fromStdString(dir.file("in.wav")), &channels, &rate, &saved, &error));
+    ASSERT_EQ(saved.size(), input.size());
+    EXPECT_GT(rms(saved), rms(input) * 5);
+}
+
+TEST_F(Gui, AShortcutOnAPluginEntryStillOpensItOnceTheFormatsArePaired)
+{
+    // Unpaired, so that the VST3 class has an entry of its own to bind.
+    QList<qint64> ids;
+    QString cid;
+    for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+        if (e.pairId == pairId()) {
+            ids << e.vst2;
+            cid = e.vst3;
+        }
+    vst3->purgePairState(ids, {cid});
+    settle();
+    ASSERT_TRUE(pairId().isEmpty());
+    QAction* zam = entry(pluginsMenu(), QStringLiteral("ZamComp \u00B7 VST3"));
+    ASSERT_NE(zam, nullptr);
+    const QString id = window->actionsById().key(zam);
+    ASSERT_EQ(id, QStringLiteral("vst3id-") + cid);
+
+    // The shortcuts dialog: keys typed into the entry's field, then OK.
+    window->showShortcuts();
+    auto* shortcuts = window->findChild<QDialog*>(QStringLiteral("shortcutsDialog"));
+    ASSERT_NE(shortcuts, nullptr);
+    auto* field = shortcuts->findChild<QKeySequenceEdit*>(id);
+    ASSERT_NE(field, nullptr);
+    QTest::keyClick(field, Qt::Key_F7, Qt::ControlModifier);
+    QTest::qWait(1100); // the field ends its recording after a second
+    QMetaObject::invokeMethod(shortcuts, [shortcuts] {
+        for (QPushButton* b : shortcuts->findChildren<QPushButton*>())
+            if (b->text().remove(QLatin1Char('&')) == QStringLiteral("OK"))
+                b->click();
+    });
+    QCoreApplication::processEvents();
+    EXPECT_EQ(zam->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F7));
+
+    // Paired again, then a VST3 scan: the binding moves to the pair's id.
+    vst3->addManualPair(ids.value(0), cid, QStringLiteral("vst3"));
+    vst3->searchPlugins(false);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !pairId().isEmpty() && !vst3->isScanning();
+    }, 20000));
+    settle();
+    QAction* paired = entry(pluginsMenu(), QStringLiteral("ZamComp \u00B7 VST3"));
+    ASSERT_NE(paired, nullptr);
+    EXPECT_EQ(window->actionsById().key(paired), QStringLiteral("plugid-") + pairId());
+    EXPECT_EQ(paired->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_F7));
+    if (window->effectDialog())
+        window->effectDialog()->close();
+    QCoreApplication::processEvents();
+    window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    QTest::keyClick(window.get(), Qt::Key_F7, Qt::ControlModifier);
+    ASSERT_NE(window->effectDialog(), nullptr) << "the shortcut opened nothing";
+    EXPECT_EQ(window->effectDialog()->format(), QStringLiteral("vst3"));
+}
+
+TEST_F(Gui, QuickOpenNarrowsByNameVendorAndFormatAndOpensWithEnter)
+{
+    pluginsMenu();
+    window->showQuickOpen();
+    auto* quick = window->findChild<vlorfx::QuickOpenDialog*>(QStringLiteral("quickOpenDialog"));
+    ASSERT_NE(quick, nullptr);
+    QTest::keyClicks(quick->field(), QStringLiteral("zammit vst3"));
+    ASSERT_EQ(quick->list()->count(), 1);
+    EXPECT_TRUE(quick->list()->item(0)->text().contains(QStringLiteral("ZamComp")));
+    QTest::keyClicks(quick->field(), QStringLiteral(" nothing"));
+    EXPECT_EQ(quick->list()->count(), 0);
+    quick->field()->clear();
+    QTest::keyClicks(quick->field(), QStringLiteral("zamcomp"));
+    QTest::keyClick(quick->field(), Qt::Key_Return);
+    ASSERT_NE(window->effectDialog(), nullptr);
+}
