@@ -6,6 +6,8 @@
 #include "window.h"
 
 #include "QVlorApplication.h"
+#include "QVlorDialogs.h"
+#include "QVlorVst_MixerEffect.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorPluginsMenu.h"
 #include "QVlorSetting.h"
@@ -166,28 +168,48 @@ protected:
 
 } // namespace
 
-TEST_F(Gui, PickApplyUndoRedoAndSaveAZamEffect)
+class GuiFormats : public Gui, public ::testing::WithParamInterface<const char*> {};
+
+TEST_P(GuiFormats, PickApplyUndoRedoAndSaveAZamEffect)
 {
+    const QString format = QLatin1String(GetParam());
+    if (format == QLatin1String("vst2")) {
+        // The pair's other format, switched on as the page's badge does.
+        vst3->setPairActiveFormat(pairId(), format);
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (QVlorVst::Plugin p : path.plugins())
+                if (!p.isEnabled())
+                    vst2->enablePlugin(p, path, false);
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            return entry(pluginsMenu(), QStringLiteral("ZamComp \u00B7 VST2")) != nullptr;
+        }, 20000));
+    }
     const QVector<float> input = window->document()->samples();
     // The menu bar holds the library's menu; its entry for the pair opens the dialog.
     QMenu* plugins = pluginsMenu();
     ASSERT_NE(plugins, nullptr);
-    QAction* zam = entry(plugins, QStringLiteral("ZamComp \u00B7 VST3"));
+    QAction* zam = entry(plugins, QStringLiteral("ZamComp \u00B7 ") + format.toUpper());
     ASSERT_NE(zam, nullptr) << "no ZamComp entry";
     ASSERT_TRUE(zam->isEnabled()) << "an open audio enables the entries";
     zam->trigger();
     vlorfx::EffectDialog* dialog = window->effectDialog();
     ASSERT_NE(dialog, nullptr);
     ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog));
+    EXPECT_EQ(dialog->format(), format);
     EXPECT_FALSE(dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->isEnabled());
 
-    // The makeup gain to its top, with keys on its slider.
-    auto* panel = qobject_cast<QVlorVst3::Widget*>(dialog->widget());
-    ASSERT_NE(panel, nullptr);
+    // The makeup gain to its top, with a key on its slider.
     QAbstractSlider* makeup = nullptr;
-    for (QVlorVst3::ParameterWidget* row : panel->parameterWidgets())
-        if (row->label()->text() == QStringLiteral("Makeup:"))
-            makeup = row->slider();
+    if (auto* panel = qobject_cast<QVlorVst3::Widget*>(dialog->widget())) {
+        for (QVlorVst3::ParameterWidget* row : panel->parameterWidgets())
+            if (row->label()->text() == QStringLiteral("Makeup:"))
+                makeup = row->slider();
+    } else if (auto* rows = qobject_cast<QVlorVst::Widget*>(dialog->widget())) {
+        for (QVlorVst::ParameterWidget* row : rows->parameterWidgets())
+            if (static_cast<QVlorVst::MixerEffect*>(rows->effect())->parameterName(row->index()) == QStringLiteral("Makeup"))
+                makeup = row->slider();
+    }
     ASSERT_NE(makeup, nullptr);
     makeup->setFocus();
     QTest::keyClick(makeup, Qt::Key_End);
@@ -213,6 +235,39 @@ TEST_F(Gui, PickApplyUndoRedoAndSaveAZamEffect)
     ASSERT_TRUE(vlorfx::AudioDocument::readFile(QString::fromStdString(dir.file("in.wav")), &channels, &rate, &saved, &error));
     ASSERT_EQ(saved.size(), input.size());
     EXPECT_GT(rms(saved), rms(input) * 5);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothFormats, GuiFormats, ::testing::Values("vst3", "vst2"));
+
+TEST_F(Gui, ACrashAtTheLastStartIsToldAndTheMenuAsksBeforeOpeningIt)
+{
+    QVlorDialogs::takeAsked();
+    QMessageBox::StandardButton answer = QMessageBox::Ok;
+    QVlorDialogs::setAnswerer([&](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{answer, QString()}; });
+    QString cid;
+    for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+        if (e.pairId == pairId())
+            cid = e.vst3;
+    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
+    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
+    sentinel.write(("vst3|" + cid + "|ZamComp").toUtf8());
+    sentinel.close();
+    window->greet();
+    QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_TRUE(asked[0].text.contains(QStringLiteral("ZamComp")));
+    settle();
+
+    answer = QMessageBox::No;
+    QAction* zam = entry(pluginsMenu(), QStringLiteral("ZamComp \u00B7 VST3"));
+    ASSERT_NE(zam, nullptr);
+    zam->trigger();
+    asked = QVlorDialogs::takeAsked();
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].title, QStringLiteral("Question"));
+    EXPECT_EQ(window->effectDialog(), nullptr) << "No opens nothing";
+    EXPECT_TRUE(window->isVisible());
+    QVlorDialogs::setAnswerer({});
 }
 
 TEST_F(Gui, AShortcutOnAPluginEntryStillOpensItOnceTheFormatsArePaired)

@@ -16,8 +16,10 @@
 #include "QVlorWidgets.h"
 
 #include "audiofx.h"
+#include "blthread.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDialogButtonBox>
 #include <QEventLoop>
@@ -68,6 +70,13 @@ int renderProgress(void* user, double fraction)
     auto* job = static_cast<RenderJob*>(user);
     job->fraction.store(fraction);
     return job->cancel.load() ? 1 : 0;
+}
+
+// The engine hands work to the main thread (an instance of a filter ends
+// there); the window's event loop runs it, whatever loop is turning.
+void dispatchToMainThread(BLThreadFunction function, void* argument)
+{
+    QMetaObject::invokeMethod(qApp, [function, argument] { function(argument); }, Qt::QueuedConnection);
 }
 
 } // namespace
@@ -209,6 +218,7 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
 
 MainWindow::MainWindow()
 {
+    BLTHREAD_SetMainThreadDispatcher(dispatchToMainThread);
     setWindowTitle(QStringLiteral("vlorfx"));
     m_wave = new WaveformView(&m_doc, this);
     setCentralWidget(m_wave);
@@ -260,6 +270,7 @@ MainWindow::MainWindow()
 
 MainWindow::~MainWindow()
 {
+    BLTHREAD_SetMainThreadDispatcher(nullptr);
     if (m_effectDialog)
         delete m_effectDialog;
 }
