@@ -103,8 +103,9 @@ public:
                 QMenu* plugins = QAudioMenu();
                 if (!plugins)
                     return;
-                // The menu with its first vendor open, drawn over the window.
-                plugins->popup(m_window->mapToGlobal(QPoint(220, 30)));
+                // The menu where the menu bar opens it, drawn over the window.
+                QMenuBar* bar = m_window->menuBar();
+                plugins->popup(bar->mapToGlobal(bar->actionGeometry(plugins->menuAction()).bottomLeft()));
                 QTimer::singleShot(300, this, [this, plugins] {
                     QPixmap shot = pictureOf(m_window);
                     QPainter painter(&shot);
