@@ -198,7 +198,7 @@ void install(Host* host)
         QObject::connect(s_vstManager, &QVlorVst::Manager::pluginEnabled, s_vst3Manager,
                          [](const QVlorVst::Plugin& plugin, const QVlorVst::Path&) {
                              if (s_vst3Manager)
-                                 s_vst3Manager->rematchPairs(plugin.isShell() ? 0 : plugin.uniqueId());
+                                 s_vst3Manager->queueRematch(plugin.isShell() ? 0 : plugin.uniqueId());
                          },
                          Qt::QueuedConnection);
     }

@@ -68,33 +68,68 @@ QString QVlorPluginMatcher::normalizeKey(const QString& text)
 void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item>& vst3, QVlorPluginPairs& pairs,
                                const QSet<QString>& onlyCids, qint64 onlyVst2)
 {
-    // Counted once before any pairing: an item paired during the run still counts.
+    match(vst2, vst3, pairs, onlyCids, onlyVst2 == 0 ? QSet<qint64>() : QSet<qint64>{onlyVst2});
+}
+
+void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item>& vst3, QVlorPluginPairs& pairs,
+                               const QSet<QString>& onlyCids, const QSet<qint64>& onlyVst2)
+{
+    // What is paired, as sets: the pair store answers by walking its entries.
+    QSet<qint64> pairedVst2;
+    QSet<QString> pairedVst3;
+    for (const QVlorPluginPairs::Entry& e : pairs.entries()) {
+        if (e.vst2 != 0)
+            pairedVst2.insert(e.vst2);
+        if (!e.vst3.isEmpty())
+            pairedVst3.insert(e.vst3);
+    }
+
+    // The VST2 plugins that may pair, in their order, each with its class id
+    // by the SDK's convention and its name key, worked out once.
+    struct Candidate {
+        const Vst2Item* item;
+        QString fuid;
+        Key key;
+    };
+    QList<Candidate> candidates;
     QHash<Key, int> vst2Counts, vst3Counts;
-    for (const Vst2Item& a : vst2)
-        if (a.uniqueId != 0 && !pairs.findByVst2(a.uniqueId))
-            ++vst2Counts[NameVendorKey(a.name, a.vendor)];
+    // Counted once before any pairing: an item paired during the run still counts.
+    for (const Vst2Item& a : vst2) {
+        if (a.uniqueId == 0 || pairedVst2.contains(a.uniqueId))
+            continue;
+        Key key = NameVendorKey(a.name, a.vendor);
+        ++vst2Counts[key];
+        if (onlyVst2.isEmpty() || onlyVst2.contains(a.uniqueId))
+            candidates.append({&a, fuidFromVst2(a.uniqueId, a.name), std::move(key)});
+    }
+    if (candidates.isEmpty())
+        return;
     for (const Vst3Item& b : vst3)
-        if (!pairs.findByVst3(b.cid))
+        if (!pairedVst3.contains(b.cid))
             ++vst3Counts[NameVendorKey(b.name, b.vendor)];
 
-    auto isCandidate = [&](const Vst2Item& a) {
-        return a.uniqueId != 0 && !pairs.findByVst2(a.uniqueId) && (onlyVst2 == 0 || a.uniqueId == onlyVst2);
-    };
     auto firstCandidate = [&](auto&& rule) -> const Vst2Item* {
-        for (const Vst2Item& a : vst2)
-            if (isCandidate(a) && rule(a))
-                return &a;
+        for (const Candidate& c : std::as_const(candidates))
+            if (!pairedVst2.contains(c.item->uniqueId) && rule(c))
+                return c.item;
         return nullptr;
+    };
+    auto pair = [&](const Vst2Item* a, const Vst3Item& b, const char* origin) {
+        if (!pairs.addPair(a->uniqueId, b.cid, QLatin1String(origin), activeFormatFor(*a, b)))
+            return false;
+        pairedVst2.insert(a->uniqueId);
+        pairedVst3.insert(b.cid);
+        return true;
     };
 
     for (const Vst3Item& b : vst3) {
-        if (pairs.findByVst3(b.cid) || (!onlyCids.isEmpty() && !onlyCids.contains(b.cid)))
+        if (pairedVst3.contains(b.cid) || (!onlyCids.isEmpty() && !onlyCids.contains(b.cid)))
             continue;
 
         bool paired = false;
         for (const QString& compat : b.compat) {
-            const Vst2Item* a = firstCandidate([&](const Vst2Item& c) { return fuidFromVst2(c.uniqueId, c.name) == compat; });
-            if (a && pairs.addPair(a->uniqueId, b.cid, QStringLiteral("compat"), activeFormatFor(*a, b))) {
+            const Vst2Item* a = firstCandidate([&](const Candidate& c) { return c.fuid == compat; });
+            if (a && pair(a, b, "compat")) {
                 paired = true;
                 break;
             }
@@ -102,8 +137,8 @@ void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item
         if (paired)
             continue;
 
-        if (const Vst2Item* a = firstCandidate([&](const Vst2Item& c) { return fuidFromVst2(c.uniqueId, c.name) == b.cid; })) {
-            if (pairs.addPair(a->uniqueId, b.cid, QStringLiteral("fourcc"), activeFormatFor(*a, b)))
+        if (const Vst2Item* a = firstCandidate([&](const Candidate& c) { return c.fuid == b.cid; })) {
+            if (pair(a, b, "fourcc"))
                 continue;
         }
 
@@ -111,9 +146,9 @@ void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item
         const Key key = NameVendorKey(b.name, b.vendor);
         if (vst3Counts.value(key) != 1)
             continue;
-        const Vst2Item* a = firstCandidate([&](const Vst2Item& c) { return NameVendorKey(c.name, c.vendor) == key; });
+        const Vst2Item* a = firstCandidate([&](const Candidate& c) { return c.key == key; });
         if (a && vst2Counts.value(key) == 1)
-            pairs.addPair(a->uniqueId, b.cid, QStringLiteral("heuristic"), activeFormatFor(*a, b));
+            pair(a, b, "heuristic");
     }
 }
 

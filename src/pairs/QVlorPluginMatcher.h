@@ -29,6 +29,10 @@ public:
     // Empty onlyCids and zero onlyVst2 mean no restriction.
     static void match(const QList<Vst2Item>& vst2, const QList<Vst3Item>& vst3, QVlorPluginPairs& pairs,
                       const QSet<QString>& onlyCids, qint64 onlyVst2);
+    // The same, restricted to a set of VST2 plugins (empty: no restriction),
+    // as one run: the rematches of a scan's announcements together.
+    static void match(const QList<Vst2Item>& vst2, const QList<Vst3Item>& vst3, QVlorPluginPairs& pairs,
+                      const QSet<QString>& onlyCids, const QSet<qint64>& onlyVst2);
     // The class id the SDK's convention gives a plugin converted from VST2.
     static QString fuidFromVst2(qint64 uniqueId, const QString& name);
     static QString normalizeKey(const QString& text);

@@ -70,6 +70,8 @@ public:
 
     // The matcher over the live catalog and store; the manager's thread only.
     void runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId);
+    void runMatcher(const QSet<QString>& cids, const QSet<qint64>& vst2UniqueIds);
+    void drainQueuedRematches();
 
 signals:
     void beginScan();
@@ -118,6 +120,9 @@ public slots:
     QSet<qint64> pendingPairOpVst2IdsCopy() const;
     QSet<QString> pendingPairOpCidsCopy() const;
     void rematchPairs(qint64 vst2UniqueId = 0);
+    // rematchPairs for each VST2 plugin a scan announces: they gather while
+    // the manager's queue holds more, and run as one match (0: everything).
+    void queueRematch(qint64 vst2UniqueId);
     void setPairActiveFormat(const QString& pairId, const QString& format);
     void splitPair(const QString& pairId, const QString& keepFormat, qint64 pendingVst2UniqueId = 0,
                    const QString& pendingVst3Cid = QString());

@@ -7,6 +7,8 @@
 
 #include <QHash>
 
+#include <utility>
+
 namespace QVlorVst3 {
 
 bool Manager::Data::clearPendingPairOp(const QList<qint64>& ids, const QStringList& cids)
@@ -21,6 +23,11 @@ bool Manager::Data::clearPendingPairOp(const QList<qint64>& ids, const QStringLi
 }
 
 void Manager::runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId)
+{
+    runMatcher(cids, vst2UniqueId == 0 ? QSet<qint64>() : QSet<qint64>{vst2UniqueId});
+}
+
+void Manager::runMatcher(const QSet<QString>& cids, const QSet<qint64>& vst2UniqueIds)
 {
     QList<QVlorPluginMatcher::Vst3Item> vst3;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles()) {
@@ -37,7 +44,7 @@ void Manager::runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId)
             if (info.exists)
                 vst2.append({info.uniqueId, info.name, info.vendor, info.enabled});
     }
-    QVlorPluginMatcher::match(vst2, vst3, d->pairs, cids, vst2UniqueId);
+    QVlorPluginMatcher::match(vst2, vst3, d->pairs, cids, vst2UniqueIds);
 }
 
 QList<QVlorPluginPairs::Entry> Manager::pairsEntriesCopy() const
@@ -64,6 +71,35 @@ void Manager::rematchPairs(qint64 vst2UniqueId)
         return;
     runMatcher({}, vst2UniqueId);
     d->commit();
+}
+
+void Manager::queueRematch(qint64 vst2UniqueId)
+{
+    if (d->post([this, vst2UniqueId] { queueRematch(vst2UniqueId); }))
+        return;
+    if (vst2UniqueId == 0)
+        d->queuedRematchAll = true;
+    else
+        d->queuedRematches.insert(vst2UniqueId);
+    if (d->rematchDrainPosted)
+        return;
+    // Behind whatever is queued already: a scan's burst of announcements is one match.
+    d->rematchDrainPosted = true;
+    QMetaObject::invokeMethod(this, [this] { drainQueuedRematches(); }, Qt::QueuedConnection);
+}
+
+void Manager::drainQueuedRematches()
+{
+    d->rematchDrainPosted = false;
+    const QSet<qint64> ids = std::exchange(d->queuedRematches, {});
+    const bool all = std::exchange(d->queuedRematchAll, false);
+    if (ids.isEmpty() && !all)
+        return;
+    const qsizetype before = d->pairs.entries().size();
+    runMatcher({}, all ? QSet<qint64>() : ids);
+    // Nothing paired, nothing to publish: a start announces every plugin.
+    if (d->pairs.entries().size() != before)
+        d->commit();
 }
 
 void Manager::setPairActiveFormat(const QString& pairId, const QString& format)

@@ -41,6 +41,10 @@ public:
     QSet<QString> pendingVerifyingClasses;
     QSet<qint64> pendingPairOpVst2Ids;
     QSet<QString> pendingPairOpCids;
+    // The rematches queued by a scan's announcements, run as one (manager's thread).
+    QSet<qint64> queuedRematches;
+    bool queuedRematchAll = false;
+    bool rematchDrainPosted = false;
 
     // Set when the application quits: the child under way gets a short grace.
     QAtomicInt quitting{0};

@@ -16,6 +16,8 @@
 #include <QAction>
 #include <QApplication>
 #include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPainter>
@@ -42,6 +44,7 @@ const char* const kGuiHelp =
     "Undo takes it back); Tools has Quick Open (Ctrl+K), the shortcuts of every\n"
     "command and plugin, and the plugin manager in Preferences.\n\n"
     "  --theme T          light (the default) or dark\n"
+    "  --startup-report   print how long the start took to the first paint, and quit\n"
     "  --screenshot DIR   start on a generated sound, save pictures of the window,\n"
     "                     the Plugins menu, the preferences and two effect dialogs\n"
     "                     (a plugin's own editor needs a display: xvfb-run), and quit\n";
@@ -186,8 +189,51 @@ private:
 
 } // namespace
 
+// Prints how long the start took, to the first paint of the window, and quits there.
+class StartupReport : public QObject {
+public:
+    StartupReport(const QElapsedTimer& clock, double libraryMs) : m_clock(clock), m_libraryMs(libraryMs) {}
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint && !m_done) {
+            m_done = true;
+            const double paintMs = double(m_clock.nsecsElapsed()) / 1e6;
+            QTimer::singleShot(0, qApp, [this, paintMs] {
+                QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+                QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+                const bool scanning = (vst2 && vst2->isScanning()) || (vst3 && vst3->isScanning());
+                std::printf("library: %.1f ms\nfirst paint: %.1f ms\nchildren: %d\nscanning: %d\n", m_libraryMs, paintMs,
+                            childProcesses(), scanning ? 1 : 0);
+                qApp->quit();
+            });
+        }
+        return false;
+    }
+
+private:
+    static int childProcesses()
+    {
+        int n = 0;
+        for (const QString& task : QDir(QStringLiteral("/proc/self/task")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+            QFile children(QStringLiteral("/proc/self/task/%1/children").arg(task));
+            if (children.open(QIODevice::ReadOnly))
+                n += int(QString::fromLatin1(children.readAll()).split(QLatin1Char(' '), Qt::SkipEmptyParts).size());
+        }
+        return n;
+    }
+
+    QElapsedTimer m_clock;
+    double m_libraryMs;
+    bool m_done = false;
+};
+
 int runGui(int argc, char** argv)
 {
+    QElapsedTimer clock;
+    clock.start();
+    bool startupReport = false;
     std::string screenshots, file;
     int theme = QVlorApplication::Light;
     for (int i = 2; i < argc; ++i) {
@@ -205,6 +251,8 @@ int runGui(int argc, char** argv)
             theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
         } else if (a == "--screenshot" && i + 1 < argc) {
             screenshots = argv[++i];
+        } else if (a == "--startup-report") {
+            startupReport = true;
         } else if (!a.empty() && a[0] == '-') {
             std::fprintf(stderr, "vlorfx gui: unknown option %s (vlorfx gui --help tells more)\n", a.c_str());
             return 2;
@@ -220,17 +268,29 @@ int runGui(int argc, char** argv)
         setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QVlorApplication app(argc, argv);
     QVlorApplication::applyTheme(theme);
+    // The library's own part of the start, apart from the application's and the window's.
+    QElapsedTimer library;
+    library.start();
     QVlorAudioPlugins::Initialize();
+    qint64 libraryNs = library.nsecsElapsed();
     int status = 0;
     {
         vlorfx::MainWindow window;
+        library.restart();
         QVlorAudioPlugins::UI::install(&window);
+        if (std::getenv("VLORFX_STARTUP_PARTS")) std::fprintf(stderr, "install %.1f\n", library.nsecsElapsed() / 1e6);
         if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager()) {
             vst2->loadCatalog();
             // The unchanged scan publishes the loaded catalog, as at the editor's start.
             vst2->updatePlugins(false, false);
         }
+        if (std::getenv("VLORFX_STARTUP_PARTS")) std::fprintf(stderr, "loads %.1f\n", library.nsecsElapsed() / 1e6);
         window.libraryInstalled();
+        libraryNs += library.nsecsElapsed();
+        const double libraryMs = double(libraryNs) / 1e6;
+        StartupReport report(clock, libraryMs);
+        if (startupReport)
+            window.installEventFilter(&report);
         QTemporaryDir generated;
         QString audio = QString::fromStdString(file);
         if (!screenshots.empty()) {
@@ -242,7 +302,8 @@ int runGui(int argc, char** argv)
         if (!audio.isEmpty() && !window.openFile(audio))
             status = 1;
         window.show();
-        QTimer::singleShot(0, &window, [&window] { window.greet(); });
+        if (!startupReport)
+            QTimer::singleShot(0, &window, [&window] { window.greet(); });
         Screenshots shots(&window, QString::fromStdString(screenshots));
         if (!screenshots.empty())
             shots.start();
