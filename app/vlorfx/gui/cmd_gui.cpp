@@ -278,13 +278,11 @@ int runGui(int argc, char** argv)
         vlorfx::MainWindow window;
         library.restart();
         QVlorAudioPlugins::UI::install(&window);
-        if (std::getenv("VLORFX_STARTUP_PARTS")) std::fprintf(stderr, "install %.1f\n", library.nsecsElapsed() / 1e6);
         if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager()) {
             vst2->loadCatalog();
             // The unchanged scan publishes the loaded catalog, as at the editor's start.
             vst2->updatePlugins(false, false);
         }
-        if (std::getenv("VLORFX_STARTUP_PARTS")) std::fprintf(stderr, "loads %.1f\n", library.nsecsElapsed() / 1e6);
         window.libraryInstalled();
         libraryNs += library.nsecsElapsed();
         const double libraryMs = double(libraryNs) / 1e6;
