@@ -69,16 +69,6 @@ double rms(const QVector<float>& v)
     return v.isEmpty() ? 0 : std::sqrt(sum / v.size());
 }
 
-bool copyTree(const QString& from, const QString& to)
-{
-    if (QFileInfo(from).isFile())
-        return QFile::copy(from, to);
-    QDir().mkpath(to);
-    for (const QFileInfo& entry : QDir(from).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot))
-        if (!copyTree(entry.absoluteFilePath(), to + QLatin1Char('/') + entry.fileName()))
-            return false;
-    return true;
-}
 
 QAction* entry(QMenu* menu, const QString& text)
 {
@@ -248,10 +238,7 @@ TEST_F(Gui, ACrashAtTheLastStartIsToldAndTheMenuAsksBeforeOpeningIt)
     for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
         if (e.pairId == pairId())
             cid = e.vst3;
-    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
-    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
-    sentinel.write(("vst3|" + cid + "|ZamComp").toUtf8());
-    sentinel.close();
+    ASSERT_TRUE(writeOpeningSentinel(QStringLiteral("vst3"), cid, QStringLiteral("ZamComp")));
     window->greet();
     QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
     ASSERT_EQ(asked.size(), 1);

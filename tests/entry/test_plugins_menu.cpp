@@ -240,10 +240,7 @@ TEST_F(Menu, APairIsOneEntryOpeningItsActiveFormatUnderOneId)
 TEST_F(Menu, ACrashedClassAsksFirstWithNoAsTheDefault)
 {
     host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
-    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
-    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
-    sentinel.write(("vst3|" + kGain + "|Fixture Gain").toUtf8());
-    sentinel.close();
+    ASSERT_TRUE(writeOpeningSentinel(QStringLiteral("vst3"), kGain, QStringLiteral("Fixture Gain")));
     EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
     settle();
     controller->rebuildPluginsMenu();

@@ -63,6 +63,27 @@ inline void firstScanInOrder(const QStringList& vst2Folders, const QStringList& 
     settleManagers();
 }
 
+// The mark an in-process open leaves when the process dies during it.
+inline bool writeOpeningSentinel(const QString& format, const QString& key, const QString& name)
+{
+    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
+    if (!sentinel.open(QIODevice::WriteOnly))
+        return false;
+    return sentinel.write((format + QLatin1Char('|') + key + QLatin1Char('|') + name).toUtf8()) > 0;
+}
+
+// A folder or file copied whole (a plugin bundle, for one).
+inline bool copyTree(const QString& from, const QString& to)
+{
+    if (QFileInfo(from).isFile())
+        return QFile::copy(from, to);
+    QDir().mkpath(to);
+    for (const QFileInfo& entry : QDir(from).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot))
+        if (!copyTree(entry.absoluteFilePath(), to + QLatin1Char('/') + entry.fileName()))
+            return false;
+    return true;
+}
+
 // A start from nothing: no catalog, pair or opening mark of a test before.
 inline void removeCatalogs()
 {

@@ -27,6 +27,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <QToolTip>
+#include <QTreeView>
 
 #include <gtest/gtest.h>
 
@@ -71,6 +72,20 @@ inline QStringList shown(const QAbstractItemModel* model, const QModelIndex& par
         names += shown(model, child);
     }
     return names;
+}
+
+// Where the check box of a row of a tree with a name margin of 6 lies.
+inline QPoint checkBoxAt(QTreeView* view, const QModelIndex& index)
+{
+    QStyleOptionViewItem opt;
+    opt.initFrom(view);
+    opt.rect = view->visualRect(index);
+    opt.rect.setLeft(opt.rect.left() + 6);
+    opt.features = QStyleOptionViewItem::HasCheckIndicator | QStyleOptionViewItem::HasDisplay;
+    opt.text = index.data().toString();
+    opt.font = view->font();
+    opt.widget = view;
+    return view->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, view).center();
 }
 
 inline UnifiedRow rowOf(const QModelIndex& index) { return index.data(UpmRowRole).value<UnifiedRow>(); }
@@ -151,18 +166,7 @@ protected:
     QModelIndex row(const QString& name) const { return findRow(tree->model(), name); }
 
     // Where a user clicks: the row's check box, a badge.
-    QPoint checkBox(const QModelIndex& index) const
-    {
-        QStyleOptionViewItem opt;
-        opt.initFrom(tree);
-        opt.rect = tree->visualRect(index);
-        opt.rect.setLeft(opt.rect.left() + 6);
-        opt.features = QStyleOptionViewItem::HasCheckIndicator | QStyleOptionViewItem::HasDisplay;
-        opt.text = index.data().toString();
-        opt.font = tree->font();
-        opt.widget = tree;
-        return tree->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, tree).center();
-    }
+    QPoint checkBox(const QModelIndex& index) const { return checkBoxAt(tree, index); }
     QRectF badge(const QModelIndex& index, int slot) const
     {
         return QVlorPluginBadgeDelegate::slotRect(tree->visualRect(index.siblingAtColumn(1)), slot,

@@ -124,10 +124,7 @@ TEST_F(Prefs, ABadgeClickSwitchesAPairsFormatKeepingItInUseAndNotOntoACrashedOne
     EXPECT_EQ(activeFormat(pairId), QStringLiteral("vst2"));
 
     // A crashed format cannot be made active.
-    QFile sentinel(QDir(QString::fromStdString(dataDir())).filePath(QStringLiteral("opening_sentinel")));
-    ASSERT_TRUE(sentinel.open(QIODevice::WriteOnly));
-    sentinel.write(("vst3|" + kGain + "|Fixture Gain").toUtf8());
-    sentinel.close();
+    ASSERT_TRUE(writeOpeningSentinel(QStringLiteral("vst3"), kGain, QStringLiteral("Fixture Gain")));
     EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
     settle();
     ASSERT_EQ(rowOf(pairRow()).vst3.state, QStringLiteral("crashed"));

@@ -323,17 +323,7 @@ protected:
         return QVlorPathOriginDelegate::buttonRect(view->visualRect(index.siblingAtColumn(1))).center().toPoint();
     }
     void clickIn(const QPoint& at) { QTest::mouseClick(view->viewport(), Qt::LeftButton, {}, at); }
-    QPoint checkBoxOf(const QModelIndex& index) const
-    {
-        QStyleOptionViewItem opt;
-        opt.initFrom(view);
-        opt.rect = view->visualRect(index);
-        opt.rect.setLeft(opt.rect.left() + 6);
-        opt.features = QStyleOptionViewItem::HasCheckIndicator | QStyleOptionViewItem::HasDisplay;
-        opt.text = index.data().toString();
-        opt.widget = view;
-        return view->style()->subElementRect(QStyle::SE_ItemViewItemCheckIndicator, &opt, view).center();
-    }
+    QPoint checkBoxOf(const QModelIndex& index) const { return checkBoxAt(view, index); }
     void answerFolder(const QString& folder)
     {
         QVlorDialogs::setAnswerer([folder](const QVlorDialogs::Question& q) {
@@ -481,16 +471,6 @@ TEST_F(SearchPaths, SwitchingAFolderOffChangesTheRowsAndOnAgainScans)
     EXPECT_GE(began.count(), 1);
 }
 
-bool copyTree(const QString& from, const QString& to)
-{
-    if (QFileInfo(from).isFile())
-        return QFile::copy(from, to);
-    QDir().mkpath(to);
-    for (const QFileInfo& entry : QDir(from).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot))
-        if (!copyTree(entry.absoluteFilePath(), to + QLatin1Char('/') + entry.fileName()))
-            return false;
-    return true;
-}
 
 // Real plugins: the zam twins the matcher pairs, split and joined again by
 // hand, and two plugins no matcher pairs, paired by hand. After each step and
