@@ -329,3 +329,37 @@ TEST_F(Gui, QuickOpenNarrowsByNameVendorAndFormatAndOpensWithEnter)
     QTest::keyClick(quick->field(), Qt::Key_Return);
     ASSERT_NE(window->effectDialog(), nullptr);
 }
+
+TEST_F(Gui, AnEffectWhoseHostProgramDiesWhileApplyingLeavesTheWindowAndTheAudioAsTheyWere)
+{
+    // A VST2 plugin that dies after a few blocks of audio, in the host program that applies it.
+    const QString folder = QString::fromStdString(dir.file("faults"));
+    QDir().mkpath(folder);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-crash-process.so"),
+                            folder + QStringLiteral("/CrashProcess.so")));
+    vst2->addPath(folder);
+    vst2->updatePlugins(true, false);
+    vst2->enableNewPlugins();
+    QAction* faulty = nullptr;
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        faulty = entry(pluginsMenu(), QStringLiteral("Faulty crash_process & <Co> \u00B7 VST2"));
+        return faulty != nullptr;
+    }, 20000));
+    const QVector<float> input = window->document()->samples();
+    faulty->trigger();
+    vlorfx::EffectDialog* dialog = window->effectDialog();
+    ASSERT_NE(dialog, nullptr);
+    QVlorDialogs::takeAsked();
+    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::Ok, QString()}; });
+    QTest::mouseClick(dialog->findChild<QPushButton*>(QStringLiteral("applyButton")), Qt::LeftButton);
+    const QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+    QVlorDialogs::setAnswerer({});
+    ASSERT_EQ(asked.size(), 1);
+    EXPECT_EQ(asked[0].kind, QStringLiteral("warning"));
+    EXPECT_TRUE(asked[0].text.contains(QStringLiteral("failed"))) << asked[0].text.toStdString();
+    EXPECT_EQ(window->document()->samples(), input);
+    EXPECT_FALSE(window->document()->undoStack()->canUndo());
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_NE(window->effectDialog(), nullptr) << "the dialog stays for another try";
+}
