@@ -469,8 +469,10 @@ void MainWindow::registerAction(QAction* action, const QString& id, const QStrin
     const QString stored = QVlorSetting::global().getString(QVlorAudioPlugins::ShortcutSettingKey(id));
     if (!stored.isEmpty())
         action->setShortcut(QKeySequence(stored));
-    // Shortcuts work with the menu closed.
-    addAction(action);
+    // A shortcut works with the menu closed when the window holds its action;
+    // only bound ones need it, and a menu of thousands builds faster without.
+    if (!action->shortcut().isEmpty())
+        addAction(action);
 }
 
 void MainWindow::registerQuickOpen(int, QAction* action, const QString&, const QString& title,
@@ -715,16 +717,18 @@ ShortcutsDialog::ShortcutsDialog(const QHash<QString, QAction*>& actions, QWidge
         for (int row = 0; row < ids.size(); ++row) {
             QAction* action = actions.value(ids.at(row));
             if (action && edits.at(row)->keySequence() != action->shortcut())
-                bind(action, ids.at(row), edits.at(row)->keySequence());
+                bind(parentWidget(), action, ids.at(row), edits.at(row)->keySequence());
         }
         accept();
     });
     resize(560, 480);
 }
 
-void ShortcutsDialog::bind(QAction* action, const QString& id, const QKeySequence& keys)
+void ShortcutsDialog::bind(QWidget* window, QAction* action, const QString& id, const QKeySequence& keys)
 {
     action->setShortcut(keys);
+    if (window && !keys.isEmpty())
+        window->addAction(action);
     const QString key = QVlorAudioPlugins::ShortcutSettingKey(id);
     if (keys.isEmpty())
         QVlorSetting::global().remove(key);

@@ -155,8 +155,8 @@ class ShortcutsDialog : public QDialog {
     Q_OBJECT
 public:
     ShortcutsDialog(const QHash<QString, QAction*>& actions, QWidget* parent);
-    // Binds keys to the action of that id now, stored for the next start.
-    static void bind(QAction* action, const QString& id, const QKeySequence& keys);
+    // Binds keys to the action of that id now, in the window, stored for the next start.
+    static void bind(QWidget* window, QAction* action, const QString& id, const QKeySequence& keys);
 };
 
 } // namespace vlorfx
