@@ -31,6 +31,7 @@
 #include <QKeySequenceEdit>
 #include <QMenu>
 #include <QPushButton>
+#include <QSignalSpy>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -362,4 +363,33 @@ TEST_F(Gui, AnEffectWhoseHostProgramDiesWhileApplyingLeavesTheWindowAndTheAudioA
     EXPECT_FALSE(window->document()->undoStack()->canUndo());
     EXPECT_TRUE(window->isVisible());
     EXPECT_NE(window->effectDialog(), nullptr) << "the dialog stays for another try";
+}
+
+TEST(GuiFirstStart, NothingKnownOffersTheStandardFoldersOnceAndNoLeavesThemAlone)
+{
+    QVlorAudioPlugins::Initialize();
+    removeCatalogs();
+    QVlorSetting::global().remove(QStringLiteral("vlorfx.gui.first_scan_offered"));
+    {
+        vlorfx::MainWindow window;
+        QVlorAudioPlugins::UI::install(&window);
+        window.libraryInstalled();
+        QVlorDialogs::takeAsked();
+        QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::No, QString()}; });
+        QSignalSpy began(QVlorAudioPlugins::vst3Manager(), &QVlorVst3::Manager::beginScan);
+        window.greet();
+        QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+        ASSERT_EQ(asked.size(), 1);
+        EXPECT_EQ(asked[0].kind, QStringLiteral("question"));
+        settleManagers();
+        QCoreApplication::processEvents();
+        EXPECT_EQ(began.count(), 0) << "No scans nothing";
+        EXPECT_TRUE(QVlorAudioPlugins::vstManager()->pathsCopy().isEmpty());
+        window.greet();
+        EXPECT_TRUE(QVlorDialogs::takeAsked().isEmpty()) << "asked once";
+        QVlorDialogs::setAnswerer({});
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&window);
+    }
+    QVlorAudioPlugins::Finalize();
 }
