@@ -283,7 +283,7 @@ TEST_F(Gui, AShortcutOnAPluginEntryStillOpensItOnceTheFormatsArePaired)
     auto* field = shortcuts->findChild<QKeySequenceEdit*>(id);
     ASSERT_NE(field, nullptr);
     QTest::keyClick(field, Qt::Key_F7, Qt::ControlModifier);
-    QTest::qWait(1100); // the field ends its recording after a second
+    ASSERT_TRUE(QTest::qWaitFor([field] { return field->keySequence() == QKeySequence(Qt::CTRL | Qt::Key_F7); }, 3000));
     QMetaObject::invokeMethod(shortcuts, [shortcuts] {
         for (QPushButton* b : shortcuts->findChildren<QPushButton*>())
             if (b->text().remove(QLatin1Char('&')) == QStringLiteral("OK"))

@@ -66,7 +66,8 @@ void clickItem(QMenu* menu, const QString& choose)
     if (parts.size() == 1)
         return;
     QMenu* sub = item->menu();
-    QTest::qWait(150); // a submenu opens after the pointer rests on its item
+    // A submenu opens a moment after the pointer rests on its item.
+    (void)QTest::qWaitFor([sub] { return sub && sub->isVisible(); }, 3000);
     QAction* inner = sub ? actionOf(sub, parts.at(1)) : nullptr;
     if (!inner || !sub->isVisible()) {
         ADD_FAILURE() << "no open submenu item " << choose.toStdString();
