@@ -46,26 +46,17 @@ public:
         }
     }
 
-    // formatId: "vstid-N" or "vsthash-HASH:N" (an id outside 32 bits, or none, counts as 0).
     bool find(const QString& formatId, QVlorVst::Plugin* out) const
     {
+        UpmVst2Identity wanted;
+        if (!UpmParseVst2Identity(formatId, &wanted))
+            return false;
         const QVlorVst::Plugin* found = nullptr;
-        if (formatId.startsWith(QLatin1String("vsthash-"))) {
-            const QString rest = formatId.mid(8);
-            const int colon = rest.lastIndexOf(QLatin1Char(':'));
-            const QString hash = colon < 0 ? rest : rest.left(colon);
-            bool ok = false;
-            const qint64 id = colon < 0 ? 0 : rest.mid(colon + 1).toLongLong(&ok);
-            const int pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
-            if (hash.isEmpty())
-                return false;
-            auto it = m_byHash.constFind(hash + QLatin1Char(':') + QString::number(pluginId));
+        if (!wanted.hash.isEmpty()) {
+            auto it = m_byHash.constFind(wanted.hash + QLatin1Char(':') + QString::number(wanted.pluginId));
             found = it == m_byHash.constEnd() ? nullptr : &it.value();
-        } else if (formatId.startsWith(QLatin1String("vstid-"))) {
-            const qint64 uniqueId = formatId.mid(6).toLongLong();
-            if (uniqueId == 0)
-                return false;
-            auto it = m_byId.constFind(uniqueId);
+        } else {
+            auto it = m_byId.constFind(wanted.uniqueId);
             found = it == m_byId.constEnd() ? nullptr : &it.value();
         }
         if (!found)

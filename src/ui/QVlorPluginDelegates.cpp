@@ -259,7 +259,13 @@ void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewIt
 
     painter->save();
     painter->setRenderHint(QPainter::Antialiasing, true);
-    painter->setFont(BadgeFont(option.font, h));
+    // Every visible row paints with the same font and height: the shrinking is done once.
+    if (option.font != m_badgeFontSource || h != m_badgeFontHeight) {
+        m_badgeFontSource = option.font;
+        m_badgeFontHeight = h;
+        m_badgeFont = BadgeFont(option.font, h);
+    }
+    painter->setFont(m_badgeFont);
     if (isRawRow(row)) {
         const bool dark = darkPalette(option.palette);
         if (rawAddInert(row, option))

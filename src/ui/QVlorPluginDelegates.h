@@ -6,6 +6,7 @@
 
 #include "QVlorUnifiedPluginsModel.h"
 
+#include <QFont>
 #include <QHash>
 #include <QPersistentModelIndex>
 #include <QPixmap>
@@ -48,6 +49,9 @@ private:
 
     QPersistentModelIndex pressedIndex;
     int pressedSlot = -1;
+    mutable QFont m_badgeFontSource;
+    mutable int m_badgeFontHeight = -1;
+    mutable QFont m_badgeFont;
 };
 
 class QVlorPluginStateDelegate : public QStyledItemDelegate {

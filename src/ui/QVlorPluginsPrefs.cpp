@@ -190,54 +190,28 @@ void QVlorPluginsPrefs::Data::applyCollapsed(QTreeView* tree, const QModelIndex&
 
 qint64 QVlorPluginsPrefs::Data::ParseVst2UniqueId(const QString& identity)
 {
-    if (!identity.startsWith(QLatin1String("vstid-")))
-        return 0;
-    bool ok = false;
-    const qint64 id = identity.mid(6).toLongLong(&ok);
-    return ok ? id : 0;
+    UpmVst2Identity parsed;
+    return UpmParseVst2Identity(identity, &parsed) ? parsed.uniqueId : 0;
 }
 
+// In the paths the rows were made from; a shell's children right after it.
 bool QVlorPluginsPrefs::Data::findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin,
                                                     QVlorVst::Path* path) const
 {
-    auto hit = [&](const QVlorVst::Plugin& p, const QVlorVst::Path& in) {
-        *plugin = p;
-        *path = in;
-        return true;
-    };
-    if (identity.startsWith(QLatin1String("vsthash-"))) {
-        const QString rest = identity.mid(8);
-        const int colon = rest.lastIndexOf(QLatin1Char(':'));
-        const QString hash = colon < 0 ? rest : rest.left(colon);
-        qint64 number = 0;
-        if (colon >= 0) {
-            bool ok = false;
-            number = rest.mid(colon + 1).toLongLong(&ok);
-            if (!ok || number < INT32_MIN || number > INT32_MAX)
-                number = 0;
-        }
-        if (hash.isEmpty())
-            return false;
-        for (const QVlorVst::Path& p : paths)
-            for (const QVlorVst::Plugin& candidate : p.plugins()) {
-                if (candidate.hash() == hash && candidate.pluginId() == number)
-                    return hit(candidate, p);
-                for (const QVlorVst::Plugin& child : candidate.plugins())
-                    if (child.hash() == hash && child.pluginId() == number)
-                        return hit(child, p);
-            }
-        return false;
-    }
-    const qint64 id = ParseVst2UniqueId(identity);
-    if (id == 0)
+    UpmVst2Identity wanted;
+    if (!UpmParseVst2Identity(identity, &wanted))
         return false;
     for (const QVlorVst::Path& p : paths)
         for (const QVlorVst::Plugin& candidate : p.plugins()) {
-            if (candidate.uniqueId() == id)
-                return hit(candidate, p);
-            for (const QVlorVst::Plugin& child : candidate.plugins())
-                if (child.uniqueId() == id)
-                    return hit(child, p);
+            const QVlorVst::Plugin* hit = wanted.names(candidate) ? &candidate : nullptr;
+            for (int i = 0; !hit && i < candidate.plugins().size(); ++i)
+                if (wanted.names(candidate.plugins().at(i)))
+                    hit = &candidate.plugins().at(i);
+            if (hit) {
+                *plugin = *hit;
+                *path = p;
+                return true;
+            }
         }
     return false;
 }

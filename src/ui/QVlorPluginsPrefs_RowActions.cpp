@@ -43,14 +43,6 @@ bool hasMissing(const UnifiedRow& row)
     return row.vst2.state == QLatin1String("missing") || row.vst3.state == QLatin1String("missing");
 }
 
-const QVlorPluginPairs::Entry* entryOf(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries)
-{
-    for (const QVlorPluginPairs::Entry& e : entries)
-        if (e.pairId == pairId)
-            return &e;
-    return nullptr;
-}
-
 } // namespace
 
 QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
@@ -240,7 +232,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         QList<qint64> ids;
         QStringList cids;
         for (const UnifiedRow& row : std::as_const(splitRows))
-            if (const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries)) {
+            if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries)) {
                 if (e->vst2 != 0)
                     ids << e->vst2;
                 if (!e->vst3.isEmpty())
@@ -249,7 +241,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         if (!ids.isEmpty() || !cids.isEmpty())
             m3->markPairOpPending(ids, cids);
         for (const UnifiedRow& row : std::as_const(splitRows))
-            if (const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries))
+            if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries))
                 m3->splitPair(row.pairId, row.vst3.active ? QStringLiteral("vst3") : QStringLiteral("vst2"), e->vst2,
                               e->vst3);
     } else if (chosen == joinAction) {

@@ -459,8 +459,8 @@ void QVlorSearchPathsDialog::applyChanges()
             current.insert(child->data(kFolderRole).toString(), child->checkState() == Qt::Checked);
         }
         QMap<QString, bool>& original = vst2 ? d->originalVst2Paths : d->originalVst3Paths;
-        QStringList custom = settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
-        QStringList disabled = settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
+        QStringList custom = vst2 ? QStringList() : settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
+        QStringList disabled = vst2 ? QStringList() : settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
         const QStringList customBefore = custom;
         const QStringList disabledBefore = disabled;
         for (auto it = original.constBegin(); it != original.constEnd(); ++it) {

@@ -745,27 +745,54 @@ bool UpmRowBusy(const UnifiedRow& row)
            (row.vst3.present && row.vst3.state == QLatin1String("verifying"));
 }
 
-namespace {
-const QVlorPluginPairs::Entry* entryOf(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries)
+const QVlorPluginPairs::Entry* UpmPairEntry(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries)
 {
     for (const QVlorPluginPairs::Entry& e : entries)
         if (e.pairId == pairId)
             return &e;
     return nullptr;
 }
-} // namespace
+
+bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out)
+{
+    UpmVst2Identity parsed;
+    if (identity.startsWith(QLatin1String("vsthash-"))) {
+        const QString rest = identity.mid(8);
+        const int colon = rest.lastIndexOf(QLatin1Char(':'));
+        parsed.hash = colon < 0 ? rest : rest.left(colon);
+        bool ok = false;
+        const qint64 id = colon < 0 ? 0 : rest.mid(colon + 1).toLongLong(&ok);
+        parsed.pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
+        if (parsed.hash.isEmpty())
+            return false;
+    } else if (identity.startsWith(QLatin1String("vstid-"))) {
+        parsed.uniqueId = identity.mid(6).toLongLong();
+        if (parsed.uniqueId == 0)
+            return false;
+    } else {
+        return false;
+    }
+    if (out)
+        *out = parsed;
+    return true;
+}
+
+bool UpmVst2Identity::names(const QVlorVst::Plugin& plugin) const
+{
+    return hash.isEmpty() ? plugin.uniqueId() == uniqueId : plugin.hash() == hash && plugin.pluginId() == pluginId;
+}
 
 bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries)
 {
     if (row.pairId.isEmpty())
         return true;
-    const QVlorPluginPairs::Entry* e = entryOf(row.pairId, entries);
+    const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries);
     return e && (e->vst2 == 0 || e->vst3.isEmpty());
 }
 
 bool UpmRowSplitEligible(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries)
 {
-    const QVlorPluginPairs::Entry* e = row.pairId.isEmpty() ? nullptr : entryOf(row.pairId, entries);
+    const QVlorPluginPairs::Entry* e = row.pairId.isEmpty() ? nullptr : UpmPairEntry(row.pairId, entries);
     return e && e->vst2 != 0 && !e->vst3.isEmpty();
 }
 

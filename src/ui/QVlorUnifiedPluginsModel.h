@@ -118,6 +118,8 @@ private:
 
 // What a row may do, shared by the delegates and the row menu.
 bool UpmRowBusy(const UnifiedRow& row);
+// The entry of a pair in a copy of the store; null if none has that id.
+const QVlorPluginPairs::Entry* UpmPairEntry(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries);
 bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries);
 bool UpmRowSplitEligible(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries);
 bool UpmRowResetEligible(const UnifiedRow& row, const QVlorVst3::Catalog& catalog, QString* bundlePath);
@@ -125,6 +127,18 @@ bool UpmJoinPairEligible(const UnifiedRow& a, const UnifiedRow& b, const Unified
                          QString* activeFormat, const QList<QVlorPluginPairs::Entry>& entries);
 int UpmNewRootSortRank(const QModelIndex& index);
 int ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row);
+
+// A VST2 row identity taken apart: "vstid-N" names a unique id, and
+// "vsthash-HASH:N" a file's hash with its plugin id (an id outside 32 bits,
+// or none, counts as 0). False for any other text, an empty hash or a zero id.
+struct UpmVst2Identity {
+    qint64 uniqueId = 0;
+    QString hash;
+    int pluginId = 0;
+    // Whether the record is the one this identity names.
+    bool names(const QVlorVst::Plugin& plugin) const;
+};
+bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out);
 
 // Item roles beside UpmRowRole.
 constexpr int UpmVendorKeyRole = 267;

@@ -358,7 +358,10 @@ void MainWindow::attachPluginsMenu()
     QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
     if (!controller)
         return;
-    controller->rebuildPluginsMenuNow();
+    // The controller rebuilds its menu on the managers' signals; only a menu
+    // not made yet is built here.
+    if (!controller->pluginsMenu())
+        controller->rebuildPluginsMenuNow();
     QMenu* plugins = controller->pluginsMenu();
     if (!plugins || m_attached == plugins)
         return;
