@@ -38,6 +38,7 @@
 
 #include <sndfile.h>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 
@@ -188,7 +189,14 @@ TEST_P(GuiFormats, PickApplyUndoRedoAndSaveAZamEffect)
     ASSERT_NE(dialog, nullptr);
     ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog));
     EXPECT_EQ(dialog->format(), format);
-    EXPECT_FALSE(dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->isEnabled());
+    // Preview is offered exactly where a sound output can play this audio, and
+    // says why not elsewhere.
+    const int channels = window->document()->channels();
+    QPushButton* preview = dialog->findChild<QPushButton*>(QStringLiteral("previewButton"));
+    const QString unavailable = vlorfx::Previewer::unavailableReason(window->document()->sampleRate(), channels);
+    EXPECT_EQ(preview->isEnabled(), unavailable.isEmpty());
+    if (!unavailable.isEmpty())
+        EXPECT_EQ(preview->toolTip(), unavailable);
 
     // The makeup gain to its top, with a key on its slider.
     QAbstractSlider* makeup = nullptr;
@@ -205,6 +213,21 @@ TEST_P(GuiFormats, PickApplyUndoRedoAndSaveAZamEffect)
     makeup->setFocus();
     QTest::keyClick(makeup, Qt::Key_End);
 
+    // What Preview plays: the audio through the dialog's own live effect,
+    // block by block, as bytes of either sample format.
+    for (auto kind : {vlorfx::PreviewStream::Float, vlorfx::PreviewStream::Int16}) {
+        vlorfx::PreviewStream stream(input, channels, dialog->widget()->effect(), 512, kind);
+        const QByteArray bytes = stream.readAll();
+        ASSERT_EQ(bytes.size(), stream.totalFrames() * stream.bytesPerFrame());
+        EXPECT_TRUE(stream.atEnd());
+        EXPECT_EQ(stream.framesDry(), 0) << "the effect gave every block";
+        QVector<float> played(input.size());
+        for (int i = 0; i < played.size(); ++i)
+            played[i] = kind == vlorfx::PreviewStream::Float ? reinterpret_cast<const float*>(bytes.constData())[i]
+                                                             : reinterpret_cast<const qint16*>(bytes.constData())[i] / 32767.0f;
+        EXPECT_GT(rms(played), rms(input) * 5) << "the preview carries the makeup";
+    }
+
     QTest::mouseClick(dialog->findChild<QPushButton*>(QStringLiteral("applyButton")), Qt::LeftButton);
     const QVector<float> applied = window->document()->samples();
     ASSERT_EQ(applied.size(), input.size());
@@ -220,15 +243,67 @@ TEST_P(GuiFormats, PickApplyUndoRedoAndSaveAZamEffect)
 
     QTest::keyClick(window.get(), Qt::Key_S, Qt::ControlModifier);
     EXPECT_FALSE(window->document()->isModified());
-    int channels = 0, rate = 0;
+    int savedChannels = 0, rate = 0;
     QVector<float> saved;
     QString error;
-    ASSERT_TRUE(vlorfx::AudioDocument::readFile(QString::fromStdString(dir.file("in.wav")), &channels, &rate, &saved, &error));
+    ASSERT_TRUE(vlorfx::AudioDocument::readFile(QString::fromStdString(dir.file("in.wav")), &savedChannels, &rate, &saved, &error));
     ASSERT_EQ(saved.size(), input.size());
     EXPECT_GT(rms(saved), rms(input) * 5);
 }
 
 INSTANTIATE_TEST_SUITE_P(BothFormats, GuiFormats, ::testing::Values("vst3", "vst2"));
+
+TEST_F(Gui, PreviewPlaysTheSelectionOnTheSoundOutputAndStopsOnAClickOrAtItsEnd)
+{
+    const QString unavailable = vlorfx::Previewer::unavailableReason(44100, 2);
+    if (!unavailable.isEmpty())
+        GTEST_SKIP() << unavailable.toStdString();
+    QAction* zam = entry(pluginsMenu(), QStringLiteral("ZamComp \u00B7 VST3"));
+    ASSERT_NE(zam, nullptr);
+    zam->trigger();
+    vlorfx::EffectDialog* dialog = window->effectDialog();
+    ASSERT_NE(dialog, nullptr);
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog));
+    QPushButton* preview = dialog->findChild<QPushButton*>(QStringLiteral("previewButton"));
+    ASSERT_TRUE(preview->isEnabled());
+    // A click stops a preview under way.
+    QTest::mouseClick(preview, Qt::LeftButton);
+    EXPECT_EQ(preview->text(), QStringLiteral("Stop"));
+    EXPECT_TRUE(window->isPreviewing());
+    QTest::qWait(100);
+    QTest::mouseClick(preview, Qt::LeftButton);
+    EXPECT_EQ(preview->text(), QStringLiteral("Preview"));
+    // A tenth of a second plays to its end and gives the button back.
+    window->waveform()->setSelection(0, 4410);
+    QTest::mouseClick(preview, Qt::LeftButton);
+    EXPECT_EQ(preview->text(), QStringLiteral("Stop"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return preview->text() == QStringLiteral("Preview"); }, 5000));
+    EXPECT_TRUE(preview->isEnabled());
+    // Closing the dialog while it plays ends the preview with it.
+    QTest::mouseClick(preview, Qt::LeftButton);
+    EXPECT_TRUE(window->isPreviewing());
+    dialog->close();
+    EXPECT_FALSE(window->isPreviewing());
+}
+
+TEST(GuiPreview, WithoutAWorkingEffectTheAudioPlaysDryBlockByBlock)
+{
+    // A plugin that could not start (or crashed) gives nothing; the preview
+    // goes on dry, as the mixer passes such an effect over.
+    QVector<float> input(2 * 1000);
+    for (int i = 0; i < input.size(); ++i)
+        input[i] = float(std::sin(i * 0.01)) * 1.5f;
+    vlorfx::PreviewStream stream(input, 2, nullptr, 300, vlorfx::PreviewStream::Int16);
+    QByteArray bytes;
+    // The sound output asks for odd amounts: only whole frames are given.
+    while (!stream.atEnd())
+        bytes += stream.read(997);
+    ASSERT_EQ(bytes.size(), 1000 * 2 * 2);
+    EXPECT_EQ(stream.framesDry(), 1000);
+    const auto* s = reinterpret_cast<const qint16*>(bytes.constData());
+    for (int i = 0; i < input.size(); ++i)
+        ASSERT_EQ(s[i], qint16(std::lround(std::clamp(input[i], -1.0f, 1.0f) * 32767.0f))) << i;
+}
 
 TEST_F(Gui, ACrashAtTheLastStartIsToldAndTheMenuAsksBeforeOpeningIt)
 {

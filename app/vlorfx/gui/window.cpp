@@ -191,10 +191,9 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
     layout->addWidget(widget, 1);
     auto* buttons = new QDialogButtonBox(this);
     buttons->setContentsMargins(12, 6, 12, 12);
-    QPushButton* preview = buttons->addButton(tr("Preview"), QDialogButtonBox::ActionRole);
-    preview->setObjectName(QStringLiteral("previewButton"));
-    preview->setEnabled(false);
-    preview->setToolTip(tr("Preview needs a sound output; this build of vlorfx plays no sound"));
+    m_preview = buttons->addButton(tr("Preview"), QDialogButtonBox::ActionRole);
+    m_preview->setObjectName(QStringLiteral("previewButton"));
+    connect(m_preview, &QPushButton::clicked, this, [this] { emit previewRequested(this); });
     QPushButton* apply = buttons->addButton(tr("Apply"), QDialogButtonBox::AcceptRole);
     apply->setObjectName(QStringLiteral("applyButton"));
     apply->setDefault(true);
@@ -214,6 +213,14 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
         widget->setMinimumSize(hint);
 }
 
+void EffectDialog::setPreviewState(bool playing, const QString& unavailable)
+{
+    m_preview->setText(playing ? tr("Stop") : tr("Preview"));
+    m_preview->setEnabled(playing || unavailable.isEmpty());
+    m_preview->setToolTip(playing ? tr("Stop the preview")
+                                  : unavailable.isEmpty() ? tr("Play the selection through the effect") : unavailable);
+}
+
 // The window.
 
 MainWindow::MainWindow()
@@ -222,6 +229,7 @@ MainWindow::MainWindow()
     setWindowTitle(QStringLiteral("vlorfx"));
     m_wave = new WaveformView(&m_doc, this);
     setCentralWidget(m_wave);
+    m_previewer = new Previewer(this);
     m_libraryMenu = new QMenu(QStringLiteral("Main"), this);
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
@@ -271,6 +279,7 @@ MainWindow::MainWindow()
 MainWindow::~MainWindow()
 {
     BLTHREAD_SetMainThreadDispatcher(nullptr);
+    m_previewer->stop();
     if (m_effectDialog)
         delete m_effectDialog;
 }
@@ -304,6 +313,8 @@ bool MainWindow::openFile(const QString& path)
         return false;
     }
     m_wave->setSelection(0, 0);
+    // Playback runs at the audio's own rate; effects made from now on follow it.
+    QVlorMixer::Mixer::instance().setSampleRate(m_doc.sampleRate());
     // The menu's entries are enabled by the front audio at their build.
     if (QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController())
         controller->rebuildPluginsMenu();
@@ -513,6 +524,19 @@ void MainWindow::presentEffectWidget(QVlorFxWidget* widget, QAction*, const QStr
         m_effectDialog->close();
     auto* dialog = new EffectDialog(widget, format, this);
     m_effectDialog = dialog;
+    dialog->setPreviewState(false, !widget->effect() || !widget->effect()->isOk()
+                                       ? tr("The plugin could not be started for a preview")
+                                       : Previewer::unavailableReason(m_doc.sampleRate(), m_doc.channels()));
+    connect(dialog, &EffectDialog::previewRequested, this, &MainWindow::togglePreview);
+    // The preview plays through the dialog's effect: it ends with the dialog,
+    // and when the plugin crashes under it.
+    connect(dialog, &QDialog::finished, m_previewer, &Previewer::stop);
+    connect(dialog, &QObject::destroyed, m_previewer, &Previewer::stop);
+    connect(widget, &QVlorFxWidget::fxCrashed, dialog, [this, dialog] {
+        m_previewer->stop();
+        dialog->setPreviewState(false, tr("The plugin crashed"));
+    });
+    connect(m_previewer, &Previewer::finished, dialog, [dialog] { dialog->setPreviewState(false, QString()); });
     connect(dialog, &EffectDialog::applyRequested, this, [this](EffectDialog* d) {
         QString error;
         if (!applyEffect(d->widget(), &error)) {
@@ -526,6 +550,36 @@ void MainWindow::presentEffectWidget(QVlorFxWidget* widget, QAction*, const QStr
     dialog->show();
 }
 
+void MainWindow::selectedRange(qint64* start, qint64* count) const
+{
+    *start = m_wave->selectionStart();
+    *count = m_wave->selectionEnd() - *start;
+    if (*count <= 0) {
+        *start = 0;
+        *count = m_doc.frames();
+    }
+}
+
+void MainWindow::togglePreview(EffectDialog* dialog)
+{
+    if (m_previewer->isPlaying()) {
+        m_previewer->stop();
+        dialog->setPreviewState(false, QString());
+        return;
+    }
+    if (m_doc.isEmpty())
+        return;
+    qint64 start = 0, count = 0;
+    selectedRange(&start, &count);
+    QString error;
+    if (!m_previewer->start(m_doc.range(start, count), m_doc.sampleRate(), m_doc.channels(), dialog->widget()->effect(),
+                            &error)) {
+        dialog->setPreviewState(false, error);
+        return;
+    }
+    dialog->setPreviewState(true, QString());
+}
+
 bool MainWindow::applyEffect(QVlorFxWidget* widget, QString* error)
 {
     if (m_doc.isEmpty()) {
@@ -534,12 +588,8 @@ bool MainWindow::applyEffect(QVlorFxWidget* widget, QString* error)
     }
     const char* filter = qobject_cast<QVlorVst3::Widget*>(widget) ? "VST3 host" : "VST host";
     const QByteArray config = widget->fxParam(false).toUtf8();
-    qint64 start = m_wave->selectionStart();
-    qint64 count = m_wave->selectionEnd() - start;
-    if (count <= 0) {
-        start = 0;
-        count = m_doc.frames();
-    }
+    qint64 start = 0, count = 0;
+    selectedRange(&start, &count);
     QTemporaryDir dir;
     const QString in = dir.filePath(QStringLiteral("in.wav"));
     const QString out = dir.filePath(QStringLiteral("out.wav"));

@@ -5,6 +5,7 @@
 
 #include "QVlorAudioPlugins.h"
 #include "document.h"
+#include "preview.h"
 
 #include <QDialog>
 #include <QHash>
@@ -57,12 +58,17 @@ public:
     QVlorFxWidget* widget() const { return m_widget; }
     QString format() const { return m_format; }
 
+    // Shows whether a preview plays, or why none can.
+    void setPreviewState(bool playing, const QString& unavailable);
+
 signals:
     void applyRequested(EffectDialog* dialog);
+    void previewRequested(EffectDialog* dialog);
 
 private:
     QVlorFxWidget* m_widget;
     QString m_format;
+    QPushButton* m_preview = nullptr;
 };
 
 class MainWindow : public QMainWindow, public QVlorAudioPlugins::Host {
@@ -83,6 +89,7 @@ public:
     // Renders the effect of the dialog's widget over the selection (or all), as one undoable step.
     bool applyEffect(QVlorFxWidget* widget, QString* error);
     EffectDialog* effectDialog() const { return m_effectDialog; }
+    bool isPreviewing() const { return m_previewer->isPlaying(); }
     // Registered actions by id, and the quick-open entries.
     QHash<QString, QAction*> actionsById() const;
     struct QuickEntry {
@@ -119,6 +126,9 @@ private:
     void attachPluginsMenu();
     void onScanProgress(int value, int total);
     void onScanEnded();
+    void togglePreview(EffectDialog* dialog);
+    // The selection, or the whole audio when nothing is selected.
+    void selectedRange(qint64* start, qint64* count) const;
 
     AudioDocument m_doc;
     WaveformView* m_wave = nullptr;
@@ -130,6 +140,7 @@ private:
     QHash<QAction*, QString> m_ids;
     QHash<QAction*, QuickEntry> m_quick;
     QPointer<EffectDialog> m_effectDialog;
+    Previewer* m_previewer = nullptr;
 };
 
 // A palette of the plugin entries: typing narrows by name, vendor and format.
