@@ -186,13 +186,18 @@ void MenuController::rebuildPluginsMenu()
     if (d->rebuildPending)
         return;
     d->rebuildPending = true;
-    QTimer::singleShot(0, this, &MenuController::rebuildPluginsMenuNow);
+    // A build made at once in the meantime stands for this one.
+    QTimer::singleShot(0, this, [this] {
+        if (d->rebuildPending)
+            rebuildPluginsMenuNow();
+    });
 }
 
 void MenuController::rebuildPluginsMenuNow()
 {
-    d->rebuildPending = false;
     createPluginsMenu();
+    // Making the menu asked for a build; this is it.
+    d->rebuildPending = false;
     if (!d->pluginsMenu)
         return;
 
@@ -226,6 +231,7 @@ void MenuController::rebuildPluginsMenuNow()
     const bool canApply = audio.isReady() && !audio.isEmpty() && audio.isEditable() && !audio.isRecording();
 
     QMap<QString, QList<const UnifiedRow*>> byVendor;
+    int entryCount = 0;
     for (const UnifiedRow& row : qAsConst(d->rows)) {
         if (row.isShellHeader || (!row.vst2.active && !row.vst3.active) || !row.inUse())
             continue;
@@ -233,7 +239,9 @@ void MenuController::rebuildPluginsMenuNow()
         if (active.state == QLatin1String("missing") || active.state == QLatin1String("failed"))
             continue;
         byVendor[row.vendorKey] << &row;
+        ++entryCount;
     }
+    d->entries.reserve(entryCount);
     QStringList vendors = byVendor.keys();
     // Plugins without a vendor come last.
     if (!vendors.isEmpty() && vendors.first().isEmpty())

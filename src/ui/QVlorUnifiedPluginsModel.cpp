@@ -329,7 +329,7 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
         row.vendorKey = p.vendor().toLower();
         row.isNew = p.isNew();
         row.shellKey = vst2[i].shellKey;
-        rows << row;
+        rows.append(std::move(row));
     }
     for (int i = 0; i < vst3.size(); ++i) {
         if (claimed3[i])
@@ -343,7 +343,7 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
         row.vendorKey = c.vendor().toLower();
         row.isNew = c.state() == QVlorVst3::CatalogClass::New;
         row.shellKey = vst3[i].shellKey;
-        rows << row;
+        rows.append(std::move(row));
     }
 
     // 6, 7. Plain rows in order, then each shell group behind its headers.

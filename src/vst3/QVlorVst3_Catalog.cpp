@@ -1,6 +1,8 @@
 #include "QVlorVst3_Catalog.h"
 
 #include "QVlorDataFile_p.h"
+#include "QVlorJsonReader_p.h"
+#include "QVlorVst3_Catalog_p.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -283,6 +285,210 @@ void Catalog::removeBundle(const QString& path)
         }
 }
 
+/* ---- the direct reading of a catalog file --------------------------------- */
+
+namespace {
+
+using QVlorJson::Reader;
+using QVlorJson::Scalar;
+
+// A list read where an array is due; anything else is an empty list, as
+// QJsonValue::toArray gives it.
+template<typename Element>
+bool ReadArray(Reader& r, Element&& element)
+{
+    if (r.peek() != Scalar::Array)
+        return r.skipValue();
+    if (!r.beginArray())
+        return false;
+    while (r.nextElement())
+        if (!element())
+            return false;
+    return !r.failed();
+}
+
+// The members of an object where one is due; anything else reads as an
+// object without members, as QJsonValue::toObject gives it.
+template<typename Member>
+bool ReadObject(Reader& r, Member&& member)
+{
+    if (r.peek() != Scalar::Object)
+        return r.skipValue();
+    if (!r.beginObject())
+        return false;
+    std::string key;
+    while (r.nextMember(&key))
+        if (!member(key))
+            return false;
+    return !r.failed();
+}
+
+bool ReadClass(Reader& r, CatalogClass* out)
+{
+    QString cid, name, vendor, subCategories, version, state, lastError;
+    bool enabled = false;
+    qint64 verifiedAt = 0;
+    qint32 verifierBuild = 0;
+    Scalar v;
+    const bool ok = ReadObject(r, [&](const std::string& key) {
+        if (!r.readScalar(&v))
+            return false;
+        if (key == "cid")
+            cid = v.toString();
+        else if (key == "name")
+            name = v.toString();
+        else if (key == "vendor")
+            vendor = v.toString();
+        else if (key == "subCategories")
+            subCategories = v.toString();
+        else if (key == "version")
+            version = v.toString();
+        else if (key == "enabled")
+            enabled = v.toBool(false);
+        else if (key == "state")
+            state = v.toString();
+        else if (key == "lastError")
+            lastError = v.toString();
+        else if (key == "verifiedAt")
+            verifiedAt = v.toInteger(0);
+        else if (key == "verifierBuild")
+            verifierBuild = qint32(v.toInt(0));
+        return true;
+    });
+    CatalogClass c(cid, name, vendor, subCategories, version);
+    c.setEnabled(enabled);
+    c.setState(CatalogClass::StateFromString(state));
+    c.setLastError(lastError);
+    c.setVerifiedAt(verifiedAt);
+    c.setVerifierBuild(verifierBuild);
+    *out = c;
+    return ok;
+}
+
+bool ReadCompat(Reader& r, CatalogBundle::CompatEntry* out)
+{
+    Scalar v;
+    return ReadObject(r, [&](const std::string& key) {
+        if (key == "old") {
+            out->oldCids.clear();
+            
+            return ReadArray(r, [&] {
+                if (!r.readScalar(&v))
+                    return false;
+                out->oldCids << v.toString();
+                return true;
+            });
+        }
+        if (!r.readScalar(&v))
+            return false;
+        if (key == "new")
+            out->newCid = v.toString();
+        return true;
+    });
+}
+
+bool ReadBundle(Reader& r, CatalogBundle* b)
+{
+    // Files from before these keys existed count as enabled and probed.
+    b->setEnabled(true);
+    b->setProbed(true);
+    Scalar v;
+    return ReadObject(r, [&](const std::string& key) {
+        if (key == "classes") {
+            b->classes().clear();
+            return ReadArray(r, [&] {
+                CatalogClass c;
+                const bool ok = ReadClass(r, &c);
+                b->classes().append(c);
+                return ok;
+            });
+        }
+        if (key == "compat") {
+            b->compat().clear();
+            return ReadArray(r, [&] {
+                CatalogBundle::CompatEntry e;
+                const bool ok = ReadCompat(r, &e);
+                b->compat().append(e);
+                return ok;
+            });
+        }
+        if (!r.readScalar(&v))
+            return false;
+        if (key == "path")
+            b->setPath(v.toString());
+        else if (key == "mtime")
+            b->setMtimeSecs(v.toInteger(0));
+        else if (key == "size")
+            b->setSizeBytes(v.toInteger(0));
+        else if (key == "moduleinfoFound")
+            b->setModuleinfoFound(v.toBool(false));
+        else if (key == "failed")
+            b->setFailed(v.toBool(false));
+        else if (key == "enabled")
+            b->setEnabled(v.toBool(true));
+        else if (key == "probed")
+            b->setProbed(v.toBool(true));
+        else if (key == "lastError")
+            b->setLastError(v.toString());
+        return true;
+    });
+}
+
+} // namespace
+
+void CatalogFromJson(const QJsonObject& root, QList<CatalogBundle>* bundles, QStringList* disabledVendors)
+{
+    QList<CatalogBundle> list;
+    for (const QJsonValue& v : root.value(QStringLiteral("bundles")).toArray())
+        list.append(CatalogBundle::fromJsonObject(v.toObject()));
+    QStringList vendors;
+    for (const QJsonValue& v : root.value(QStringLiteral("disabledVendors")).toArray()) {
+        const QString vendor = v.toString().toLower();
+        if (!vendor.isEmpty() && !vendors.contains(vendor))
+            vendors << vendor;
+    }
+    *bundles = list;
+    *disabledVendors = vendors;
+}
+
+bool ReadCatalogText(const char* begin, const char* end, QList<CatalogBundle>* bundles, QStringList* disabledVendors)
+{
+    Reader r(begin, end);
+    QList<CatalogBundle> list;
+    QStringList vendors;
+    Scalar v;
+    if (r.peek() != Scalar::Object)
+        return false;
+    const bool ok = ReadObject(r, [&](const std::string& key) {
+        if (key == "bundles") {
+            list.clear();
+            return ReadArray(r, [&] {
+                CatalogBundle b;
+                const bool read = ReadBundle(r, &b);
+                list.append(b);
+                return read;
+            });
+        }
+        if (key == "disabledVendors") {
+            vendors.clear();
+            return ReadArray(r, [&] {
+                if (!r.readScalar(&v))
+                    return false;
+                const QString vendor = v.toString().toLower();
+                if (!vendor.isEmpty() && !vendors.contains(vendor))
+                    vendors << vendor;
+                return true;
+            });
+        }
+        return r.skipValue();
+    });
+    if (!ok || !r.atEnd())
+        return false;
+    *bundles = std::move(list);
+    *disabledVendors = std::move(vendors);
+    return true;
+}
+
 bool Catalog::load(const QString& fileName)
 {
     if (!QFile::exists(fileName)) {
@@ -290,20 +496,36 @@ bool Catalog::load(const QString& fileName)
         d->disabledVendors.clear();
         return true;
     }
+    // A catalog of thousands of plugins is read at every start, on the
+    // caller's thread: straight from the mapped file into the records. What
+    // the direct reading refuses is read again through QJsonDocument, which
+    // judges it and words the fault.
+    {
+        QFile file(fileName);
+        if (QFileInfo(fileName).isFile() && file.open(QIODevice::ReadOnly)) {
+            QByteArray copy;
+            const char* text;
+            qint64 length = file.size();
+            if (uchar* mapped = length > 0 ? file.map(0, length) : nullptr) {
+                text = reinterpret_cast<const char*>(mapped);
+            } else {
+                copy = file.readAll();
+                text = copy.constData();
+                length = copy.size();
+            }
+            QList<CatalogBundle> bundles;
+            QStringList vendors;
+            if (ReadCatalogText(text, text + length, &bundles, &vendors)) {
+                d->bundles = std::move(bundles);
+                d->disabledVendors = std::move(vendors);
+                return true;
+            }
+        }
+    }
     QJsonObject root;
     if (!ReadJsonFileObject(fileName, &root))
         return false;
-    QList<CatalogBundle> bundles;
-    for (const QJsonValue& v : root.value(QStringLiteral("bundles")).toArray())
-        bundles.append(CatalogBundle::fromJsonObject(v.toObject()));
-    QStringList vendors;
-    for (const QJsonValue& v : root.value(QStringLiteral("disabledVendors")).toArray()) {
-        const QString vendor = v.toString().toLower();
-        if (!vendor.isEmpty() && !vendors.contains(vendor))
-            vendors << vendor;
-    }
-    d->bundles = bundles;
-    d->disabledVendors = vendors;
+    CatalogFromJson(root, &d->bundles, &d->disabledVendors);
     return true;
 }
 

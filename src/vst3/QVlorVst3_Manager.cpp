@@ -10,6 +10,7 @@
 #include "QVlorDataFile_p.h"
 #include "QVlorHostProgram_p.h"
 
+#include <QSet>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
@@ -169,8 +170,13 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     if (!d->catalog.load(catalogPath))
         d->catalog = Catalog();
     d->pairs.load(pairsPath);
+    // One look at each class, not one walk of the catalog per pair.
+    QSet<QString> known;
+    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+        for (const CatalogClass& c : b.classes())
+            known.insert(c.cid());
     for (const QVlorPluginPairs::Entry& e : std::as_const(d->pairs).entries())
-        if (!e.vst3.isEmpty() && !std::as_const(d->catalog).findClass(e.vst3))
+        if (!e.vst3.isEmpty() && !known.contains(e.vst3))
             d->returningPairs.insert(e.vst3, e);
     d->publish();
 

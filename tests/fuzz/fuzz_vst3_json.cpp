@@ -3,15 +3,19 @@
 // One source, one target per reader (FUZZ_READER).
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"
+#include "QVlorVst3_Catalog_p.h"
 #include "QVlorVst3_ModuleInfo.h"
 #include "QVlorVst3_Probe_p.h"
 
 #include <QDir>
 #include <QFile>
 #include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -40,6 +44,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             (void)k.toJsonObject();
     }
 #elif FUZZ_READER == 2
+    // The direct reading takes only what QJsonDocument takes, and reads it the same.
+    QList<QVlorVst3::CatalogBundle> direct, viaDocument;
+    QStringList directVendors, viaDocumentVendors;
+    if (QVlorVst3::ReadCatalogText(bytes.constData(), bytes.constData() + bytes.size(), &direct, &directVendors)) {
+        QJsonParseError error;
+        const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
+        if (error.error != QJsonParseError::NoError || !doc.isObject()) {
+            std::fprintf(stderr, "the direct reading took a text QJsonDocument refuses\n");
+            std::abort();
+        }
+        QVlorVst3::CatalogFromJson(doc.object(), &viaDocument, &viaDocumentVendors);
+        auto persisted = [](const QList<QVlorVst3::CatalogBundle>& bundles, const QStringList& vendors) {
+            QJsonArray list;
+            for (const QVlorVst3::CatalogBundle& b : bundles)
+                list.append(b.toJsonObject());
+            return QJsonDocument(QJsonObject{{QStringLiteral("b"), list},
+                                             {QStringLiteral("v"), QJsonArray::fromStringList(vendors)}})
+                .toJson(QJsonDocument::Compact);
+        };
+        if (persisted(direct, directVendors) != persisted(viaDocument, viaDocumentVendors)) {
+            std::fprintf(stderr, "the two readings differ\n");
+            std::abort();
+        }
+    }
     QVlorVst3::Catalog catalog;
     if (catalog.load(inputFile(data, size))) {
         for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {

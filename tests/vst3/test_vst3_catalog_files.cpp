@@ -2,6 +2,7 @@
 // saves that replace the old file whole or leave it alone.
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"
+#include "QVlorVst3_Catalog_p.h"
 
 #include "testsupport.h"
 
@@ -140,6 +141,86 @@ TEST(Vst3CatalogFile, TolerantReading)
     EXPECT_EQ(c.bundles().at(2).mtimeSecs(), 0);
     EXPECT_EQ(c.bundles().at(2).sizeBytes(), 0);
     EXPECT_EQ(c.disabledVendors(), QStringList{QStringLiteral("acme")});
+}
+
+// The records as a save would write them: what two readings must agree on.
+std::string persisted(const QList<CatalogBundle>& bundles, const QStringList& vendors)
+{
+    QJsonArray list;
+    for (const CatalogBundle& b : bundles)
+        list.append(b.toJsonObject());
+    return QJsonDocument(QJsonObject{{QStringLiteral("bundles"), list},
+                                     {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(vendors)}})
+        .toJson(QJsonDocument::Compact)
+        .toStdString();
+}
+
+// The direct reading of the catalog against QJsonDocument's, on texts that
+// take each rule of the format and of JSON. "direct" says whether the direct
+// reading takes the text; what it takes must read the same, and what it
+// leaves, the file's load still reads as QJsonDocument does.
+TEST(Vst3CatalogFile, DirectReadingAgreesWithTheDocumentReading)
+{
+    const QByteArray cls = R"({"cid":"0123456789ABCDEF0123456789ABCDEF","name":"Comp","vendor":"Acme","state":"enabled","enabled":true,"verifiedAt":1700000000,"verifierBuild":7})";
+    const struct {
+        const char* what;
+        QByteArray text;
+        bool direct;
+    } cases[] = {
+        {"every field", R"({"version":1,"bundles":[{"path":"/p/A.vst3","mtime":1699999999,"size":4096,"moduleinfoFound":true,"failed":false,"enabled":false,"probed":false,"lastError":"x","classes":[)" + cls + R"(],"compat":[{"new":"AA","old":["BB","CC"]}]}],"disabledVendors":["Acme","acme","","Zed"]})", true},
+        {"indented as saved", QJsonDocument::fromJson(R"({"bundles":[{"path":"/p/A.vst3","classes":[)" + cls + "]}]}").toJson(), true},
+        {"missing keys take the defaults", R"({"bundles":[{},{"classes":[{}]}]})", true},
+        {"wrong types take the defaults", R"({"bundles":[{"path":7,"mtime":"1","size":true,"enabled":null,"probed":0,"classes":{"a":1},"compat":"x"}],"disabledVendors":{"a":"b"}})", true},
+        {"classes of the wrong type", R"({"bundles":[{"classes":[1,"two",null,[],{"cid":3,"enabled":"yes","verifiedAt":1.5,"verifierBuild":4294967296}]}]})", true},
+        {"elements that are not objects", R"({"bundles":[3,"x",null,[1,[2]]],"disabledVendors":[1,null,"B"]})", true},
+        {"numbers as integers and doubles", R"({"bundles":[{"mtime":1.0,"size":-0,"classes":[{"verifiedAt":1e3,"verifierBuild":-2147483648}]},{"mtime":9223372036854775807,"size":99999999999999999999}]})", true},
+        {"the last of a repeated key", R"({"bundles":[{"path":"a","path":"b","classes":[{"name":"x"}],"classes":[{"name":"y"},{"name":"z"}]}],"bundles":[{"path":"c"}]})", true},
+        {"escapes and unicode", R"({"bundles":[{"path":"/p/\u00e9t\u00E9 \"q\" \\ \/ \b\f\n\r\t","lastError":"caf\u00e9 \u2603","classes":[{"name":"Gr\u00fcn \u4e2d","vendor":"\u0000"}]}]})", true},
+        {"raw UTF-8", "{\"bundles\":[{\"path\":\"/p/\xc3\xa9t\xc3\xa9\",\"classes\":[{\"name\":\"\xe2\x98\x83 \xf0\x9f\x8e\xb9\"}]}]}", true},
+        {"unknown keys with nested values", R"({"extra":{"a":[1,{"b":[]}]},"bundles":[{"x":[[[]]],"classes":[{"y":{"z":null}}]}]})", true},
+        {"white space everywhere", " \n\t{ \"bundles\" : [ { \"path\" : \"a\" } ] , \"disabledVendors\" : [ ] } \r\n", true},
+        {"an empty object", "{}", true},
+        // Left to the document reading, which takes some and refuses others.
+        {"a lone surrogate", R"({"bundles":[{"path":"\ud800"}]})", false},
+        {"a surrogate pair", R"({"bundles":[{"path":"\ud83c\udfb9"}]})", false},
+        {"a raw control character", "{\"bundles\":[{\"path\":\"a\tb\"}]}", false},
+        {"a byte order mark", "\xef\xbb\xbf{\"bundles\":[]}", false},
+        {"a number cut short", R"({"bundles":[{"mtime":1.}]})", false},
+        {"an infinite number", R"({"bundles":[{"mtime":1e400}]})", false},
+        {"a leading zero", R"({"bundles":[{"mtime":01}]})", false},
+        {"a trailing comma", R"({"bundles":[{"path":"a",}]})", false},
+        {"an element after the end", R"({"bundles":[]} {})", false},
+        {"a cut text", R"({"bundles":[{"path":"a")", false},
+        {"an encoded surrogate", "{\"bundles\":[{\"path\":\"\xed\xa0\x80\"}]}", false},
+        {"an overlong encoding", "{\"bundles\":[{\"path\":\"\xc0\xaf\"}]}", false},
+        {"an array at the top", R"([{"bundles":[]}])", false},
+        {"deep nesting", "{\"x\":" + QByteArray(300, '[') + QByteArray(300, ']') + "}", false},
+        {"nothing", "", false},
+    };
+    TempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        QList<CatalogBundle> direct;
+        QStringList directVendors;
+        const bool took = ReadCatalogText(c.text.constData(), c.text.constData() + c.text.size(), &direct, &directVendors);
+        EXPECT_EQ(took, c.direct);
+        QJsonParseError error;
+        const QJsonDocument doc = QJsonDocument::fromJson(c.text, &error);
+        const bool documentTakes = error.error == QJsonParseError::NoError && doc.isObject();
+        QList<CatalogBundle> viaDocument;
+        QStringList viaDocumentVendors;
+        if (documentTakes)
+            CatalogFromJson(doc.object(), &viaDocument, &viaDocumentVendors);
+        if (took) {
+            ASSERT_TRUE(documentTakes) << "the direct reading took what the document reading refuses";
+            EXPECT_EQ(persisted(direct, directVendors), persisted(viaDocument, viaDocumentVendors));
+        }
+        // The file's load gives the document reading's answer either way.
+        Catalog catalog;
+        EXPECT_EQ(catalog.load(writeFile(dir, "catalog_vst3.json", c.text)), documentTakes);
+        if (documentTakes)
+            EXPECT_EQ(persisted(catalog.bundles(), catalog.disabledVendors()), persisted(viaDocument, viaDocumentVendors));
+    }
 }
 
 TEST(Vst3CatalogFile, BrokenOrMissingFiles)
