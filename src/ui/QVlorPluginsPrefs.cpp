@@ -273,6 +273,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
         tree->hide();
         ui.refreshProgressLabel->hide();
         ui.scanProgressBar->hide();
+        ui.scanCancelButton->hide();
         ui.managePathsBtn->hide();
         ui.updateButton->hide();
         ui.filterBox->hide();
@@ -282,8 +283,14 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
         return;
     }
 
-    ui.refreshProgressLabel->hide();
-    ui.scanProgressBar->hide();
+    hideProgressLine();
+    // Cancel stops what either manager has under way or waiting: a scan, or checks.
+    connect(ui.scanCancelButton, &QPushButton::clicked, this, [this] {
+        if (QVlorVst::Manager* m2 = vst2())
+            m2->cancel();
+        if (QVlorVst3::Manager* m3 = vst3())
+            m3->cancel();
+    });
     tree->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(tree, &QWidget::customContextMenuRequested, this, &QVlorPluginsPrefs::onCustomContextMenuRequested);
     connect(&d->model, &QVlorUnifiedPluginsModel::pairCheckToggled, this, &QVlorPluginsPrefs::onPairCheckToggled);
@@ -437,7 +444,7 @@ void QVlorPluginsPrefs::rebuildRowsNow()
     d->model.setRows(d->rows);
     tree->expandAll();
     if (!d->proxy.isFiltering())
-        d->applyCollapsed(tree, QModelIndex());
+        d->applyCollapsed(tree, QModelIndex());    updateCheckProgress();
 }
 
 void QVlorPluginsPrefs::rescanAll()
@@ -448,27 +455,77 @@ void QVlorPluginsPrefs::rescanAll()
         m3->rescanPlugins();
 }
 
+void QVlorPluginsPrefs::showProgressLine(const QString& text, const QString& format, int value, int total)
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.refreshProgressLabel->setText(text);
+    ui.scanProgressBar->setFormat(format);
+    ui.refreshProgressLabel->show();
+    ui.scanProgressBar->setRange(0, total);
+    ui.scanProgressBar->setValue(value);
+    ui.scanProgressBar->show();
+    ui.scanCancelButton->show();
+}
+
+void QVlorPluginsPrefs::hideProgressLine()
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.refreshProgressLabel->hide();
+    ui.scanProgressBar->hide();
+    ui.scanCancelButton->hide();
+}
+
 void QVlorPluginsPrefs::onBeginScan()
 {
     Ui::QVlorPluginsPrefs& ui = d->ui;
+    d->scanning = true;
     ui.vstPluginsTreeView->setEnabled(false);
     ui.managePathsBtn->setEnabled(false);
     ui.updateButton->setEnabled(false);
-    ui.refreshProgressLabel->show();
-    ui.scanProgressBar->show();
-    ui.scanProgressBar->setRange(0, 1);
-    ui.scanProgressBar->setValue(0);
+    showProgressLine(tr("Scanning Plugins"), QStringLiteral("%p%"), 0, 1);
 }
 
 void QVlorPluginsPrefs::onEndScan(bool)
 {
     Ui::QVlorPluginsPrefs& ui = d->ui;
+    d->scanning = false;
     ui.vstPluginsTreeView->setEnabled(true);
     ui.managePathsBtn->setEnabled(true);
     ui.updateButton->setEnabled(true);
-    ui.refreshProgressLabel->hide();
-    ui.scanProgressBar->hide();
+    hideProgressLine();
     rebuildRows();
+}
+
+void QVlorPluginsPrefs::updateCheckProgress()
+{
+    QSet<QString> busy;
+    for (const UnifiedRow& r : std::as_const(d->rows)) {
+        if (r.vst2.state == QLatin1String("verifying"))
+            busy.insert(QStringLiteral("vst2|") + r.vst2.identity);
+        if (r.vst3.state == QLatin1String("verifying"))
+            busy.insert(QStringLiteral("vst3|") + r.vst3.identity);
+    }
+    if (busy.isEmpty()) {
+        d->checkBatch.clear();
+        if (!d->scanning)
+            hideProgressLine();
+        return;
+    }
+    if (d->checkBatch.isEmpty()) {
+        d->checkClock.start();
+        // One check is often done in a moment; the line shows for one that is not.
+        QTimer::singleShot(1000, this, [this] {
+            if (!d->checkBatch.isEmpty())
+                updateCheckProgress();
+        });
+    }
+    d->checkBatch.unite(busy);
+    const int total = int(d->checkBatch.size());
+    if (d->scanning || (total < 2 && d->checkClock.elapsed() < 1000))
+        return;
+    // Checks are counted, not measured: a count says more than a share.
+    showProgressLine(total == 1 ? tr("Checking a plugin") : tr("Checking plugins"), tr("%v of %m"),
+                     total - int(busy.size()), total);
 }
 
 void QVlorPluginsPrefs::onProgressScan(int value, int total)

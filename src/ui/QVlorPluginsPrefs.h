@@ -79,6 +79,10 @@ public slots:
 
 private:
     void populateStatusFilterCombo();
+    // The progress line for checks of plugins (enabling, updating) under way.
+    void updateCheckProgress();
+    void showProgressLine(const QString& text, const QString& format, int value, int total);
+    void hideProgressLine();
     void addRawRow(const UnifiedRow& row);
     void enableVst2Plugin(const QString& identity);
 

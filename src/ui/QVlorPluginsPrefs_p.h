@@ -7,6 +7,7 @@
 #include "QVlorVst_Path.h"
 #include "ui_QVlorPluginsPrefs.h"
 
+#include <QElapsedTimer>
 #include <QSet>
 
 struct QVlorPluginsPrefs::Data {
@@ -17,6 +18,12 @@ struct QVlorPluginsPrefs::Data {
     QList<UnifiedRow> rows;
     QList<QVlorVst::Path> paths;
     bool rebuildPending = false;
+    // A scan under way owns the progress line; checks show there otherwise.
+    bool scanning = false;
+    // The plugins of the checks under way since the line was last idle, and
+    // when the first began: the line counts them off.
+    QSet<QString> checkBatch;
+    QElapsedTimer checkClock;
     QSet<QString> collapsedGroups;
     QSet<QString> hiddenNewPaths;
 

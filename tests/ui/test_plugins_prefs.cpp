@@ -10,6 +10,7 @@
 #include <QLineEdit>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QToolTip>
 
@@ -166,6 +167,70 @@ TEST_F(Prefs, BusyRowsTakeNoInputAndShowTheWheelUntilTheWorkEnds)
         return !states->isAnimating();
     }, 3000));
     EXPECT_TRUE(row(QStringLiteral("Fixture Alone")).flags() & Qt::ItemIsEnabled);
+}
+
+TEST_F(Prefs, ChecksUnderWayAreCountedOffOnTheProgressLineAndCancelDropsTheRest)
+{
+    auto* bar = page->findChild<QProgressBar*>(QStringLiteral("scanProgressBar"));
+    auto* label = page->findChild<QLabel*>(QStringLiteral("refreshProgressLabel"));
+    auto* cancel = page->findChild<QPushButton*>(QStringLiteral("scanCancelButton"));
+    ASSERT_TRUE(bar && label && cancel);
+    EXPECT_FALSE(cancel->isVisibleTo(page.get()));
+    // Off, so that a check that ran would show: it turns the class on.
+    vst3->disablePlugin(kAlone);
+    settle();
+    const QVlorVst3::CatalogClass::State aloneBefore = classState(vst3, kAlone);
+    ASSERT_NE(aloneBefore, QVlorVst3::CatalogClass::Enabled);
+
+    // Two checks at once show at once, none done yet.
+    vst3->markClassesVerifying({kAlone, kFails});
+    settle();
+    ASSERT_TRUE(bar->isVisibleTo(page.get()));
+    EXPECT_EQ(label->text(), QStringLiteral("Checking plugins"));
+    EXPECT_EQ(bar->maximum(), 2);
+    EXPECT_EQ(bar->value(), 0);
+    EXPECT_EQ(bar->text(), QStringLiteral("0 of 2"));
+    EXPECT_TRUE(cancel->isVisibleTo(page.get()));
+    EXPECT_TRUE(tree->isEnabled()) << "the other rows stay usable";
+
+    // One ends and is counted off.
+    vst3->enablePlugin(kFails);
+    EXPECT_TRUE(waitFor([&] {
+        QCoreApplication::processEvents();
+        return bar->value() == 1;
+    }, 20000));
+    EXPECT_EQ(bar->maximum(), 2);
+    EXPECT_EQ(classState(vst3, kFails), QVlorVst3::CatalogClass::Failed);
+
+    // The other's check waits behind work that holds the manager's thread;
+    // Cancel drops it, and the line goes.
+    QSemaphore hold;
+    QMetaObject::invokeMethod(vst3, [&hold] { hold.acquire(); }, Qt::QueuedConnection);
+    vst3->enablePlugin(kAlone);
+    QTest::mouseClick(cancel, Qt::LeftButton);
+    hold.release();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !bar->isVisibleTo(page.get());
+    }, 10000));
+    EXPECT_EQ(classState(vst3, kAlone), aloneBefore) << "the check never ran";
+    EXPECT_NE(rowOf(row(QStringLiteral("Fixture Alone"))).rowStateText(), QStringLiteral("verifying"));
+
+    // A single check shows only once it has taken a second.
+    vst3->markClassesVerifying({kAlone});
+    settle();
+    EXPECT_FALSE(bar->isVisibleTo(page.get()));
+    EXPECT_TRUE(waitFor([&] {
+        QCoreApplication::processEvents();
+        return bar->isVisibleTo(page.get());
+    }, 3000));
+    EXPECT_EQ(label->text(), QStringLiteral("Checking a plugin"));
+    vst3->enablePlugin(kAlone);
+    EXPECT_TRUE(waitFor([&] {
+        settle();
+        return !bar->isVisibleTo(page.get());
+    }, 20000));
+    EXPECT_EQ(classState(vst3, kAlone), QVlorVst3::CatalogClass::Enabled);
 }
 
 TEST_F(Prefs, ARescanDisablesTheTreeAndShowsProgressThenGivesItBack)
