@@ -3,6 +3,9 @@
 // What the catalog managers of both formats share: their own thread, the
 // hop onto it, the commit of a change, and the coalesced save.
 
+#include "QVlorAheadRuns_p.h"
+#include "QVlorSetting.h"
+
 #include <QAtomicInt>
 #include <QMetaObject>
 #include <QMutex>
@@ -13,6 +16,15 @@
 #include <QTimer>
 
 #include <utility>
+
+// How many plugins are checked at a time, in children of their own: one per
+// core by default, at most 8 (a setting; 1 checks one at a time).
+constexpr const char* K_SETTING_PARALLEL_CHECKS = "vloraudio.plugins.parallel_checks";
+inline int DefaultParallelChecks() { return qBound(1, QThread::idealThreadCount(), 8); }
+inline int ParallelChecks()
+{
+    return qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PARALLEL_CHECKS), DefaultParallelChecks()), 64);
+}
 
 // A change is on disk a moment after it is made, so that a crash of the
 // editor loses no choice; the changes of a batch share one write.
@@ -35,6 +47,8 @@ public:
     QAtomicInt cancelGeneration{0};
     QAtomicInt scanning{0};
     QAtomicInt changed{0};
+    // Children of checks run ahead of their turn; results applied by the thread.
+    mutable QVlorAheadRuns ahead;
 
     // On another thread than the manager's, while that one still runs: work must be posted.
     bool awayFromThread() const { return thread && QThread::currentThread() != thread.data() && !thread->isFinished(); }
@@ -72,6 +86,7 @@ public:
     {
         cancelled.storeRelease(1);
         cancelGeneration.fetchAndAddOrdered(1);
+        ahead.cancel();
     }
 
     // A persistent change: the save becomes due.

@@ -219,6 +219,16 @@ bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 bool Manager::hasChanges() const { return d->changed.loadAcquire() != 0; }
 void Manager::cancel() { d->cancel(); }
 
+QList<QVlorRunningCheck> Manager::runningChecks() const
+{
+    QList<QVlorRunningCheck> checks;
+    for (const QVlorAheadRuns::Running& r : d->ahead.running())
+        checks.append({r.label, r.sinceMs});
+    return checks;
+}
+
+bool Manager::skipCheck(const QString& name) { return d->ahead.skip(name); }
+
 void Manager::Data::dropCancelledWork()
 {
     bool dropped;

@@ -5,6 +5,8 @@
 #include "QVlorVst_Plugin.h"
 
 #include <QList>
+#include "QVlorRunningCheck.h"
+
 #include <QObject>
 #include <QStringList>
 
@@ -49,6 +51,11 @@ signals:
 
 public slots:
     bool isScanning() const;
+    // The checks whose children run now, oldest first; any thread.
+    QList<QVlorRunningCheck> runningChecks() const;
+    // Ends the child checking the plugin of that name now: it counts as skipped
+    // by the user, and is checked again at the next rescan. Any thread.
+    bool skipCheck(const QString& name);
     QList<QVlorVst::Path> pathsCopy() const;
     void getPaths();
     void loadCatalog(const QString& filename = QString());

@@ -111,7 +111,11 @@ void Manager::Data::clearPendingVerifyingClass(const QString& cid)
     pendingVerifyingClasses.remove(cid);
 }
 
-bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const
+namespace {
+QString JobKey(const QStringList& job) { return job.join(QChar(0x1f)); }
+} // namespace
+
+void Manager::Data::runAhead(const QStringList& job, const QString& label) const
 {
     QString program = hostBinary;
     QStringList arguments = hostArgs;
@@ -120,8 +124,34 @@ bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString*
     // A setting edited by hand must neither overflow into "wait forever" nor give no time at all.
     const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30),
                                std::numeric_limits<int>::max() / 1000);
-    qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
-    return __RunHostProcess(program, arguments + job, seconds * 1000, reply, errorText, &quitting);
+    const QString key = JobKey(job);
+    ahead.submit(key, label, [this, key, job, program, arguments, seconds](const QAtomicInt* stop) {
+        qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
+        HostOutcome outcome;
+        outcome.ok = __RunHostProcess(program, arguments + job, seconds * 1000, &outcome.reply, &outcome.error,
+                                      &quitting, stop);
+        QMutexLocker l(&outcomesLock);
+        outcomes.insert(key, outcome);
+    });
+}
+
+bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText, const QString& label) const
+{
+    const QString key = JobKey(job);
+    runAhead(job, label);
+    const bool ran = ahead.take(key);
+    HostOutcome outcome;
+    {
+        QMutexLocker l(&outcomesLock);
+        outcome = outcomes.take(key);
+    }
+    if (!ran)
+        outcome.error = QStringLiteral("cancelled");
+    if (reply)
+        *reply = outcome.reply;
+    if (errorText)
+        *errorText = outcome.error;
+    return ran && outcome.ok;
 }
 
 void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
@@ -213,6 +243,16 @@ Catalog& Manager::catalog() { return d->catalog; }
 QVlorPluginPairs& Manager::pairs() { return d->pairs; }
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 void Manager::cancel() { d->cancel(); }
+
+QList<QVlorRunningCheck> Manager::runningChecks() const
+{
+    QList<QVlorRunningCheck> checks;
+    for (const QVlorAheadRuns::Running& r : d->ahead.running())
+        checks.append({r.label, r.sinceMs});
+    return checks;
+}
+
+bool Manager::skipCheck(const QString& name) { return d->ahead.skip(name); }
 
 void Manager::Data::dropCancelledWork()
 {
@@ -359,6 +399,19 @@ void Manager::searchPlugins(bool notifyNew)
     const QList<CatalogBundle>& bundles = std::as_const(d->catalog).bundles();
     for (int k = 0; k < bundles.size(); ++k)
         place.insert(bundles.at(k).path(), k);
+    // The bundles to probe again run ahead, up to the limit at a time; each
+    // is taken in its turn below.
+    d->ahead.setParallel(ParallelChecks());
+    for (const QString& path : std::as_const(found)) {
+        const int at = place.value(path, -1);
+        if (at < 0 || !bundles.at(at).probed())
+            continue;
+        bool lostClasses = bundles.at(at).isOutdated();
+        for (const CatalogClass& c : bundles.at(at).classes())
+            lostClasses = lostClasses || c.state() == CatalogClass::Missing;
+        if (lostClasses)
+            d->runAhead(ProbeArguments(path), QFileInfo(path).fileName());
+    }
     QSet<QString> seen;
     QList<QString> newNames;
     const int total = int(found.size());
@@ -368,6 +421,7 @@ void Manager::searchPlugins(bool notifyNew)
         visitBundle(found.at(i - 1), &place, &seen, &newNames);
         emit progressScan(i, total);
     }
+    d->ahead.forgetUntaken();
 
     runMatcher({}, 0);
     d->commit();
@@ -453,7 +507,7 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
-    const bool ok = d->runHost(ProbeArguments(path), &reply, &error);
+    const bool ok = d->runHost(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
     if (!ok && d->quitCut(error))
         return; // the bundle stays as it was; the next start probes it again
     if (!ok) {

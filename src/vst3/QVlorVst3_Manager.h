@@ -5,6 +5,8 @@
 #include "QVlorVst3_Catalog.h"
 
 #include <QList>
+#include "QVlorRunningCheck.h"
+
 #include <QObject>
 #include <QHash>
 #include <QJsonObject>
@@ -47,6 +49,11 @@ public:
     // Any thread.
     Catalog catalogCopy() const;
     bool isScanning() const;
+    // The checks whose children run now, oldest first; any thread.
+    QList<QVlorRunningCheck> runningChecks() const;
+    // Ends the child checking the plugin of that name now: it counts as skipped
+    // by the user, and is checked again at the next rescan. Any thread.
+    bool skipCheck(const QString& name);
     static bool isScanEnabled();
     static void setScanEnabled(bool on);
     QStringList searchPaths() const;
@@ -135,6 +142,7 @@ private:
     void visitBundle(const QString& path, QHash<QString, int>* place, QSet<QString>* seen, QList<QString>* newNames);
     void reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames);
     void takeProbe(CatalogBundle* bundle, const QJsonObject& reply, bool autoEnableSingle);
+    QString newClassFormat(const QString& cid, const QList<Vst2PluginInfo>& vst2) const;
     void decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2);
 
     class Data;

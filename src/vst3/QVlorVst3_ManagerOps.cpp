@@ -49,7 +49,7 @@ void Manager::enablePlugin(const QString& cid)
 
     emit progressPlugin(c->name());
     QString error;
-    const bool ok = d->runHost(VerifyArguments(path, cid), nullptr, &error);
+    const bool ok = d->runHost(VerifyArguments(path, cid), nullptr, &error, c->name());
     d->clearPendingVerifyingClass(cid);
     // The catalog may have changed while the host ran.
     if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
@@ -124,7 +124,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
-    const bool ok = d->runHost(ProbeArguments(path), &reply, &error);
+    const bool ok = d->runHost(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
     dropMark();
     b = d->catalog.findBundle(path);
     if (!b) {
@@ -176,13 +176,24 @@ void Manager::enableNewPlugins()
 {
     if (d->postWork([this] { enableNewPlugins(); }))
         return;
+    const int generation = d->cancelGeneration.loadAcquire();
+    auto cancelled = [this, generation] { return d->cancelGeneration.loadAcquire() != generation; };
     QStringList unprobed;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
         if (!b.probed() && !b.failed() && !b.missing() && b.enabled())
             unprobed.append(b.path());
-    // Each new class is decided below, by its twin.
+    // The probes run ahead, up to the limit at a time, and are taken in order:
+    // the catalog changes as it would one bundle after the other.
+    d->ahead.setParallel(ParallelChecks());
     for (const QString& path : std::as_const(unprobed))
+        if (QFileInfo::exists(path))
+            d->runAhead(ProbeArguments(path), QFileInfo(path).fileName());
+    // Each new class is decided below, by its twin.
+    for (const QString& path : std::as_const(unprobed)) {
+        if (cancelled())
+            break;
         enableBundleInternal(path, false);
+    }
 
     QStringList fresh;
     for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
@@ -191,29 +202,35 @@ void Manager::enableNewPlugins()
                 fresh.append(c.cid());
     const QList<Vst2PluginInfo> vst2 = d->vst2Items ? d->vst2Items() : QList<Vst2PluginInfo>();
 
-    for (const QString& cid : std::as_const(fresh))
+    // So do the verifications of the classes that are going to be switched on.
+    for (const QString& cid : std::as_const(fresh)) {
+        CatalogBundle* bundle = nullptr;
+        CatalogClass* c = nullptr;
+        if (!cancelled() && newClassFormat(cid, vst2) == QLatin1String("vst3") &&
+            __LocateClassAndBundle(d->catalog, cid, &bundle, &c))
+            d->runAhead(VerifyArguments(bundle->path(), cid), c->name());
+    }
+    for (const QString& cid : std::as_const(fresh)) {
+        if (cancelled())
+            break;
         decideNewClass(cid, vst2);
+    }
+    d->ahead.forgetUntaken();
     for (const QString& cid : std::as_const(fresh))
         d->returningPairs.remove(cid);
     d->commit();
 }
 
-// A new class is switched on as VST3, or left off for its VST2 twin, or
-// vetoed, as its pair says.
-void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2)
+// What a new class is going to be: "vst3", "vst2" or "veto", as its pair and
+// its VST2 twin say. Nothing is changed.
+QString Manager::newClassFormat(const QString& cid, const QList<Vst2PluginInfo>& vst2) const
 {
-    const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
-    if (!c || c->state() != CatalogClass::New)
-        return;
-    QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+    const QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
     // A class that comes back (its catalog was lost, its pair entry was not)
     // takes what the user chose for its pair, whatever the probes match now.
     const auto known = d->returningPairs.constFind(cid);
-    const bool returning = entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2;
-    if (returning) {
-        entry->activeFormat = known->activeFormat;
-        entry->vetoedAutoEnable = known->vetoedAutoEnable;
-    }
+    if (entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2)
+        return known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
     bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
     if (entry && entry->vst2 != 0) {
         hasVst2 = true;
@@ -226,9 +243,24 @@ void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vs
             break;
         }
     }
-    QString format = QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
-    if (returning)
-        format = known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
+    return QVlorPluginMatcher::defaultEnableFormat(hasVst2, vst2Enabled, vst2UserDisabled, true);
+}
+
+// A new class is switched on as VST3, or left off for its VST2 twin, or
+// vetoed, as its pair says.
+void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2)
+{
+    const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
+    if (!c || c->state() != CatalogClass::New)
+        return;
+    const QString format = newClassFormat(cid, vst2);
+    QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+    // A returning class's pair takes back what the user chose for it.
+    const auto known = d->returningPairs.constFind(cid);
+    if (entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2) {
+        entry->activeFormat = known->activeFormat;
+        entry->vetoedAutoEnable = known->vetoedAutoEnable;
+    }
     if (format == QLatin1String("veto")) {
         if (entry)
             entry->vetoedAutoEnable = true;

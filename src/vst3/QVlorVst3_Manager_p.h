@@ -63,14 +63,23 @@ public:
     void clearPendingVerifyingClass(const QString& cid);
     bool clearPendingPairOp(const QList<qint64>& ids, const QStringList& cids);
 
-    // One job of the host program; the reply and the failure's text as __RunHostProcess gives them.
-    bool runHost(const QStringList& job, QJsonObject* reply, QString* errorText) const;
-    // A run that failed only because the application quits under it: what it
-    // was about is left as it was, not marked failed.
-    bool quitCut(const QString& errorText) const
-    {
-        return quitting.loadAcquire() && errorText == QLatin1String("cancelled");
-    }
+    // One job of the host program; the reply and the failure's text as
+    // __RunHostProcess gives them. A job handed ahead (runAhead) is waited
+    // for; any other runs now, as one of the children the limit allows.
+    // label names the plugin to whoever would skip it.
+    bool runHost(const QStringList& job, QJsonObject* reply, QString* errorText, const QString& label) const;
+    // The job starts as soon as the limit allows; its outcome waits for runHost.
+    void runAhead(const QStringList& job, const QString& label) const;
+    struct HostOutcome {
+        bool ok = false;
+        QJsonObject reply;
+        QString error;
+    };
+    mutable QMutex outcomesLock;
+    mutable QHash<QString, HostOutcome> outcomes; // by job, under outcomesLock
+    // A run that failed only because the application quits under it, or the
+    // user cancelled it: what it was about is left as it was, not marked failed.
+    bool quitCut(const QString& errorText) const { return errorText == QLatin1String("cancelled"); }
     // The moduleinfo compatibility list of the bundle, and whether it has moduleinfo at all.
     static void ReadModuleInfo(CatalogBundle* bundle);
     static void StoreFileStamp(CatalogBundle* bundle);

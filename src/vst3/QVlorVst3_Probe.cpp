@@ -99,7 +99,7 @@ constexpr int kQuitSliceMs = 50;
 } // namespace
 
 bool __RunHostProcess(const QString& program, const QStringList& arguments, int timeoutMs, QJsonObject* output,
-                      QString* errorText, const QAtomicInt* quitting)
+                      QString* errorText, const QAtomicInt* quitting, const QAtomicInt* stop)
 {
     auto fail = [errorText](const QString& text) {
         if (errorText)
@@ -126,7 +126,11 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
     qint64 deadline = timeoutMs;
     bool finished = false;
     bool quit = false;
+    int stopped = 0;
+    const bool watched = quitting || stop;
     while (!finished && process.state() != QProcess::NotRunning) {
+        if (stop && (stopped = stop->loadAcquire()) != 0)
+            break;
         if (!quit && quitting && quitting->loadAcquire()) {
             quit = true;
             deadline = qMin(deadline, clock.elapsed() + kQuitGraceMs);
@@ -134,9 +138,15 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
         const qint64 left = deadline - clock.elapsed();
         if (left <= 0)
             break;
-        finished = process.waitForFinished(int(qMin<qint64>(left, quitting ? kQuitSliceMs : left)));
+        finished = process.waitForFinished(int(qMin<qint64>(left, watched ? kQuitSliceMs : left)));
     }
     finished = finished || (process.state() == QProcess::NotRunning && process.error() != QProcess::FailedToStart);
+    if (!finished && stopped != 0) {
+        endGroup();
+        process.kill();
+        process.waitForFinished(2000);
+        return fail(stopped == 1 ? QStringLiteral("skipped by the user") : QStringLiteral("cancelled"));
+    }
     if (!finished) {
         if (quit) {
             endGroup();

@@ -31,9 +31,10 @@ QList<CatalogClass> ReplyClasses(const QJsonObject& reply, QSet<QString>* taken)
 // True only for a clean run whose reply says "ok". output gets the reply
 // whenever it parsed, also on failure; errorText the failure's text.
 // A run under way when *quitting becomes set gets two more seconds, then is
-// killed and fails with "cancelled".
+// killed and fails with "cancelled". One whose *stop becomes set is killed at
+// once and fails with "skipped by the user" (1) or "cancelled" (2).
 bool __RunHostProcess(const QString& program, const QStringList& arguments, int timeoutMs, QJsonObject* output,
-                      QString* errorText, const QAtomicInt* quitting = nullptr);
+                      QString* errorText, const QAtomicInt* quitting = nullptr, const QAtomicInt* stop = nullptr);
 // Whether path lies in one of the roots (both sides cleaned, compared with case).
 bool __IsUnderScannedRoot(const QString& path, const QStringList& roots);
 
