@@ -70,7 +70,8 @@ bool QVlorAheadRuns::take(const QString& key)
         return false;
     m_changed.wait(l, [&] { return job->state == Job::Ended || job->state == Job::Dropped; });
     m_jobs.remove(key);
-    return job->state == Job::Ended;
+    // A run a cancel ended has nothing to say either.
+    return job->state == Job::Ended && job->stop->loadAcquire() != Cancelled;
 }
 
 bool QVlorAheadRuns::runNow(const QString& key, const QString& label, Run run)

@@ -46,8 +46,8 @@ public:
     void submit(const QString& key, const QString& label, Run run);
     bool has(const QString& key) const;
     // Waits until the run under key has ended and forgets it: true if it
-    // ran to an outcome, false if it was never submitted or was dropped by
-    // a cancel before it began.
+    // ran to an outcome, false if it was never submitted or a cancel
+    // dropped or ended it.
     bool take(const QString& key);
     // submit and take: a run the loop needs now, still under the limit and
     // still skippable.

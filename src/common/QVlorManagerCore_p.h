@@ -49,6 +49,14 @@ public:
     QAtomicInt changed{0};
     // Children of checks run ahead of their turn; results applied by the thread.
     mutable QVlorAheadRuns ahead;
+    // The cancel generation the posted piece of work under way began in (-1
+    // for none): a cancel since then starts no more children for it.
+    QAtomicInt workGeneration{-1};
+    bool cancelledSinceWorkBegan() const
+    {
+        const int began = workGeneration.loadAcquire();
+        return began >= 0 && began != cancelGeneration.loadAcquire();
+    }
 
     // On another thread than the manager's, while that one still runs: work must be posted.
     bool awayFromThread() const { return thread && QThread::currentThread() != thread.data() && !thread->isFinished(); }
@@ -73,10 +81,13 @@ public:
         QMetaObject::invokeMethod(
             q,
             [this, at, call = std::forward<F>(call)]() mutable {
-                if (at != cancelGeneration.loadAcquire())
+                if (at != cancelGeneration.loadAcquire()) {
                     static_cast<Data*>(this)->dropCancelledWork();
-                else
+                } else {
+                    workGeneration.storeRelease(at);
                     call();
+                    workGeneration.storeRelease(-1);
+                }
             },
             Qt::QueuedConnection);
         return true;

@@ -22,6 +22,7 @@
 namespace QVlorVst {
 
 const char* const K_SETTING_SCAN_VST2 = "vloraudio.plugins.scan_vst2";
+const char* const K_SETTING_CHECK_TIMEOUT_S = "vloraudio.plugins.vst2_check_timeout_s";
 
 namespace {
 // How long a check under way at quit may still take before it is killed.
@@ -163,6 +164,7 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 
     QVlorSetting& settings = QVlorSetting::global();
     settings.setDefault(QLatin1String(K_SETTING_SCAN_VST2), true);
+    settings.setDefault(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30);
     settings.setDefault(QStringLiteral("%1.%2").arg(QLatin1String("vloraudio.fx.vst"), QLatin1String("use_fallback_editor")),
                         false);
     settings.setDefault(QStringLiteral("%1.%2").arg(QLatin1String("vloraudio.fx.vst"),

@@ -9,6 +9,7 @@
 #include "audiovst.h"
 
 #include <QDir>
+#include <limits>
 #include <QFile>
 #include <QFileInfo>
 
@@ -52,6 +53,41 @@ void _PersistSwitch(const Plugin& p, bool on)
 
 // What the engine's check found, into the record: a shell's children or an
 // effect's names. False when the plugin is no use.
+bool Manager::Data::NeedsCheck(const Plugin& p, bool deepShell)
+{
+    if (!p.exists() || !QFile::exists(p.filename()))
+        return false;
+    return p.isFailed() || p.uniqueId() == 0 || p.needRecheck() || (deepShell && p.isShell());
+}
+
+namespace {
+QString CheckKey(const Plugin& p) { return p.filename() + QLatin1Char('\n') + QString::number(p.pluginId()); }
+QString CheckLabel(const Plugin& p) { return p.name().isEmpty() ? QFileInfo(p.filename()).fileName() : p.name(); }
+int StopOf(void* user) { return static_cast<const QAtomicInt*>(user)->loadAcquire(); }
+} // namespace
+
+void Manager::Data::checkAhead(const Plugin& p) const
+{
+    const QByteArray file = p.filename().toUtf8();
+    const int id = int(p.pluginId());
+    ahead.submit(CheckKey(p), CheckLabel(p), [file, id](const QAtomicInt* stop) {
+        AUDIOVST_CheckAhead(file.constData(), id, &StopOf, const_cast<QAtomicInt*>(stop));
+    });
+}
+
+bool Manager::Data::takeCheckAhead(const Plugin& p) const
+{
+    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
+                               std::numeric_limits<int>::max() / 1000);
+    AUDIOVST_SetCheckTimeout(seconds * 1000);
+    if (cancelledSinceWorkBegan()) {
+        ahead.take(CheckKey(p)); // one made ahead is let go
+        return false;
+    }
+    checkAhead(p);
+    return ahead.take(CheckKey(p));
+}
+
 bool Manager::Data::takeCheck(Plugin& p, _VSTEFFECT* h)
 {
     if (!h) {
@@ -138,6 +174,13 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
     // A plugin new to the catalog is enabled as its settings say: switched
     // off there, it was the user's choice before the catalog was lost.
     const bool wasNew = p.isNew();
+    if (!d->takeCheckAhead(p)) {
+        // Dropped by a cancel before its child began: as it was.
+        d->clearPendingVerifying(ref);
+        p.setVerifying(false);
+        d->show();
+        return;
+    }
     _VSTEFFECT* h = AUDIOVST_FindPluginEx(file.constData(), p.pluginId(), true);
     d->clearPendingVerifying(ref);
     p.setVerifying(false);
@@ -248,6 +291,26 @@ void Manager::enablePlugins(const QStringList& plugins)
     d->cancelled.storeRelease(0);
     emit beginScan();
     const QSet<QString> wanted(plugins.begin(), plugins.end());
+    // The checks this loop will need run ahead, up to the limit at a time, in
+    // its order; each resolution below takes its own in its turn.
+    d->ahead.setParallel(ParallelChecks());
+    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
+                               std::numeric_limits<int>::max() / 1000);
+    AUDIOVST_SetCheckTimeout(seconds * 1000);
+    for (const Path& path : std::as_const(d->paths)) {
+        if (!path.isEnabled())
+            continue;
+        for (const Plugin& plugin : path.plugins()) {
+            if (!plugin.isShell()) {
+                if (wanted.contains(plugin.pluginRef()) && Data::NeedsCheck(plugin, false))
+                    d->checkAhead(plugin);
+                continue;
+            }
+            for (const Plugin& child : plugin.plugins())
+                if (wanted.contains(child.pluginRef()) && Data::NeedsCheck(child, false))
+                    d->checkAhead(child);
+        }
+    }
     int total = 0, n = 0;
     for (const Path& path : d->paths)
         if (path.isEnabled())
@@ -281,6 +344,8 @@ void Manager::enablePlugins(const QStringList& plugins)
             stop = d->cancelled.loadAcquire() != 0;
         }
     }
+    d->ahead.forgetUntaken();
+    AUDIOVST_DropChecksAhead();
     emit endScan(hasNewPlugins());
 }
 

@@ -13,6 +13,7 @@ struct _VSTEFFECT;
 namespace QVlorVst {
 
 extern const char* const K_SETTING_SCAN_VST2;
+extern const char* const K_SETTING_CHECK_TIMEOUT_S; // seconds, default 30
 
 class Manager::Data : public ManagerCore<Manager, Manager::Data> {
 public:
@@ -46,6 +47,14 @@ public:
     Path* findPath(const QString& absolutePath);
     bool applyPendingVerifyingLocked();
     static bool takeCheck(Plugin& plugin, _VSTEFFECT* effect);
+    // Whether enabling the plugin loads it in a child (the catalog cannot answer).
+    static bool NeedsCheck(const Plugin& plugin, bool deepShell);
+    // The check of the plugin's file starts as soon as the limit allows; the
+    // resolution in its turn takes the outcome.
+    void checkAhead(const Plugin& plugin) const;
+    // Waits for the plugin's check (started now if it was not ahead): false
+    // if a cancel dropped it before it began.
+    bool takeCheckAhead(const Plugin& plugin) const;
     bool clearPendingVerifying(const QString& ref);
 };
 

@@ -138,8 +138,10 @@ void Manager::Data::runAhead(const QStringList& job, const QString& label) const
 bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText, const QString& label) const
 {
     const QString key = JobKey(job);
-    runAhead(job, label);
-    const bool ran = ahead.take(key);
+    // After a cancel, the work that was under way starts nothing more.
+    if (!cancelledSinceWorkBegan())
+        runAhead(job, label);
+    const bool ran = ahead.take(key) && !cancelledSinceWorkBegan();
     HostOutcome outcome;
     {
         QMutexLocker l(&outcomesLock);

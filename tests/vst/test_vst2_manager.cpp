@@ -481,13 +481,13 @@ TEST_F(ManagerTest, AFailedCheckIsNamedAndKeepsItsReason)
     const QString hang = add(QStringLiteral("vlor-fault-hang-open.so"), QStringLiteral("hang.so"));
     const QString synth = add(QStringLiteral("vlor-fault-synth.so"), QStringLiteral("synth.so"));
     const QString crash = add(QStringLiteral("vlor-fault-crash-open.so"), QStringLiteral("crash.so"));
-    const int old = BLCORE_SetSpawnTimeout(1000);
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst2_check_timeout_s"), 1);
     Manager m;
     QStringList named;
     QObject::connect(&m, &Manager::progressPlugin, &m, [&named](const QString& n) { named << n; }, Qt::DirectConnection);
     m.addPath(folder);
     scan(m);
-    BLCORE_SetSpawnTimeout(old);
+    QVlorSetting::global().remove(QStringLiteral("vloraudio.plugins.vst2_check_timeout_s"));
     EXPECT_TRUE(named.contains(QStringLiteral("hang.so"))) << named.join(QLatin1Char(',')).toStdString();
     struct Expect {
         QString file;
@@ -537,7 +537,9 @@ TEST_F(ManagerTest, AQuitWaitsForNoQueueAndAHangForTwoSecondsAtMost)
     timer.start();
     m.aboutToQuit();
     EXPECT_LT(timer.elapsed(), 2000 + 1500);
-    EXPECT_EQ(checks(), 2); // first and hang; the rest never started
+    // First, and hang if its child had begun: the rest never started.
+    EXPECT_GE(checks(), 1);
+    EXPECT_LE(checks(), 2);
     const Plugin hang = find(m, files[1]);
     EXPECT_FALSE(hang.isFailed());
     EXPECT_FALSE(hang.verifying());
@@ -551,7 +553,6 @@ TEST_F(ManagerTest, CancelDropsTheChecksQueuedBeforeIt)
     const QString hang = add(QStringLiteral("vlor-fault-hang-open.so"), QStringLiteral("hang.so"));
     const QString queued = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("queued.so"));
     const QString later = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("later.so"));
-    const int old = BLCORE_SetSpawnTimeout(1000);
     Manager m;
     m.addPath(folder);
     m.searchPlugins(false);
@@ -570,8 +571,10 @@ TEST_F(ManagerTest, CancelDropsTheChecksQueuedBeforeIt)
     m.enablePlugin(p, pathOf(m));
     sync(m);
     sync(m);
-    BLCORE_SetSpawnTimeout(old);
-    EXPECT_EQ(find(m, hang).failReason(), QStringLiteral("did not answer within 1 s"));
+    // The cancel ended the hung check too: not a failure, checked again later.
+    EXPECT_FALSE(find(m, hang).isFailed());
+    EXPECT_TRUE(find(m, hang).failReason().isEmpty());
+    EXPECT_TRUE(find(m, hang).isNew());
     EXPECT_TRUE(find(m, queued).isNew());
     EXPECT_FALSE(find(m, queued).verifying()); // its mark is taken back
     EXPECT_TRUE(find(m, later).isEnabled());

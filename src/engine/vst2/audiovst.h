@@ -78,6 +78,20 @@ AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, 
  * words for the user ("did not answer within 120 s"); empty when it gave one
  * or did not say. */
 AUDIOVST_EXPORT const char* AUDIOVST_GetLastFailure(void);
+/* Checks made ahead of their turn. AUDIOVST_CheckAhead runs the check of a
+ * plugin file in the host programs now, on the calling thread (any thread,
+ * several at once), and keeps the outcome: the next AUDIOVST_FindPluginEx of
+ * that file and id that needs a check takes it instead of starting a child,
+ * as long as the file has not changed. Nothing else is touched, so the
+ * resolutions, run in their own order, come out as if each had checked
+ * itself. stop, polled while the child runs, ends it: 1 counts as skipped by
+ * the user, 2 as cancelled. Gives the status of the last child. */
+AUDIOVST_EXPORT int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(void* user), void* user);
+/* Forgets the outcomes nobody took. */
+AUDIOVST_EXPORT void AUDIOVST_DropChecksAhead(void);
+/* How long a check may take before its child is killed and the plugin is
+ * recorded as having timed out: for checks made ahead. Default 30000 ms. */
+AUDIOVST_EXPORT void AUDIOVST_SetCheckTimeout(int milliseconds);
 AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash);
 AUDIOVST_EXPORT _VSTEFFECT* AUDIOVST_FindPluginByUniqId(int id);
 AUDIOVST_EXPORT int AUDIOVST_GetFileNameFromHash(const char* hash, char* out, int size);

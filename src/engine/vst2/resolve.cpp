@@ -14,11 +14,22 @@
 #include "blsettings.h"
 #include "blutils.h"
 
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <mutex>
+#include <spawn.h>
 #include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
 
 namespace {
 
@@ -163,12 +174,95 @@ void writeDescriptor(const _VSTEFFECT* e)
         std::remove(tmp.c_str());
 }
 
-int spawnCheck(const char* host, const char* quotedFile, int32_t id)
+// What a check child said, and how it ended.
+struct CheckOutcome {
+    int status = -1;
+    bool timedOut = false;
+    bool aborted = false; // the application quits, or the user cancelled
+    bool skipped = false; // the user skipped the plugin
+    int timeoutS = 0;     // what it was given
+    int64_t stamp = 0;    // of the file when its check began
+};
+
+std::mutex g_aheadLock;
+std::map<std::string, CheckOutcome> g_ahead; // by host, file and id
+std::atomic<int> g_checkTimeoutMs{30000};
+
+std::string aheadKey(const char* host, const char* filename, int32_t id)
 {
+    return std::string(host) + '\n' + filename + '\n' + std::to_string(id);
+}
+
+// One check child: its own process group (what the plugin forks ends with
+// it), the timeout, and stop polled while it runs.
+CheckOutcome runCheckChild(const char* host, const char* filename, int32_t id, int (*stop)(void*), void* user)
+{
+    CheckOutcome out;
+    out.stamp = BLIO_GetFileTimeStamp(filename, 2);
+    out.timeoutS = g_checkTimeoutMs.load() / 1000;
+    const std::string idText = std::to_string(id);
+    char* argv[] = {const_cast<char*>(host), const_cast<char*>("--check"), const_cast<char*>(filename),
+                    const_cast<char*>("--id"), const_cast<char*>(idText.c_str()), nullptr};
+    posix_spawnattr_t attr;
+    posix_spawnattr_init(&attr);
+    posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setpgroup(&attr, 0);
+    pid_t pid = 0;
+    const int error = posix_spawn(&pid, host, nullptr, &attr, argv, environ);
+    posix_spawnattr_destroy(&attr);
+    if (error != 0) {
+        out.status = BLCORE_SPAWN_FAILED;
+        return out;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(g_checkTimeoutMs.load());
+    int wstatus = 0;
+    for (;;) {
+        const pid_t done = waitpid(pid, &wstatus, WNOHANG);
+        if (done == pid || (done < 0 && errno != EINTR))
+            break;
+        const int why = stop ? stop(user) : 0;
+        const bool late = std::chrono::steady_clock::now() >= deadline;
+        if (why != 0 || late) {
+            kill(-pid, SIGKILL);
+            kill(pid, SIGKILL);
+            while (waitpid(pid, &wstatus, 0) < 0 && errno == EINTR) {
+            }
+            out.timedOut = why == 0;
+            out.skipped = why == 1;
+            out.aborted = why == 2;
+            out.status = BLCORE_SPAWN_SIGNALED(SIGKILL);
+            return out;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    // What the plugin left running in its group goes with it.
+    kill(-pid, SIGKILL);
+    out.status = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : WIFSIGNALED(wstatus) ? BLCORE_SPAWN_SIGNALED(WTERMSIG(wstatus)) : -1;
+    return out;
+}
+
+// The check of a file by one host: the outcome made ahead if there is one
+// for the file as it is now, else a child started here.
+CheckOutcome spawnCheck(const char* host, const char* filename, const char* quotedFile, int32_t id)
+{
+    {
+        std::lock_guard<std::mutex> l(g_aheadLock);
+        const auto it = g_ahead.find(aheadKey(host, filename, id));
+        if (it != g_ahead.end()) {
+            const CheckOutcome made = it->second;
+            g_ahead.erase(it);
+            if (made.stamp == BLIO_GetFileTimeStamp(filename, 2))
+                return made;
+        }
+    }
+    CheckOutcome out;
     char* quotedHost = _QuoteArg(host);
-    const int status = BLCORE_Spawn("\"%s\" --check \"%s\" --id %d", quotedHost, quotedFile, id);
+    out.status = BLCORE_Spawn("\"%s\" --check \"%s\" --id %d", quotedHost, quotedFile, id);
     std::free(quotedHost);
-    return status;
+    out.timedOut = BLCORE_LastSpawnTimedOut() != 0;
+    out.aborted = BLCORE_LastSpawnAborted() != 0;
+    out.timeoutS = spawnTimeoutSeconds();
+    return out;
 }
 
 } // namespace
@@ -185,6 +279,7 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
 
     char* file = _QuoteArg(e->filename);
     int status = -1;
+    int timedOutAfterS = 0;
     for (int index = 0; index < 2 && e->architecture == 0; ++index) {
         const char* host = AUDIOVST_GetVlorVstPath(index);
         if (!host)
@@ -193,12 +288,15 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
         // when both are one program its answer can only repeat the first.
         if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
             break;
-        status = spawnCheck(host, file, e->pluginid);
+        const CheckOutcome outcome = spawnCheck(host, e->filename, file, e->pluginid);
+        status = outcome.status;
+        timedOutAfterS = outcome.timedOut ? outcome.timeoutS : 0;
         if (status == VLORVST_CHECK_OK)
             e->architecture = index == 0 ? 64 : 32;
-        if (BLCORE_LastSpawnAborted()) {
-            // The application quits: the plugin has said nothing about itself.
-            setFailure("cancelled");
+        if (outcome.aborted || outcome.skipped) {
+            // Cut short (the application quits, the user cancelled or skipped
+            // the plugin): it has said nothing about itself.
+            setFailure(outcome.skipped ? "skipped by the user (checked again at the next rescan)" : "cancelled");
             std::free(file);
             return -1;
         }
@@ -210,9 +308,9 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
             setFailure("not an effect this host can use (an instrument, or no audio in place)");
         } else {
             e->crashed = 1;
-            if (BLCORE_LastSpawnTimedOut()) {
-                BLDEBUG_Error(-1, "VSTCHECK: %s did not answer within %d s", e->filename, spawnTimeoutSeconds());
-                setFailure("did not answer within %d s", spawnTimeoutSeconds());
+            if (timedOutAfterS > 0) {
+                BLDEBUG_Error(-1, "VSTCHECK: %s did not answer within %d s", e->filename, timedOutAfterS);
+                setFailure("did not answer within %d s", timedOutAfterS);
             } else if (status > 128 && status < 128 + 65) {
                 setFailure("crashed while being checked (signal %d)", status - 128);
             } else {
@@ -394,6 +492,45 @@ extern "C" _VSTEFFECT* AUDIOVST_FindPluginEx(const char* filename, int id, bool 
 }
 
 extern "C" const char* AUDIOVST_GetLastFailure(void) { return t_failure; }
+
+extern "C" int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(void* user), void* user)
+{
+    if (!filename || !*filename)
+        return -1;
+    {
+        static std::mutex hostLock;
+        std::lock_guard<std::mutex> l(hostLock);
+        if (!findHost())
+            return -1;
+    }
+    // The hosts as a resolution asks them: the second when the first could not load it.
+    int status = -1;
+    for (int index = 0; index < 2; ++index) {
+        const char* host = AUDIOVST_GetVlorVstPath(index);
+        if (!host)
+            continue;
+        if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
+            break;
+        const CheckOutcome outcome = runCheckChild(host, filename, id, stop, user);
+        // A cancelled check learned nothing: the resolution, if it comes, checks anew.
+        if (!outcome.aborted) {
+            std::lock_guard<std::mutex> l(g_aheadLock);
+            g_ahead[aheadKey(host, filename, id)] = outcome;
+        }
+        status = outcome.status;
+        if (status == VLORVST_CHECK_OK || outcome.aborted || outcome.skipped)
+            break;
+    }
+    return status;
+}
+
+extern "C" void AUDIOVST_DropChecksAhead(void)
+{
+    std::lock_guard<std::mutex> l(g_aheadLock);
+    g_ahead.clear();
+}
+
+extern "C" void AUDIOVST_SetCheckTimeout(int milliseconds) { g_checkTimeoutMs.store(milliseconds > 0 ? milliseconds : 30000); }
 
 extern "C" _VSTEFFECT* AUDIOVST_FindPluginByHash(const char* hash)
 {
