@@ -1,6 +1,7 @@
 // vlorfx scan and vlorfx list: both catalogs and the pair store as the editor keeps them.
 #include "catalog.h"
 #include "commands.h"
+#include "QVlorSetting.h"
 #include "text.h"
 
 #include "QVlorApplication.h"
@@ -25,6 +26,7 @@ namespace {
 
 const char* const kScanHelp =
     "usage: vlorfx scan [--vst2-path DIR]... [--vst3-path DIR]... [--no-vst2] [--no-vst3]\n"
+    "                   [--parallel N] [--check-timeout SECONDS]\n"
     "\n"
     "Finds the plugins of both formats and checks every new one in a host\n"
     "program. VST2: the folders given are added to the catalog (when none is\n"
@@ -35,7 +37,10 @@ const char* const kScanHelp =
     "\n"
     "Each plugin checked is named as it is (one updating line on a terminal),\n"
     "and the failures are listed with their reasons after the summary.\n"
-    "  --quiet   the summary only\n"
+    "  --quiet            the summary only\n"
+    "  --parallel N       check up to N plugins at a time (default: one a core,\n"
+    "                     at most 8; kept as the setting)\n"
+    "  --check-timeout S  give each check S seconds (default 30; kept)\n"
     "\n"
     "example:\n"
     "  vlorfx scan --vst2-path ~/.vst --vst3-path ~/my-vst3\n";
@@ -108,6 +113,19 @@ int cmdScan(int argc, char** argv)
             options.vst3 = false;
         } else if (!std::strcmp(argv[i], "--quiet") || !std::strcmp(argv[i], "-q")) {
             quiet = true;
+        } else if ((!std::strcmp(argv[i], "--parallel") || !std::strcmp(argv[i], "--check-timeout")) && i + 1 < argc) {
+            const bool parallel = !std::strcmp(argv[i], "--parallel");
+            char* end = nullptr;
+            const long n = std::strtol(argv[++i], &end, 10);
+            if (!end || *end || n < 1 || n > (parallel ? 64 : 3600)) {
+                std::fprintf(stderr, "vlorfx scan: %s wants a number from 1 to %d\n", argv[i - 1], parallel ? 64 : 3600);
+                return 2;
+            }
+            QVlorSetting::global().change(QLatin1String(parallel ? "vloraudio.plugins.parallel_checks"
+                                                                 : "vloraudio.plugins.vst2_check_timeout_s"),
+                                          int(n));
+            if (!parallel)
+                QVlorSetting::global().change(QLatin1String("vloraudio.plugins.vst3_probe_timeout_s"), int(n));
         } else {
             std::fprintf(stderr, "vlorfx scan: unknown argument '%s'\n\n%s", argv[i], kScanHelp);
             return 2;

@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <fcntl.h>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -207,8 +208,13 @@ CheckOutcome runCheckChild(const char* host, const char* filename, int32_t id, i
     posix_spawnattr_init(&attr);
     posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETPGROUP);
     posix_spawnattr_setpgroup(&attr, 0);
+    // As every child of the host: nothing to read on its input.
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     pid_t pid = 0;
-    const int error = posix_spawn(&pid, host, nullptr, &attr, argv, environ);
+    const int error = posix_spawn(&pid, host, &actions, &attr, argv, environ);
+    posix_spawn_file_actions_destroy(&actions);
     posix_spawnattr_destroy(&attr);
     if (error != 0) {
         out.status = BLCORE_SPAWN_FAILED;
