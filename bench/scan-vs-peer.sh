@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # The first scan of the system's plugins of both formats (VST2 files checked,
-# VST3 bundles probed and their classes verified) against another host's two
-# scanners run once per file and once per bundle, and a second scan with
-# nothing changed; all go one plugin at a time. Counts the host programs our
-# scans start: VST2 through a logging wrapper found first on the helpers path,
-# VST3 through the manager's own log of each run.
+# VST3 bundles probed and their classes verified), one check at a time and one
+# a core at a time, against another host's two scanners run once per file and
+# once per bundle; and a second scan with nothing changed. Counts the host
+# programs our scans start: VST2 through a logging wrapper found first on the
+# helpers path, VST3 through the manager's own log of each run.
 #
 #   bench/scan-vs-peer.sh            (after a build; installs nothing)
 set -euo pipefail
@@ -27,8 +27,15 @@ mapfile -t bundles < <(find /usr/lib/vst3 -maxdepth 1 -iname '*.vst3' 2>/dev/nul
 echo "VST2 plugin files: ${#files[@]}, VST3 bundles: ${#bundles[@]}"
 
 now() { date +%s.%N; }
+cores=$(nproc); [ "$cores" -gt 8 ] && cores=8
+# One check at a time first, in a data folder of its own.
+o0=$(now)
+VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/one" scan --quiet --parallel 1 \
+  --vst2-path /usr/lib/vst --vst2-path /usr/lib/lxvst > "$work/one.txt" 2> /dev/null
+o1=$(now)
+: > "$work/starts.log"
 t0=$(now)
-VLORFX_VERBOSE=1 VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan \
+VLORFX_VERBOSE=1 VLOR_HELPERS_PATH="$work/helpers" "$bin/vlorfx" --data "$work/data" scan --parallel "$cores" \
   --vst2-path /usr/lib/vst --vst2-path /usr/lib/lxvst > "$work/first.txt" 2> "$work/first.err"
 t1=$(now)
 first_children=$(( $(wc -l < "$work/starts.log") + $(grep -c 'host run' "$work/first.err" || true) ))
@@ -56,13 +63,16 @@ else
 fi
 
 first=$(echo "$t1 - $t0" | bc)
+one=$(echo "$o1 - $o0" | bc)
 second=$(echo "$t3 - $t2" | bc)
-echo "first scan:  ${first} s wall, $(grep '^time:' "$work/first.txt"), $first_children host programs started"
+echo "first scan, one at a time: ${one} s wall, $(grep '^time:' "$work/one.txt")"
+echo "first scan, $cores at a time:  ${first} s wall, $(grep '^time:' "$work/first.txt"), $first_children host programs started"
+echo "scaling from 1 to $cores: $(echo "scale=2; $one / $first" | bc)x"
 echo "second scan: ${second} s wall, $(grep '^time:' "$work/second.txt"), $second_children host programs started"
 grep -E '^(enabled|failed|classes enabled|classes failed|pairs):' "$work/first.txt" | tr '\n' ' '; echo
 if [ -n "$peer_time" ]; then
   echo "peer scanners, once per file and once per bundle: ${peer_time} s wall"
-  echo "ratio first scan / peer: $(echo "scale=2; $first / $peer_time" | bc)"
+  echo "ratio first scan / peer: one at a time $(echo "scale=2; $one / $peer_time" | bc), $cores at a time $(echo "scale=2; $first / $peer_time" | bc)"
 else
   echo "peer scanners not installed ($peer, $peer3): apt-get install ardour"
 fi

@@ -26,6 +26,10 @@ inline int ParallelChecks()
     return qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PARALLEL_CHECKS), DefaultParallelChecks()), 64);
 }
 
+// Whether a check's failure is the user's skip: such a plugin is checked
+// again at the next rescan.
+inline bool IsSkippedByUser(const QString& reason) { return reason.startsWith(QLatin1String("skipped by the user")); }
+
 // A change is on disk a moment after it is made, so that a crash of the
 // editor loses no choice; the changes of a batch share one write.
 constexpr int kSaveDelayMs = 200;

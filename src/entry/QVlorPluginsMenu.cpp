@@ -2,6 +2,7 @@
 // patched: a pair is one row with one active format, so the menu offers
 // products, and the user's choice of format decides what an entry opens.
 #include "QVlorPluginsMenu.h"
+#include "QVlorSlowCheckWatch.h"
 
 #include "QVlorAudio.h"
 #include "QVlorDialogs.h"
@@ -94,12 +95,14 @@ public:
     QPointer<QMenu> pluginsMenu;
     QAction* menuAnchor = nullptr;
     QAction* scanProgressAction = nullptr;
+    QAction* skipCheckAction = nullptr;
     QAction* cancelScanAction = nullptr;
     QAction* managePluginsAction = nullptr;
     QAction* searchPluginsAction = nullptr;
     QMap<QString, QMenu*> vendorMenus;
     QHash<QAction*, PluginMenuEntry> entries;
     QHash<QString, QAction*> pairActions;
+    QVlorSlowCheckWatch* slowChecks = nullptr;
     QList<UnifiedRow> rows;
     QVlorVst3::Catalog catalog;
     bool rebuildPending = false;
@@ -107,7 +110,8 @@ public:
     void forgetMenu()
     {
         pluginsMenu = nullptr;
-        menuAnchor = scanProgressAction = cancelScanAction = managePluginsAction = searchPluginsAction = nullptr;
+        menuAnchor = scanProgressAction = skipCheckAction = cancelScanAction = managePluginsAction =
+            searchPluginsAction = nullptr;
         vendorMenus.clear();
         entries.clear();
         pairActions.clear();
@@ -117,6 +121,14 @@ public:
 MenuController::MenuController(Host* host) : d(new Data)
 {
     d->host = host;
+    // Under the progress line, the plugin whose check has run for a while can be skipped.
+    d->slowChecks = new QVlorSlowCheckWatch(this);
+    connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
+        if (!d->skipCheckAction)
+            return;
+        d->skipCheckAction->setVisible(!name.isEmpty());
+        d->skipCheckAction->setText(trMain("Skip %1 (checked again at the next rescan)").arg(name));
+    });
     if (QVlorVst::Manager* m = vstManager()) {
         connect(m, &QVlorVst::Manager::pluginEnabled, this, &MenuController::rebuildPluginsMenu);
         connect(m, &QVlorVst::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
@@ -151,6 +163,7 @@ MenuController::~MenuController()
 
 QMenu* MenuController::pluginsMenu() const { return d->pluginsMenu; }
 QAction* MenuController::scanProgressAction() const { return d->scanProgressAction; }
+QAction* MenuController::skipCheckAction() const { return d->skipCheckAction; }
 QAction* MenuController::searchPluginsAction() const { return d->searchPluginsAction; }
 QAction* MenuController::managePluginsAction() const { return d->managePluginsAction; }
 QAction* MenuController::cancelScanAction() const { return d->cancelScanAction; }
@@ -167,6 +180,9 @@ void MenuController::createPluginsMenu()
     d->pluginsMenu = menu;
     d->scanProgressAction = menu->addAction(QStringLiteral("%1 ... 0 %").arg(trMain("Scanning plugins")));
     d->scanProgressAction->setEnabled(false);
+    d->skipCheckAction = menu->addAction(QString());
+    d->skipCheckAction->setVisible(false);
+    connect(d->skipCheckAction, &QAction::triggered, d->slowChecks, &QVlorSlowCheckWatch::skip);
     menu->addSeparator();
     d->menuAnchor = menu->addSeparator();
     d->searchPluginsAction = menu->addAction(trMain("Search new plugins"));

@@ -21,6 +21,8 @@ public:
 
     QMenu* pluginsMenu() const;
     QAction* scanProgressAction() const;
+    // "Skip <plugin>", shown while a plugin's check has run for more than 3 s.
+    QAction* skipCheckAction() const;
     QAction* searchPluginsAction() const;
     QAction* managePluginsAction() const;
     QAction* cancelScanAction() const;

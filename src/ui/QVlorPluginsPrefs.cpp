@@ -274,6 +274,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
         ui.refreshProgressLabel->hide();
         ui.scanProgressBar->hide();
         ui.scanCancelButton->hide();
+        ui.skipCheckButton->hide();
         ui.managePathsBtn->hide();
         ui.updateButton->hide();
         ui.filterBox->hide();
@@ -291,6 +292,20 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
         if (QVlorVst3::Manager* m3 = vst3())
             m3->cancel();
     });
+    ui.skipCheckButton->hide();
+    d->slowChecks = new QVlorSlowCheckWatch(this);
+    connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
+        QPushButton* skip = d->ui.skipCheckButton;
+        skip->setVisible(!name.isEmpty());
+        if (name.isEmpty())
+            return;
+        skip->setText(tr("Skip %1").arg(skip->fontMetrics().elidedText(name, Qt::ElideMiddle, 180)));
+        skip->setToolTip(tr("The check of %1 has taken more than %2 seconds: end it now. The plugin is checked "
+                            "again at the next rescan.")
+                             .arg(name)
+                             .arg(QVlorSlowCheckWatch::kSlowMs / 1000));
+    });
+    connect(ui.skipCheckButton, &QPushButton::clicked, d->slowChecks, &QVlorSlowCheckWatch::skip);
     tree->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(tree, &QWidget::customContextMenuRequested, this, &QVlorPluginsPrefs::onCustomContextMenuRequested);
     connect(&d->model, &QVlorUnifiedPluginsModel::pairCheckToggled, this, &QVlorPluginsPrefs::onPairCheckToggled);

@@ -7,6 +7,8 @@
 #include "QVlorVst_Path.h"
 #include "ui_QVlorPluginsPrefs.h"
 
+#include "QVlorSlowCheckWatch.h"
+
 #include <QElapsedTimer>
 #include <QSet>
 
@@ -24,6 +26,8 @@ struct QVlorPluginsPrefs::Data {
     // when the first began: the line counts them off.
     QSet<QString> checkBatch;
     QElapsedTimer checkClock;
+    // The check that has run for a while, offered to be skipped.
+    QVlorSlowCheckWatch* slowChecks = nullptr;
     QSet<QString> collapsedGroups;
     QSet<QString> hiddenNewPaths;
 

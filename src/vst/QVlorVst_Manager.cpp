@@ -513,6 +513,23 @@ bool Manager::announcePath(Path& path, bool notifyNewPlugins, bool deepCheckShel
     return true;
 }
 
-void Manager::rescanPlugins() { updatePlugins(true, true); }
+void Manager::rescanPlugins()
+{
+    if (d->postWork([this] { rescanPlugins(); }))
+        return;
+    // What the user skipped is checked again: it counts as new.
+    for (Path& path : d->paths)
+        for (Plugin& p : path.plugins()) {
+            QList<Plugin*> records{&p};
+            for (Plugin& child : p.plugins())
+                records << &child;
+            for (Plugin* r : records)
+                if (r->isFailed() && IsSkippedByUser(r->failReason())) {
+                    r->setFailed(false);
+                    r->setNew(true);
+                }
+        }
+    updatePlugins(true, true);
+}
 
 } // namespace QVlorVst

@@ -563,6 +563,17 @@ void Manager::rescanPlugins()
     if (d->postWork([this] { rescanPlugins(); }))
         return;
     for (CatalogBundle& b : d->catalog.bundles()) {
+        // What the user skipped is checked again now: a bundle as never
+        // probed, a class as new.
+        if (!b.probed() && b.failed() && IsSkippedByUser(b.lastError())) {
+            b.setFailed(false);
+            b.setLastError(QString());
+        }
+        for (CatalogClass& c : b.classes())
+            if (c.state() == CatalogClass::Failed && IsSkippedByUser(c.lastError())) {
+                c.setState(CatalogClass::New);
+                c.setLastError(QString());
+            }
         if (!b.probed() || b.failed())
             continue;
         b.setMtimeSecs(0);

@@ -145,7 +145,8 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
         endGroup();
         process.kill();
         process.waitForFinished(2000);
-        return fail(stopped == 1 ? QStringLiteral("skipped by the user") : QStringLiteral("cancelled"));
+        return fail(stopped == 1 ? QStringLiteral("skipped by the user (checked again at the next rescan)")
+                                : QStringLiteral("cancelled"));
     }
     if (!finished) {
         if (quit) {

@@ -5,6 +5,7 @@
 #include "QVlorAudioPlugins.h"
 #include "QVlorDialogs.h"
 #include "QVlorPluginsMenu.h"
+#include "QVlorPluginsPrefs.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
 #include "QVlorVst_Manager.h"
@@ -20,6 +21,8 @@
 #include <QFileInfo>
 #include <QMenu>
 #include <QMenuBar>
+#include <QPushButton>
+#include <QElapsedTimer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -439,4 +442,58 @@ TEST_F(Menu, RealTwinsOpenWorkingDialogsOfTheirActiveFormat)
         host.presented.reset();
     }
     vst3->purgePairState({}, {});
+}
+
+// A check that runs for more than three seconds is offered for skipping, by
+// the plugin's name, in the menu under its progress line and on the plugin
+// page; skipped, its child ends at once, the plugin is failed as skipped by
+// the user, and the next rescan offers it as new again.
+TEST_F(Menu, ALongCheckCanBeSkippedFromTheMenuOrThePageAndComesBackAtTheNextRescan)
+{
+    const QString hang = QFileInfo(vst2File).absolutePath() + QStringLiteral("/hang.so");
+    ASSERT_TRUE(QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-hang-open.so"), hang));
+    auto record = [&] {
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                if (p.filename() == hang)
+                    return std::make_pair(p, path);
+        return std::make_pair(QVlorVst::Plugin(), QVlorVst::Path());
+    };
+    vst2->updatePlugins(true, false);
+    settle();
+    ASSERT_TRUE(record().first.isNew());
+    QVlorPluginsPrefs page;
+    auto* button = page.findChild<QPushButton*>(QStringLiteral("skipCheckButton"));
+    ASSERT_NE(button, nullptr);
+    QAction* skip = controller->skipCheckAction();
+    ASSERT_NE(skip, nullptr);
+    EXPECT_FALSE(skip->isVisible());
+
+    auto [plugin, path] = record();
+    vst2->enablePlugin(plugin, path);
+    ASSERT_TRUE(waitFor([&] {
+        QCoreApplication::processEvents();
+        return skip->isVisible() && button->isVisibleTo(&page);
+    }, 10000)) << "offered after three seconds";
+    EXPECT_TRUE(skip->text().startsWith(QStringLiteral("Skip hang.so"))) << skip->text().toStdString();
+    EXPECT_EQ(button->text(), QStringLiteral("Skip hang.so"));
+    QElapsedTimer clock;
+    clock.start();
+    skip->trigger();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return record().first.isFailed();
+    }, 10000));
+    EXPECT_LT(clock.elapsed(), 10000) << "not the 30 s of its timeout";
+    EXPECT_EQ(record().first.failReason(), QStringLiteral("skipped by the user (checked again at the next rescan)"));
+    EXPECT_TRUE(waitFor([&] {
+        QCoreApplication::processEvents();
+        return !skip->isVisible() && !button->isVisibleTo(&page);
+    }, 3000));
+
+    vst2->rescanPlugins();
+    EXPECT_TRUE(waitFor([&] {
+        settle();
+        return record().first.isNew() && !record().first.isFailed();
+    }, 10000));
 }
