@@ -785,3 +785,31 @@ TEST_F(Vst3ManagerTest, ClassesNamedInAnotherCodePageListReadably)
                    .toArray().first().toObject().value(QStringLiteral("name")).toString() == QStringLiteral("Fixture Caf\u00E9 Gain");
     }));
 }
+
+// A probe that hangs, skipped by the user while it runs: its child ends at
+// once, the bundle fails as skipped, and a rescan gives it its chance again.
+TEST_F(Vst3ManagerTest, ASkippedProbeEndsAtOnceAndIsTriedAgainAtTheNextRescan)
+{
+    const QString hang = copyBundle(QStringLiteral("vlor-vst3-hang-entry"), QStringLiteral("Hang.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    m.enableBundle(hang);
+    ASSERT_TRUE(waitFor([&] {
+        const QList<QVlorRunningCheck> running = m.runningChecks();
+        return !running.isEmpty() && running.first().name == QStringLiteral("Hang.vst3");
+    }, 10000));
+    EXPECT_FALSE(m.skipCheck(QStringLiteral("Other.vst3")));
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_TRUE(m.skipCheck(QStringLiteral("Hang.vst3")));
+    sync(m);
+    EXPECT_LT(clock.elapsed(), 10000) << "not the probe's timeout";
+    EXPECT_TRUE(m.runningChecks().isEmpty());
+    EXPECT_TRUE(bundle(hang).failed());
+    EXPECT_EQ(bundle(hang).lastError(), QStringLiteral("skipped by the user (checked again at the next rescan)"));
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 1);
+    run([](Manager& m) { m.rescanPlugins(); });
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 30);
+    EXPECT_FALSE(bundle(hang).failed()) << "offered to be probed again";
+    EXPECT_FALSE(bundle(hang).probed());
+}
