@@ -4,6 +4,7 @@
 // hop onto it, the commit of a change, and the coalesced save.
 
 #include "QVlorAheadRuns_p.h"
+#include "QVlorRunningCheck.h"
 #include "QVlorSetting.h"
 
 #include <QAtomicInt>
@@ -56,6 +57,14 @@ public:
     // The cancel generation the posted piece of work under way began in (-1
     // for none): a cancel since then starts no more children for it.
     QAtomicInt workGeneration{-1};
+    // The children running now, by the plugins they check.
+    QList<QVlorRunningCheck> runningChecks() const
+    {
+        QList<QVlorRunningCheck> checks;
+        for (const QVlorAheadRuns::Running& r : ahead.running())
+            checks.append({r.label, r.sinceMs});
+        return checks;
+    }
     bool cancelledSinceWorkBegan() const
     {
         const int began = workGeneration.loadAcquire();

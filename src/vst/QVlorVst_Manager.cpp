@@ -221,14 +221,7 @@ bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 bool Manager::hasChanges() const { return d->changed.loadAcquire() != 0; }
 void Manager::cancel() { d->cancel(); }
 
-QList<QVlorRunningCheck> Manager::runningChecks() const
-{
-    QList<QVlorRunningCheck> checks;
-    for (const QVlorAheadRuns::Running& r : d->ahead.running())
-        checks.append({r.label, r.sinceMs});
-    return checks;
-}
-
+QList<QVlorRunningCheck> Manager::runningChecks() const { return d->runningChecks(); }
 bool Manager::skipCheck(const QString& name) { return d->ahead.skip(name); }
 
 void Manager::Data::dropCancelledWork()

@@ -9,9 +9,10 @@
 #include "audiovst.h"
 
 #include <QDir>
-#include <limits>
 #include <QFile>
 #include <QFileInfo>
+
+#include <limits>
 
 namespace QVlorVst {
 
@@ -53,6 +54,14 @@ void _PersistSwitch(const Plugin& p, bool on)
 
 // What the engine's check found, into the record: a shell's children or an
 // effect's names. False when the plugin is no use.
+void Manager::Data::ApplyCheckTimeout()
+{
+    // A setting edited by hand must neither overflow nor give no time at all.
+    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
+                               std::numeric_limits<int>::max() / 1000);
+    AUDIOVST_SetCheckTimeout(seconds * 1000);
+}
+
 bool Manager::Data::NeedsCheck(const Plugin& p, bool deepShell)
 {
     if (!p.exists() || !QFile::exists(p.filename()))
@@ -77,9 +86,7 @@ void Manager::Data::checkAhead(const Plugin& p) const
 
 bool Manager::Data::takeCheckAhead(const Plugin& p) const
 {
-    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
-                               std::numeric_limits<int>::max() / 1000);
-    AUDIOVST_SetCheckTimeout(seconds * 1000);
+    ApplyCheckTimeout();
     if (cancelledSinceWorkBegan()) {
         ahead.take(CheckKey(p)); // one made ahead is let go
         return false;
@@ -294,9 +301,7 @@ void Manager::enablePlugins(const QStringList& plugins)
     // The checks this loop will need run ahead, up to the limit at a time, in
     // its order; each resolution below takes its own in its turn.
     d->ahead.setParallel(ParallelChecks());
-    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
-                               std::numeric_limits<int>::max() / 1000);
-    AUDIOVST_SetCheckTimeout(seconds * 1000);
+    Data::ApplyCheckTimeout();
     for (const Path& path : std::as_const(d->paths)) {
         if (!path.isEnabled())
             continue;

@@ -47,6 +47,8 @@ public:
     Path* findPath(const QString& absolutePath);
     bool applyPendingVerifyingLocked();
     static bool takeCheck(Plugin& plugin, _VSTEFFECT* effect);
+    // The check timeout of the settings, handed to the engine.
+    static void ApplyCheckTimeout();
     // Whether enabling the plugin loads it in a child (the catalog cannot answer).
     static bool NeedsCheck(const Plugin& plugin, bool deepShell);
     // The check of the plugin's file starts as soon as the limit allows; the
