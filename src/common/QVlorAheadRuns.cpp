@@ -4,15 +4,19 @@
 
 #include <algorithm>
 
-QVlorAheadRuns::~QVlorAheadRuns()
+QVlorAheadRuns::~QVlorAheadRuns() { close(); }
+
+void QVlorAheadRuns::close()
 {
+    cancel();
+    std::vector<std::thread> workers;
     {
         std::lock_guard<std::mutex> l(m_lock);
         m_closing = true;
+        workers.swap(m_workers);
     }
-    cancel();
     m_changed.notify_all();
-    for (std::thread& t : m_workers)
+    for (std::thread& t : workers)
         t.join();
 }
 

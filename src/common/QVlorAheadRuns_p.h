@@ -60,6 +60,8 @@ public:
     QList<Running> running() const;
     // Runs queued or finished that nobody took (a loop that ended early).
     void forgetUntaken();
+    // Cancels, and waits for the runs told to stop; nothing starts after it.
+    void close();
 
 private:
     struct Job {

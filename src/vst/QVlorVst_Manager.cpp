@@ -180,6 +180,8 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 Manager::~Manager()
 {
     aboutToQuit();
+    // Its runs end before the records they write into go.
+    d->ahead.close();
     delete d;
 }
 

@@ -220,6 +220,8 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
 Manager::~Manager()
 {
     aboutToQuit();
+    // Its runs end before the records they write into go.
+    d->ahead.close();
     delete d;
 }
 
