@@ -16,6 +16,7 @@
 #include <QThread>
 #include <QTimer>
 
+#include <limits>
 #include <utility>
 
 // How many plugins are checked at a time, in children of their own: one per
@@ -25,6 +26,13 @@ inline int DefaultParallelChecks() { return qBound(1, QThread::idealThreadCount(
 inline int ParallelChecks()
 {
     return qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PARALLEL_CHECKS), DefaultParallelChecks()), 64);
+}
+
+// A timeout setting in seconds, 30 by default: one edited by hand must neither
+// overflow into "wait forever" nor give no time at all.
+inline int TimeoutSecondsSetting(const char* key)
+{
+    return qBound(1, QVlorSetting::global().getInt(QLatin1String(key), 30), std::numeric_limits<int>::max() / 1000);
 }
 
 // Whether a check's failure is the user's skip: such a plugin is checked

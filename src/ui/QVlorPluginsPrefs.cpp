@@ -459,7 +459,8 @@ void QVlorPluginsPrefs::rebuildRowsNow()
     d->model.setRows(d->rows);
     tree->expandAll();
     if (!d->proxy.isFiltering())
-        d->applyCollapsed(tree, QModelIndex());    updateCheckProgress();
+        d->applyCollapsed(tree, QModelIndex());
+    updateCheckProgress();
 }
 
 void QVlorPluginsPrefs::rescanAll()

@@ -2,11 +2,10 @@
 #define QVLORVST_MANAGER_H
 
 #include "QVlorVst_Path.h"
+#include "QVlorRunningCheck.h"
 #include "QVlorVst_Plugin.h"
 
 #include <QList>
-#include "QVlorRunningCheck.h"
-
 #include <QObject>
 #include <QStringList>
 

@@ -12,8 +12,6 @@
 #include <QFile>
 #include <QFileInfo>
 
-#include <limits>
-
 namespace QVlorVst {
 
 namespace {
@@ -52,14 +50,9 @@ void _PersistSwitch(const Plugin& p, bool on)
     AUDIOVST_SetEnabledEx(p.filename().toUtf8().constData(), int(p.uniqueId()), on);
 }
 
-// What the engine's check found, into the record: a shell's children or an
-// effect's names. False when the plugin is no use.
 void Manager::Data::ApplyCheckTimeout()
 {
-    // A setting edited by hand must neither overflow nor give no time at all.
-    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30),
-                               std::numeric_limits<int>::max() / 1000);
-    AUDIOVST_SetCheckTimeout(seconds * 1000);
+    AUDIOVST_SetCheckTimeout(TimeoutSecondsSetting(K_SETTING_CHECK_TIMEOUT_S) * 1000);
 }
 
 bool Manager::Data::NeedsCheck(const Plugin& p, bool deepShell)
@@ -95,6 +88,8 @@ bool Manager::Data::takeCheckAhead(const Plugin& p) const
     return ahead.take(CheckKey(p));
 }
 
+// What the engine's check found, into the record: a shell's children or an
+// effect's names. False when the plugin is no use.
 bool Manager::Data::takeCheck(Plugin& p, _VSTEFFECT* h)
 {
     if (!h) {
@@ -166,8 +161,7 @@ void Manager::enablePlugin(Plugin& plugin, const Path& path, bool deep_check_she
         emit pluginFailed(p, path);
         return;
     }
-    const bool deepShell = deep_check_shell_plugins && p.isShell();
-    if (!p.isFailed() && p.uniqueId() != 0 && !p.needRecheck() && !deepShell) {
+    if (!Data::NeedsCheck(p, deep_check_shell_plugins)) {
         enableKnownPlugin(p, path);
         return;
     }

@@ -289,6 +289,14 @@ void Catalog::removeBundle(const QString& path)
 
 namespace {
 
+// A vendor switched off, as a load keeps it: in lower case, once, never empty.
+void AddDisabledVendor(QStringList* vendors, const QString& text)
+{
+    const QString vendor = text.toLower();
+    if (!vendor.isEmpty() && !vendors->contains(vendor))
+        *vendors << vendor;
+}
+
 using QVlorJson::Reader;
 using QVlorJson::Scalar;
 
@@ -442,11 +450,8 @@ void CatalogFromJson(const QJsonObject& root, QList<CatalogBundle>* bundles, QSt
     for (const QJsonValue& v : root.value(QStringLiteral("bundles")).toArray())
         list.append(CatalogBundle::fromJsonObject(v.toObject()));
     QStringList vendors;
-    for (const QJsonValue& v : root.value(QStringLiteral("disabledVendors")).toArray()) {
-        const QString vendor = v.toString().toLower();
-        if (!vendor.isEmpty() && !vendors.contains(vendor))
-            vendors << vendor;
-    }
+    for (const QJsonValue& v : root.value(QStringLiteral("disabledVendors")).toArray())
+        AddDisabledVendor(&vendors, v.toString());
     *bundles = list;
     *disabledVendors = vendors;
 }
@@ -474,9 +479,7 @@ bool ReadCatalogText(const char* begin, const char* end, QList<CatalogBundle>* b
             return ReadArray(r, [&] {
                 if (!r.readScalar(&v))
                     return false;
-                const QString vendor = v.toString().toLower();
-                if (!vendor.isEmpty() && !vendors.contains(vendor))
-                    vendors << vendor;
+                AddDisabledVendor(&vendors, v.toString());
                 return true;
             });
         }

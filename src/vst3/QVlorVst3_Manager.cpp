@@ -10,7 +10,6 @@
 #include "QVlorDataFile_p.h"
 #include "QVlorHostProgram_p.h"
 
-#include <QSet>
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
@@ -112,7 +111,20 @@ void Manager::Data::clearPendingVerifyingClass(const QString& cid)
 }
 
 namespace {
+
 QString JobKey(const QStringList& job) { return job.join(QChar(0x1f)); }
+
+// A probed bundle that changed on disk or lost classes is probed again by a scan.
+bool NeedsReprobe(const CatalogBundle& b)
+{
+    if (b.isOutdated())
+        return true;
+    for (const CatalogClass& c : b.classes())
+        if (c.state() == CatalogClass::Missing)
+            return true;
+    return false;
+}
+
 } // namespace
 
 void Manager::Data::runAhead(const QStringList& job, const QString& label) const
@@ -121,9 +133,7 @@ void Manager::Data::runAhead(const QStringList& job, const QString& label) const
     QStringList arguments = hostArgs;
     if (program.isEmpty())
         QVlorHostProgram::Vst3(&program, &arguments);
-    // A setting edited by hand must neither overflow into "wait forever" nor give no time at all.
-    const int seconds = qBound(1, QVlorSetting::global().getInt(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30),
-                               std::numeric_limits<int>::max() / 1000);
+    const int seconds = TimeoutSecondsSetting(K_SETTING_PROBE_TIMEOUT_S);
     const QString key = JobKey(job);
     ahead.submit(key, label, [this, key, job, program, arguments, seconds](const QAtomicInt* stop) {
         qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
@@ -401,12 +411,7 @@ void Manager::searchPlugins(bool notifyNew)
     d->ahead.setParallel(ParallelChecks());
     for (const QString& path : std::as_const(found)) {
         const int at = place.value(path, -1);
-        if (at < 0 || !bundles.at(at).probed())
-            continue;
-        bool lostClasses = bundles.at(at).isOutdated();
-        for (const CatalogClass& c : bundles.at(at).classes())
-            lostClasses = lostClasses || c.state() == CatalogClass::Missing;
-        if (lostClasses)
+        if (at >= 0 && bundles.at(at).probed() && NeedsReprobe(bundles.at(at)))
             d->runAhead(ProbeArguments(path), QFileInfo(path).fileName());
     }
     QSet<QString> seen;
@@ -479,10 +484,7 @@ void Manager::visitBundle(const QString& path, QHash<QString, int>* place, QSet<
             b->setLastError(QString());
         }
     } else {
-        bool lostClasses = false;
-        for (const CatalogClass& c : std::as_const(*b).classes())
-            lostClasses = lostClasses || c.state() == CatalogClass::Missing;
-        if (!lostClasses && !b->isOutdated()) {
+        if (!NeedsReprobe(*b)) {
             // The first bundle holding a class ID keeps it.
             QList<CatalogClass>& classes = b->classes();
             for (int k = int(classes.size()) - 1; k >= 0; --k)

@@ -195,8 +195,9 @@ TEST_P(GuiFormats, PickApplyUndoRedoAndSaveAZamEffect)
     QPushButton* preview = dialog->findChild<QPushButton*>(QStringLiteral("previewButton"));
     const QString unavailable = vlorfx::Previewer::unavailableReason(window->document()->sampleRate(), channels);
     EXPECT_EQ(preview->isEnabled(), unavailable.isEmpty());
-    if (!unavailable.isEmpty())
+    if (!unavailable.isEmpty()) {
         EXPECT_EQ(preview->toolTip(), unavailable);
+    }
 
     // The makeup gain to its top, with a key on its slider.
     QAbstractSlider* makeup = nullptr;

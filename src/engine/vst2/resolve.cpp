@@ -16,7 +16,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <fcntl.h>
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
@@ -24,6 +23,7 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <fcntl.h>
 #include <spawn.h>
 #include <string>
 #include <sys/wait.h>
@@ -175,6 +175,17 @@ void writeDescriptor(const _VSTEFFECT* e)
         std::remove(tmp.c_str());
 }
 
+// The host asked to check a plugin, by architecture (0: 64-bit, 1: 32-bit), or
+// null. The second is asked when the first could not load the plugin; when
+// both are one program its answer could only repeat the first.
+const char* checkHost(int index)
+{
+    const char* host = AUDIOVST_GetVlorVstPath(index);
+    if (host && index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
+        return nullptr;
+    return host;
+}
+
 // What a check child said, and how it ended.
 struct CheckOutcome {
     int status = -1;
@@ -287,13 +298,9 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
     int status = -1;
     int timedOutAfterS = 0;
     for (int index = 0; index < 2 && e->architecture == 0; ++index) {
-        const char* host = AUDIOVST_GetVlorVstPath(index);
+        const char* host = checkHost(index);
         if (!host)
             continue;
-        // The second host is asked when the first could not load the plugin;
-        // when both are one program its answer can only repeat the first.
-        if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
-            break;
         const CheckOutcome outcome = spawnCheck(host, e->filename, file, e->pluginid);
         status = outcome.status;
         timedOutAfterS = outcome.timedOut ? outcome.timeoutS : 0;
@@ -512,11 +519,9 @@ extern "C" int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(voi
     // The hosts as a resolution asks them: the second when the first could not load it.
     int status = -1;
     for (int index = 0; index < 2; ++index) {
-        const char* host = AUDIOVST_GetVlorVstPath(index);
+        const char* host = checkHost(index);
         if (!host)
             continue;
-        if (index == 1 && AUDIOVST_GetVlorVstPath(0) && std::strcmp(host, AUDIOVST_GetVlorVstPath(0)) == 0)
-            break;
         const CheckOutcome outcome = runCheckChild(host, filename, id, stop, user);
         // A cancelled check learned nothing: the resolution, if it comes, checks anew.
         if (!outcome.aborted) {
