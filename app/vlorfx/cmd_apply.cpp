@@ -4,6 +4,7 @@
 #include "commands.h"
 #include "text.h"
 
+#include "audio_output.h"
 #include "audiofx.h"
 #include "audiovst.h"
 #include "vst3engine.h"
@@ -30,9 +31,11 @@ const char* const kHelp =
     "usage: vlorfx apply --vst2 FILE [--id N] [--param INDEX=VALUE]... [--in-process] IN OUT\n"
     "       vlorfx apply --vst3 BUNDLE [--cid CID] [--param ID=VALUE]... [--state STRING] IN OUT\n"
     "\n"
-    "Runs a VST2 or VST3 effect over the audio file IN and writes OUT in the same\n"
-    "format (--float writes 32-bit float; samples an output of whole numbers\n"
-    "cuts at full scale are reported). A VST2 plugin is checked in the host\n"
+    "Runs a VST2 or VST3 effect over the audio file IN and writes OUT in the\n"
+    "format its extension names (.wav, .flac, .ogg, .mp3, .aiff, ...), in IN's\n"
+    "sample format where that format can hold it (--float writes 32-bit float;\n"
+    "samples an output of whole numbers cuts at full scale are reported). OUT is\n"
+    "a new or a regular file, never a device or a pipe. A VST2 plugin is checked in the host\n"
     "program first, and runs there unless --in-process is given; a VST3 effect\n"
     "runs in this process. The latency is taken out: OUT lines up with IN and is\n"
     "as long. What a plugin prints is kept off the terminal (VLORFX_VERBOSE=1\n"
@@ -142,7 +145,8 @@ int progressBarTo(void* user, double fraction)
     return 0;
 }
 
-int render(const char* filter, const std::string& config, const ApplyOptions& o)
+// name: the effect's, for a failure that is the effect's own.
+int render(const char* filter, const std::string& config, const ApplyOptions& o, const std::string& name)
 {
     const bool bar = isatty(STDERR_FILENO);
     char error[1024] = "";
@@ -157,7 +161,7 @@ int render(const char* filter, const std::string& config, const ApplyOptions& o)
             std::fprintf(aside.out(), "\n");
     }
     if (!ok)
-        return fail(error);
+        return fail(std::strncmp(error, "the effect ", 11) == 0 ? name + ": " + error : std::string(error));
     if (report.clippedSamples > 0)
         std::fprintf(stderr,
                      "vlorfx apply: %lld samples went beyond full scale (peak %+.1f dBFS) and were cut in %s; "
@@ -213,17 +217,18 @@ int applyVst3(const ApplyOptions& o)
     }
     for (char& c : cid)
         c = char(std::toupper(static_cast<unsigned char>(c)));
-    bool known = false;
+    std::string name;
     for (int k = 0; k < n; ++k)
-        known = known || cid == classes[size_t(k)].uid;
-    if (!known)
+        if (cid == classes[size_t(k)].uid)
+            name = classes[size_t(k)].name;
+    if (name.empty())
         return fail("no effect class " + cid + " in " + bundle);
 
     std::string config = "vst3effect_uid=" + quoted(cid) + ",vst3effect_path=" + quoted(bundle);
     if (params.empty()) {
         if (!state.empty())
             config += "," + state;
-        return render("VST3 host", config, o);
+        return render("VST3 host", config, o, name);
     }
     _Vst3Instance* h = VLORVST3_CreateInstance(bundle.c_str(), cid.c_str());
     if (!h || !VLORVST3_StartEngine(h)) {
@@ -253,7 +258,7 @@ int applyVst3(const ApplyOptions& o)
         config += std::string(",") + saved;
     VLORVST3_FreeString(saved);
     VLORVST3_DestroyInstance(h);
-    return render("VST3 host", config, o);
+    return render("VST3 host", config, o, name);
 }
 
 } // namespace
@@ -388,13 +393,15 @@ int applyVst2(const ApplyOptions& o)
     }
     if (o.inProcess)
         AUDIOVST_ForgetVlorVstPath();
-    return render("VST host", config, o);
+    return render("VST host", config, o, AUDIOVST_GetDisplayName(e));
 }
 
 } // namespace
 
 int cmdApply(int argc, char** argv)
 {
+    // Ctrl-C or a kill leaves no half-written output behind.
+    audio::RemovePartialsOnSignals();
     for (int i = 0; i < argc; ++i)
         if (!std::strcmp(argv[i], "--mixer"))
             return cmdApplyMixer(argc, argv);

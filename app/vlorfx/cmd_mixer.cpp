@@ -5,6 +5,7 @@
 #include "text.h"
 
 #include "QVlorMixer.h"
+#include "audio_output.h"
 #include "QVlorVst3_MixerEffect.h"
 #include "QVlorVst_MixerEffect.h"
 #include "audiovst.h"
@@ -29,12 +30,21 @@ const char* const kMixerHelp =
     "\n"
     "Plays IN through the effects in the order given, in blocks of FRAMES (1024\n"
     "unless told), as the playback mixer runs them in real time, and writes OUT in\n"
-    "IN's format (--float: 32-bit float). Latency is not taken out, as in\n"
+    "the format its extension names (--float: 32-bit float). Latency is not taken out, as in\n"
     "playback. An effect that stops giving audio (its host program ended) is\n"
     "passed over from then on, and the blocks it missed are counted.\n"
     "\n"
     "example:\n"
     "  vlorfx apply --mixer --vst2 /usr/lib/vst/ZamComp-vst.so --vst3 /usr/lib/vst3/ZamVerb.vst3 in.wav out.wav\n";
+
+// What the effects tell while the chain runs (a block silenced), said where
+// our own lines go while plugins' printing is kept aside.
+FILE* g_toldTo = nullptr;
+void tellWarnings(QtMsgType type, const QMessageLogContext&, const QString& message)
+{
+    if (type != QtDebugMsg && type != QtInfoMsg && g_toldTo)
+        std::fprintf(g_toldTo, "vlorfx apply --mixer: %s\n", qPrintable(message));
+}
 
 int mixerError(const std::string& message)
 {
@@ -166,24 +176,24 @@ int cmdApplyMixer(int argc, char** argv)
         chain.append(fx.get());
         effects.push_back(std::move(fx));
     }
-    std::vector<float> result(audio.size());
-    const long long missed = chain.render(audio.data(), result.data(), info.frames);
-
-    SF_INFO outInfo = info;
-    if (asFloat)
-        outInfo.format = (outInfo.format & SF_FORMAT_TYPEMASK) | SF_FORMAT_FLOAT;
-    if (!sf_format_check(&outInfo))
-        outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    const std::string partial = out + ".partial-" + std::to_string(getpid());
-    SNDFILE* o = sf_open(partial.c_str(), SFM_WRITE, &outInfo);
-    if (!o)
-        return mixerFail("cannot write " + out + ": " + sf_strerror(nullptr), aside.out());
-    const bool written = sf_writef_float(o, result.data(), info.frames) == info.frames;
-    sf_close(o);
-    if (!written || std::rename(partial.c_str(), out.c_str()) != 0) {
-        std::remove(partial.c_str());
-        return mixerFail("cannot write " + out, aside.out());
+    // The output's place and format are settled before any effect runs.
+    audio::PartialOutput output;
+    {
+        std::string why;
+        if (!audio::ChooseOutputFormat(out, info, asFloat, &info.format, &why))
+            return mixerFail("cannot write " + out + ": " + why, aside.out());
     }
+    std::vector<float> result(audio.size());
+    g_toldTo = aside.out();
+    const QtMessageHandler before = qInstallMessageHandler(tellWarnings);
+    const long long missed = chain.render(audio.data(), result.data(), info.frames);
+    qInstallMessageHandler(before);
+    g_toldTo = nullptr;
+
+    std::string why;
+    if (!output.open(out, info, asFloat, &why) ||
+        sf_writef_float(output.file(), result.data(), info.frames) != info.frames || !output.commit(&why))
+        return mixerFail(why.empty() ? "cannot write " + out + ": " + sf_strerror(output.file()) : why, aside.out());
     if (missed > 0)
         std::fprintf(aside.out(), "vlorfx apply --mixer: %lld frames were passed over by an effect that gave no audio\n",
                      missed);

@@ -8,7 +8,7 @@
 // before the plugin is loaded.
 #include "aeffect_p.h"
 #include "hostchild_p.h"
-#include "savetarget_p.h"
+#include "blsavetarget.h"
 #include "vlorvst_wire.h"
 #include "vsteffect_p.h"
 

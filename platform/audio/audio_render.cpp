@@ -2,15 +2,12 @@
 // at the output path unless the whole render succeeded.
 #include "audiofx.h"
 #include "audio_p.h"
+#include "audio_output.h"
 
 #include <sndfile.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cerrno>
-#include <csignal>
-#include <dirent.h>
-#include <sys/stat.h>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -29,51 +26,16 @@ constexpr double kMaxPadSeconds = 10.0;
 
 struct Files {
     SNDFILE* in = nullptr;
-    SNDFILE* out = nullptr;
     AUDIO_Effect* effect = nullptr;
-    std::string partial;
-    bool keep = false;
+    audio::PartialOutput out;
     ~Files()
     {
         if (in)
             sf_close(in);
-        if (out)
-            sf_close(out);
         if (effect)
             AUDIO_DestroyEffect(effect);
-        if (!keep && !partial.empty())
-            std::remove(partial.c_str());
     }
 };
-
-// A render that was killed leaves its partial output behind: "NAME.partial-PID".
-// The next render into that folder removes those whose process is gone (a pid
-// that runs again is left alone, as its owner cannot be told).
-void removeStalePartials(const std::string& output)
-{
-    const size_t slash = output.rfind('/');
-    const std::string folder = slash == std::string::npos ? std::string(".") : output.substr(0, slash);
-    DIR* dir = opendir(folder.c_str());
-    if (!dir)
-        return;
-    while (const dirent* e = readdir(dir)) {
-        const std::string name = e->d_name;
-        const size_t at = name.rfind(".partial-");
-        if (at == std::string::npos || at + 9 >= name.size())
-            continue;
-        const std::string digits = name.substr(at + 9);
-        if (digits.find_first_not_of("0123456789") != std::string::npos || digits.size() > 9)
-            continue;
-        const pid_t owner = pid_t(std::stol(digits));
-        const std::string path = folder + "/" + name;
-        struct stat st;
-        if (owner == getpid() || lstat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-            continue;
-        if (kill(owner, 0) != 0 && errno == ESRCH)
-            std::remove(path.c_str());
-    }
-    closedir(dir);
-}
 
 } // namespace
 
@@ -112,24 +74,13 @@ public:
         return true;
     }
 
-    // The output is written beside its place, under a name of this process.
     bool openOutput(const char* output, int flags)
     {
-        SF_INFO outInfo = m_info;
-        outInfo.frames = 0;
-        if (flags & AUDIO_RENDER_FLOAT)
-            outInfo.format = (outInfo.format & SF_FORMAT_TYPEMASK) | SF_FORMAT_FLOAT;
-        if (!sf_format_check(&outInfo))
-            outInfo.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-        const int subtype = outInfo.format & SF_FORMAT_SUBMASK;
+        std::string why;
+        if (!m_files.out.open(output, m_info, flags & AUDIO_RENDER_FLOAT, &why))
+            return fail("%s", why.c_str());
+        const int subtype = m_files.out.info().format & SF_FORMAT_SUBMASK;
         m_report.floatOutput = subtype == SF_FORMAT_FLOAT || subtype == SF_FORMAT_DOUBLE;
-        removeStalePartials(output);
-        m_files.partial = std::string(output) + ".partial-" + std::to_string(getpid());
-        m_files.out = sf_open(m_files.partial.c_str(), SFM_WRITE, &outInfo);
-        if (!m_files.out) {
-            m_files.partial.clear(); // nothing was created
-            return fail("cannot write %s: %s", output, sf_strerror(nullptr));
-        }
         m_output = output;
         return true;
     }
@@ -173,15 +124,8 @@ public:
     // The output takes the place of its name only now, whole.
     bool finish()
     {
-        sf_write_sync(m_files.out);
-        const int closed = sf_close(m_files.out);
-        m_files.out = nullptr;
-        if (closed != 0)
-            return fail("cannot write %s", m_output);
-        if (std::rename(m_files.partial.c_str(), m_output) != 0)
-            return fail("cannot write %s: %s", m_output, std::strerror(errno));
-        m_files.keep = true;
-        return true;
+        std::string why;
+        return m_files.out.commit(&why) || fail("%s", why.c_str());
     }
 
 private:
@@ -204,25 +148,33 @@ private:
                 m_skip -= from;
             }
             const sf_count_t keep = std::min<sf_count_t>(outFrames - from, total - m_written);
-            measure(m_out.data() + from * ch, keep * ch);
-            if (keep > 0 && sf_writef_float(m_files.out, m_out.data() + from * ch, keep) != keep)
-                return fail("cannot write %s: %s", m_output, sf_strerror(m_files.out));
+            ++m_blocks;
+            if (!measure(m_out.data() + from * ch, keep * ch))
+                return fail("the effect gave samples that are not numbers (NaN or infinity) in block %lld, "
+                            "%.2f s into %s",
+                            m_blocks, double(m_written) / m_info.samplerate, m_input);
+            if (keep > 0 && sf_writef_float(m_files.out.file(), m_out.data() + from * ch, keep) != keep)
+                return fail("cannot write %s: %s", m_output, sf_strerror(m_files.out.file()));
             m_written += std::max<sf_count_t>(keep, 0);
             offset += inFrames;
         }
         return true;
     }
 
-    // The peak, and what an output of whole numbers cuts at full scale.
-    void measure(const float* samples, sf_count_t count)
+    // The peak, and what an output of whole numbers cuts at full scale;
+    // false for a sample that is no number, which no file should hold.
+    bool measure(const float* samples, sf_count_t count)
     {
         for (sf_count_t i = 0; i < count; ++i) {
+            if (!std::isfinite(samples[i]))
+                return false;
             const double v = std::fabs(double(samples[i]));
             if (v > m_report.peak)
                 m_report.peak = v;
             if (v > 1.0 && !m_report.floatOutput)
                 ++m_report.clippedSamples;
         }
+        return true;
     }
 
     __attribute__((format(printf, 2, 3))) bool fail(const char* format, ...)
@@ -245,6 +197,7 @@ private:
     std::vector<float> m_in, m_out;
     sf_count_t m_skip = 0;
     sf_count_t m_written = 0;
+    long long m_blocks = 0;
     AUDIO_RenderReport m_report{};
 };
 

@@ -100,9 +100,11 @@ int AUDIO_DestroyEffect(AUDIO_Effect* effect);
 typedef int (*AUDIO_ProgressProc)(void* user, double fraction);
 
 /* Reads input with libsndfile, runs it through a new effect of the filter in
- * blocks, and writes output in the input's format (float WAV when that format
- * cannot be written). The result is written beside output and moved over it
- * at the end, so a failure leaves nothing at output. A latency the filter
+ * blocks, and writes output in the format its extension names (the input's
+ * sample format where that format holds it; see audio_output.h). The result
+ * is written beside output and moved over it at the end, so a failure leaves
+ * nothing at output; only a regular file or nothing is replaced. A sample
+ * that is no number (NaN, infinity) fails the render. A latency the filter
  * reports is dropped from the start; after the input, silence is fed for as
  * long as the effect still owes frames (up to ten seconds), so that the
  * output lines up with the input and is as long. 1 on success; on failure

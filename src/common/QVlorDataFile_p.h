@@ -3,7 +3,7 @@
 // The library's own files are replaced whole or not at all, and read
 // tolerantly: whatever is in their place, nothing blocks or throws.
 
-#include "../engine/savetarget_p.h"
+#include "blsavetarget.h"
 
 #include <cerrno>
 #include <cstring>

@@ -2,6 +2,7 @@
 // the plugin's config instance, which the power calls make and end.
 #include "QVlorVst_MixerEffect.h"
 
+#include "QVlorSamples_p.h"
 #include "QVlorUtils.h"
 
 #include "audiovst.h"
@@ -19,6 +20,7 @@ public:
     Plugin plugin;
     _VSTEFFECT* effect = nullptr;
     _VSTINSTANCE* instance = nullptr;
+    bool toldNonFinite = false;
 };
 
 namespace {
@@ -80,7 +82,10 @@ bool MixerEffect::powerOff()
 
 int MixerEffect::process(float* input, float* output, int, int frames)
 {
-    return AUDIOVST_ProcessSamples(d->instance, input, output, int(numChannels()), frames) ? frames : 0;
+    if (!AUDIOVST_ProcessSamples(d->instance, input, output, int(numChannels()), frames))
+        return 0;
+    SilenceNonFiniteBlock(output, frames * int(numChannels()), name(), &d->toldNonFinite);
+    return frames;
 }
 
 void MixerEffect::reset()

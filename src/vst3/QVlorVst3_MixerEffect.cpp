@@ -2,6 +2,7 @@
 // its engine through the power calls.
 #include "QVlorVst3_MixerEffect.h"
 
+#include "QVlorSamples_p.h"
 #include "vst3engine.h"
 
 #include <QDebug>
@@ -12,6 +13,7 @@ class MixerEffect::Data {
 public:
     Plugin plugin;
     _Vst3Instance* instance = nullptr;
+    bool toldNonFinite = false;
 };
 
 MixerEffect::MixerEffect(const Plugin& plugin, int sampleRate, unsigned int channels)
@@ -43,7 +45,10 @@ bool MixerEffect::isOk() const { return d->instance != nullptr; }
 
 int MixerEffect::process(float* input, float* output, int channels, int frames)
 {
-    return VLORVST3_ProcessAudio(d->instance, input, output, channels, frames) ? frames : 0;
+    if (!VLORVST3_ProcessAudio(d->instance, input, output, channels, frames))
+        return 0;
+    SilenceNonFiniteBlock(output, frames * channels, d->plugin.name(), &d->toldNonFinite);
+    return frames;
 }
 
 void MixerEffect::reset() { VLORVST3_Reset(d->instance); }

@@ -4,7 +4,7 @@
 #include "vsteffect_p.h"
 #include "vlorvst_protocol.h"
 
-#include "../savetarget_p.h"
+#include "blsavetarget.h"
 
 #include "blcore.h"
 #include "bldebug.h"

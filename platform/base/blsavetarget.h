@@ -1,5 +1,5 @@
-#ifndef SAVETARGET_P_H
-#define SAVETARGET_P_H
+#ifndef BLSAVETARGET_H
+#define BLSAVETARGET_H
 // Where a file of ours may be written. A save replaces its file by renaming a
 // new one over it, which would replace whatever stands there: a device node
 // or a pipe that a link points to included. Only a regular file, or nothing,

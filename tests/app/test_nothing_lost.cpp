@@ -1,0 +1,201 @@
+// What a careless or hostile user does with vlorfx must lose none of their
+// audio, files or choices: outputs in odd places, kills in the middle,
+// effects that give no numbers.
+#include "vlorfx_fixture.h"
+
+#include "libbase.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <dirent.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+using namespace vlortest;
+
+namespace {
+
+// The names in a folder that hold ".partial-".
+std::vector<std::string> partialsIn(const std::string& folder)
+{
+    std::vector<std::string> names;
+    if (DIR* d = opendir(folder.c_str())) {
+        while (const dirent* e = readdir(d))
+            if (std::string(e->d_name).find(".partial-") != std::string::npos)
+                names.push_back(e->d_name);
+        closedir(d);
+    }
+    return names;
+}
+
+mode_t typeOf(const std::string& path, bool follow)
+{
+    struct stat st;
+    if ((follow ? stat(path.c_str(), &st) : lstat(path.c_str(), &st)) != 0)
+        return 0;
+    return st.st_mode & S_IFMT;
+}
+
+int majorFormatOf(const std::string& path)
+{
+    SF_INFO info{};
+    SNDFILE* f = sf_open(path.c_str(), SFM_READ, &info);
+    if (!f)
+        return -1;
+    sf_close(f);
+    return info.format & SF_FORMAT_TYPEMASK;
+}
+
+} // namespace
+
+TEST_F(Apply, AnOutputThatIsNoRegularFileIsRefusedAndLeftAsItWas)
+{
+    const std::string fifo = dir.file("fifo");
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0644), 0);
+    const std::string sock = dir.file("sock");
+    const int s = socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un addr{};
+    addr.sun_family = AF_UNIX;
+    std::snprintf(addr.sun_path, sizeof(addr.sun_path), "%s", sock.c_str());
+    ASSERT_EQ(bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof(addr)), 0);
+    ASSERT_EQ(symlink(fifo.c_str(), dir.file("link-to-fifo").c_str()), 0);
+    ASSERT_EQ(mkdir(dir.file("folder.wav").c_str(), 0755), 0);
+    // A device of our own making: root could make the test replace a real one.
+    const bool device = mknod(dir.file("null").c_str(), S_IFCHR | 0666, makedev(1, 3)) == 0;
+    if (device) {
+        ASSERT_EQ(symlink(dir.file("null").c_str(), dir.file("link-to-device").c_str()), 0);
+    }
+
+    struct Case {
+        std::string name;
+        mode_t before; // of the node at the end of the name
+        std::string says;
+    };
+    std::vector<Case> cases = {
+        {"fifo", S_IFIFO, "a pipe stands in its place"},
+        {"sock", S_IFSOCK, "a socket stands in its place"},
+        {"link-to-fifo", S_IFIFO, "a pipe stands in its place"},
+        {"folder.wav", S_IFDIR, "a folder stands in its place"},
+    };
+    if (device) {
+        cases.push_back({"null", S_IFCHR, "a device stands in its place"});
+        cases.push_back({"link-to-device", S_IFCHR, "a device stands in its place"});
+    }
+    for (const Case& c : cases) {
+        for (const std::string& how : {std::string("apply --vst2 '") + kStereo + "'",
+                                       std::string("apply --mixer --vst2 '") + kStereo + "'"}) {
+            EXPECT_EQ(run(how + " '" + dir.file("in.wav") + "' '" + dir.file(c.name) + "'"), 1) << c.name << err();
+            EXPECT_NE(err().find("cannot write " + dir.file(c.name) + ": " + c.says), std::string::npos)
+                << c.name << "\n" << err();
+            EXPECT_EQ(typeOf(dir.file(c.name), true), c.before) << c.name;
+        }
+    }
+    EXPECT_EQ(typeOf(dir.file("link-to-fifo"), false), mode_t(S_IFLNK));
+    EXPECT_TRUE(partialsIn(dir.path()).empty());
+    close(s);
+}
+
+TEST_F(Apply, ALinkToAFileIsWrittenThroughAndStays)
+{
+    writeFile(dir.file("old.wav"), "old contents");
+    ASSERT_EQ(symlink("old.wav", dir.file("link.wav").c_str()), 0);
+    ASSERT_EQ(run("apply --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("link.wav") + "'"), 0)
+        << err();
+    EXPECT_EQ(typeOf(dir.file("link.wav"), false), mode_t(S_IFLNK));
+    EXPECT_EQ(read("old.wav").size(), input.size());
+}
+
+TEST_F(Apply, TheExtensionDecidesTheFormatOrTheOutputIsRefusedByName)
+{
+    struct Case {
+        std::string out;
+        std::string options;
+        int status;
+        int major; // of the file written
+        std::string says;
+    };
+    const std::vector<Case> cases = {
+        {"out.wav", "", 0, SF_FORMAT_WAV, ""},
+        {"out.flac", "", 0, SF_FORMAT_FLAC, ""},
+        {"out.FLAC", "", 0, SF_FORMAT_FLAC, ""},
+        {"out.ogg", "", 0, SF_FORMAT_OGG, ""},
+        {"out.mp3", "", 0, SF_FORMAT_MPEG, ""},
+        {"out.aiff", "--float", 0, SF_FORMAT_AIFF, ""},
+        {"noextension", "", 0, SF_FORMAT_WAV, ""}, // the input's own
+        {"out.xyz", "", 1, -1, "no audio format is written as '.xyz'"},
+        {"out.flac.txt", "", 1, -1, "no audio format is written as '.txt'"},
+        {"float.flac", "--float", 1, -1, "FLAC files cannot hold 32-bit float samples"},
+    };
+    for (const Case& c : cases) {
+        for (const std::string& how : {std::string("apply --vst2 '") + kStereo + "' ",
+                                       std::string("apply --mixer --vst2 '") + kStereo + "' "}) {
+            std::remove(dir.file(c.out).c_str());
+            EXPECT_EQ(run(how + c.options + " '" + dir.file("in.wav") + "' '" + dir.file(c.out) + "'"), c.status)
+                << how << c.out << err();
+            EXPECT_EQ(majorFormatOf(dir.file(c.out)), c.major) << how << c.out;
+            if (!c.says.empty()) {
+                EXPECT_NE(err().find(c.says), std::string::npos) << c.out << "\n" << err();
+            }
+        }
+    }
+    EXPECT_TRUE(partialsIn(dir.path()).empty());
+}
+
+TEST_F(Apply, SamplesThatAreNoNumbersFailTheApplyAndAreSilencedInTheMixer)
+{
+    setenv("VLOR_FIXTURE_NAN_AT_BLOCK", "3", 1);
+    const int filter = run("apply --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" + dir.file("f.wav") + "'");
+    const std::string filterErr = err();
+    const int mixer = run("apply --mixer --block 1024 --vst2 '" + kStereo + "' '" + dir.file("in.wav") + "' '" +
+                          dir.file("m.wav") + "'");
+    unsetenv("VLOR_FIXTURE_NAN_AT_BLOCK");
+
+    EXPECT_EQ(filter, 1);
+    EXPECT_NE(filterErr.find("Vlor Fixture Stereo: the effect gave samples that are not numbers"), std::string::npos)
+        << filterErr;
+    EXPECT_NE(filterErr.find("in block 3"), std::string::npos) << filterErr;
+    EXPECT_FALSE(BLIO_Exists(dir.file("f.wav").c_str()));
+
+    ASSERT_EQ(mixer, 0) << err();
+    const std::string said = "Vlor Fixture Stereo gave samples that are not numbers";
+    const size_t first = err().find(said);
+    EXPECT_NE(first, std::string::npos) << err();
+    EXPECT_EQ(err().find(said, first + 1), std::string::npos) << "told once\n" << err();
+    const std::vector<float> out = read("m.wav");
+    ASSERT_EQ(out.size(), input.size());
+    for (size_t i = 0; i < out.size(); ++i)
+        ASSERT_TRUE(std::isfinite(out[i])) << i;
+    // The first two blocks played; from the third on every block was silenced.
+    EXPECT_NE(out[2 * 100], 0.0f);
+    for (size_t i = 2 * 2 * 1024; i < out.size(); ++i)
+        ASSERT_EQ(out[i], 0.0f) << i;
+}
+
+TEST_F(Apply, AnApplyEndedByASignalLeavesNoPartialFile)
+{
+    for (int sig : {SIGINT, SIGTERM, SIGHUP}) {
+        const std::string out = dir.file("slow-" + std::to_string(sig) + ".wav");
+        const pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            setenv("VLOR_FIXTURE_SLOW_MS", "300", 1);
+            signal(SIGINT, SIG_DFL);
+            const std::string data = dir.file("data");
+            execl(kVlorfx.c_str(), "vlorfx", "--data", data.c_str(), "apply", "--vst2", kStereo.c_str(),
+                  dir.file("in.wav").c_str(), out.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        ASSERT_TRUE(waitFor([&] { return !partialsIn(dir.path()).empty(); }, 20000)) << "no partial file appeared";
+        kill(pid, sig);
+        int status = 0;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == sig) << sig << " status " << status;
+        EXPECT_TRUE(partialsIn(dir.path()).empty()) << sig;
+        EXPECT_FALSE(BLIO_Exists(out.c_str())) << sig;
+    }
+}
