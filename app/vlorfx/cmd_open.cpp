@@ -55,30 +55,6 @@ int openError(const std::string& message)
     return 2;
 }
 
-// Sets a setting for this run only, as it was before at the end.
-class ScopedSetting {
-public:
-    ScopedSetting(const QString& key, const QVariant& value) : m_key(key)
-    {
-        QVlorSetting& s = QVlorSetting::global();
-        m_had = s.exists(key);
-        m_was = s.getString(key);
-        s.change(key, value);
-    }
-    ~ScopedSetting()
-    {
-        QVlorSetting& s = QVlorSetting::global();
-        if (m_had)
-            s.change(m_key, m_was);
-        else
-            s.remove(m_key);
-    }
-
-private:
-    QString m_key;
-    bool m_had = false;
-    QString m_was;
-};
 
 // A picture of the window with what the plugin drew into its own child
 // window: a grab of the widget alone would show the widget's background there.
@@ -130,9 +106,8 @@ int cmdOpen(int argc, char** argv)
     if (!QFileInfo::exists(QString::fromStdString(file)))
         return openError(file + " does not exist");
     QVlorApplication::applyTheme(theme);
-    std::unique_ptr<ScopedSetting> fallback;
     if (generic)
-        fallback = std::make_unique<ScopedSetting>(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
+        QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
 
     QDialog dialog;
     auto* layout = new QVBoxLayout(&dialog);
@@ -184,6 +159,10 @@ int cmdOpen(int argc, char** argv)
         }
         widget = vst2;
     }
+    // What the plugin is was worth saying first; a window nobody sees is not.
+    if (screenshot.empty())
+        if (const int status = vlorfx::refuseWithoutDisplay("open", "--screenshot FILE"))
+            return status;
     layout->addWidget(widget, 1);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
     buttons->setContentsMargins(12, 6, 12, 12);

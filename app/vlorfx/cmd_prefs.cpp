@@ -122,6 +122,9 @@ int cmdPrefs(int argc, char** argv)
             return prefsError("unknown argument " + a);
         }
     }
+    if (screenshot.empty())
+        if (const int status = vlorfx::refuseWithoutDisplay("prefs", "--screenshot FILE"))
+            return status;
     QVlorApplication::applyTheme(theme);
     // A loaded VST2 catalog reaches the copies through the scan that follows
     // it, as at the editor's start.

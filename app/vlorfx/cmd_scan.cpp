@@ -121,11 +121,11 @@ int cmdScan(int argc, char** argv)
                 std::fprintf(stderr, "vlorfx scan: %s wants a number from 1 to %d\n", argv[i - 1], parallel ? 64 : 3600);
                 return 2;
             }
-            QVlorSetting::global().change(QLatin1String(parallel ? "vloraudio.plugins.parallel_checks"
-                                                                 : "vloraudio.plugins.vst2_check_timeout_s"),
-                                          int(n));
+            QVlorSetting::global().setForThisRun(QLatin1String(parallel ? "vloraudio.plugins.parallel_checks"
+                                                                        : "vloraudio.plugins.vst2_check_timeout_s"),
+                                                 int(n));
             if (!parallel)
-                QVlorSetting::global().change(QLatin1String("vloraudio.plugins.vst3_probe_timeout_s"), int(n));
+                QVlorSetting::global().setForThisRun(QLatin1String("vloraudio.plugins.vst3_probe_timeout_s"), int(n));
         } else {
             std::fprintf(stderr, "vlorfx scan: unknown argument '%s'\n\n%s", argv[i], kScanHelp);
             return 2;

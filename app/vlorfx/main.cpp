@@ -118,9 +118,12 @@ HeadlessHost* s_host = nullptr;
 // The library comes up and goes down as in the editor.
 int runWithLibrary(const Command& c, int argc, char** argv)
 {
-    // Commands have no window: a display that is set but out of reach must not stop them.
-    if (!c.windows || (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY")))
+    // Commands without windows need no display; one that is set but out of
+    // reach must stop none of them: the window's command says so itself.
+    if (!c.windows)
         setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    else if (!vlorfx::displayReachable())
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
     QVlorApplication app(argc, argv);
     QVlorAudioPlugins::Initialize();
     HeadlessHost host;

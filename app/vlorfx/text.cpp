@@ -1,5 +1,12 @@
 #include "text.h"
 
+#include <QGuiApplication>
+
+#include <X11/Xlib.h>
+
+#include <cstdio>
+#include <cstdlib>
+
 #include <sys/stat.h>
 
 namespace vlorfx {
@@ -30,6 +37,42 @@ bool sameFile(const std::string& a, const std::string& b)
     struct stat sa, sb;
     return a == b || (::stat(a.c_str(), &sa) == 0 && ::stat(b.c_str(), &sb) == 0 && sa.st_dev == sb.st_dev &&
                       sa.st_ino == sb.st_ino);
+}
+
+} // namespace vlorfx
+
+namespace vlorfx {
+
+bool displayReachable()
+{
+    static const bool reachable = [] {
+        const char* wayland = std::getenv("WAYLAND_DISPLAY");
+        if (wayland && *wayland)
+            return true;
+        const char* name = std::getenv("DISPLAY");
+        if (!name || !*name)
+            return false;
+        Display* display = XOpenDisplay(name);
+        if (display)
+            XCloseDisplay(display);
+        return display != nullptr;
+    }();
+    return reachable;
+}
+
+int refuseWithoutDisplay(const char* command, const char* pictureOption)
+{
+    const QString platform = QGuiApplication::platformName();
+    if (platform != QLatin1String("offscreen") && platform != QLatin1String("minimal"))
+        return 0;
+    const char* display = std::getenv("DISPLAY");
+    const std::string why = display && *display ? std::string("the display ") + display + " does not answer"
+                                                : std::string("there is no display to show the window on");
+    std::fprintf(stderr,
+                 "vlorfx %s: %s; run it under xvfb-run (xvfb-run -a vlorfx %s ...), or give %s for a picture "
+                 "of it\n",
+                 command, why.c_str(), command, pictureOption);
+    return 1;
 }
 
 } // namespace vlorfx

@@ -15,4 +15,13 @@ QByteArray printable(const QString& text);
 // The same file under two names, as far as the system can tell.
 bool sameFile(const std::string& a, const std::string& b);
 
+// Whether a window can reach a person: a Wayland session, or an X display
+// that answers (one that is set but gone would stop Qt's start).
+bool displayReachable();
+
+// A command that shows a window when the window would reach nobody (no
+// display, or the offscreen platform) waits forever: 0 to go on, else the
+// exit status after saying why and what to do instead.
+int refuseWithoutDisplay(const char* command, const char* pictureOption);
+
 } // namespace vlorfx

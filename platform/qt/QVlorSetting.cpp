@@ -55,8 +55,25 @@ QVariant QVlorSetting::defaultOf(const QString& key) const
     return m_defaults.value(key);
 }
 
+void QVlorSetting::setForThisRun(const QString& key, const QVariant& value)
+{
+    QMutexLocker l(&m_lock);
+    if (value.isValid())
+        m_thisRun.insert(key, encode(value));
+    else
+        m_thisRun.remove(key);
+}
+
 bool QVlorSetting::stored(const QString& key, QString* text) const
 {
+    {
+        QMutexLocker l(&m_lock);
+        const auto run = m_thisRun.constFind(key);
+        if (run != m_thisRun.constEnd()) {
+            *text = *run;
+            return true;
+        }
+    }
     const QByteArray k = key.toUtf8();
     if (!BLSETTINGS_ExistsEx(nullptr, "%s", k.constData()))
         return false;

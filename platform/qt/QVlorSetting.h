@@ -22,6 +22,10 @@ public:
     bool change(const QString& key, const QVariant& value);
     bool exists(const QString& key) const;
     bool remove(const QString& key);
+    // A value this process reads instead of the stored one, never written:
+    // an option of one run (a command line's) leaves the user's settings as
+    // they were, however the run ends. An invalid value takes it back.
+    void setForThisRun(const QString& key, const QVariant& value);
 
 private:
     QVlorSetting() = default;
@@ -30,6 +34,7 @@ private:
 
     mutable QMutex m_lock;
     QHash<QString, QVariant> m_defaults;
+    QHash<QString, QString> m_thisRun;
 };
 
 #endif

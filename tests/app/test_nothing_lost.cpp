@@ -199,3 +199,57 @@ TEST_F(Apply, AnApplyEndedByASignalLeavesNoPartialFile)
         EXPECT_FALSE(BLIO_Exists(out.c_str())) << sig;
     }
 }
+
+TEST_F(Apply, AnOptionOfOneRunNeverWritesASetting)
+{
+    const std::string settings = dir.file("data") + "/settings.conf";
+    // Killed while its dialog opens (the plugin takes its time): the panel's
+    // setting was never the user's.
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        setenv("VLOR_FIXTURE_SLOW_MS", "4000", 1);
+        signal(SIGINT, SIG_DFL);
+        const std::string data = dir.file("data"), shot = dir.file("x.png");
+        execl(kVlorfx.c_str(), "vlorfx", "--data", data.c_str(), "open", "--generic", "--screenshot", shot.c_str(),
+              kStereo.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    kill(pid, SIGINT);
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(readFile(settings).find("use_fallback_editor"), std::string::npos) << readFile(settings);
+
+    ASSERT_EQ(mkdir(dir.file("vst").c_str(), 0755), 0);
+    ASSERT_EQ(run("scan --no-vst3 --parallel 3 --check-timeout 7 --vst2-path '" + dir.file("vst") + "'"), 0) << err();
+    for (const char* key : {"parallel_checks", "check_timeout", "probe_timeout"})
+        EXPECT_EQ(readFile(settings).find(key), std::string::npos) << key << "\n" << readFile(settings);
+}
+
+TEST_F(Apply, AWindowWithoutADisplayFailsAtOnceSayingWhatToDo)
+{
+    struct Case {
+        std::string display; // "" for none
+        std::string command;
+        std::string says;
+    };
+    const std::vector<Case> cases = {
+        {"", "open '" + kStereo + "'", "there is no display"},
+        {"", "prefs", "there is no display"},
+        {"", "gui", "there is no display"},
+        {":987", "open --generic '" + kStereo + "'", "the display :987 does not answer"},
+        {":987", "prefs --filter x", "the display :987 does not answer"},
+    };
+    for (const Case& c : cases) {
+        const std::string env = c.display.empty() ? "env -u DISPLAY -u WAYLAND_DISPLAY "
+                                                  : "env -u WAYLAND_DISPLAY DISPLAY=" + c.display + " ";
+        const std::string cmd = env + "timeout 30 '" + kVlorfx + "' --data '" + dir.file("data") + "' " + c.command +
+                                " 2>'" + dir.file("stderr") + "'";
+        const int status = std::system(cmd.c_str());
+        EXPECT_EQ(WEXITSTATUS(status), 1) << c.command;
+        EXPECT_NE(err().find(c.says), std::string::npos) << c.command << "\n" << err();
+        EXPECT_NE(err().find("xvfb-run -a vlorfx"), std::string::npos) << err();
+        EXPECT_NE(err().find("--screenshot"), std::string::npos) << err();
+    }
+}

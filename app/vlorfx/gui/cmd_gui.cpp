@@ -152,7 +152,7 @@ private:
     }
     void openEffect(bool panel, const char* name)
     {
-        QVlorSetting::global().change(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), panel);
+        QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), panel);
         QMenu* plugins = QAudioMenu();
         QAction* zam = plugins ? entryNamed(plugins, QStringLiteral("ZamComp ")) : nullptr;
         if (!zam && plugins)
@@ -167,8 +167,7 @@ private:
                 save(dialog, name);
                 dialog->close();
             }
-            if (panel)
-                QVlorSetting::global().remove(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"));
+            QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), QVariant());
         });
     }
     void save(QWidget* widget, const char* name) { write(pictureOf(widget), name); }
@@ -263,10 +262,14 @@ int runGui(int argc, char** argv)
             return 2;
         }
     }
-    // Without a display the window still works, off screen (pictures, tests).
-    if (!std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
-        setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    // Without a display the window still works, off screen, for pictures
+    // and the start's report; a display that is set but gone is none.
+    if (!vlorfx::displayReachable())
+        setenv("QT_QPA_PLATFORM", "offscreen", 1);
     QVlorApplication app(argc, argv);
+    if (screenshots.empty() && !startupReport)
+        if (const int status = vlorfx::refuseWithoutDisplay("gui", "--screenshot DIR"))
+            return status;
     QVlorApplication::applyTheme(theme);
     // The library's own part of the start, apart from the application's and the window's.
     QElapsedTimer library;
