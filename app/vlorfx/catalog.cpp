@@ -4,6 +4,8 @@
 #include "QVlorAudioPlugins.h"
 #include "QVlorSetting.h"
 
+#include "blsettings.h"
+
 #include <QSet>
 
 #include <algorithm>
@@ -244,6 +246,10 @@ bool reportSaveErrors(const char* who)
         errors << m->saveError();
     if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager())
         errors << m->saveError();
+    // Settings are written a moment after they change: now, to know.
+    char settings[2048] = "";
+    if (!BLSETTINGS_Flush() && BLSETTINGS_GetSaveError(settings, int(sizeof(settings))))
+        errors << QString::fromLocal8Bit(settings);
     bool failed = false;
     for (const QString& e : errors) {
         if (e.isEmpty())

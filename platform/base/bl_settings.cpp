@@ -6,6 +6,7 @@
 
 #include <sys/stat.h>
 
+#include "blsavetarget.h"
 #include "bldebug.h"
 #include "blio.h"
 #include "blutils.h"
@@ -21,31 +22,6 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
-
-namespace {
-
-// The store is replaced by renaming a new file over it: only a regular file
-// is ever replaced, or the regular file a link leads to (the link stays).
-// Empty for a folder, a device, a pipe or a socket in its place.
-std::string writableTarget(const std::string& path)
-{
-    struct stat st;
-    if (lstat(path.c_str(), &st) != 0)
-        return errno == ENOENT ? path : std::string();
-    if (S_ISREG(st.st_mode))
-        return path;
-    if (!S_ISLNK(st.st_mode))
-        return std::string();
-    char* real = realpath(path.c_str(), nullptr);
-    if (!real)
-        return std::string();
-    const std::string target = real;
-    std::free(real);
-    struct stat t;
-    return stat(target.c_str(), &t) == 0 && S_ISREG(t.st_mode) ? target : std::string();
-}
-
-} // namespace
 
 namespace {
 
@@ -237,34 +213,52 @@ private:
         if (!m_dirty)
             return true;
         BLIO_MakeDirs(m_dir.c_str());
-        const std::string target = writableTarget(m_path);
-        if (target.empty()) {
-            BLDEBUG_Error(-1, "BLSETTINGS_Flush: %s is not a file; the settings are not saved", m_path.c_str());
-            return false;
-        }
+        std::string target, why;
+        if (!SaveTarget(m_path, &target, &why))
+            return failed(why);
         const std::string tmp = target + ".tmp." + std::to_string(getpid());
         FILE* f = std::fopen(tmp.c_str(), "w");
-        if (!f) {
-            BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot write %s", tmp.c_str());
-            return false;
-        }
+        if (!f)
+            return failed(std::strerror(errno));
         bool ok = true;
+        errno = 0;
         for (const auto& kv : m_values) {
             const std::string line = escape(kv.first) + "=" + escape(kv.second) + "\n";
             ok = ok && std::fwrite(line.data(), 1, line.size(), f) == line.size();
         }
         ok = std::fflush(f) == 0 && ok;
         ok = fsync(fileno(f)) == 0 && ok;
+        const int writeError = errno;
         ok = std::fclose(f) == 0 && ok;
         if (!ok || std::rename(tmp.c_str(), target.c_str()) != 0) {
+            const int err = ok ? errno : writeError ? writeError : errno;
             std::remove(tmp.c_str());
-            BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot replace %s", m_path.c_str());
-            return false;
+            return failed(err ? std::strerror(err) : "the disk is full");
         }
         m_dirty = false;
+        m_saveError.clear();
         return true;
     }
 
+    // A write that failed leaves the changes due; each new reason is logged once.
+    bool failed(const std::string& why)
+    {
+        const std::string error = m_path + ": " + why;
+        if (error != m_saveError)
+            BLDEBUG_Error(-1, "BLSETTINGS_Flush: cannot save %s", error.c_str());
+        m_saveError = error;
+        return false;
+    }
+
+public:
+    bool saveError(std::string* error)
+    {
+        std::lock_guard<std::mutex> g(m_lock);
+        *error = m_saveError;
+        return !m_saveError.empty();
+    }
+
+private:
     void shutdown()
     {
         std::thread t;
@@ -282,6 +276,7 @@ private:
     std::mutex m_lock;
     std::condition_variable m_wake;
     std::thread m_flusher;
+    std::string m_saveError;
     std::map<std::string, std::string> m_values;
     std::string m_dir;
     std::string m_path;
@@ -385,6 +380,15 @@ extern "C" int BLSETTINGS_DeleteEx(BLSettings, const char* format, ...)
 }
 
 extern "C" int BLSETTINGS_Flush(void) { return Store::instance().flush() ? 1 : 0; }
+
+extern "C" int BLSETTINGS_GetSaveError(char* out, int size)
+{
+    std::string error;
+    const bool failed = Store::instance().saveError(&error);
+    if (out && size > 0)
+        std::snprintf(out, size_t(size), "%s", error.c_str());
+    return failed ? 1 : 0;
+}
 
 extern "C" int BLSETTINGS_Reload(void) { return Store::instance().reload() ? 1 : 0; }
 

@@ -32,6 +32,9 @@ int BLSETTINGS_DeleteEx(BLSettings store, const char* format, ...) __attribute__
 /* Writes pending changes now. Changes are otherwise written shortly after they
  * are made, and at exit. 1 on success. */
 int BLSETTINGS_Flush(void);
+/* 1 when the last write of the store failed, with "PATH: why" in out; 0
+ * when it succeeded (or nothing was written yet). */
+int BLSETTINGS_GetSaveError(char* out, int size);
 /* Path of the file behind the application's store. */
 const char* BLSETTINGS_GetFilePath(void);
 /* Forgets everything in memory and reads the file again (after writing pending

@@ -146,15 +146,20 @@ public:
         emit q->catalogChanged();
     }
 
-    // The outcome of a save, for saveError(); a failed save leaves the change due.
+    // The outcome of a save, for saveError(); a failed save leaves the change
+    // due, and a new reason for it is told once by saveFailed.
     bool recordSave(bool ok, const QString& error)
     {
+        bool news = false;
         {
             QMutexLocker l(&publishLock);
-            saveError = error;
+            news = !ok && saveError != error;
+            saveError = ok ? QString() : error;
         }
         if (ok)
             changed.storeRelease(0);
+        if (news)
+            emit q->saveFailed(error);
         return ok;
     }
     QString lastSaveError() const

@@ -41,6 +41,8 @@ signals:
     void pluginDisabled(const QVlorVst::Plugin& plugin, const QVlorVst::Path& path);
     void pluginFailed(const QVlorVst::Plugin& plugin, const QVlorVst::Path& path);
     void catalogChanged();
+    // A file of the catalog could not be saved: which, and why (once for each reason).
+    void saveFailed(const QString& error);
     void finished();
     void pathAdded(const QString& path);
     void pathDisabled(const QString& path);

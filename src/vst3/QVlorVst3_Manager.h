@@ -88,6 +88,8 @@ signals:
     // so that one that hangs is known while it does.
     void progressPlugin(const QString& name);
     void catalogChanged();
+    // A file of the catalog could not be saved: which, and why (once for each reason).
+    void saveFailed(const QString& error);
     void pluginStateChanged(const QVlorVst3::CatalogClass& catalogClass);
     void pluginEnabled(const QVlorVst3::CatalogClass& catalogClass);
     void pluginDisabled(const QVlorVst3::CatalogClass& catalogClass);

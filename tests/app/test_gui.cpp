@@ -17,6 +17,7 @@
 #include "QVlorVst_Widget.h"
 
 #include "audiovst.h"
+#include "blsettings.h"
 #include "testhost.h"
 #include "testsupport.h"
 
@@ -467,5 +468,61 @@ TEST(GuiFirstStart, NothingKnownOffersTheStandardFoldersOnceAndNoLeavesThemAlone
         QVlorAudioPlugins::AboutToQuit();
         QVlorAudioPlugins::UI::uninstall(&window);
     }
+    QVlorAudioPlugins::Finalize();
+}
+
+// A catalog and the settings that cannot be saved (folders in their places)
+// are each told once, however often their saves fail again.
+TEST(GuiSaveFailures, ASaveThatFailsIsToldOnceForEachReason)
+{
+    QVlorAudioPlugins::Initialize();
+    removeCatalogs();
+    const QDir data(QString::fromStdString(dataDir()));
+    const QString catalog = data.filePath(QStringLiteral("catalog_vst3.json"));
+    const QString settings = QString::fromLocal8Bit(BLSETTINGS_GetFilePath());
+    const QString settingsAside = settings + QStringLiteral(".aside");
+    ASSERT_TRUE(data.mkpath(catalog));
+    BLSETTINGS_Flush();
+    QFile::remove(settingsAside);
+    const bool hadSettings = QFileInfo::exists(settings);
+    ASSERT_TRUE(!hadSettings || QFile::rename(settings, settingsAside));
+    ASSERT_TRUE(data.mkpath(settings));
+    FixturePlugins plugins;
+    {
+        vlorfx::MainWindow window;
+        QVlorAudioPlugins::UI::install(&window);
+        window.libraryInstalled();
+        QVlorDialogs::takeAsked();
+        QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::Ok, QString()}; });
+        plugins.scanWithInstalledManagers();
+        QVlorSetting::global().change(QStringLiteral("vlorfx.test.saved"), 1);
+        QList<QVlorDialogs::Question> asked;
+        EXPECT_TRUE(waitFor([&] {
+            settleManagers();
+            QCoreApplication::processEvents();
+            asked += QVlorDialogs::takeAsked();
+            return asked.size() >= 2;
+        }, 20000)) << asked.size();
+        // Another change fails again for the same reasons: nothing more is asked.
+        QVlorAudioPlugins::vst3Manager()->searchPlugins(true);
+        QVlorSetting::global().change(QStringLiteral("vlorfx.test.saved"), 2);
+        settleManagers();
+        QTest::qWait(3500);
+        asked += QVlorDialogs::takeAsked();
+        ASSERT_EQ(asked.size(), 2);
+        QStringList texts{asked[0].text, asked[1].text};
+        texts.sort();
+        EXPECT_TRUE(texts[0].contains(catalog + QStringLiteral(": a folder stands in its place"))) << texts[0].toStdString();
+        EXPECT_TRUE(texts[1].contains(settings + QStringLiteral(": a folder stands in its place"))) << texts[1].toStdString();
+        QVlorDialogs::setAnswerer({});
+        QDir(catalog).removeRecursively();
+        QDir(settings).removeRecursively();
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&window);
+    }
+    QFile::remove(settings);
+    if (hadSettings)
+        QFile::rename(settingsAside, settings);
+    BLSETTINGS_Reload();
     QVlorAudioPlugins::Finalize();
 }

@@ -253,3 +253,32 @@ TEST_F(Apply, AWindowWithoutADisplayFailsAtOnceSayingWhatToDo)
         EXPECT_NE(err().find("--screenshot"), std::string::npos) << err();
     }
 }
+
+// A full disk (here a file size limit of nothing) fails every save: each
+// command that saves says which file and why, and exits non-zero.
+TEST_F(Apply, ACommandWhoseSaveFailsSaysSoAndFails)
+{
+    ASSERT_EQ(mkdir(dir.file("vst").c_str(), 0755), 0);
+    ASSERT_EQ(std::system(("cp '" + kStereo + "' '" + dir.file("vst/stereo.so") + "'").c_str()), 0);
+    ASSERT_EQ(mkdir(dir.file("more").c_str(), 0755), 0);
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + dir.file("vst") + "'"), 0) << err();
+    struct Case {
+        std::string command;
+        std::string file; // in the data folder
+    };
+    const std::vector<Case> cases = {
+        {"menu --bind vstid-1 Ctrl+Shift+K", "settings.conf"},
+        {"disable 'Vlor Fixture Stereo'", "vstxml/catalog_v2.json"},
+        {"scan --no-vst3 --vst2-path '" + dir.file("more") + "'", "vstxml/catalog_v2.json"},
+    };
+    for (const Case& c : cases) {
+        // The limit is the command's alone: what it says reaches a pipe.
+        const std::string cmd = "set -o pipefail; (ulimit -f 0; '" + kVlorfx + "' --data '" + dir.file("data") + "' " +
+                                c.command + " 2>&1 >/dev/null) | cat >'" + dir.file("stderr") + "'";
+        const int status = std::system(("bash -c \"" + cmd + "\"").c_str());
+        EXPECT_NE(WIFEXITED(status) ? WEXITSTATUS(status) : -1, 0) << c.command << "\n" << err();
+        EXPECT_NE(err().find("could not save " + dir.file("data") + "/" + c.file), std::string::npos)
+            << c.command << "\n" << err();
+        EXPECT_NE(err().find("File too large"), std::string::npos) << c.command << "\n" << err();
+    }
+}

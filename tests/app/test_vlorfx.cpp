@@ -403,8 +403,8 @@ TEST_F(Apply, PartialOutputsOfProcessesGoneAreRemovedByTheNextRun)
     EXPECT_TRUE(BLIO_Exists(other.c_str()));
 }
 
-// The settings store in a pipe's place: read as empty without blocking, and
-// never replaced.
+// The settings store in a pipe's place: read as empty without blocking, never
+// replaced, and the settings that could not be saved are told.
 TEST_F(Apply, TheSettingsStoreReplacesNothingButAFile)
 {
     const std::string fifo = dir.file("pipe");
@@ -413,7 +413,10 @@ TEST_F(Apply, TheSettingsStoreReplacesNothingButAFile)
                            "/settings.conf' && mkdir -p '" + dir.file("vst3") + "'")
                               .c_str()),
               0);
-    EXPECT_EQ(run("scan --no-vst2 --vst3-path '" + dir.file("vst3") + "'"), 0) << err();
+    EXPECT_EQ(run("scan --no-vst2 --vst3-path '" + dir.file("vst3") + "'"), 1) << err();
+    EXPECT_NE(err().find("could not save " + dir.file("data") + "/settings.conf: a pipe stands in its place"),
+              std::string::npos)
+        << err();
     struct stat st;
     ASSERT_EQ(lstat((dir.file("data") + "/settings.conf").c_str(), &st), 0);
     EXPECT_TRUE(S_ISLNK(st.st_mode));

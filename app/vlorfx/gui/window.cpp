@@ -230,6 +230,7 @@ MainWindow::MainWindow()
     m_wave = new WaveformView(&m_doc, this);
     setCentralWidget(m_wave);
     m_previewer = new Previewer(this);
+    m_saveFailures = new SaveFailureNotice(this);
     m_libraryMenu = new QMenu(QStringLiteral("Main"), this);
 
     QMenu* file = menuBar()->addMenu(tr("&File"));
@@ -414,6 +415,7 @@ void MainWindow::libraryInstalled()
         connect(vst3, &QVlorVst3::Manager::progressScan, this, &MainWindow::onScanProgress);
         connect(vst3, &QVlorVst3::Manager::endScan, this, &MainWindow::onScanEnded);
     }
+    m_saveFailures->watch(vst2, vst3);
 }
 
 void MainWindow::onScanProgress(int value, int total)

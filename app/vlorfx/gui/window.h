@@ -6,6 +6,7 @@
 #include "QVlorAudioPlugins.h"
 #include "document.h"
 #include "preview.h"
+#include "savefailures.h"
 
 #include <QDialog>
 #include <QHash>
@@ -141,6 +142,7 @@ private:
     QHash<QAction*, QuickEntry> m_quick;
     QPointer<EffectDialog> m_effectDialog;
     Previewer* m_previewer = nullptr;
+    SaveFailureNotice* m_saveFailures = nullptr;
 };
 
 // A palette of the plugin entries: typing narrows by name, vendor and format.
