@@ -13,6 +13,8 @@
 #include "QVlorVst_Manager.h"
 #include "QVlorVst_Widget.h"
 
+#include "QVlorDisplayText_p.h"
+
 #include <QAction>
 #include <QCoreApplication>
 #include <QHash>
@@ -271,7 +273,7 @@ void MenuController::rebuildPluginsMenuNow()
         QString label = rows.first()->vendor;
         if (label.isEmpty() && !key.isEmpty())
             label = key.at(0).toUpper() + key.mid(1);
-        auto* vendorMenu = new QMenu(label, d->pluginsMenu);
+        auto* vendorMenu = new QMenu(CutForDisplay(label), d->pluginsMenu);
         d->pluginsMenu->insertMenu(d->menuAnchor, vendorMenu);
         const QString category = trMain("Plugins by %1").arg(label);
         // One connection a submenu, which hears each of its actions, rather than one an action.
@@ -294,7 +296,11 @@ void MenuController::rebuildPluginsMenuNow()
                 formatLabel = QStringLiteral("VST3");
                 formatId = Vst3ActionId(entry.cid);
             }
-            auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(row->name, formatLabel), vendorMenu);
+            bool cut = false;
+            auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(CutForDisplay(row->name, &cut), formatLabel),
+                                       vendorMenu);
+            if (cut)
+                action->setToolTip(row->name);
             action->setEnabled(canApply);
             vendorMenu->addAction(action);
             d->entries.insert(action, entry);

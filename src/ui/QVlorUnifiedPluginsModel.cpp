@@ -3,6 +3,8 @@
 // and the predicates of what a row may do.
 #include "QVlorUnifiedPluginsModel.h"
 
+#include "QVlorDisplayText_p.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -469,7 +471,10 @@ Node* addNode(Node* parent, QVlorUnifiedPluginsModel::NodeKind kind, const QStri
 {
     auto* node = new Node;
     node->kind = kind;
-    node->label = label;
+    bool cut = false;
+    node->label = CutForDisplay(label, &cut);
+    if (cut)
+        node->fullLabel = label;
     node->parent = parent;
     parent->children << node;
     return node;
@@ -623,6 +628,8 @@ QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) cons
         switch (role) {
         case Qt::DisplayRole:
             return n->label;
+        case Qt::ToolTipRole:
+            return n->fullLabel.isEmpty() ? QVariant() : QVariant(n->fullLabel);
         case Qt::CheckStateRole:
             if (n->kind == NodeNewSection || rawRow(n))
                 return QVariant();

@@ -68,6 +68,7 @@ public:
     struct Node {
         NodeKind kind = NodeRoot;
         QString label;
+        QString fullLabel; // the whole text when label is cut for display
         QString vendorKey;
         UnifiedRow row;
         bool hasRow = false;

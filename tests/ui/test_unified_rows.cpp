@@ -390,3 +390,44 @@ TEST(UnifiedModel, WhatARowMayDo)
     EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QStringLiteral("both"), QStringLiteral("vst3")));
     EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QString(), QStringLiteral("vst2")));
 }
+
+// A name a plugin gives itself is shown cut to what a person reads, at a
+// character boundary; the whole of it stays in the tooltip.
+TEST(UnifiedModel, LongAndPathologicalNamesAreCutForDisplayWithTheWholeInTheTooltip)
+{
+    const QString family = QString::fromUtf8("\xF0\x9F\x91\xA8\xE2\x80\x8D\xF0\x9F\x91\xA9\xE2\x80\x8D\xF0\x9F\x91\xA7");
+    struct Case {
+        QString name;
+        bool cut;
+        int maxUnits; // of the text shown
+    };
+    const std::vector<Case> cases = {
+        {QStringLiteral("ZamComp"), false, 7},
+        {QString(120, QLatin1Char('x')), false, 120},
+        {QString(121, QLatin1Char('x')), true, 121},
+        {QStringLiteral("a") + QString(10000, QChar(0x0301)), true, 40},          // one letter under ten thousand marks
+        {QString(5000, QChar(0x0301)), true, 40},                                  // marks alone
+        {family.repeated(200), true, 121 * 8},                                     // emoji kept whole
+        {QString::fromUtf8("\xF0\x9F\x8E\xB9").repeated(3000), true, 121 * 2},   // surrogate pairs never split
+    };
+    for (const Case& c : cases) {
+        QVlorUnifiedPluginsModel model;
+        model.setRows({plain(c.name, QStringLiteral("zam"), true)});
+        const QModelIndex vendor = model.index(0, 0);
+        ASSERT_EQ(model.rowCount(vendor), 1);
+        const QModelIndex row = model.index(0, 0, vendor);
+        const QString shown = row.data(Qt::DisplayRole).toString();
+        EXPECT_LE(shown.size(), c.maxUnits) << c.name.size();
+        EXPECT_EQ(row.data(Qt::ToolTipRole).toString(), c.cut ? c.name : QString()) << c.name.size();
+        if (!c.cut) {
+            EXPECT_EQ(shown, c.name);
+            continue;
+        }
+        EXPECT_TRUE(shown.endsWith(QChar(0x2026))) << shown.size();
+        const QString kept = shown.chopped(1);
+        EXPECT_FALSE(kept.isEmpty() || kept.back().isHighSurrogate()) << c.name.size();
+        if (c.name.startsWith(family)) {
+            EXPECT_TRUE(kept.startsWith(family) && kept.size() % family.size() == 0) << kept.size();
+        }
+    }
+}
