@@ -12,7 +12,10 @@
 #include <QDir>
 #include <QElapsedTimer>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <dirent.h>
 
 namespace vlorfx {
 
@@ -42,12 +45,42 @@ void settle()
 QStringList standardFolders()
 {
     const QString home = QDir::homePath();
+    // VST_PATH, as other hosts on Linux read it, names the folders instead (empty: none).
+    const QByteArray vstPath = qgetenv("VST_PATH");
+    const QStringList candidates =
+        qEnvironmentVariableIsSet("VST_PATH")
+            ? QString::fromLocal8Bit(vstPath).split(QLatin1Char(':'), Qt::SkipEmptyParts)
+            : QStringList{home + "/.vst", home + "/.lxvst", QStringLiteral("/usr/lib/vst"), QStringLiteral("/usr/lib/lxvst"),
+                          QStringLiteral("/usr/local/lib/vst"), QStringLiteral("/usr/local/lib/lxvst")};
     QStringList out;
-    for (const QString& f : {home + "/.vst", home + "/.lxvst", QStringLiteral("/usr/lib/vst"),
-                             QStringLiteral("/usr/lib/lxvst"), QStringLiteral("/usr/local/lib/vst"),
-                             QStringLiteral("/usr/local/lib/lxvst")})
-        if (QDir(f).exists())
-            out << f;
+    for (const QString& f : candidates)
+        if (QDir(f).exists() && !out.contains(QDir(f).absolutePath()))
+            out << QDir(f).absolutePath();
+    return out;
+}
+
+QStringList foldersNotSearched(const QStringList& vst3Roots)
+{
+    QStringList out;
+    auto look = [&out](const char* format, const QString& folder, bool enabled) {
+        const QString name = QStringLiteral("%1 folder %2").arg(QLatin1String(format), folder);
+        if (QFileInfo(folder).isRoot()) {
+            out << name + QStringLiteral(": the root of the file system is never searched; switched off");
+            return;
+        }
+        if (!enabled)
+            return; // the user's own choice
+        DIR* dir = opendir(QFile::encodeName(folder).constData());
+        if (!dir)
+            out << name + QStringLiteral(": cannot be read: ") + QString::fromLocal8Bit(std::strerror(errno));
+        else
+            closedir(dir);
+    };
+    for (const QVlorVst::Path& p : vst2Paths())
+        look("VST2", p.absolutePath(), p.isEnabled());
+    for (const QString& root : vst3Roots)
+        if (QFileInfo::exists(root))
+            look("VST3", root, true);
     return out;
 }
 

@@ -45,8 +45,13 @@ void settle();
 // comes up pairs with its twin.
 ScanSummary scan(const ScanOptions& options);
 ScanSummary summarize();
-// The standard folders of VST2 plugins on Linux that exist here.
+// The standard folders of VST2 plugins on Linux that exist here, or those
+// VST_PATH names.
 QStringList standardFolders();
+// Folders of the catalogs that a scan passes over, each with why: the root
+// of the file system (switched off), one that cannot be read. vst3Roots: the
+// VST3 folders of the user's.
+QStringList foldersNotSearched(const QStringList& vst3Roots);
 // The VST2 catalog as its manager's thread holds it now.
 QList<QVlorVst::Path> vst2Paths();
 // The folders of the VST2 catalog as its manager's thread sees them now.

@@ -7,6 +7,7 @@
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorUnifiedPluginsModel.h"
+#include "QVlorVst3_Manager.h"
 
 #include <QDir>
 #include <QFile>
@@ -29,9 +30,10 @@ const char* const kScanHelp =
     "                   [--parallel N] [--check-timeout SECONDS]\n"
     "\n"
     "Finds the plugins of both formats and checks every new one in a host\n"
-    "program. VST2: the folders given are added to the catalog (when none is\n"
-    "given and the catalog has no folders yet, the standard folders that\n"
-    "exist). VST3: the standard roots (~/.vst3, /usr/lib/vst3, /usr/local/lib/vst3)\n"
+    "program. VST2: the folders given are added to the catalog (at the first\n"
+    "scan, beside the standard folders that exist, or those VST_PATH names,\n"
+    "separated by ':'). A folder that is not searched (the root of the file\n"
+    "system, one that cannot be read) is named after the summary. VST3: the standard roots (~/.vst3, /usr/lib/vst3, /usr/local/lib/vst3)\n"
     "and the folders given, which stay among the roots. Twins of one product\n"
     "are paired. Known plugins are not loaded again.\n"
     "\n"
@@ -131,12 +133,19 @@ int cmdScan(int argc, char** argv)
             return 2;
         }
     }
-    if (options.vst2 && options.vst2Folders.isEmpty() && vlorfx::catalogFolders().isEmpty())
-        options.vst2Folders = vlorfx::standardFolders();
+    // A first scan keeps the standard folders beside those given: a folder of
+    // the user's own never stands for all of them.
+    if (options.vst2 && vlorfx::catalogFolders().isEmpty())
+        for (const QString& f : vlorfx::standardFolders())
+            if (!options.vst2Folders.contains(f))
+                options.vst2Folders.prepend(f);
     options.progress = quiet                    ? vlorfx::ScanOptions::Silent
                        : isatty(STDERR_FILENO) ? vlorfx::ScanOptions::OneLine
                                                : vlorfx::ScanOptions::Lines;
     const vlorfx::ScanSummary s = vlorfx::scan(options);
+    // Asked of the managers' threads while they still run.
+    const QStringList passedOver = vlorfx::foldersNotSearched(
+        QVlorSetting::global().getStringList(QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS)));
     QVlorAudioPlugins::AboutToQuit(); // saves both catalogs and the pairs now, to check them below
     std::printf("folders: %d\nplugins found: %d\nenabled: %d\nfailed: %d\n", s.folders, s.found, s.enabled, s.failed);
     std::printf("shells: %d\n", int(s.shells.size()));
@@ -151,6 +160,11 @@ int cmdScan(int argc, char** argv)
     for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it)
         std::printf("  %s: %d\n", qPrintable(it.key()), it.value());
     std::printf("time: %.1f ms\n", s.milliseconds);
+    if (!passedOver.isEmpty()) {
+        std::printf("folders not searched:\n");
+        for (const QString& f : passedOver)
+            std::printf("  %s\n", vlorfx::printable(f).constData());
+    }
     if (!quiet && !s.failures.isEmpty()) {
         std::printf("failures:\n");
         for (const QString& f : s.failures)

@@ -24,6 +24,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+#include <sys/stat.h>
 
 namespace {
 
@@ -187,6 +189,15 @@ int main(int argc, char** argv)
     }
     // The data folder is settled before the library reads anything from it.
     if (argc > 2 && !std::strcmp(argv[1], "--data")) {
+        // A mistyped folder must not grow a tree of new folders: its parent is there.
+        const std::string data = argv[2];
+        const size_t slash = data.find_last_of('/', data.find_last_not_of('/'));
+        const std::string parent = slash == std::string::npos ? "." : slash == 0 ? "/" : data.substr(0, slash);
+        struct stat st;
+        if (data.empty() || stat(parent.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            std::fprintf(stderr, "vlorfx: --data %s: the folder %s does not exist\n", data.c_str(), parent.c_str());
+            return 2;
+        }
         setenv("VLOR_DATA_PATH", argv[2], 1);
         argv[2] = argv[0];
         argv += 2;

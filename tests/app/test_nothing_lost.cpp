@@ -282,3 +282,53 @@ TEST_F(Apply, ACommandWhoseSaveFailsSaysSoAndFails)
         EXPECT_NE(err().find("File too large"), std::string::npos) << c.command << "\n" << err();
     }
 }
+
+// A first scan with a folder of the user's keeps the standard folders beside
+// it, and later plain scans search them all.
+TEST_F(Apply, AFolderGivenAtTheFirstScanKeepsTheStandardFolders)
+{
+    for (const char* f : {"mine", "system-a", "system-b"})
+        ASSERT_EQ(mkdir(dir.file(f).c_str(), 0755), 0);
+    ASSERT_EQ(std::system(("cp '" + kStereo + "' '" + dir.file("system-b/stereo.so") + "'").c_str()), 0);
+    setenv("VST_PATH", (dir.file("system-a") + ":" + dir.file("system-b") + ":" + dir.file("gone")).c_str(), 1);
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + dir.file("mine") + "'"), 0) << err();
+    ASSERT_EQ(run("scan --no-vst3"), 0) << err();
+    ASSERT_EQ(run("list --json"), 0) << err();
+    const std::string json = readFile(dir.file("stdout"));
+    for (const char* f : {"mine", "system-a", "system-b"})
+        EXPECT_NE(json.find("\"" + dir.file(f) + "\""), std::string::npos) << f << "\n" << json;
+    EXPECT_EQ(json.find(dir.file("gone")), std::string::npos);
+    EXPECT_NE(json.find("Vlor Fixture Stereo"), std::string::npos);
+    // A folder that does not exist is refused by name and not kept.
+    EXPECT_EQ(run("scan --no-vst3 --vst2-path '" + dir.file("nowhere") + "'"), 1);
+    EXPECT_NE(err().find("no such folder: " + dir.file("nowhere")), std::string::npos) << err();
+    ASSERT_EQ(run("list --json"), 0);
+    EXPECT_EQ(readFile(dir.file("stdout")).find("nowhere"), std::string::npos);
+}
+
+TEST_F(Apply, AFolderThatIsNotSearchedIsNamedInTheSummary)
+{
+    ASSERT_EQ(mkdir(dir.file("locked").c_str(), 0), 0);
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path /"), 0) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("folders not searched:\n  VST2 folder /: the root of the file system is "
+                                                "never searched; switched off"),
+              std::string::npos)
+        << readFile(dir.file("stdout"));
+    if (geteuid() == 0)
+        return; // root reads any folder: the unreadable case needs a user
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + dir.file("locked") + "'"), 0) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("VST2 folder " + dir.file("locked") + ": cannot be read: "),
+              std::string::npos)
+        << readFile(dir.file("stdout"));
+}
+
+TEST_F(Apply, ADataFolderWhoseParentIsMissingIsAnError)
+{
+    const std::string cmd = "'" + kVlorfx + "' --data '" + dir.file("no/such/data") + "' list 2>'" +
+                            dir.file("stderr") + "'";
+    EXPECT_EQ(WEXITSTATUS(std::system(cmd.c_str())), 2);
+    EXPECT_NE(err().find("the folder " + dir.file("no/such") + " does not exist"), std::string::npos) << err();
+    EXPECT_FALSE(BLIO_Exists(dir.file("no").c_str()));
+    // A new data folder in a folder that is there is made as before.
+    EXPECT_EQ(run("list"), 0) << err();
+}

@@ -29,7 +29,9 @@ const std::string kVlorfx = VLOR_BIN_DIR "/vlorfx";
 
 int vlorfx(const std::string& data, const std::string& args, const std::string& env = std::string())
 {
-    const std::string cmd = env + " '" + kVlorfx + "' --data '" + data + "' " + args + " >'" + data + ".out' 2>&1";
+    // The folders are the test's alone: none of the machine's standard ones beside them.
+    const std::string cmd =
+        "VST_PATH= " + env + " '" + kVlorfx + "' --data '" + data + "' " + args + " >'" + data + ".out' 2>&1";
     const int status = std::system(cmd.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
 }

@@ -22,6 +22,8 @@ class Apply : public ::testing::Test {
 protected:
     void SetUp() override
     {
+        // The standard VST2 folders are the machine's: a test names its own.
+        setenv("VST_PATH", "", 1);
         SF_INFO info{};
         info.samplerate = 44100;
         info.channels = 2;
