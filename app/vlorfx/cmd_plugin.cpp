@@ -51,12 +51,22 @@ QString absolute(const QString& arg)
     return info.exists() ? info.absoluteFilePath() : QString();
 }
 
+// A plugin file named as vlorfx list shows it: the name in its folder, or the
+// name of the file (with or without its extension), which stands for the
+// product of a plugin that failed before it told its name.
+bool namesFile(const QString& arg, const QString& filename, const QString& relative)
+{
+    const QFileInfo info(filename);
+    return arg == relative || arg == info.fileName() || arg == info.completeBaseName();
+}
+
 QList<Target> vst2Targets(const QList<QVlorVst::Path>& paths, const QString& arg, const QString& file)
 {
     QList<Target> out;
     for (const QVlorVst::Path& path : paths)
         for (const QVlorVst::Plugin& p : path.plugins()) {
-            const bool byFile = !file.isEmpty() && p.filename() == file;
+            const bool byFile = (!file.isEmpty() && p.filename() == file) ||
+                                namesFile(arg, p.filename(), p.relativeFilename(path));
             const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
             for (const QVlorVst::Plugin& m : members)
                 if (byFile || m.name().compare(arg, Qt::CaseInsensitive) == 0)
@@ -76,7 +86,7 @@ QList<Target> vst3Targets(const QString& arg, const QString& file)
     const QString cid = arg.toUpper();
     const QVlorVst3::Catalog catalog = m->catalogCopy();
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
-        if (!file.isEmpty() && b.path() == file) {
+        if ((!file.isEmpty() && b.path() == file) || namesFile(arg, b.path(), QString())) {
             out << Target{true, {}, {}, b.path(), {}};
             continue;
         }

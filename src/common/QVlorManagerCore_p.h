@@ -39,6 +39,14 @@ inline int TimeoutSecondsSetting(const char* key)
 // again at the next rescan.
 inline bool IsSkippedByUser(const QString& reason) { return reason.startsWith(QLatin1String("skipped by the user")); }
 
+// Whether a check's failure is no verdict on the plugin: its child was killed
+// from outside (not by our timeout). Such a plugin is checked again at the
+// next scan.
+inline bool IsEndedFromOutside(const QString& reason)
+{
+    return reason.startsWith(QLatin1String("the check was ended from outside"));
+}
+
 // A change is on disk a moment after it is made, so that a crash of the
 // editor loses no choice; the changes of a batch share one write.
 constexpr int kSaveDelayMs = 200;

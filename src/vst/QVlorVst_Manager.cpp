@@ -389,6 +389,10 @@ void Manager::searchPlugins(bool notifyNewPlugins)
             if (!QFile::exists(p.filename()))
                 continue; // only an enable attempt finds out that a file is gone
             p.setExists(true);
+            if (retryEndedChecks(p)) {
+                d->markChanged(); // a persistent change: failed to new
+                changed = true;
+            }
             if (p.missing()) {
                 p.setMissing(false);
                 changed = true;
@@ -417,6 +421,22 @@ void Manager::searchPlugins(bool notifyNewPlugins)
         }
     }
     qInfo() << "VlorVst::Manager: searchPlugins finished!";
+}
+
+// A check that someone else ended said nothing of its plugin: it is new again.
+bool Manager::retryEndedChecks(Plugin& p)
+{
+    bool changed = false;
+    QList<Plugin*> records{&p};
+    for (Plugin& child : p.plugins())
+        records << &child;
+    for (Plugin* r : records)
+        if (r->isFailed() && IsEndedFromOutside(r->failReason())) {
+            r->setFailed(false);
+            r->setNew(true);
+            changed = true;
+        }
+    return changed;
 }
 
 bool Manager::searchPluginsInPath(const QString& folder, Path& path, QStringList& refs)

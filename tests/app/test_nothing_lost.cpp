@@ -332,3 +332,53 @@ TEST_F(Apply, ADataFolderWhoseParentIsMissingIsAnError)
     // A new data folder in a folder that is there is made as before.
     EXPECT_EQ(run("list"), 0) << err();
 }
+
+// A check child killed by someone else (not by our timeout) says nothing of
+// its plugin: the next plain scan checks it again, and it comes up.
+TEST_F(Apply, ACheckKilledFromOutsideIsCheckedAgainAtTheNextScan)
+{
+    ASSERT_EQ(mkdir(dir.file("vst").c_str(), 0755), 0);
+    const std::string plugin = dir.file("vst/stereo.so");
+    ASSERT_EQ(std::system(("cp '" + kStereo + "' '" + plugin + "'").c_str()), 0);
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        setenv("VLOR_FIXTURE_SLOW_MS", "8000", 1);
+        const std::string data = dir.file("data"), folder = dir.file("vst"), out = dir.file("scan.out");
+        freopen(out.c_str(), "w", stdout);
+        execl(kVlorfx.c_str(), "vlorfx", "--data", data.c_str(), "scan", "--no-vst3", "--vst2-path", folder.c_str(),
+              static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    // "[-]" keeps the pattern from matching the shell that runs pkill.
+    const std::string kill = "pkill -KILL -f -- '[-]-check " + plugin + "' >/dev/null";
+    EXPECT_TRUE(waitFor([&] { return std::system(kill.c_str()) == 0; }, 20000)) << "no check child to kill";
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_NE(readFile(dir.file("scan.out")).find(plugin + ": the check was ended from outside (signal 9"),
+              std::string::npos)
+        << readFile(dir.file("scan.out"));
+
+    ASSERT_EQ(run("scan --no-vst3"), 0) << err();
+    ASSERT_EQ(run("list"), 0) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("Vlor Fixture Stereo  Vlor Test Vendor  on"), std::string::npos)
+        << readFile(dir.file("stdout"));
+}
+
+// enable, disable and recheck take every name list prints, failed plugins'
+// included: the file standing for the product, with or without extension.
+TEST_F(Apply, EveryNameListPrintsIsTakenByEnableDisableAndRecheck)
+{
+    ASSERT_EQ(mkdir(dir.file("vst").c_str(), 0755), 0);
+    ASSERT_EQ(std::system(("cp '" VLOR_FIXTURE_VST_DIR "/vlor-fault-synth.so' '" + dir.file("vst/synth.so") + "'").c_str()), 0);
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + dir.file("vst") + "'"), 0) << err();
+    ASSERT_EQ(run("list"), 0);
+    ASSERT_NE(readFile(dir.file("stdout")).find("synth.so"), std::string::npos);
+    for (const char* command : {"disable", "enable", "recheck"})
+        for (const std::string& name : {std::string("synth.so"), std::string("synth"), dir.file("vst/synth.so")}) {
+            run(std::string(command) + " '" + name + "'");
+            EXPECT_EQ(err().find("nothing in the catalog"), std::string::npos) << command << " " << name << "\n" << err();
+            EXPECT_NE(readFile(dir.file("stdout")).find("synth.so: VST2 " + dir.file("vst/synth.so")), std::string::npos)
+                << command << " " << name;
+        }
+}

@@ -20,6 +20,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <csignal>
 #include <cstring>
 #include <map>
 #include <mutex>
@@ -282,6 +283,16 @@ CheckOutcome spawnCheck(const char* host, const char* filename, const char* quot
     return out;
 }
 
+// Signals a plugin does not raise by crashing: someone ended its check. A
+// plugin's own abort() is SIGABRT, its faults SIGSEGV, SIGBUS, SIGILL, SIGFPE.
+bool endedFromOutside(int status)
+{
+    for (int sig : {SIGKILL, SIGTERM, SIGINT, SIGHUP, SIGQUIT})
+        if (status == BLCORE_SPAWN_SIGNALED(sig))
+            return true;
+    return false;
+}
+
 } // namespace
 
 /* ---- checking ------------------------------------------------------------ */
@@ -313,6 +324,14 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
             std::free(file);
             return -1;
         }
+    }
+    if (e->architecture == 0 && timedOutAfterS == 0 && endedFromOutside(status)) {
+        // Killed by someone else (the user, the system short of memory): the
+        // plugin has said nothing about itself, and is checked again.
+        BLDEBUG_Error(-1, "VSTCHECK: the check of %s was ended from outside (signal %d)", e->filename, status - 128);
+        setFailure("the check was ended from outside (signal %d; checked again at the next scan)", status - 128);
+        std::free(file);
+        return -1;
     }
     if (e->architecture == 0) {
         BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
