@@ -4,6 +4,7 @@
 // hop onto it, the commit of a change, and the coalesced save.
 
 #include "QVlorAheadRuns_p.h"
+#include "QVlorCheckVerdict_p.h"
 #include "QVlorRunningCheck.h"
 #include "QVlorSetting.h"
 
@@ -35,17 +36,6 @@ inline int TimeoutSecondsSetting(const char* key)
     return qBound(1, QVlorSetting::global().getInt(QLatin1String(key), 30), std::numeric_limits<int>::max() / 1000);
 }
 
-// Whether a check's failure is the user's skip: such a plugin is checked
-// again at the next rescan.
-inline bool IsSkippedByUser(const QString& reason) { return reason.startsWith(QLatin1String("skipped by the user")); }
-
-// Whether a check's failure is no verdict on the plugin: its child was killed
-// from outside (not by our timeout). Such a plugin is checked again at the
-// next scan.
-inline bool IsEndedFromOutside(const QString& reason)
-{
-    return reason.startsWith(QLatin1String("the check was ended from outside"));
-}
 
 // A change is on disk a moment after it is made, so that a crash of the
 // editor loses no choice; the changes of a batch share one write.

@@ -392,6 +392,7 @@ void Manager::searchPlugins(bool notifyNew)
     }
     emit beginScan();
     qInfo() << "QVlorVst3::Manager: searchPlugins started";
+    d->retryChecks(false);
 
     const QStringList roots = searchPaths();
     QStringList found;
@@ -555,22 +556,38 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
         d->catalog.bundles().append(copy);
 }
 
+// Failures that are no verdict on a bundle or a class are tried again: a
+// bundle as never probed, a class as new. The user's skips only at a rescan.
+bool Manager::Data::retryChecks(bool skippedToo)
+{
+    auto retry = [skippedToo](const QString& reason) {
+        return IsEndedFromOutside(reason) || (skippedToo && IsSkippedByUser(reason));
+    };
+    bool changed = false;
+    for (CatalogBundle& b : catalog.bundles()) {
+        if (!b.probed() && b.failed() && retry(b.lastError())) {
+            b.setFailed(false);
+            b.setLastError(QString());
+            changed = true;
+        }
+        for (CatalogClass& c : b.classes())
+            if (c.state() == CatalogClass::Failed && retry(c.lastError())) {
+                c.setState(CatalogClass::New);
+                c.setLastError(QString());
+                changed = true;
+            }
+    }
+    if (changed)
+        markChanged();
+    return changed;
+}
+
 void Manager::rescanPlugins()
 {
     if (d->postWork([this] { rescanPlugins(); }))
         return;
+    d->retryChecks(true);
     for (CatalogBundle& b : d->catalog.bundles()) {
-        // What the user skipped is checked again now: a bundle as never
-        // probed, a class as new.
-        if (!b.probed() && b.failed() && IsSkippedByUser(b.lastError())) {
-            b.setFailed(false);
-            b.setLastError(QString());
-        }
-        for (CatalogClass& c : b.classes())
-            if (c.state() == CatalogClass::Failed && IsSkippedByUser(c.lastError())) {
-                c.setState(CatalogClass::New);
-                c.setLastError(QString());
-            }
         if (!b.probed() || b.failed())
             continue;
         b.setMtimeSecs(0);

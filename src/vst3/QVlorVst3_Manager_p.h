@@ -54,6 +54,7 @@ public:
     void dropCancelledWork();
 
     void publish();
+    bool retryChecks(bool skippedToo);
     bool applyPendingVerifyingLocked();
     // The user interface's marks, recorded at once. Away from the manager's
     // running thread they are shown on the published copy (shown: it changed)

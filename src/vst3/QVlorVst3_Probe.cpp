@@ -1,6 +1,7 @@
 #include "QVlorVst3_Probe.h"
 #include "QVlorVst3_Probe_p.h"
 
+#include "QVlorCheckVerdict_p.h"
 #include "QVlorHostProgram_p.h"
 
 #include "QVlorVst3_Catalog.h"
@@ -168,6 +169,11 @@ bool __RunHostProcess(const QString& program, const QStringList& arguments, int 
     QJsonObject object;
     const bool parsed = QVlorVst3::ParseHostReply(process.readAllStandardOutput(), &object);
     const bool normalExit = process.exitStatus() == QProcess::NormalExit;
+    // Killed by someone else (the user, the system short of memory): the
+    // bundle has said nothing about itself, and is probed again.
+    if (!normalExit && !parsed && IsSignalFromOutside(process.exitCode()))
+        return fail(QStringLiteral("the check was ended from outside (signal %1; checked again at the next scan)")
+                        .arg(process.exitCode()));
     if (!parsed) {
         if (normalExit && process.exitCode() == 0)
             return fail(QStringLiteral("probe produced no parseable output"));
