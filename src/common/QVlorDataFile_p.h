@@ -102,9 +102,20 @@ inline bool WriteFileAtomically(const QString& fileName, const QByteArray& bytes
     return true;
 }
 
+// Beside each of the library's files, the copy of its last good save: a file
+// that cannot be read later (a crash of the disk's, a hand edit) gives back
+// what the user chose from there. A copy, not a link: a write in place into
+// the file would reach a link too.
+inline QString LastGoodCopyOf(const QString& fileName) { return fileName + QStringLiteral(".last-good"); }
+
 inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& root, QString* error = nullptr)
 {
-    return WriteFileAtomically(fileName, QJsonDocument(root).toJson(QJsonDocument::Indented), error);
+    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    if (!WriteFileAtomically(fileName, bytes, error))
+        return false;
+    // The save itself succeeded: a copy that cannot be written only leaves the older one.
+    WriteFileAtomically(LastGoodCopyOf(fileName), bytes);
+    return true;
 }
 
 // At most limit bytes of a plain file; empty when there is none. A pipe or a
@@ -117,6 +128,29 @@ inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 lim
     if (!file.open(QIODevice::ReadOnly))
         return false;
     *bytes = limit < 0 ? file.readAll() : file.read(limit);
+    return true;
+}
+
+// The last good copy of a file that could not be read, into *root, and into
+// the file's place at once, the broken file kept aside: said once, with what
+// was wrong and from when the copy is.
+inline bool RestoreLastGoodCopy(const QString& fileName, const QString& parseError, QJsonObject* root)
+{
+    const QString copy = LastGoodCopyOf(fileName);
+    QByteArray bytes;
+    if (!ReadPlainFile(copy, &bytes))
+        return false;
+    const QJsonDocument doc = QJsonDocument::fromJson(bytes);
+    if (!doc.isObject())
+        return false;
+    *root = doc.object();
+    const QString when = QFileInfo(copy).lastModified().toString(Qt::ISODate);
+    KeepUnreadableAside(fileName);
+    WriteFileAtomically(fileName, bytes);
+    qWarning().noquote() << QStringLiteral("Could not read %1 (%2): what it held, the choices made in it included, "
+                                           "was restored from its last good copy of %3")
+                                .arg(fileName, parseError.isEmpty() ? QStringLiteral("not one JSON object") : parseError,
+                                     when);
     return true;
 }
 
@@ -150,6 +184,8 @@ inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root, JsonF
         return false;
     MarkJsonFileUnreadable(fileName);
     const QString parseError = error.error != QJsonParseError::NoError ? error.errorString() : QString();
+    if (RestoreLastGoodCopy(fileName, parseError, root))
+        return true;
     if (fault) {
         fault->happened = true;
         fault->parseError = parseError;

@@ -13,6 +13,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <sstream>
 #include <thread>
@@ -406,4 +407,42 @@ TEST_F(Apply, EveryNameListPrintsIsTakenByEnableDisableAndRecheck)
             EXPECT_NE(readFile(dir.file("stdout")).find("synth.so: VST2 " + dir.file("vst/synth.so")), std::string::npos)
                 << command << " " << name;
         }
+}
+
+// Each of the library's files that cannot be read gives back what the user
+// chose from its last good copy: disabled plugins, folders, pair ids (which
+// shortcuts are bound to). Said once; the broken file kept aside.
+TEST_F(Apply, ACorruptFileGivesBackTheChoicesOfItsLastGoodCopy)
+{
+    if (!BLIO_Exists("/usr/lib/vst3/ZamComp.vst3") || !BLIO_Exists("/usr/lib/vst/ZamComp-vst.so"))
+        GTEST_SKIP() << "zam-plugins is not installed: no twins to pair";
+    const std::string data = dir.file("data");
+    ASSERT_EQ(std::system(("mkdir -p '" + dir.file("vst2") + "' '" + dir.file("vst3") + "' && cp '" + kStereo + "' " +
+                           "/usr/lib/vst/ZamComp-vst.so '" + dir.file("vst2") + "/' && cp -r /usr/lib/vst3/ZamComp.vst3 '" +
+                           dir.file("vst3") + "/'")
+                              .c_str()),
+              0);
+    const std::string home = getenv("HOME") ? getenv("HOME") : "";
+    setenv("HOME", dir.path().c_str(), 1); // no bundles of the user's own
+    const std::string scan = "scan --vst2-path '" + dir.file("vst2") + "' --vst3-path '" + dir.file("vst3") + "'";
+    ASSERT_EQ(run(scan), 0) << err();
+    ASSERT_EQ(run("disable 'Vlor Fixture Stereo'"), 0) << err();
+    ASSERT_EQ(run("list --json"), 0) << err();
+    const std::string before = readFile(dir.file("stdout"));
+    ASSERT_NE(before.find("pairId"), std::string::npos) << before;
+
+    for (const char* file : {"vstxml/catalog_v2.json", "catalog_vst3.json", "plugin_pairs.json"}) {
+        SCOPED_TRACE(file);
+        writeFile(data + "/" + file, "{\"broken\": ");
+        ASSERT_EQ(run("list --json"), 0) << err();
+        EXPECT_EQ(readFile(dir.file("stdout")), before);
+        EXPECT_NE(err().find("Could not read " + data + "/" + file + " ("), std::string::npos) << err();
+        EXPECT_NE(err().find("restored from its last good copy"), std::string::npos) << err();
+        EXPECT_EQ(std::system(("ls '" + data + "/" + file + "'.unreadable-* >/dev/null 2>&1").c_str()), 0);
+        // Said once: the file is good again.
+        ASSERT_EQ(run("list --json"), 0) << err();
+        EXPECT_EQ(err().find("restored"), std::string::npos) << err();
+        EXPECT_EQ(readFile(dir.file("stdout")), before);
+    }
+    setenv("HOME", home.c_str(), 1);
 }
