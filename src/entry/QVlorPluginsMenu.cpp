@@ -31,57 +31,6 @@ namespace {
 
 QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudioMainWindow", text); }
 
-// The VST2 records by the identities rows give them: by unique id, and by
-// hash and plugin id; for a shell, its children after it; the first record
-// of an identity wins. Made once a rebuild: a walk of every path for each
-// entry would cost seconds with thousands of plugins.
-class Vst2Index {
-public:
-    explicit Vst2Index(const QList<QVlorVst::Path>& paths)
-    {
-        for (const QVlorVst::Path& path : paths) {
-            for (const QVlorVst::Plugin& p : path.plugins()) {
-                add(p);
-                if (p.isShell())
-                    for (const QVlorVst::Plugin& child : p.plugins())
-                        add(child);
-            }
-        }
-    }
-
-    bool find(const QString& formatId, QVlorVst::Plugin* out) const
-    {
-        UpmVst2Identity wanted;
-        if (!UpmParseVst2Identity(formatId, &wanted))
-            return false;
-        const QVlorVst::Plugin* found = nullptr;
-        if (!wanted.hash.isEmpty()) {
-            auto it = m_byHash.constFind(wanted.hash + QLatin1Char(':') + QString::number(wanted.pluginId));
-            found = it == m_byHash.constEnd() ? nullptr : &it.value();
-        } else {
-            auto it = m_byId.constFind(wanted.uniqueId);
-            found = it == m_byId.constEnd() ? nullptr : &it.value();
-        }
-        if (!found)
-            return false;
-        if (out)
-            *out = *found;
-        return true;
-    }
-
-private:
-    void add(const QVlorVst::Plugin& p)
-    {
-        if (!m_byId.contains(p.uniqueId()))
-            m_byId.insert(p.uniqueId(), p);
-        const QString key = p.hash() + QLatin1Char(':') + QString::number(p.pluginId());
-        if (!m_byHash.contains(key))
-            m_byHash.insert(key, p);
-    }
-    QHash<qint64, QVlorVst::Plugin> m_byId;
-    QHash<QString, QVlorVst::Plugin> m_byHash;
-};
-
 } // namespace
 
 class MenuController::Data {
@@ -244,7 +193,7 @@ void MenuController::rebuildPluginsMenuNow()
     }
     d->rows = QVlorUnifiedPluginsModel::composeRows(paths, d->catalog, pairs, {}, {}, {}, {}, true);
 
-    const Vst2Index vst2Index(paths);
+    const UpmVst2Index vst2Index(paths);
     const QVlorAudio audio = d->host->currentAudio();
     const bool canApply = audio.isReady() && !audio.isEmpty() && audio.isEditable() && !audio.isRecording();
 

@@ -198,22 +198,9 @@ qint64 QVlorPluginsPrefs::Data::ParseVst2UniqueId(const QString& identity)
 bool QVlorPluginsPrefs::Data::findVst2PluginAndPath(const QString& identity, QVlorVst::Plugin* plugin,
                                                     QVlorVst::Path* path) const
 {
-    UpmVst2Identity wanted;
-    if (!UpmParseVst2Identity(identity, &wanted))
-        return false;
-    for (const QVlorVst::Path& p : paths)
-        for (const QVlorVst::Plugin& candidate : p.plugins()) {
-            const QVlorVst::Plugin* hit = wanted.names(candidate) ? &candidate : nullptr;
-            for (int i = 0; !hit && i < candidate.plugins().size(); ++i)
-                if (wanted.names(candidate.plugins().at(i)))
-                    hit = &candidate.plugins().at(i);
-            if (hit) {
-                *plugin = *hit;
-                *path = p;
-                return true;
-            }
-        }
-    return false;
+    if (!vst2Index)
+        vst2Index = std::make_unique<UpmVst2Index>(paths);
+    return vst2Index->find(identity, plugin, path);
 }
 
 QVlorPreferencesTab* QVlorPluginsPrefs::Factory::create(QWidget* parent) { return new QVlorPluginsPrefs(parent); }
@@ -452,6 +439,7 @@ void QVlorPluginsPrefs::rebuildRowsNow()
         pendingCids = m3->pendingPairOpCidsCopy();
     }
     d->paths = paths;
+    d->vst2Index.reset();
     d->rows = QVlorUnifiedPluginsModel::composeRows(d->paths, catalog, pairs, searchPaths, d->hiddenNewPaths,
                                                     pendingVst2Ids, pendingCids, QVlorVst::Manager::isScanEnabled());
     QTreeView* tree = d->ui.vstPluginsTreeView;
@@ -666,35 +654,45 @@ void QVlorPluginsPrefs::onNewPathShowToggled(int section, const QString& path, b
     rebuildRows();
 }
 
-void QVlorPluginsPrefs::addRawRow(const UnifiedRow& row)
+void QVlorPluginsPrefs::addPlugins(const QList<UnifiedRow>& rows)
 {
-    const QString token = row.rowStateText();
-    if (token == QLatin1String("verifying") || token == QLatin1String("missing"))
-        return;
-    if (row.newSection == UpmNewSectionVst3) {
-        const QString prefix = QStringLiteral("vst3path-");
-        QVlorVst3::Manager* m3 = vst3();
-        if (!row.vst3.identity.startsWith(prefix) || !m3)
-            return;
-        const QString path = row.vst3.identity.mid(prefix.size());
-        m3->markBundlesVerifying({path});
-        m3->enableBundle(path);
-        return;
-    }
+    QVlorVst3::Manager* m3 = vst3();
     QVlorVst::Manager* m2 = vst2();
-    QVlorVst::Plugin plugin;
-    QVlorVst::Path path;
-    if (!m2 || !d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
-        return;
-    m2->markPluginsVerifying({plugin.pluginRef()});
-    m2->enablePlugin(plugin, path, false);
+    const QString prefix = QStringLiteral("vst3path-");
+    QStringList bundles, refs;
+    QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> plugins;
+    for (const UnifiedRow& row : rows) {
+        const QString token = row.rowStateText();
+        if (token == QLatin1String("verifying") || token == QLatin1String("missing"))
+            continue;
+        if (row.newSection == UpmNewSectionVst3) {
+            if (m3 && row.vst3.identity.startsWith(prefix))
+                bundles << row.vst3.identity.mid(prefix.size());
+            continue;
+        }
+        QVlorVst::Plugin plugin;
+        QVlorVst::Path path;
+        if (m2 && d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path)) {
+            refs << plugin.pluginRef();
+            plugins.append({plugin, path});
+        }
+    }
+    // The marks first, in one call each: every row turns busy at the next rebuild.
+    if (!bundles.isEmpty())
+        m3->markBundlesVerifying(bundles);
+    if (!refs.isEmpty())
+        m2->markPluginsVerifying(refs);
+    for (const QString& bundle : std::as_const(bundles))
+        m3->enableBundle(bundle);
+    for (auto& p : plugins)
+        m2->enablePlugin(p.first, p.second, false);
 }
 
 void QVlorPluginsPrefs::onRawAddClicked(const QModelIndex& index)
 {
     UnifiedRow row;
     if (ClassifyUnifiedPluginsIndex(index, &row) == 0 && row.newSection != UpmNewSectionNone)
-        addRawRow(row);
+        addPlugins({row});
 }
 
 void QVlorPluginsPrefs::onActiveFormatClicked(const QModelIndex& index, const QString& format)

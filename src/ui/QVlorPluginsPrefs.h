@@ -60,6 +60,11 @@ public:
     // The rows last composed, as the tree shows them.
     QList<UnifiedRow> rows() const;
 
+    // New plugins added, as "Add Plugins" adds them: all marked busy first,
+    // one call a manager, then each enabled. Rows that are busy or missing
+    // are passed over.
+    void addPlugins(const QList<UnifiedRow>& rows);
+
 public slots:
     void rebuildRows();
     void rebuildRowsNow();
@@ -83,7 +88,6 @@ private:
     void updateCheckProgress();
     void showProgressLine(const QString& text, const QString& format, int value, int total);
     void hideProgressLine();
-    void addRawRow(const UnifiedRow& row);
     void enableVst2Plugin(const QString& identity);
 
     struct Data;

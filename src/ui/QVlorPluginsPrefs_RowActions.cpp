@@ -208,24 +208,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         return;
 
     if (chosen == addAction) {
-        QStringList bundles, refs;
-        for (const UnifiedRow& row : std::as_const(addRows)) {
-            const QString prefix = QStringLiteral("vst3path-");
-            if (row.newSection == UpmNewSectionVst3 && row.vst3.identity.startsWith(prefix)) {
-                bundles << row.vst3.identity.mid(prefix.size());
-                continue;
-            }
-            QVlorVst::Plugin plugin;
-            QVlorVst::Path path;
-            if (d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
-                refs << plugin.pluginRef();
-        }
-        if (!bundles.isEmpty() && m3)
-            m3->markBundlesVerifying(bundles);
-        if (!refs.isEmpty() && m2)
-            m2->markPluginsVerifying(refs);
-        for (const UnifiedRow& row : std::as_const(addRows))
-            addRawRow(row);
+        addPlugins(addRows);
     } else if (chosen == splitAction) {
         if (!m3)
             return;

@@ -12,6 +12,8 @@
 #include <QElapsedTimer>
 #include <QSet>
 
+#include <memory>
+
 struct QVlorPluginsPrefs::Data {
     QVlorUnifiedPluginsModel model;
     ProxyFilter proxy;
@@ -19,6 +21,8 @@ struct QVlorPluginsPrefs::Data {
     QVlorPluginStateDelegate* stateDelegate = nullptr;
     QList<UnifiedRow> rows;
     QList<QVlorVst::Path> paths;
+    // Over paths, made at the first look-up after a rebuild.
+    mutable std::unique_ptr<UpmVst2Index> vst2Index;
     bool rebuildPending = false;
     // A scan under way owns the progress line; checks show there otherwise.
     bool scanning = false;

@@ -784,6 +784,48 @@ bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out)
     return true;
 }
 
+UpmVst2Index::UpmVst2Index(const QList<QVlorVst::Path>& paths) : m_paths(paths)
+{
+    for (int k = 0; k < paths.size(); ++k)
+        for (const QVlorVst::Plugin& p : paths.at(k).plugins()) {
+            add(p, k);
+            if (p.isShell())
+                for (const QVlorVst::Plugin& child : p.plugins())
+                    add(child, k);
+        }
+}
+
+void UpmVst2Index::add(const QVlorVst::Plugin& p, int path)
+{
+    if (!m_byId.contains(p.uniqueId()))
+        m_byId.insert(p.uniqueId(), {p, path});
+    const QString key = p.hash() + QLatin1Char(':') + QString::number(p.pluginId());
+    if (!m_byHash.contains(key))
+        m_byHash.insert(key, {p, path});
+}
+
+bool UpmVst2Index::find(const QString& identity, QVlorVst::Plugin* plugin, QVlorVst::Path* path) const
+{
+    UpmVst2Identity wanted;
+    if (!UpmParseVst2Identity(identity, &wanted))
+        return false;
+    const Entry* found = nullptr;
+    if (!wanted.hash.isEmpty()) {
+        auto it = m_byHash.constFind(wanted.hash + QLatin1Char(':') + QString::number(wanted.pluginId));
+        found = it == m_byHash.constEnd() ? nullptr : &it.value();
+    } else {
+        auto it = m_byId.constFind(wanted.uniqueId);
+        found = it == m_byId.constEnd() ? nullptr : &it.value();
+    }
+    if (!found)
+        return false;
+    if (plugin)
+        *plugin = found->plugin;
+    if (path)
+        *path = m_paths.at(found->path);
+    return true;
+}
+
 bool UpmVst2Identity::names(const QVlorVst::Plugin& plugin) const
 {
     return hash.isEmpty() ? plugin.uniqueId() == uniqueId : plugin.hash() == hash && plugin.pluginId() == pluginId;

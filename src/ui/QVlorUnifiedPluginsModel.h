@@ -10,6 +10,7 @@
 #include "QVlorVst_Path.h"
 
 #include <QAbstractItemModel>
+#include <QHash>
 #include <QList>
 #include <QMetaType>
 #include <QSet>
@@ -140,6 +141,27 @@ struct UpmVst2Identity {
     bool names(const QVlorVst::Plugin& plugin) const;
 };
 bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out);
+
+// The VST2 records by the identities rows give them: by unique id, and by
+// hash and plugin id; for a shell, its children after it; the first record
+// of an identity wins. Made once for many look-ups: a walk of every path for
+// each row would cost minutes with thousands of plugins.
+class UpmVst2Index {
+public:
+    explicit UpmVst2Index(const QList<QVlorVst::Path>& paths);
+    // The record a row's identity names, and the path that holds it.
+    bool find(const QString& identity, QVlorVst::Plugin* plugin, QVlorVst::Path* path = nullptr) const;
+
+private:
+    struct Entry {
+        QVlorVst::Plugin plugin;
+        int path;
+    };
+    void add(const QVlorVst::Plugin& p, int path);
+    QList<QVlorVst::Path> m_paths;
+    QHash<qint64, Entry> m_byId;
+    QHash<QString, Entry> m_byHash;
+};
 
 // Item roles beside UpmRowRole.
 constexpr int UpmVendorKeyRole = 267;

@@ -14,6 +14,8 @@
 #include <QSignalSpy>
 #include <QToolTip>
 
+#include <functional>
+
 using namespace vlortest;
 
 TEST_F(Prefs, TheTreeHoldsBothFormatsByVendorWithTheirBadges)
@@ -541,4 +543,43 @@ TEST(PrefsAlone, WithoutManagersOnlyTheSupportSwitchIsShown)
     QVlorSetting::global().change(key, was);
     EXPECT_TRUE(QVlorPreferencesTabFactory::names().isEmpty() ||
                 !QVlorPreferencesTabFactory::names().contains(QLatin1String(QVlorPluginsPrefs::Factory::Name)));
+}
+
+// "Add Plugins" over several new plugins: every row is marked busy in the
+// published copies before the call returns (one mark a manager, not one a
+// row), and each is checked and brought in.
+TEST_F(Prefs, AddPluginsMarksEveryRowBusyAtOnceAndBringsEachIn)
+{
+    const QStringList faults{QStringLiteral("many-params"), QStringLiteral("chatty"), QStringLiteral("resize"),
+                             QStringLiteral("endless-display")};
+    for (const QString& f : faults)
+        ASSERT_TRUE(QFile::copy(QStringLiteral(VLOR_FIXTURE_VST_DIR "/vlor-fault-%1.so").arg(f),
+                                plugins.vst2Folder() + QStringLiteral("/Added-%1.so").arg(f)));
+    vst2->searchPlugins(false);
+    settle();
+    QList<UnifiedRow> raw;
+    std::function<void(const QModelIndex&)> collect = [&](const QModelIndex& parent) {
+        for (int i = 0; i < tree->model()->rowCount(parent); ++i) {
+            const QModelIndex index = tree->model()->index(i, 0, parent);
+            const UnifiedRow r = rowOf(index);
+            if (r.newSection == UpmNewSectionVst2 && !r.isNewPathHeader && !r.vst2.identity.isEmpty())
+                raw << r;
+            collect(index);
+        }
+    };
+    collect(QModelIndex());
+    ASSERT_EQ(raw.size(), faults.size());
+    auto added = [&](bool (*state)(const QVlorVst::Plugin&)) {
+        int n = 0;
+        for (const QVlorVst::Path& path : vst2->pathsCopy())
+            for (const QVlorVst::Plugin& p : path.plugins())
+                n += p.filename().contains(QLatin1String("/Added-")) && state(p);
+        return n;
+    };
+    page->addPlugins(raw);
+    EXPECT_EQ(added([](const QVlorVst::Plugin& p) { return p.verifying() || p.isEnabled(); }), faults.size());
+    EXPECT_TRUE(waitFor([&] {
+        settle();
+        return added([](const QVlorVst::Plugin& p) { return p.isEnabled() && !p.verifying(); }) == faults.size();
+    }, 30000));
 }
