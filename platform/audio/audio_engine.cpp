@@ -80,6 +80,18 @@ extern "C" const AUDIO_EffectFilter* AUDIO_GetEffectFilter(int index)
     return index >= 0 && size_t(index) < g_filters.size() ? g_filters[size_t(index)] : nullptr;
 }
 
+namespace {
+thread_local char t_effectError[512];
+} // namespace
+
+extern "C" void AUDIO_SetEffectError(const char* format, ...)
+{
+    va_list ap;
+    va_start(ap, format);
+    std::vsnprintf(t_effectError, sizeof(t_effectError), format, ap);
+    va_end(ap);
+}
+
 extern "C" AUDIO_Effect* AUDIO_CreateEffect(const char* filterName, const AUDIO_FORMAT* format, const char* config,
                                             char* error, int errorSize)
 {
@@ -92,9 +104,13 @@ extern "C" AUDIO_Effect* AUDIO_CreateEffect(const char* filterName, const AUDIO_
         setError(error, errorSize, "invalid audio format");
         return nullptr;
     }
+    t_effectError[0] = '\0';
     void* instance = filter->create(nullptr, format, config ? config : "");
     if (!instance) {
-        setError(error, errorSize, "the %s filter could not create the effect", filter->name);
+        if (t_effectError[0])
+            setError(error, errorSize, "%s", t_effectError);
+        else
+            setError(error, errorSize, "the %s filter could not create the effect", filter->name);
         return nullptr;
     }
     return new AUDIO_Effect{filter, instance};

@@ -94,6 +94,10 @@ double AUDIO_EffectLatency(AUDIO_Effect* effect);
 double AUDIO_EffectTailTime(AUDIO_Effect* effect);
 int AUDIO_DestroyEffect(AUDIO_Effect* effect);
 
+/* A filter's create entry says why it made no effect, for the user: the
+ * text AUDIO_CreateEffect gives (on this thread). */
+void AUDIO_SetEffectError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
 /* ---- offline rendering of a file ---- */
 
 /* fraction from 0 to 1; a non-zero answer cancels the render */

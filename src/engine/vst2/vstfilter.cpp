@@ -5,6 +5,7 @@
 
 #include "audiovst.h"
 #include "vsteffect_p.h"
+#include "../channelsplit_p.h"
 #include "../fxlock_p.h"
 #include "blsettings.h"
 
@@ -13,6 +14,7 @@
 #include "blmutex.h"
 #include "blstring.h"
 #include "blthread.h"
+#include "audiofx.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -25,14 +27,21 @@ namespace {
 constexpr int kBlockSize = 2048;
 constexpr int kFlushBlocks = 50;
 
+// The instances beyond the first when the plugin runs once a channel.
+struct SplitInstances {
+    std::vector<_VSTINSTANCE*> more;
+    ChannelSplitter splitter;
+};
+
 struct VstFilterInstance {
     BLMemDescr memDescr;
     AUDIO_FORMAT format;
     bool useConfigInstance;
     _VSTEFFECT* effect;
-    _VSTINSTANCE* instance;
+    _VSTINSTANCE* instance; // the first, or the only one
     int32_t channels;
     int64_t latencyLeft;
+    SplitInstances* split; // null when one instance serves every channel
 };
 
 Mutex _FxLock = nullptr;
@@ -121,6 +130,50 @@ void releaseInstance(VstFilterInstance* fx)
         AUDIOVST_DestroyInstance(fx->instance);
 }
 
+// One more instance for a channel of its own, set as the first: the
+// parameters of the filter's configuration, or the config instance's own.
+_VSTINSTANCE* splitInstance(VstFilterInstance* fx, const char* config, int sampleRate)
+{
+    _VSTINSTANCE* instance = AUDIOVST_CreateInstance(fx->effect);
+    if (!instance)
+        return nullptr;
+    if (!AUDIOVST_ActivateEngine(instance, kBlockSize, sampleRate)) {
+        AUDIOVST_DestroyInstance(instance);
+        return nullptr;
+    }
+    if (fx->useConfigInstance) {
+        for (int i = 0; i < AUDIOVST_GetNumParams(fx->effect); ++i)
+            AUDIOVST_SetParameter(instance, i, AUDIOVST_GetParameter(fx->instance, i));
+    } else {
+        setParams(instance, config);
+    }
+    if (!AUDIOVST_StartEngine(instance)) {
+        AUDIOVST_DeactivateEngine(instance);
+        AUDIOVST_DestroyInstance(instance);
+        return nullptr;
+    }
+    return instance;
+}
+
+void destroyOnMainThread(void* instance) { AUDIOVST_DestroyInstance(static_cast<_VSTINSTANCE*>(instance)); }
+
+// With the filter lock held; plugins are destroyed on the main thread, which
+// must not be waited for with the lock held.
+void endSplitInstances(VstFilterInstance* fx)
+{
+    if (!fx->split)
+        return;
+    for (_VSTINSTANCE* instance : fx->split->more) {
+        AUDIOVST_StopEngine(instance);
+        AUDIOVST_DeactivateEngine(instance);
+        MutexUnlock(_FxLock);
+        BLTHREAD_RunInMainThread(destroyOnMainThread, instance);
+        MutexLock(_FxLock);
+    }
+    delete fx->split;
+    fx->split = nullptr;
+}
+
 void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
 {
     if (!format || !config)
@@ -128,6 +181,14 @@ void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
     _VSTEFFECT* effect = findPlugin(config);
     if (!effect) {
         BLDEBUG_Error(-1, "AUDIO_fxCreate: no usable VST plugin for \"%s\"", config);
+        return nullptr;
+    }
+    const ChannelPlan plan =
+        PlanChannels(format->numChannels, AUDIOVST_GetNumInputs(effect), AUDIOVST_GetNumOutputs(effect));
+    if (plan.instances == 0) {
+        const std::string why = WhyNoChannelPlan(AUDIOVST_GetNumInputs(effect), AUDIOVST_GetNumOutputs(effect));
+        BLDEBUG_Error(-1, "AUDIO_fxCreate: %s", why.c_str());
+        AUDIO_SetEffectError("%s", why.c_str());
         return nullptr;
     }
     const bool useConfig = BLSTRING_GetBooleanValueFromString(config, "use_config_instance", 0) != 0;
@@ -148,6 +209,7 @@ void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
     fx->effect = effect;
     fx->instance = instance;
     fx->channels = format->numChannels;
+    fx->split = nullptr;
 
     if (!AUDIOVST_ActivateEngine(instance, kBlockSize, format->sampleRate)) {
         releaseInstance(fx);
@@ -159,6 +221,22 @@ void* AUDIO_fxCreate(const AUDIO_FORMAT* format, const char* config)
         releaseInstance(fx);
         BLMEM_DisposeMemDescr(mem);
         return nullptr;
+    }
+    if (plan.instances > 1) {
+        fx->split = new SplitInstances;
+        for (int k = 1; k < plan.instances; ++k) {
+            _VSTINSTANCE* more = splitInstance(fx, config, format->sampleRate);
+            if (!more) {
+                MutexLock(_FxLock);
+                endSplitInstances(fx);
+                MutexUnlock(_FxLock);
+                AUDIOVST_StopEngine(instance);
+                releaseInstance(fx);
+                BLMEM_DisposeMemDescr(mem);
+                return nullptr;
+            }
+            fx->split->more.push_back(more);
+        }
     }
     fx->latencyLeft = AUDIOVST_GetInitialDelay(instance);
     return fx;
@@ -176,6 +254,9 @@ int AUDIO_fxConfigure(void* handle, const char* config)
     if (!fx)
         return 0;
     setParams(fx->instance, config);
+    if (fx->split)
+        for (_VSTINSTANCE* more : fx->split->more)
+            setParams(more, config);
     return 1;
 }
 
@@ -195,7 +276,14 @@ int AUDIO_fxProcessSamples(void* handle, const float* in, long* inFrames, float*
     if (n > kBlockSize)
         n = kBlockSize;
     *inFrames = *outFrames = n;
-    if (!AUDIOVST_ProcessSamples(fx->instance, in, out, fx->channels, int(n))) {
+    const bool processed =
+        fx->split ? fx->split->splitter.process(in, out, fx->channels, int(n),
+                                                [fx](int k, const float* mono, float* monoOut, int frames) {
+                                                    _VSTINSTANCE* i = k == 0 ? fx->instance : fx->split->more[size_t(k - 1)];
+                                                    return AUDIOVST_ProcessSamples(i, mono, monoOut, 1, frames) != 0;
+                                                })
+                  : AUDIOVST_ProcessSamples(fx->instance, in, out, fx->channels, int(n)) != 0;
+    if (!processed) {
         *outFrames = 0;
         return 0;
     }
@@ -208,14 +296,13 @@ int AUDIO_fxProcessSamples(void* handle, const float* in, long* inFrames, float*
     return 1;
 }
 
-void destroyOnMainThread(void* instance) { AUDIOVST_DestroyInstance(static_cast<_VSTINSTANCE*>(instance)); }
-
 int AUDIO_fxDestroySecure(void* handle)
 {
     auto* fx = static_cast<VstFilterInstance*>(handle);
     if (!fx)
         return 0;
     MutexLock(_FxLock);
+    endSplitInstances(fx);
     if (fx->instance && fx->useConfigInstance && fx->channels > 0) {
         // The config instance lives on after the filter: what the plugin still
         // holds of the signal is flushed out with silence.
