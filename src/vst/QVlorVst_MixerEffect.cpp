@@ -6,6 +6,7 @@
 #include "QVlorUtils.h"
 
 #include "audiovst.h"
+#include "../engine/channelsplit_p.h"
 
 #include <QDebug>
 
@@ -19,9 +20,66 @@ class MixerEffect::Data {
 public:
     Plugin plugin;
     _VSTEFFECT* effect = nullptr;
-    _VSTINSTANCE* instance = nullptr;
+    _VSTINSTANCE* instance = nullptr; // the config instance: what the dialog shows and sets
     bool toldNonFinite = false;
+    // When the plugin has fewer inputs or outputs than the track has
+    // channels: one more instance a channel beyond the first, following the
+    // config instance's parameters.
+    std::vector<_VSTINSTANCE*> more;
+    ChannelSplitter splitter;
+    std::vector<float> values; // the config instance's, as last copied
+    int framesSinceFollow = 0;
+
+    bool openMore(int count, int blockSize, int sampleRate);
+    void closeMore();
+    void followConfigInstance(int frames, int sampleRate);
 };
+
+bool MixerEffect::Data::openMore(int count, int blockSize, int sampleRate)
+{
+    for (int k = 0; k < count; ++k) {
+        _VSTINSTANCE* i = AUDIOVST_CreateInstance(effect);
+        if (!i)
+            return false;
+        more.push_back(i);
+        if (!AUDIOVST_ActivateEngine(i, blockSize, sampleRate) || !AUDIOVST_StartEngine(i))
+            return false;
+    }
+    values.clear();
+    framesSinceFollow = 0;
+    followConfigInstance(0, sampleRate);
+    return true;
+}
+
+void MixerEffect::Data::closeMore()
+{
+    for (_VSTINSTANCE* i : more) {
+        AUDIOVST_StopEngine(i);
+        AUDIOVST_DestroyInstance(i);
+    }
+    more.clear();
+}
+
+// The dialog sets the config instance (its panel, the plugin's own editor,
+// programs): the others take what changed, ten times a second at most, as
+// each look costs a round trip to a host program.
+void MixerEffect::Data::followConfigInstance(int frames, int sampleRate)
+{
+    framesSinceFollow += frames;
+    if (!values.empty() && framesSinceFollow < sampleRate / 10)
+        return;
+    framesSinceFollow = 0;
+    const int n = AUDIOVST_GetNumParams(effect);
+    values.resize(size_t(n > 0 ? n : 0), -1.0f);
+    for (int p = 0; p < n; ++p) {
+        const float v = AUDIOVST_GetParameter(instance, p);
+        if (v == values[size_t(p)])
+            continue;
+        values[size_t(p)] = v;
+        for (_VSTINSTANCE* i : more)
+            AUDIOVST_SetParameter(i, p, v);
+    }
+}
 
 namespace {
 
@@ -57,11 +115,21 @@ bool MixerEffect::powerOn(int blockSize)
         qWarning() << "Effect already on!";
         return false;
     }
+    const ChannelPlan plan =
+        PlanChannels(int(numChannels()), AUDIOVST_GetNumInputs(d->effect), AUDIOVST_GetNumOutputs(d->effect));
+    if (plan.instances == 0) {
+        qWarning().noquote() << name() << "cannot serve the track:"
+                             << QString::fromStdString(WhyNoChannelPlan(AUDIOVST_GetNumInputs(d->effect),
+                                                                        AUDIOVST_GetNumOutputs(d->effect)));
+        return false;
+    }
     d->instance = AUDIOVST_CreateConfigInstance(d->effect);
     if (!d->instance)
         return false;
-    if (AUDIOVST_ActivateEngine(d->instance, blockSize, sampleRate()) && AUDIOVST_StartEngine(d->instance))
+    if (AUDIOVST_ActivateEngine(d->instance, blockSize, sampleRate()) && AUDIOVST_StartEngine(d->instance) &&
+        d->openMore(plan.instances - 1, blockSize, sampleRate()))
         return true;
+    d->closeMore();
     AUDIOVST_DestroyConfigInstance(&d->instance);
     d->instance = nullptr;
     return false;
@@ -73,6 +141,7 @@ bool MixerEffect::powerOff()
         qWarning() << "Effect already off!";
         return false;
     }
+    d->closeMore();
     // Ending the instance takes the place of deactivating it.
     const bool stopped = AUDIOVST_StopEngine(d->instance) != 0;
     const bool destroyed = AUDIOVST_DestroyConfigInstance(&d->instance) != 0;
@@ -82,7 +151,18 @@ bool MixerEffect::powerOff()
 
 int MixerEffect::process(float* input, float* output, int, int frames)
 {
-    if (!AUDIOVST_ProcessSamples(d->instance, input, output, int(numChannels()), frames))
+    const int channels = int(numChannels());
+    bool processed;
+    if (d->more.empty()) {
+        processed = AUDIOVST_ProcessSamples(d->instance, input, output, channels, frames) != 0;
+    } else {
+        d->followConfigInstance(frames, sampleRate());
+        processed = d->splitter.process(input, output, channels, frames, [this](int k, const float* mono, float* monoOut, int n) {
+            _VSTINSTANCE* i = k == 0 ? d->instance : d->more[size_t(k - 1)];
+            return AUDIOVST_ProcessSamples(i, mono, monoOut, 1, n) != 0;
+        });
+    }
+    if (!processed)
         return 0;
     SilenceNonFiniteBlock(output, frames * int(numChannels()), name(), &d->toldNonFinite);
     return frames;
@@ -108,7 +188,12 @@ bool MixerEffect::isNative() const { return AUDIOVST_IsNative(d->effect); }
 int MixerEffect::numParams() const { return AUDIOVST_GetNumParams(d->effect); }
 int MixerEffect::numPrograms() const { return AUDIOVST_GetNumBuiltInPrograms(d->effect); }
 
-bool MixerEffect::setBypass(bool bypass) { return AUDIOVST_SetBypass(d->instance, bypass ? 1 : 0) != 0; }
+bool MixerEffect::setBypass(bool bypass)
+{
+    for (_VSTINSTANCE* i : d->more)
+        AUDIOVST_SetBypass(i, bypass ? 1 : 0);
+    return AUDIOVST_SetBypass(d->instance, bypass ? 1 : 0) != 0;
+}
 bool MixerEffect::hasEditor() const { return AUDIOVST_HasEditor(d->instance) != 0; }
 bool MixerEffect::openEditor(void* window) { return hasEditor() && AUDIOVST_EditorOpen(d->instance, window); }
 bool MixerEffect::closeEditor(void* window) { return hasEditor() && AUDIOVST_EditorClose(d->instance, window); }

@@ -4,6 +4,7 @@
 
 #include "QVlorSamples_p.h"
 #include "vst3engine.h"
+#include "vst3track_p.h"
 
 #include <QDebug>
 
@@ -12,7 +13,8 @@ namespace QVlorVst3 {
 class MixerEffect::Data {
 public:
     Plugin plugin;
-    _Vst3Instance* instance = nullptr;
+    Vst3Track track; // one instance, or one a channel
+    _Vst3Instance* instance = nullptr; // the track's first: what the dialog shows
     bool toldNonFinite = false;
 };
 
@@ -20,24 +22,19 @@ MixerEffect::MixerEffect(const Plugin& plugin, int sampleRate, unsigned int chan
     : QVlorMixer::Effect(sampleRate, channels), d(new Data)
 {
     d->plugin = plugin;
-    d->instance = VLORVST3_CreateInstance(plugin.path().toUtf8().constData(), plugin.uid().toUtf8().constData());
-    if (!d->instance)
-        return;
-    if (!VLORVST3_SetAudioFormat(d->instance, sampleRate, int(channels))) {
-        qWarning().noquote() << "QVlorVst3::MixerEffect: SetAudioFormat failed for" << plugin.name();
-        VLORVST3_DestroyInstance(d->instance);
-        d->instance = nullptr;
+    // Started once to learn the buses the plugin takes; the owner's power calls start it for good.
+    std::string why;
+    if (!d->track.open(plugin.path().toUtf8().constData(), plugin.uid().toUtf8().constData(), sampleRate,
+                       int(channels), false, &why)) {
+        qWarning().noquote() << "QVlorVst3::MixerEffect:" << plugin.name() << QString::fromStdString(why);
         return;
     }
-    VLORVST3_SetOffline(d->instance, 0);
+    d->track.stop();
+    d->instance = d->track.first();
 }
 
 MixerEffect::~MixerEffect()
 {
-    if (d->instance) {
-        VLORVST3_StopEngine(d->instance);
-        VLORVST3_DestroyInstance(d->instance);
-    }
     delete d;
 }
 
@@ -45,21 +42,21 @@ bool MixerEffect::isOk() const { return d->instance != nullptr; }
 
 int MixerEffect::process(float* input, float* output, int channels, int frames)
 {
-    if (!VLORVST3_ProcessAudio(d->instance, input, output, channels, frames))
+    if (!d->instance || !d->track.process(input, output, channels, frames))
         return 0;
     SilenceNonFiniteBlock(output, frames * channels, d->plugin.name(), &d->toldNonFinite);
     return frames;
 }
 
-void MixerEffect::reset() { VLORVST3_Reset(d->instance); }
+void MixerEffect::reset() { d->track.reset(); }
 
 // An endless tail counts as the engine says it: ten seconds.
 int MixerEffect::tailSize() const { return int(VLORVST3_GetTailTime(d->instance) * sampleRate()); }
 
 // The engine's block size is fixed and process cuts its input to fit it.
-bool MixerEffect::powerOn(int) { return VLORVST3_StartEngine(d->instance) != 0; }
-bool MixerEffect::powerOff() { return VLORVST3_StopEngine(d->instance) != 0; }
-bool MixerEffect::setBypass(bool on) { return VLORVST3_SetBypass(d->instance, on ? 1 : 0) != 0; }
+bool MixerEffect::powerOn(int) { return d->track.start(); }
+bool MixerEffect::powerOff() { return d->track.stop(); }
+bool MixerEffect::setBypass(bool on) { return d->track.setBypass(on); }
 _Vst3Instance* MixerEffect::instance() const { return d->instance; }
 Plugin MixerEffect::plugin() const { return d->plugin; }
 
@@ -73,12 +70,12 @@ QString MixerEffect::params() const
 
 bool MixerEffect::setParams(const QString& text)
 {
-    return VLORVST3_SetConfigEx(d->instance, text.toLatin1().constData(), true) != 0;
+    return d->track.setConfig(text.toLatin1().constData(), true);
 }
 
 bool MixerEffect::reconfigure(const QString& config)
 {
-    return VLORVST3_SetConfigEx(d->instance, config.toLatin1().constData(), false) != 0;
+    return d->track.setConfig(config.toLatin1().constData(), false);
 }
 
 } // namespace QVlorVst3

@@ -446,3 +446,101 @@ TEST_F(Apply, ACorruptFileGivesBackTheChoicesOfItsLastGoodCopy)
     }
     setenv("HOME", home.c_str(), 1);
 }
+
+namespace {
+
+// frames of channels, each channel a sine of its own pitch and level.
+std::vector<float> writeChannels(const std::string& file, int channels, int frames)
+{
+    SF_INFO info{};
+    info.samplerate = 44100;
+    info.channels = channels;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
+    std::vector<float> v(size_t(channels) * size_t(frames));
+    for (int f = 0; f < frames; ++f)
+        for (int c = 0; c < channels; ++c)
+            v[size_t(f * channels + c)] = 0.1f * float(c + 1) * float(std::sin(0.01 * (c + 1) * f));
+    SNDFILE* out = sf_open(file.c_str(), SFM_WRITE, &info);
+    sf_writef_float(out, v.data(), frames);
+    sf_close(out);
+    return v;
+}
+
+std::vector<float> readChannels(const std::string& file, int* channels)
+{
+    SF_INFO info{};
+    SNDFILE* f = sf_open(file.c_str(), SFM_READ, &info);
+    if (!f)
+        return {};
+    std::vector<float> v(size_t(info.frames) * size_t(info.channels));
+    sf_readf_float(f, v.data(), info.frames);
+    sf_close(f);
+    *channels = info.channels;
+    return v;
+}
+
+} // namespace
+
+// Every channel of a track comes out processed, whatever inputs and outputs
+// the effect has: the filter and the mixer run one instance a channel where
+// the effect has fewer than the track. The fixture's gain is the same on each
+// channel, so each output channel is its own input channel times one gain.
+TEST_F(Apply, EveryChannelOfTheTrackIsProcessedWhateverTheEffectsLayout)
+{
+    const int frames = 6000;
+    for (const char* layout : {"1-1", "1-2", "2-1", "2-2"})
+        for (int channels : {1, 2, 6})
+            for (const std::string how : {"apply --param 0=0.75", "apply --mixer"}) {
+                SCOPED_TRACE(std::string(layout) + ", " + std::to_string(channels) + " channels, " + how);
+                const std::vector<float> in = writeChannels(dir.file("multi.wav"), channels, frames);
+                setenv("VLOR_FIXTURE_LAYOUT", layout, 1);
+                // A data folder a layout: the plugin's description is kept there.
+                const std::string data = "--data '" + dir.file(std::string("data-") + layout) + "' ";
+                const std::string cmd = "'" + kVlorfx + "' " + data + how + " --vst2 '" + kStereo + "' '" +
+                                        dir.file("multi.wav") + "' '" + dir.file("multi-out.wav") + "' 2>'" +
+                                        dir.file("stderr") + "'";
+                const int status = std::system(cmd.c_str());
+                unsetenv("VLOR_FIXTURE_LAYOUT");
+                ASSERT_EQ(WEXITSTATUS(status), 0) << err();
+                int got = 0;
+                const std::vector<float> out = readChannels(dir.file("multi-out.wav"), &got);
+                ASSERT_EQ(got, channels);
+                ASSERT_EQ(out.size(), in.size());
+                const float gain = out[size_t(100 * channels)] / in[size_t(100 * channels)];
+                EXPECT_GT(std::fabs(gain), 0.5f);
+                for (int c = 0; c < channels; ++c)
+                    for (int f = 0; f < frames; f += 7)
+                        ASSERT_NEAR(out[size_t(f * channels + c)], in[size_t(f * channels + c)] * gain, 1e-4)
+                            << "channel " << c << " frame " << f;
+            }
+}
+
+// A mono VST3 effect on a stereo track: each channel through its own
+// instance, none silent and none a copy of another.
+TEST_F(Apply, AMonoVst3EffectProcessesEachChannelOfAStereoTrack)
+{
+    if (!BLIO_Exists("/usr/lib/vst3/ZamComp.vst3"))
+        GTEST_SKIP() << "zam-plugins is not installed: no mono VST3 effect";
+    const int frames = 8000;
+    for (int channels : {2, 6}) {
+        SCOPED_TRACE(channels);
+        const std::vector<float> in = writeChannels(dir.file("multi.wav"), channels, frames);
+        for (const std::string how : {"apply", "apply --mixer"}) {
+            ASSERT_EQ(run(how + " --vst3 /usr/lib/vst3/ZamComp.vst3 '" + dir.file("multi.wav") + "' '" +
+                          dir.file("multi-out.wav") + "'"),
+                      0)
+                << err();
+            int got = 0;
+            const std::vector<float> out = readChannels(dir.file("multi-out.wav"), &got);
+            ASSERT_EQ(got, channels);
+            for (int c = 0; c < channels; ++c) {
+                double inPeak = 0, outPeak = 0;
+                for (int f = 0; f < frames; ++f) {
+                    inPeak = std::max(inPeak, double(std::fabs(in[size_t(f * channels + c)])));
+                    outPeak = std::max(outPeak, double(std::fabs(out[size_t(f * channels + c)])));
+                }
+                EXPECT_NEAR(outPeak / inPeak, 1.0, 0.25) << how << " channel " << c;
+            }
+        }
+    }
+}

@@ -4,6 +4,7 @@
 #include "audiofx.h"
 #include "audiovst.h"
 #include "vstfilter.h"
+#include "../channelsplit_p.h"
 #include "vsteffect_p.h"
 
 #include "libbase.h"
@@ -277,4 +278,37 @@ TEST_F(Filter, AShellChildNamedByItsHashOpensThatChild)
         AUDIO_DestroyEffect(fx);
         AUDIOVST_DeletePlugin(opened);
     }
+}
+
+// How an effect serves a track: whole when it has the track's channels on
+// both sides, one instance a channel when it has fewer, not at all without
+// audio in or out; the split runs in place, channel by channel.
+TEST(ChannelPlans, EachLayoutAgainstEachTrack)
+{
+    struct Case {
+        int track, inputs, outputs;
+        int instances, each;
+    };
+    const Case cases[] = {
+        {2, 2, 2, 1, 2}, {2, 1, 1, 2, 1}, {2, 1, 2, 2, 1}, {2, 2, 1, 2, 1}, {1, 2, 2, 1, 1},
+        {6, 2, 2, 6, 1}, {6, 8, 8, 1, 6}, {2, 0, 2, 0, 0}, {2, 2, 0, 0, 0}, {0, 2, 2, 0, 0},
+    };
+    for (const Case& c : cases) {
+        const ChannelPlan plan = PlanChannels(c.track, c.inputs, c.outputs);
+        EXPECT_EQ(plan.instances, c.instances) << c.track << " " << c.inputs << "-" << c.outputs;
+        EXPECT_EQ(plan.channelsEach, c.each) << c.track << " " << c.inputs << "-" << c.outputs;
+    }
+    EXPECT_NE(WhyNoChannelPlan(0, 2).find("no audio input"), std::string::npos);
+    EXPECT_NE(WhyNoChannelPlan(2, 0).find("no audio output"), std::string::npos);
+
+    // In place: instance k doubles its channel and adds k.
+    std::vector<float> block{1, 2, 3, 4, 5, 6};
+    ChannelSplitter splitter;
+    ASSERT_TRUE(splitter.process(block.data(), block.data(), 3, 2, [](int k, const float* in, float* out, int n) {
+        for (int f = 0; f < n; ++f)
+            out[f] = 2 * in[f] + float(k);
+        return true;
+    }));
+    EXPECT_EQ(block, (std::vector<float>{2, 5, 8, 8, 11, 14}));
+    EXPECT_FALSE(splitter.process(block.data(), block.data(), 3, 2, [](int, const float*, float*, int) { return false; }));
 }

@@ -70,6 +70,10 @@ VLORVST3_EXPORT int VLORVST3_StartEngine(_Vst3Instance* instance);
 VLORVST3_EXPORT int VLORVST3_StopEngine(_Vst3Instance* instance);
 VLORVST3_EXPORT int VLORVST3_Reset(_Vst3Instance* instance);
 VLORVST3_EXPORT int VLORVST3_GetBlockSize(_Vst3Instance* instance);
+/* The channels of the main input and output buses as the plugin took them at
+ * the start (a plugin may refuse the track's and insist on its own); 0 before
+ * a start. */
+VLORVST3_EXPORT int VLORVST3_GetBusChannels(_Vst3Instance* instance, int* inputs, int* outputs);
 /* Seconds; an infinite tail is told as 10 seconds. */
 VLORVST3_EXPORT double VLORVST3_GetLatency(_Vst3Instance* instance);
 VLORVST3_EXPORT double VLORVST3_GetTailTime(_Vst3Instance* instance);

@@ -3,10 +3,13 @@
 #include "vst3filter.h"
 
 #include "vst3engine.h"
+#include "vst3track_p.h"
 #include "../fxlock_p.h"
 
 #include "blmem.h"
 #include "blstring.h"
+#include "bldebug.h"
+#include "audiofx.h"
 
 #include <cstddef>
 
@@ -15,7 +18,8 @@ namespace {
 struct Vst3FilterInstance {
     BLMemDescr memDescr;
     AUDIO_FORMAT format;
-    _Vst3Instance* handle;
+    Vst3Track* track;
+    _Vst3Instance* handle; // the track's first instance
     int32_t blockSize;
 };
 
@@ -55,22 +59,20 @@ void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config
     }
     fx->memDescr = mem;
     fx->format = *format;
-    fx->handle = VLORVST3_CreateInstance(path, uid);
-    if (!fx->handle) {
+    fx->track = new Vst3Track;
+    std::string why;
+    // Offline unless the configuration allows reconfiguring while it runs.
+    const bool offline = !BLSTRING_GetBooleanValueFromString(config, AUDIOFXPARAM_AllowReconfigure, 0);
+    if (!fx->track->open(path, uid, format->sampleRate, format->numChannels, offline, &why)) {
+        BLDEBUG_Error(-1, "AUDIO_fxCreate: %s: %s", uid, why.c_str());
+        AUDIO_SetEffectError("%s", why.c_str());
+        delete fx->track;
         BLMEM_DisposeMemDescr(mem);
         return nullptr;
     }
-    VLORVST3_SetAudioFormat(fx->handle, format->sampleRate, format->numChannels);
-    // A filter that may be reconfigured runs in real time; one that may not, offline.
-    VLORVST3_SetOffline(fx->handle, !BLSTRING_GetBooleanValueFromString(config, AUDIOFXPARAM_AllowReconfigure, 0));
-    if (VLORVST3_StartEngine(fx->handle) != 1) {
-        VLORVST3_DestroyInstance(fx->handle);
-        BLMEM_DisposeMemDescr(mem);
-        return nullptr;
-    }
+    fx->handle = fx->track->first();
     fx->blockSize = VLORVST3_GetBlockSize(fx->handle);
-    // A state the plugin refuses leaves it at its defaults: the filter still runs.
-    VLORVST3_SetConfigEx(fx->handle, config, false);
+    fx->track->setConfig(config, false);
     return fx;
 }
 
@@ -80,10 +82,7 @@ int AUDIO_fxDestroySecure(void* instance)
     auto* fx = static_cast<Vst3FilterInstance*>(instance);
     if (!fx)
         return 0;
-    if (fx->handle) {
-        VLORVST3_StopEngine(fx->handle);
-        VLORVST3_DestroyInstance(fx->handle);
-    }
+    delete fx->track;
     BLMEM_DisposeMemDescr(fx->memDescr);
     return 1;
 }
@@ -91,13 +90,16 @@ int AUDIO_fxDestroySecure(void* instance)
 int AUDIO_fxConfigure(void* instance, const char* config)
 {
     auto* fx = static_cast<Vst3FilterInstance*>(instance);
-    return fx && fx->handle ? VLORVST3_SetConfigEx(fx->handle, config, false) : 0;
+    return fx && fx->handle ? fx->track->setConfig(config, false) : 0;
 }
 
 int AUDIO_fxReset(void* instance)
 {
     auto* fx = static_cast<Vst3FilterInstance*>(instance);
-    return fx && fx->handle ? VLORVST3_Reset(fx->handle) : 0;
+    if (!fx || !fx->handle)
+        return 0;
+    fx->track->reset();
+    return 1;
 }
 
 int AUDIO_fxBlockSize(void* instance)
@@ -133,7 +135,7 @@ int AUDIO_fxProcessSamples(void* instance, const float* in, long* inFrames, floa
             return 1;
         }
         *outFrames = n;
-        if (VLORVST3_ProcessAudio(fx->handle, in, out, channels, int(n)) != 1) {
+        if (!fx->track->process(in, out, channels, int(n))) {
             *outFrames = 0;
             return 0;
         }
@@ -155,7 +157,7 @@ int AUDIO_fxProcessSamples(void* instance, const float* in, long* inFrames, floa
     for (long b = 0; b < blocks; ++b) {
         const long m = left < fx->blockSize ? left : fx->blockSize;
         const size_t offset = size_t(b) * size_t(fx->blockSize) * size_t(channels);
-        if (m > 0 && VLORVST3_ProcessAudio(fx->handle, in + offset, out + offset, channels, int(m)) != 1)
+        if (m > 0 && !fx->track->process(in + offset, out + offset, channels, int(m)))
             return 0;
         *outFrames += m;
         left -= m;

@@ -277,6 +277,17 @@ extern "C" double VLORVST3_GetTailTime(_Vst3Instance* h)
 
 /* ---- audio --------------------------------------------------------------- */
 
+extern "C" int VLORVST3_GetBusChannels(_Vst3Instance* h, int* inputs, int* outputs)
+{
+    if (!h || !h->prepared || !inputs || !outputs)
+        return 0;
+    std::lock_guard<std::mutex> g(h->processLock);
+    const HostProcessData& pd = h->processData;
+    *inputs = pd.numInputs > 0 ? pd.inputs[0].numChannels : 0;
+    *outputs = pd.numOutputs > 0 ? pd.outputs[0].numChannels : 0;
+    return 1;
+}
+
 extern "C" int VLORVST3_ProcessAudio(_Vst3Instance* h, const float* input, float* output, int channels, int frames)
 {
     if (!h || !h->processing || !h->prepared || !input || !output || channels < 1)
