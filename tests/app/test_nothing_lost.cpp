@@ -5,6 +5,10 @@
 
 #include "libbase.h"
 
+#include <QByteArray>
+#include <QJsonDocument>
+#include <QJsonParseError>
+
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -543,4 +547,59 @@ TEST_F(Apply, AMonoVst3EffectProcessesEachChannelOfAStereoTrack)
             }
         }
     }
+}
+
+// vlorfx killed at every moment of its saves (catalogs of both formats, the
+// pairs, settings and bindings): each file is either the old or the new
+// version, never half of one, and the choice it holds is one of the two.
+TEST_F(Apply, AProcessKilledInTheMiddleOfItsSavesLeavesEachFileOldOrNew)
+{
+    ASSERT_EQ(std::system(("mkdir -p '" + dir.file("vst2") + "' '" + dir.file("vst3") + "' && cp '" + kStereo + "' '" +
+                           dir.file("vst2") + "/' && cp -r '" VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3' '" +
+                           dir.file("vst3") + "/'")
+                              .c_str()),
+              0);
+    const std::string home = getenv("HOME") ? getenv("HOME") : "";
+    setenv("HOME", dir.path().c_str(), 1); // no bundles of the user's own
+    ASSERT_EQ(run("scan --vst2-path '" + dir.file("vst2") + "' --vst3-path '" + dir.file("vst3") + "'"), 0) << err();
+    const std::string data = dir.file("data");
+    const std::vector<std::string> jsonFiles = {data + "/vstxml/catalog_v2.json", data + "/catalog_vst3.json",
+                                                data + "/plugin_pairs.json"};
+    // Each command changes a choice and saves; killed after 0 to 60 ms.
+    const std::vector<std::string> commands = {
+        "disable 'Vlor Fixture Stereo'", "enable 'Vlor Fixture Stereo'", "disable 'Fixture Gain'",
+        "enable 'Fixture Gain'", "menu --bind vstid-1 Ctrl+Shift+K", "menu --bind vstid-1 ''"};
+    int killedDuring = 0;
+    for (int round = 0; round < 36; ++round) {
+        const std::string& command = commands[size_t(round) % commands.size()];
+        const pid_t pid = fork();
+        ASSERT_GE(pid, 0);
+        if (pid == 0) {
+            const std::string line = "exec '" + kVlorfx + "' --data '" + data + "' " + command + " >/dev/null 2>&1";
+            execl("/bin/sh", "sh", "-c", line.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(round * 60 / 36));
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        killedDuring += WIFSIGNALED(status);
+        for (const std::string& file : jsonFiles) {
+            const std::string text = readFile(file);
+            QJsonParseError error;
+            const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(text), &error);
+            ASSERT_TRUE(error.error == QJsonParseError::NoError && doc.isObject())
+                << "after '" << command << "' killed: " << file << " is half written\n" << text.substr(0, 200);
+        }
+        // Nothing a save left aside in a folder of ours, no temporary of the settings.
+        EXPECT_NE(std::system(("ls '" + data + "' '" + data + "/vstxml' | grep -q -e '\\.tmp\\.' -e '^\\.'").c_str()), 0);
+    }
+    EXPECT_GT(killedDuring, 0) << "no run was killed before it ended";
+    // The choices read back are those of a whole command: a last run of each
+    // pair sets them for sure, and list agrees.
+    ASSERT_EQ(run("disable 'Vlor Fixture Stereo'"), 0) << err();
+    ASSERT_EQ(run("list"), 0) << err();
+    EXPECT_NE(readFile(dir.file("stdout")).find("Vlor Fixture Stereo  Vlor Test Vendor  off"), std::string::npos)
+        << readFile(dir.file("stdout"));
+    setenv("HOME", home.c_str(), 1);
 }
