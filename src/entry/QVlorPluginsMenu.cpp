@@ -14,8 +14,13 @@
 #include "QVlorVst_Widget.h"
 
 #include "QVlorDisplayText_p.h"
+#include "audiovst.h"
 
 #include <QAction>
+#include <QAtomicInt>
+#include <QEventLoop>
+#include <QProgressDialog>
+#include <QThread>
 #include <QCoreApplication>
 #include <QHash>
 #include <QMap>
@@ -30,6 +35,43 @@ namespace QVlorAudioPlugins {
 namespace {
 
 QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudioMainWindow", text); }
+
+int StopOf(void* flag) { return static_cast<QAtomicInt*>(flag)->loadAcquire(); }
+
+// A VST2 plugin whose file changed since its check is checked again before
+// it opens: in a child, away from this thread, with progress and Cancel, so
+// that one that hangs holds nobody up (its check's own timeout ends it, and
+// the opening says it did not answer). False when the user cancelled.
+bool CheckBeforeOpening(QWidget* parent, const QVlorVst::Plugin& plugin)
+{
+    // As the dialog's effect resolves it: a record of this process first,
+    // else the file under the plugin's unique id.
+    const int id = int(plugin.uniqueId());
+    if (AUDIOVST_FindPluginByUniqId(id))
+        return true;
+    const QByteArray file = plugin.filename().toUtf8();
+    if (!AUDIOVST_WouldCheck(file.constData(), id))
+        return true;
+    QAtomicInt stop{0};
+    QThread* worker = QThread::create([&] { AUDIOVST_CheckAhead(file.constData(), id, &StopOf, &stop); });
+    QProgressDialog progress(trMain("Checking %1...").arg(plugin.name()), trMain("Cancel"), 0, 0, parent);
+    progress.setObjectName(QStringLiteral("pluginCheckProgress"));
+    progress.setWindowModality(Qt::WindowModal);
+    progress.setMinimumDuration(500);
+    progress.setValue(0);
+    QTimer::singleShot(500, &progress, [&progress] {
+        if (!progress.wasCanceled())
+            progress.show();
+    });
+    QEventLoop loop;
+    QObject::connect(worker, &QThread::finished, &loop, &QEventLoop::quit);
+    QObject::connect(&progress, &QProgressDialog::canceled, &loop, [&stop] { stop.storeRelease(2); });
+    worker->start();
+    loop.exec();
+    worker->wait();
+    delete worker;
+    return stop.loadAcquire() == 0;
+}
 
 } // namespace
 
@@ -285,16 +327,20 @@ void MenuController::openEntry(QAction* action)
     const QString informative = trMain("It may be a temporary problem that can be resolved by restarting vloraudio.");
 
     if (entry.format == QLatin1String("vst2")) {
-        if (!entry.plugin.isValid())
+        if (!entry.plugin.isValid() || !CheckBeforeOpening(parent, entry.plugin))
             return;
         auto* widget = new QVlorVst::Widget(audio);
         if (widget->loadPlugin(entry.plugin)) {
             d->host->presentEffectWidget(widget, action, entry.pairId, QStringLiteral("vst2"));
             return;
         }
+        // A check that said why (it hung, it crashed) is told in its words.
+        const QString why = QString::fromUtf8(AUDIOVST_GetLastFailure());
         QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("VST Load Error"),
-                                     trMain("The VST %1 plug-in could not be loaded (or crash during this process).")
-                                         .arg(entry.plugin.name()),
+                                     why.isEmpty()
+                                         ? trMain("The VST %1 plug-in could not be loaded (or crash during this process).")
+                                               .arg(entry.plugin.name())
+                                         : trMain("The VST %1 plug-in could not be loaded: %2.").arg(entry.plugin.name(), why),
                                      QMessageBox::Ok, informative);
         delete widget;
         return;

@@ -115,6 +115,8 @@ bool MixerEffect::powerOn(int blockSize)
         qWarning() << "Effect already on!";
         return false;
     }
+    if (!d->effect)
+        return false;
     const ChannelPlan plan =
         PlanChannels(int(numChannels()), AUDIOVST_GetNumInputs(d->effect), AUDIOVST_GetNumOutputs(d->effect));
     if (plan.instances == 0) {

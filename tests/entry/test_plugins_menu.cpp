@@ -22,7 +22,11 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QPushButton>
+#include <QApplication>
+#include <QDateTime>
 #include <QElapsedTimer>
+#include <QProgressDialog>
+#include <QTimer>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -496,4 +500,83 @@ TEST_F(Menu, ALongCheckCanBeSkippedFromTheMenuOrThePageAndComesBackAtTheNextResc
         settle();
         return record().first.isNew() && !record().first.isFailed();
     }, 10000));
+}
+
+// A VST2 plugin whose file changed since its check is checked again before
+// its dialog opens: away from the main thread, which goes on turning, with a
+// progress dialog and Cancel; a check that hangs is told as a hang.
+TEST_F(Menu, AChangedPluginIsCheckedAwayFromTheMainThreadWithProgressAndCancel)
+{
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    controller->rebuildPluginsMenu();
+    settle();
+    QAction* stereo = find(controller->pluginsMenu(), QStringLiteral("Vlor Fixture Stereo \u00B7 VST2"));
+    ASSERT_NE(stereo, nullptr);
+    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::Ok, QString()}; });
+    struct Case {
+        const char* what;
+        int slowMs;        // the plugin's open, in the check child
+        int timeoutMs;     // the check's
+        bool cancel;
+        bool opens;
+        QString told;      // in the load error box
+    };
+    const Case cases[] = {
+        {"a slow check", 2000, 30000, false, true, QString()},
+        {"a cancel", 8000, 30000, true, false, QString()},
+        {"a hang", 8000, 1000, false, false, QStringLiteral("did not answer within 1 s")},
+    };
+    int touch = 0;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        host.presented.reset();
+        QVlorDialogs::takeAsked();
+        // The file changes: its next opening checks it again.
+        const QDateTime when = QDateTime::currentDateTime().addSecs(++touch * 10);
+        QFile f(vst2File);
+        ASSERT_TRUE(f.open(QIODevice::ReadWrite) && f.setFileTime(when, QFileDevice::FileModificationTime));
+        f.close();
+        // As in an editor that starts: the plugin is not resolved in this process yet.
+        while (_VSTEFFECT* e = AUDIOVST_FindPluginByUniqId(0x566C4678 /* the stereo fixture's unique id */))
+            AUDIOVST_DeletePlugin(e);
+        ASSERT_TRUE(AUDIOVST_WouldCheck(vst2File.toUtf8().constData(), 0x566C4678 /* the stereo fixture's unique id */));
+        AUDIOVST_SetCheckTimeout(c.timeoutMs);
+        qputenv("VLOR_FIXTURE_SLOW_MS", QByteArray::number(c.slowMs));
+        int ticks = 0;
+        bool progressShown = false;
+        QTimer tick;
+        QObject::connect(&tick, &QTimer::timeout, [&] {
+            ++ticks;
+            if (ticks == 4)
+                qunsetenv("VLOR_FIXTURE_SLOW_MS"); // the check child has it; the opening after does not
+            for (QWidget* w : QApplication::topLevelWidgets())
+                if (auto* p = qobject_cast<QProgressDialog*>(w);
+                    p && p->objectName() == QLatin1String("pluginCheckProgress") && p->isVisible()) {
+                    progressShown = true;
+                    if (c.cancel)
+                        if (auto* button = p->findChild<QPushButton*>())
+                            QTest::mouseClick(button, Qt::LeftButton);
+                }
+        });
+        tick.start(100);
+        QElapsedTimer clock;
+        clock.start();
+        stereo->trigger();
+        tick.stop();
+        qunsetenv("VLOR_FIXTURE_SLOW_MS");
+        AUDIOVST_SetCheckTimeout(30000);
+        EXPECT_GE(ticks, c.cancel ? 3 : 6) << "the main thread turned while the check ran";
+        EXPECT_TRUE(progressShown);
+        EXPECT_EQ(host.presented != nullptr, c.opens);
+        if (c.cancel) {
+            EXPECT_LT(clock.elapsed(), 6000) << "a cancel ends the check at once";
+        }
+        const QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+        if (c.told.isEmpty()) {
+            EXPECT_TRUE(asked.isEmpty()) << (asked.isEmpty() ? std::string() : asked[0].text.toStdString());
+        } else {
+            ASSERT_EQ(asked.size(), 1);
+            EXPECT_TRUE(asked[0].text.contains(c.told)) << asked[0].text.toStdString();
+        }
+    }
 }

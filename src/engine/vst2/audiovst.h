@@ -87,6 +87,10 @@ AUDIOVST_EXPORT const char* AUDIOVST_GetLastFailure(void);
  * itself. stop, polled while the child runs, ends it: 1 counts as skipped by
  * the user, 2 as cancelled. Gives the status of the last child. */
 AUDIOVST_EXPORT int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(void* user), void* user);
+/* Whether the next resolution of that file and id would check it in a child
+ * (a plugin never checked, one asked to be checked again, a file changed or a
+ * description gone since): 1 or 0. Nothing is loaded or started. */
+AUDIOVST_EXPORT int AUDIOVST_WouldCheck(const char* filename, int id);
 /* Forgets the outcomes nobody took. */
 AUDIOVST_EXPORT void AUDIOVST_DropChecksAhead(void);
 /* How long a check may take before its child is killed and the plugin is

@@ -554,6 +554,24 @@ extern "C" int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(voi
     return status;
 }
 
+extern "C" int AUDIOVST_WouldCheck(const char* filename, int id)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!filename || !*filename || !_ComputeHash(filename, id, hash))
+        return 1;
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _SettingsGroup(hash, g);
+    char stored[4096];
+    if (!BLSETTINGS_GetStringEx(0, stored, sizeof(stored), "%s.%s=[]", g, "filename") ||
+        std::strcmp(stored, filename) != 0 || BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "force_recheck"))
+        return 1;
+    char path[kDirSize];
+    if (!_GetVSTXMLPath(hash, path, sizeof(path)) || !BLIO_Exists(path))
+        return 1;
+    const int64_t checked = BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp");
+    return checked == 0 || checked != BLIO_GetFileTimeStamp(filename, 2) ? 1 : 0;
+}
+
 extern "C" void AUDIOVST_DropChecksAhead(void)
 {
     std::lock_guard<std::mutex> l(g_aheadLock);
