@@ -22,6 +22,8 @@
 #include <string>
 #include <thread>
 #include <unistd.h>
+#include <fcntl.h>
+#include <sys/file.h>
 
 namespace {
 
@@ -165,9 +167,19 @@ private:
         struct stat st;
         if (stat(m_path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
             return;
-        FILE* f = std::fopen(m_path.c_str(), "r");
+        readFile(m_path, &m_values);
+        m_base = m_values;
+    }
+
+    // The pairs of the file at path; false when there is no plain file to read.
+    static bool readFile(const std::string& path, std::map<std::string, std::string>* values)
+    {
+        struct stat st;
+        if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
+            return false;
+        FILE* f = std::fopen(path.c_str(), "r");
         if (!f)
-            return;
+            return false;
         std::string line;
         char buf[4096];
         while (std::fgets(buf, sizeof(buf), f)) {
@@ -180,10 +192,42 @@ private:
             }
             const size_t eq = line.find('=');
             if (eq != std::string::npos && eq > 0)
-                m_values[unescape(line.substr(0, eq))] = unescape(line.substr(eq + 1));
+                (*values)[unescape(line.substr(0, eq))] = unescape(line.substr(eq + 1));
             line.clear();
         }
         std::fclose(f);
+        return true;
+    }
+
+    // Other processes of the editor keep this file too: what one of them
+    // changed since we last read or wrote it is taken in, key by key, unless
+    // we changed that key as well (this later save wins).
+    void mergeFromDisk()
+    {
+        std::map<std::string, std::string> disk;
+        if (!readFile(m_path, &disk) || disk == m_base)
+            return;
+        std::map<std::string, std::string> merged = m_values;
+        auto keyOf = [](const std::map<std::string, std::string>& m, const std::string& k, const std::string** v) {
+            const auto it = m.find(k);
+            *v = it == m.end() ? nullptr : &it->second;
+        };
+        std::map<std::string, std::string> keys = disk;
+        keys.insert(m_base.begin(), m_base.end());
+        for (const auto& kv : keys) {
+            const std::string *base, *mine, *theirs;
+            keyOf(m_base, kv.first, &base);
+            keyOf(m_values, kv.first, &mine);
+            keyOf(disk, kv.first, &theirs);
+            const bool mineSame = (!base && !mine) || (base && mine && *base == *mine);
+            if (!mineSame)
+                continue;
+            if (theirs)
+                merged[kv.first] = *theirs;
+            else
+                merged.erase(kv.first);
+        }
+        m_values.swap(merged);
     }
 
     void markDirty()
@@ -216,6 +260,20 @@ private:
         std::string target, why;
         if (!SaveTarget(m_path, &target, &why))
             return failed(why);
+        // One read-modify-write at a time across the processes of the data folder.
+        const int lockFd = open((m_path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+        if (lockFd >= 0)
+            while (flock(lockFd, LOCK_EX) != 0 && errno == EINTR) {
+            }
+        struct FdCloser {
+            int fd;
+            ~FdCloser()
+            {
+                if (fd >= 0)
+                    close(fd);
+            }
+        } closer{lockFd};
+        mergeFromDisk();
         const std::string tmp = target + ".tmp." + std::to_string(getpid());
         FILE* f = std::fopen(tmp.c_str(), "w");
         if (!f)
@@ -236,6 +294,7 @@ private:
             return failed(err ? std::strerror(err) : "the disk is full");
         }
         m_dirty = false;
+        m_base = m_values;
         m_saveError.clear();
         return true;
     }
@@ -277,6 +336,7 @@ private:
     std::condition_variable m_wake;
     std::thread m_flusher;
     std::string m_saveError;
+    std::map<std::string, std::string> m_base; // the file as we last read or wrote it
     std::map<std::string, std::string> m_values;
     std::string m_dir;
     std::string m_path;

@@ -3,10 +3,14 @@
 // The library's own files are replaced whole or not at all, and read
 // tolerantly: whatever is in their place, nothing blocks or throws.
 
+#include "QVlorJsonMerge_p.h"
 #include "blsavetarget.h"
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
 
 #include <QDateTime>
 #include <QDebug>
@@ -102,6 +106,77 @@ inline bool WriteFileAtomically(const QString& fileName, const QByteArray& bytes
     return true;
 }
 
+// Each read-modify-write of a file is one at a time across the processes
+// that share the data folder: an advisory lock on a file beside it.
+class DataFileLock {
+public:
+    explicit DataFileLock(const QString& fileName)
+        : m_fd(::open(QFile::encodeName(fileName + QStringLiteral(".lock")).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0644))
+    {
+        if (m_fd >= 0)
+            while (flock(m_fd, LOCK_EX) != 0 && errno == EINTR) {
+            }
+    }
+    ~DataFileLock()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd); // the lock goes with it
+    }
+    DataFileLock(const DataFileLock&) = delete;
+    DataFileLock& operator=(const DataFileLock&) = delete;
+
+private:
+    int m_fd;
+};
+
+// The version of each file this process last read, or last wanted written:
+// what another process changed since is told from it.
+inline QHash<QString, QByteArray>& DataFileBases(QMutex** lock)
+{
+    static QMutex mutex;
+    static QHash<QString, QByteArray> bases;
+    *lock = &mutex;
+    return bases;
+}
+
+inline void RememberDataFileBase(const QString& fileName, const QByteArray& bytes)
+{
+    QMutex* lock = nullptr;
+    QHash<QString, QByteArray>& bases = DataFileBases(&lock);
+    QMutexLocker l(lock);
+    bases.insert(fileName, bytes);
+}
+
+// mine, with what another process wrote into the file since our base merged
+// in record by record (with the file's lock held). Mine alone when the file
+// is as we left it, or when either side cannot be read as one object.
+inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit);
+inline bool ReadPlainFileAt(const QString& fileName, QByteArray* bytes) { return ReadPlainFile(fileName, bytes, -1); }
+
+inline QByteArray MergeWithDisk(const QString& fileName, const QByteArray& mine)
+{
+    QByteArray disk, base;
+    if (!ReadPlainFileAt(fileName, &disk))
+        return mine;
+    {
+        QMutex* lock = nullptr;
+        QHash<QString, QByteArray>& bases = DataFileBases(&lock);
+        QMutexLocker l(lock);
+        const auto it = bases.constFind(fileName);
+        if (it == bases.constEnd())
+            return mine;
+        base = *it;
+    }
+    if (disk == base || disk == mine)
+        return mine;
+    const QJsonDocument b = QJsonDocument::fromJson(base), m = QJsonDocument::fromJson(mine),
+                        t = QJsonDocument::fromJson(disk);
+    if (!b.isObject() || !m.isObject() || !t.isObject())
+        return mine;
+    const QJsonValue merged = MergeJson3(b.object(), m.object(), t.object());
+    return QJsonDocument(merged.toObject()).toJson(QJsonDocument::Indented);
+}
+
 // Beside each of the library's files, the copy of its last good save: a file
 // that cannot be read later (a crash of the disk's, a hand edit) gives back
 // what the user chose from there. A copy, not a link: a write in place into
@@ -110,9 +185,13 @@ inline QString LastGoodCopyOf(const QString& fileName) { return fileName + QStri
 
 inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& root, QString* error = nullptr)
 {
-    const QByteArray bytes = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    const QByteArray mine = QJsonDocument(root).toJson(QJsonDocument::Indented);
+    DataFileLock lock(fileName);
+    const QByteArray bytes = MergeWithDisk(fileName, mine);
     if (!WriteFileAtomically(fileName, bytes, error))
         return false;
+    // Mine, not the merge: what they changed stays theirs at our next save too.
+    RememberDataFileBase(fileName, mine);
     // The save itself succeeded: a copy that cannot be written only leaves the older one.
     WriteFileAtomically(LastGoodCopyOf(fileName), bytes);
     return true;
@@ -147,6 +226,7 @@ inline bool RestoreLastGoodCopy(const QString& fileName, const QString& parseErr
     const QString when = QFileInfo(copy).lastModified().toString(Qt::ISODate);
     KeepUnreadableAside(fileName);
     WriteFileAtomically(fileName, bytes);
+    RememberDataFileBase(fileName, bytes);
     qWarning().noquote() << QStringLiteral("Could not read %1 (%2): what it held, the choices made in it included, "
                                            "was restored from its last good copy of %3")
                                 .arg(fileName, parseError.isEmpty() ? QStringLiteral("not one JSON object") : parseError,
@@ -178,6 +258,8 @@ inline bool ReadJsonFileObject(const QString& fileName, QJsonObject* root, JsonF
     const QJsonDocument doc = QJsonDocument::fromJson(bytes, &error);
     if (error.error == QJsonParseError::NoError && doc.isObject()) {
         *root = doc.object();
+        if (owner == JsonFileOwner::Library)
+            RememberDataFileBase(fileName, bytes);
         return true;
     }
     if (owner == JsonFileOwner::Plugin)

@@ -519,6 +519,7 @@ bool Catalog::load(const QString& fileName)
             QList<CatalogBundle> bundles;
             QStringList vendors;
             if (ReadCatalogText(text, text + length, &bundles, &vendors)) {
+                RememberDataFileBase(fileName, QByteArray(text, int(length)));
                 d->bundles = std::move(bundles);
                 d->disabledVendors = std::move(vendors);
                 return true;

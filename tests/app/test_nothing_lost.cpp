@@ -4,9 +4,11 @@
 #include "vlorfx_fixture.h"
 
 #include "libbase.h"
+#include "QVlorJsonMerge_p.h"
 
 #include <QByteArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QJsonParseError>
 
 #include <sys/socket.h>
@@ -602,4 +604,87 @@ TEST_F(Apply, AProcessKilledInTheMiddleOfItsSavesLeavesEachFileOldOrNew)
     EXPECT_NE(readFile(dir.file("stdout")).find("Vlor Fixture Stereo  Vlor Test Vendor  off"), std::string::npos)
         << readFile(dir.file("stdout"));
     setenv("HOME", home.c_str(), 1);
+}
+
+// Two processes share the data folder and flip different plugins 200 times
+// each, at once: every save merges the other's choices, so neither loses
+// any; the settings store (a binding each) the same.
+TEST_F(Apply, TwoProcessesFlippingDifferentPluginsLoseNoChoice)
+{
+    const std::string folder = dir.file("vst2");
+    ASSERT_EQ(std::system(("mkdir -p '" + folder + "' && cp '" + kStereo + "' '" + folder + "/a.so' && cp '" VLOR_FIXTURE_VST_DIR
+                           "/vlor-fault-many-params.so' '" + folder + "/b.so'")
+                              .c_str()),
+              0);
+    ASSERT_EQ(run("scan --no-vst3 --vst2-path '" + folder + "'"), 0) << err();
+    const std::string data = dir.file("data");
+    auto flipper = [&](const std::string& plugin, const std::string& action) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            std::string script;
+            for (int i = 0; i < 200; ++i) {
+                const bool off = i % 2 == 0;
+                script += "'" + kVlorfx + "' --data '" + data + "' " + (off ? "disable" : "enable") + " '" + folder +
+                          "/" + plugin + "' >/dev/null 2>&1 || exit 1\n";
+                if (i % 50 == 49) // and a binding now and then
+                    script += "'" + kVlorfx + "' --data '" + data + "' menu --bind " + action + " Ctrl+" +
+                              std::to_string(i) + " >/dev/null 2>&1 || exit 1\n";
+            }
+            // The last word: off.
+            script += "'" + kVlorfx + "' --data '" + data + "' disable '" + folder + "/" + plugin + "' >/dev/null 2>&1\n";
+            execl("/bin/sh", "sh", "-c", script.c_str(), static_cast<char*>(nullptr));
+            _exit(127);
+        }
+        return pid;
+    };
+    const pid_t a = flipper("a.so", "vstid-1");
+    const pid_t b = flipper("b.so", "vstid-2");
+    int sa = 0, sb = 0;
+    ASSERT_EQ(waitpid(a, &sa, 0), a);
+    ASSERT_EQ(waitpid(b, &sb, 0), b);
+    EXPECT_TRUE(WIFEXITED(sa) && WEXITSTATUS(sa) == 0);
+    EXPECT_TRUE(WIFEXITED(sb) && WEXITSTATUS(sb) == 0);
+    ASSERT_EQ(run("list"), 0) << err();
+    const std::string list = readFile(dir.file("stdout"));
+    // Both names listed, both off: each process's last word.
+    EXPECT_NE(list.find("Vlor Fixture Stereo"), std::string::npos) << list;
+    EXPECT_NE(list.find("Faulty many_params"), std::string::npos) << list;
+    EXPECT_EQ(list.find(" on "), std::string::npos) << list;
+    const std::string settings = readFile(data + "/settings.conf");
+    EXPECT_NE(settings.find("vloraudio.shortcuts.vstid-1=Ctrl+199"), std::string::npos) << settings;
+    EXPECT_NE(settings.find("vloraudio.shortcuts.vstid-2=Ctrl+199"), std::string::npos) << settings;
+}
+
+// The merge of a save with what another process wrote since: record by
+// record against the last version this process knew.
+TEST(JsonMerge, ChoicesOfBothSidesAreKeptAndTheLaterSaveWinsAConflict)
+{
+    auto doc = [](const char* text) { return QJsonDocument::fromJson(QByteArray(text)).object(); };
+    struct Case {
+        const char* what;
+        const char *base, *mine, *theirs, *merged;
+    };
+    const Case cases[] = {
+        {"different records changed",
+         R"({"paths":[{"path":"/p","plugins":[{"filename":"a","enabled":true},{"filename":"b","enabled":true}]}]})",
+         R"({"paths":[{"path":"/p","plugins":[{"filename":"a"},{"filename":"b","enabled":true}]}]})",
+         R"({"paths":[{"path":"/p","plugins":[{"filename":"a","enabled":true},{"filename":"b"}]}]})",
+         R"({"paths":[{"path":"/p","plugins":[{"filename":"a"},{"filename":"b"}]}]})"},
+        {"one record changed on both sides: mine",
+         R"({"pairs":[{"pairId":"x","active":"vst2"}]})", R"({"pairs":[{"pairId":"x","active":"vst3"}]})",
+         R"({"pairs":[{"pairId":"x","active":"vst2","veto":true}]})", R"({"pairs":[{"pairId":"x","active":"vst3","veto":true}]})"},
+        {"a record they added, one I removed",
+         R"({"pairs":[{"pairId":"x"},{"pairId":"y"}]})", R"({"pairs":[{"pairId":"x"}]})",
+         R"({"pairs":[{"pairId":"x"},{"pairId":"y"},{"pairId":"z"}]})", R"({"pairs":[{"pairId":"x"},{"pairId":"z"}]})"},
+        {"lists of names as sets", R"({"disabledVendors":["a","b"]})", R"({"disabledVendors":["a","b","c"]})",
+         R"({"disabledVendors":["b"]})", R"({"disabledVendors":["b","c"]})"},
+        {"classes of a bundle by class ID",
+         R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":2},{"cid":"2","state":2}]}]})",
+         R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":4},{"cid":"2","state":2}]}]})",
+         R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":2},{"cid":"2","state":4}]}]})",
+         R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":4},{"cid":"2","state":4}]}]})"},
+        {"unchanged here: theirs", R"({"v":1})", R"({"v":1})", R"({"v":2})", R"({"v":2})"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(MergeJson3(doc(c.base), doc(c.mine), doc(c.theirs)).toObject(), doc(c.merged)) << c.what;
 }

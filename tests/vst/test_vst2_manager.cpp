@@ -13,6 +13,7 @@
 #include <QFileInfo>
 #include <QFile>
 #include <QElapsedTimer>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -24,6 +25,8 @@
 
 #include <atomic>
 #include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace QVlorVst;
 using namespace vlortest;
@@ -672,4 +675,60 @@ TEST_F(ManagerTest, EveryChildOfAShellEnabledInOneSessionKeepsItsOwnIdentity)
         EXPECT_EQ(QString::fromUtf8(AUDIOVST_GetEffectName(e)), child.name());
     }
     EXPECT_EQ(enabled, 3);
+}
+
+// An editor's manager holds the catalog for long; vlorfx beside it flips
+// another plugin 200 times. The editor's own flips and its last save keep
+// every choice vlorfx made: each save merges what changed on disk since the
+// editor last read or wrote the file.
+TEST_F(ManagerTest, ALongLivedManagerKeepsTheChoicesAnotherProcessSaved)
+{
+    Manager m;
+    const QString a = add(QStringLiteral("vlor-fixture-stereo.so"), QStringLiteral("a.so"));
+    const QString b = add(QStringLiteral("vlor-fault-many-params.so"), QStringLiteral("b.so"));
+    m.addPath(folder);
+    scan(m);
+    ASSERT_TRUE(m.saveCatalog());
+    ASSERT_TRUE(find(m, a).isEnabled() && find(m, b).isEnabled());
+    const std::string vlorfx = "'" VLOR_BIN_DIR "/vlorfx' --data '" + dataDir() + "' ";
+    const std::string fileB = b.toStdString();
+    const pid_t other = fork();
+    ASSERT_GE(other, 0);
+    if (other == 0) {
+        std::string script;
+        for (int i = 0; i < 200; ++i)
+            script += vlorfx + (i % 2 == 0 ? "disable" : "enable") + " '" + fileB + "' >/dev/null 2>&1 || exit 1\n";
+        script += vlorfx + "disable '" + fileB + "' >/dev/null 2>&1\n";
+        execl("/bin/sh", "sh", "-c", script.c_str(), static_cast<char*>(nullptr));
+        _exit(127);
+    }
+    // Meanwhile the editor flips its own plugin and saves, again and again.
+    int flips = 0;
+    for (int status = 0; waitpid(other, &status, WNOHANG) == 0; ++flips) {
+        Plugin p = find(m, a);
+        Path path = pathOf(m);
+        if (p.isEnabled())
+            m.disablePlugin(p, path);
+        else
+            m.enablePlugin(p, path, false);
+        sync(m);
+        m.saveCatalog();
+    }
+    EXPECT_GT(flips, 5);
+    // The editor's last save comes after vlorfx's last word.
+    Plugin p = find(m, a);
+    m.disablePlugin(p, pathOf(m));
+    sync(m);
+    ASSERT_TRUE(m.saveCatalog()); // posted to the manager's thread
+    sync(m);
+    const std::string catalog = readFile(dataDir() + "/vstxml/catalog_v2.json");
+    const QJsonDocument doc = QJsonDocument::fromJson(QByteArray::fromStdString(catalog));
+    QHash<QString, bool> enabled;
+    for (const QJsonValue& path : doc.object().value(QStringLiteral("paths")).toArray())
+        for (const QJsonValue& plugin : path.toObject().value(QStringLiteral("plugins")).toArray())
+            enabled.insert(plugin.toObject().value(QStringLiteral("filename")).toString(),
+                           plugin.toObject().value(QStringLiteral("enabled")).toBool(false));
+    ASSERT_TRUE(enabled.contains(b)) << catalog;
+    EXPECT_FALSE(enabled.value(b)) << "vlorfx's last choice, kept through the editor's saves";
+    EXPECT_FALSE(enabled.value(a)) << "the editor's own";
 }
