@@ -450,6 +450,13 @@ TEST_F(Apply, ACorruptFileGivesBackTheChoicesOfItsLastGoodCopy)
         EXPECT_EQ(err().find("restored"), std::string::npos) << err();
         EXPECT_EQ(readFile(dir.file("stdout")), before);
     }
+    // A last good copy that is broken as well restores nothing: the file is
+    // put aside as before, and nothing claims to be restored.
+    writeFile(data + "/plugin_pairs.json", "{\"broken\": ");
+    writeFile(data + "/plugin_pairs.json.last-good", "[1, 2]");
+    ASSERT_EQ(run("list"), 0) << err();
+    EXPECT_EQ(err().find("restored"), std::string::npos) << err();
+    EXPECT_NE(err().find("Could not read " + data + "/plugin_pairs.json"), std::string::npos) << err();
     setenv("HOME", home.c_str(), 1);
 }
 
