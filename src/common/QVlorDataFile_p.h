@@ -150,23 +150,26 @@ inline void RememberDataFileBase(const QString& fileName, const QByteArray& byte
 // mine, with what another process wrote into the file since our base merged
 // in record by record (with the file's lock held). Mine alone when the file
 // is as we left it, or when either side cannot be read as one object.
+inline bool DataFileBase(const QString& fileName, QByteArray* bytes)
+{
+    QMutex* lock = nullptr;
+    QHash<QString, QByteArray>& bases = DataFileBases(&lock);
+    QMutexLocker l(lock);
+    const auto it = bases.constFind(fileName);
+    if (it == bases.constEnd())
+        return false;
+    *bytes = *it;
+    return true;
+}
+
 inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit);
 inline bool ReadPlainFileAt(const QString& fileName, QByteArray* bytes) { return ReadPlainFile(fileName, bytes, -1); }
 
 inline QByteArray MergeWithDisk(const QString& fileName, const QByteArray& mine)
 {
     QByteArray disk, base;
-    if (!ReadPlainFileAt(fileName, &disk))
+    if (!ReadPlainFileAt(fileName, &disk) || !DataFileBase(fileName, &base))
         return mine;
-    {
-        QMutex* lock = nullptr;
-        QHash<QString, QByteArray>& bases = DataFileBases(&lock);
-        QMutexLocker l(lock);
-        const auto it = bases.constFind(fileName);
-        if (it == bases.constEnd())
-            return mine;
-        base = *it;
-    }
     if (disk == base || disk == mine)
         return mine;
     const QJsonDocument b = QJsonDocument::fromJson(base), m = QJsonDocument::fromJson(mine),

@@ -732,3 +732,30 @@ TEST_F(ManagerTest, ALongLivedManagerKeepsTheChoicesAnotherProcessSaved)
     EXPECT_FALSE(enabled.value(b)) << "vlorfx's last choice, kept through the editor's saves";
     EXPECT_FALSE(enabled.value(a)) << "the editor's own";
 }
+
+// A choice made in another process reaches a running manager within a
+// second or so: its copies change and catalogChanged tells the page and the
+// menu, without a save of its own undoing it.
+TEST_F(ManagerTest, AChoiceSavedByAnotherProcessReachesARunningManager)
+{
+    Manager m;
+    const QString b = add(QStringLiteral("vlor-fault-many-params.so"), QStringLiteral("b.so"));
+    m.addPath(folder);
+    scan(m);
+    ASSERT_TRUE(m.saveCatalog());
+    sync(m);
+    m.loadCatalog(); // as at a start: what is on disk is what this process read
+    sync(m);
+    ASSERT_TRUE(find(m, b).isEnabled());
+    std::atomic<int> changed{0};
+    QObject::connect(&m, &Manager::catalogChanged, &m, [&changed] { ++changed; }, Qt::DirectConnection);
+    const std::string cmd = "'" VLOR_BIN_DIR "/vlorfx' --data '" + dataDir() + "' disable '" + b.toStdString() +
+                            "' >/dev/null 2>&1";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    EXPECT_TRUE(waitFor([&] { return !find(m, b).isEnabled(); }, 3000)) << "not taken in";
+    EXPECT_GT(changed.load(), 0);
+    // Its next save keeps it.
+    m.saveCatalog();
+    sync(m);
+    EXPECT_EQ(readFile(dataDir() + "/vstxml/catalog_v2.json").find("\"enabled\": true"), std::string::npos);
+}
