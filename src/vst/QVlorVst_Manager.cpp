@@ -222,6 +222,9 @@ Manager::~Manager()
 void Manager::aboutToQuit()
 {
     const bool fromOutside = d->awayFromThread();
+    // A timer is stopped only where it lives: the manager's thread, before it ends.
+    if (!fromOutside && d->diskLook)
+        d->diskLook->stop();
     d->saveIfDue([this] { saveCatalog(); });
     if (fromOutside) {
         // The check under way gets a short grace; what is queued behind it is dropped.
