@@ -9,6 +9,7 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 #include "bench_common.h"
+#include "synthetic_catalogs.h"
 #include "synthetic_library.h"
 
 #include <QDir>
@@ -48,11 +49,7 @@ void writeNewPlugins(const QString& file, const QString& root, int n)
         }
         paths.append(path.toJsonObject());
     }
-    QDir().mkpath(QFileInfo(file).absolutePath());
-    QSaveFile f(file);
-    f.open(QIODevice::WriteOnly);
-    f.write(QJsonDocument(QJsonObject{{QStringLiteral("paths"), paths}}).toJson());
-    f.commit();
+    bench::writeVst2Paths(file, paths);
 }
 
 int runOne(int argc, char** argv, int n)

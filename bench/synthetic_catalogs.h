@@ -22,6 +22,16 @@ constexpr int kPairs = 1000;
 
 inline QString cidOf(int i) { return QStringLiteral("%1").arg(i, 32, 16, QLatin1Char('0')).toUpper(); }
 
+// A VST2 catalog file of these paths.
+inline void writeVst2Paths(const QString& file, const QJsonArray& paths)
+{
+    QDir().mkpath(QFileInfo(file).absolutePath());
+    QSaveFile f(file);
+    f.open(QIODevice::WriteOnly);
+    f.write(QJsonDocument(QJsonObject{{QStringLiteral("paths"), paths}}).toJson());
+    f.commit();
+}
+
 // With root, the plugins' files are made there (empty), so that they exist.
 inline void writeVst2Catalog(const QString& file, const QString& root = QStringLiteral("/synthetic"))
 {
@@ -50,11 +60,7 @@ inline void writeVst2Catalog(const QString& file, const QString& root = QStringL
         }
         paths.append(path.toJsonObject());
     }
-    QDir().mkpath(QFileInfo(file).absolutePath());
-    QSaveFile f(file);
-    f.open(QIODevice::WriteOnly);
-    f.write(QJsonDocument(QJsonObject{{QStringLiteral("paths"), paths}}).toJson());
-    f.commit();
+    writeVst2Paths(file, paths);
 }
 
 inline void writeVst3Files(const QString& catalogFile, const QString& pairsFile)

@@ -426,7 +426,7 @@ void Manager::searchPlugins(bool notifyNewPlugins)
             if (!QFile::exists(p.filename()))
                 continue; // only an enable attempt finds out that a file is gone
             p.setExists(true);
-            if (retryEndedChecks(p)) {
+            if (retryEndedChecks(p, false)) {
                 d->markChanged(); // a persistent change: failed to new
                 changed = true;
             }
@@ -460,15 +460,16 @@ void Manager::searchPlugins(bool notifyNewPlugins)
     qInfo() << "VlorVst::Manager: searchPlugins finished!";
 }
 
-// A check that someone else ended said nothing of its plugin: it is new again.
-bool Manager::retryEndedChecks(Plugin& p)
+// A check that said nothing of its plugin (someone else ended it; at a
+// rescan, the user skipped it too) is undone: the plugin is new again.
+bool Manager::retryEndedChecks(Plugin& p, bool skippedToo)
 {
     bool changed = false;
     QList<Plugin*> records{&p};
     for (Plugin& child : p.plugins())
         records << &child;
     for (Plugin* r : records)
-        if (r->isFailed() && IsEndedFromOutside(r->failReason())) {
+        if (r->isFailed() && (IsEndedFromOutside(r->failReason()) || (skippedToo && IsSkippedByUser(r->failReason())))) {
             r->setFailed(false);
             r->setNew(true);
             changed = true;
@@ -571,16 +572,8 @@ void Manager::rescanPlugins()
         return;
     // What the user skipped is checked again: it counts as new.
     for (Path& path : d->paths)
-        for (Plugin& p : path.plugins()) {
-            QList<Plugin*> records{&p};
-            for (Plugin& child : p.plugins())
-                records << &child;
-            for (Plugin* r : records)
-                if (r->isFailed() && IsSkippedByUser(r->failReason())) {
-                    r->setFailed(false);
-                    r->setNew(true);
-                }
-        }
+        for (Plugin& p : path.plugins())
+            retryEndedChecks(p, true);
     updatePlugins(true, true);
 }
 

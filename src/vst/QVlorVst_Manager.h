@@ -90,7 +90,7 @@ private:
     bool announcePath(QVlorVst::Path& path, bool notifyNewPlugins, bool deepCheckShells, QStringList* newRefs,
                       int* done, int* total);
     bool searchPluginsInPath(const QString& folder, QVlorVst::Path& path, QStringList& refs);
-    static bool retryEndedChecks(QVlorVst::Plugin& plugin);
+    static bool retryEndedChecks(QVlorVst::Plugin& plugin, bool skippedToo);
     void publish();
 
     class Data;

@@ -43,7 +43,8 @@ protected:
         const int status = std::system(cmd.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
     }
-    std::vector<float> read(const std::string& name)
+    // The samples of a file of the test's folder, interleaved; its channels in *channels.
+    std::vector<float> read(const std::string& name, int* channels = nullptr)
     {
         SF_INFO info{};
         SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_READ, &info);
@@ -52,6 +53,8 @@ protected:
         std::vector<float> v(size_t(info.frames) * size_t(info.channels));
         sf_readf_float(f, v.data(), info.frames);
         sf_close(f);
+        if (channels)
+            *channels = info.channels;
         return v;
     }
     std::string err() { return readFile(dir.file("stderr")); }

@@ -807,6 +807,10 @@ TEST_F(Vst3ManagerTest, ASkippedProbeEndsAtOnceAndIsTriedAgainAtTheNextRescan)
     EXPECT_TRUE(m.runningChecks().isEmpty());
     EXPECT_TRUE(bundle(hang).failed());
     EXPECT_EQ(bundle(hang).lastError(), QStringLiteral("skipped by the user (checked again at the next rescan)"));
+    // A plain scan leaves the user's skip alone: only a rescan tries again.
+    run([](Manager& m) { m.searchPlugins(false); });
+    EXPECT_TRUE(bundle(hang).failed());
+    EXPECT_EQ(bundle(hang).lastError(), QStringLiteral("skipped by the user (checked again at the next rescan)"));
     QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 1);
     run([](Manager& m) { m.rescanPlugins(); });
     QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 30);
