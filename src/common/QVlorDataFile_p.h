@@ -180,6 +180,36 @@ inline QByteArray MergeWithDisk(const QString& fileName, const QByteArray& mine)
     return QJsonDocument(merged.toObject()).toJson(QJsonDocument::Indented);
 }
 
+// Another process's saves of one file, seen by a look at its time and size.
+class DataFileWatch {
+public:
+    // True, with the file's contents merged into mine (the working state as
+    // the file would hold it) in *merged, when another process saved the file
+    // since this one last read or wrote it and that changes something here.
+    bool takeIn(const QString& fileName, const QJsonObject& mine, QJsonObject* merged)
+    {
+        const QFileInfo info(fileName);
+        const qint64 time = info.exists() ? info.lastModified().toMSecsSinceEpoch() : -1;
+        if (time == m_time && info.size() == m_size)
+            return false;
+        m_time = time;
+        m_size = info.size();
+        QByteArray disk, base;
+        // Never read here, or as we left it: nothing of anybody else's.
+        if (!DataFileBase(fileName, &base) || !ReadPlainFileAt(fileName, &disk) || disk == base)
+            return false;
+        const QJsonDocument b = QJsonDocument::fromJson(base), t = QJsonDocument::fromJson(disk);
+        if (!b.isObject() || !t.isObject())
+            return false;
+        RememberDataFileBase(fileName, disk);
+        *merged = MergeJson3(b.object(), mine, t.object()).toObject();
+        return *merged != mine;
+    }
+
+private:
+    qint64 m_time = -1, m_size = -1;
+};
+
 // Beside each of the library's files, the copy of its last good save: a file
 // that cannot be read later (a crash of the disk's, a hand edit) gives back
 // what the user chose from there. A copy, not a link: a write in place into

@@ -181,6 +181,23 @@ public:
         QObject::connect(thread.data(), &QThread::finished, thread.data(), &QObject::deleteLater);
     }
 
+    // What other processes save is looked for twice a second on the
+    // manager's thread: a choice made elsewhere shows here within a second.
+    template <typename Look> void startLookingAtDisk(Look look)
+    {
+        diskLook = new QTimer(q);
+        diskLook->setInterval(500);
+        QObject::connect(diskLook, &QTimer::timeout, q, look);
+        QMetaObject::invokeMethod(diskLook, qOverload<>(&QTimer::start), Qt::QueuedConnection);
+    }
+    // A timer is stopped only where it lives: on the manager's thread, before it ends.
+    void stopLookingAtDisk()
+    {
+        if (!awayFromThread() && diskLook)
+            diskLook->stop();
+    }
+    QTimer* diskLook = nullptr;
+
     // On the manager's own thread: a save still due is made now, and the
     // timer stopped where it lives.
     template <typename Save> void saveIfDue(Save save)

@@ -55,6 +55,12 @@ bool QVlorPluginPairs::load(const QString& filename)
     QJsonObject root;
     if (!ReadJsonFileObject(filename, &root))
         return false;
+    fromJson(root);
+    return true;
+}
+
+void QVlorPluginPairs::fromJson(const QJsonObject& root)
+{
     QList<Entry> entries;
     for (const QJsonValue& v : root.value(QStringLiteral("pairs")).toArray()) {
         const QJsonObject o = v.toObject();
@@ -75,10 +81,14 @@ bool QVlorPluginPairs::load(const QString& filename)
     }
     d->entries = entries;
     d->splits = splits;
-    return true;
 }
 
 bool QVlorPluginPairs::save(const QString& filename, QString* error) const
+{
+    return WriteJsonFileAtomically(filename, toJson(), error);
+}
+
+QJsonObject QVlorPluginPairs::toJson() const
 {
     QJsonArray pairs;
     for (const Entry& e : d->entries) {
@@ -103,7 +113,7 @@ bool QVlorPluginPairs::save(const QString& filename, QString* error) const
     root.insert(QStringLiteral("version"), 1);
     root.insert(QStringLiteral("pairs"), pairs);
     root.insert(QStringLiteral("splits"), splits);
-    return WriteJsonFileAtomically(filename, root, error);
+    return root;
 }
 
 QVlorPluginPairs::Entry* QVlorPluginPairs::findByPairId(const QString& pairId)

@@ -6,6 +6,7 @@
 #include <QByteArray>
 #include <QList>
 #include <QMetaType>
+#include <QJsonObject>
 #include <QString>
 
 extern const char* const K_PLUGIN_PAIR_ID;     // "pluginPairId"
@@ -37,6 +38,9 @@ public:
     bool load(const QString& filename);
     // False, with the file and the reason in *error, when nothing was kept.
     bool save(const QString& filename, QString* error = nullptr) const;
+    // The store as its file holds it, and from such a document.
+    QJsonObject toJson() const;
+    void fromJson(const QJsonObject& root);
 
     Entry* findByPairId(const QString& pairId);
     Entry* findByVst2(qint64 id);

@@ -174,41 +174,22 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
     d->publish();
-    // A choice made in another process (vlorfx, a second editor) shows here
-    // within a second: the catalog file is looked at twice a second.
-    d->diskLook = new QTimer(this);
-    d->diskLook->setInterval(500);
-    connect(d->diskLook, &QTimer::timeout, this, [this] { d->absorbChangesElsewhere(); });
+    // Made before the manager moves to its thread, so that it moves along.
+    d->startLookingAtDisk([this] { d->absorbChangesElsewhere(); });
     d->startThread(QStringLiteral("QVlorVst::Manager"), [this] { saveCatalog(); });
-    QMetaObject::invokeMethod(d->diskLook, qOverload<>(&QTimer::start), Qt::QueuedConnection);
 }
 
 void Manager::Data::absorbChangesElsewhere()
 {
     const QString name = catalogFile(QString(), K_VST_CATALOG_V2_NAME);
-    const QFileInfo info(name);
-    const QPair<qint64, qint64> stamp{info.exists() ? info.lastModified().toMSecsSinceEpoch() : -1, info.size()};
-    if (stamp == diskStamp)
-        return;
-    diskStamp = stamp;
-    QByteArray disk, base;
-    // Never read here, or as we left it: nothing of anybody else's.
-    if (!DataFileBase(name, &base) || !ReadPlainFile(name, &disk) || disk == base)
-        return;
-    const QJsonDocument b = QJsonDocument::fromJson(base), t = QJsonDocument::fromJson(disk);
-    if (!b.isObject() || !t.isObject())
-        return;
     QJsonArray array;
     for (const Path& p : std::as_const(paths))
         array.append(p.toJsonObject());
-    const QJsonObject mine{{QLatin1String(K_VST_PATHS), array}};
-    const QJsonObject merged = MergeJson3(b.object(), mine, t.object()).toObject();
-    RememberDataFileBase(name, disk);
-    if (merged == mine || !replacePaths(merged))
+    QJsonObject merged;
+    if (!catalogWatch.takeIn(name, QJsonObject{{QLatin1String(K_VST_PATHS), array}}, &merged) || !replacePaths(merged))
         return;
     qInfo().noquote() << "VlorVst::Manager: took in what another process saved in" << name;
-    publish();
-    emit q->catalogChanged();
+    show();
 }
 
 Manager::~Manager()
@@ -222,9 +203,7 @@ Manager::~Manager()
 void Manager::aboutToQuit()
 {
     const bool fromOutside = d->awayFromThread();
-    // A timer is stopped only where it lives: the manager's thread, before it ends.
-    if (!fromOutside && d->diskLook)
-        d->diskLook->stop();
+    d->stopLookingAtDisk();
     d->saveIfDue([this] { saveCatalog(); });
     if (fromOutside) {
         // The check under way gets a short grace; what is queued behind it is dropped.

@@ -1,8 +1,7 @@
 #ifndef QVLORVST_MANAGER_P_H
 #define QVLORVST_MANAGER_P_H
 
-#include <QPair>
-#include <QTimer>
+#include "QVlorDataFile_p.h"
 #include "QVlorVst_Manager.h"
 #include "QVlorManagerCore_p.h"
 
@@ -61,10 +60,7 @@ public:
     bool takeCheckAhead(const Plugin& plugin) const;
     bool clearPendingVerifying(const QString& ref);
 
-    // The catalog file as last looked at (time, size): another process's
-    // save shows as a change of it.
-    QPair<qint64, qint64> diskStamp{-1, -1};
-    QTimer* diskLook = nullptr; // on the manager's thread
+    DataFileWatch catalogWatch;
     // What another process saved since this one last read or wrote the
     // catalog, taken into the working list record by record; published.
     void absorbChangesElsewhere();

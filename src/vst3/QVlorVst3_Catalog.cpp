@@ -529,19 +529,25 @@ bool Catalog::load(const QString& fileName)
     QJsonObject root;
     if (!ReadJsonFileObject(fileName, &root))
         return false;
-    CatalogFromJson(root, &d->bundles, &d->disabledVendors);
+    fromJson(root);
     return true;
 }
 
-bool Catalog::save(const QString& fileName, QString* error) const
+QJsonObject Catalog::toJson() const
 {
     QJsonArray bundles;
     for (const CatalogBundle& b : d->bundles)
         bundles.append(b.toJsonObject());
-    const QJsonObject root{{QStringLiteral("version"), 1},
-                           {QStringLiteral("bundles"), bundles},
-                           {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(d->disabledVendors)}};
-    return WriteJsonFileAtomically(fileName, root, error);
+    return QJsonObject{{QStringLiteral("version"), 1},
+                       {QStringLiteral("bundles"), bundles},
+                       {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(d->disabledVendors)}};
+}
+
+void Catalog::fromJson(const QJsonObject& root) { CatalogFromJson(root, &d->bundles, &d->disabledVendors); }
+
+bool Catalog::save(const QString& fileName, QString* error) const
+{
+    return WriteJsonFileAtomically(fileName, toJson(), error);
 }
 
 } // namespace QVlorVst3

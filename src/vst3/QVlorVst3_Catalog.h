@@ -140,6 +140,9 @@ public:
     // Replaced whole or not at all.
     // False, with the file and the reason in *error, when nothing was kept.
     bool save(const QString& fileName, QString* error = nullptr) const;
+    // The catalog as its file holds it, and from such a document.
+    QJsonObject toJson() const;
+    void fromJson(const QJsonObject& root);
 
 private:
     class Data;

@@ -224,8 +224,11 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
     connect(this, &Manager::endScan, this, &Manager::onEndScan);
+    // Made before the manager moves to its thread, so that it moves along.
+    d->startLookingAtDisk([this] { d->absorbChangesElsewhere(); });
     d->startThread(QStringLiteral("QVlorVst3::Manager"), [this] { saveCatalogAndPairs(); });
 }
+
 
 Manager::~Manager()
 {
@@ -239,6 +242,7 @@ void Manager::aboutToQuit()
 {
     if (d->awayFromThread())
         d->quitting.storeRelease(1);
+    d->stopLookingAtDisk();
     d->saveIfDue([this] { saveCatalogAndPairs(); });
     // What the thread held is saved last, once nothing can change it any more.
     if (d->endThread())
@@ -556,45 +560,6 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
         d->catalog.bundles().append(copy);
 }
 
-// Failures that are no verdict on a bundle or a class are tried again: a
-// bundle as never probed, a class as new. The user's skips only at a rescan.
-bool Manager::Data::retryChecks(bool skippedToo)
-{
-    auto retry = [skippedToo](const QString& reason) {
-        return IsEndedFromOutside(reason) || (skippedToo && IsSkippedByUser(reason));
-    };
-    bool changed = false;
-    for (CatalogBundle& b : catalog.bundles()) {
-        if (!b.probed() && b.failed() && retry(b.lastError())) {
-            b.setFailed(false);
-            b.setLastError(QString());
-            changed = true;
-        }
-        for (CatalogClass& c : b.classes())
-            if (c.state() == CatalogClass::Failed && retry(c.lastError())) {
-                c.setState(CatalogClass::New);
-                c.setLastError(QString());
-                changed = true;
-            }
-    }
-    if (changed)
-        markChanged();
-    return changed;
-}
-
-void Manager::rescanPlugins()
-{
-    if (d->postWork([this] { rescanPlugins(); }))
-        return;
-    d->retryChecks(true);
-    for (CatalogBundle& b : d->catalog.bundles()) {
-        if (!b.probed() || b.failed())
-            continue;
-        b.setMtimeSecs(0);
-        b.setSizeBytes(0);
-    }
-    searchPlugins(false);
-}
 
 /* ---- the crash sentinel ------------------------------------------------------ */
 

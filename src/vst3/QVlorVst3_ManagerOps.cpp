@@ -2,6 +2,7 @@
 // states: probing, verifying, switching on and off, forgetting.
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Manager_p.h"
+#include "QVlorCheckVerdict_p.h"
 
 #include "QVlorPluginMatcher.h"
 #include "QVlorVst3_Probe_p.h"
@@ -449,6 +450,66 @@ void Manager::markBundlesVerifying(const QStringList& paths)
     if (any) {
         d->show();
     }
+}
+
+/* ---- what else changed: retries, other processes' saves ---------------- */
+
+// Failures that are no verdict on a bundle or a class are tried again: a
+// bundle as never probed, a class as new. The user's skips only at a rescan.
+bool Manager::Data::retryChecks(bool skippedToo)
+{
+    auto retry = [skippedToo](const QString& reason) {
+        return IsEndedFromOutside(reason) || (skippedToo && IsSkippedByUser(reason));
+    };
+    bool changed = false;
+    for (CatalogBundle& b : catalog.bundles()) {
+        if (!b.probed() && b.failed() && retry(b.lastError())) {
+            b.setFailed(false);
+            b.setLastError(QString());
+            changed = true;
+        }
+        for (CatalogClass& c : b.classes())
+            if (c.state() == CatalogClass::Failed && retry(c.lastError())) {
+                c.setState(CatalogClass::New);
+                c.setLastError(QString());
+                changed = true;
+            }
+    }
+    if (changed)
+        markChanged();
+    return changed;
+}
+
+void Manager::rescanPlugins()
+{
+    if (d->postWork([this] { rescanPlugins(); }))
+        return;
+    d->retryChecks(true);
+    for (CatalogBundle& b : d->catalog.bundles()) {
+        if (!b.probed() || b.failed())
+            continue;
+        b.setMtimeSecs(0);
+        b.setSizeBytes(0);
+    }
+    searchPlugins(false);
+}
+
+void Manager::Data::absorbChangesElsewhere()
+{
+    QJsonObject merged;
+    bool took = false;
+    if (catalogWatch.takeIn(catalogPath, catalog.toJson(), &merged)) {
+        catalog.fromJson(merged);
+        took = true;
+    }
+    if (pairsWatch.takeIn(pairsPath, pairs.toJson(), &merged)) {
+        pairs.fromJson(merged);
+        took = true;
+    }
+    if (!took)
+        return;
+    qInfo() << "QVlorVst3::Manager: took in what another process saved";
+    show();
 }
 
 } // namespace QVlorVst3

@@ -1,6 +1,7 @@
 #ifndef QVLORVST3_MANAGER_P_H
 #define QVLORVST3_MANAGER_P_H
 
+#include "QVlorDataFile_p.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorManagerCore_p.h"
 
@@ -55,6 +56,10 @@ public:
 
     void publish();
     bool retryChecks(bool skippedToo);
+    // What another process saved in the catalog or the pair store since this
+    // one last read or wrote them, taken in record by record; published.
+    DataFileWatch catalogWatch, pairsWatch;
+    void absorbChangesElsewhere();
     bool applyPendingVerifyingLocked();
     // The user interface's marks, recorded at once. Away from the manager's
     // running thread they are shown on the published copy (shown: it changed)

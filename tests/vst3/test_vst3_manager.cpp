@@ -17,6 +17,8 @@
 #include <QSemaphore>
 #include <QThread>
 
+#include <QSaveFile>
+
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -816,4 +818,53 @@ TEST_F(Vst3ManagerTest, ASkippedProbeEndsAtOnceAndIsTriedAgainAtTheNextRescan)
     QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.vst3_probe_timeout_s"), 30);
     EXPECT_FALSE(bundle(hang).failed()) << "offered to be probed again";
     EXPECT_FALSE(bundle(hang).probed());
+}
+
+// Another process switches a class off (its save replaces the file): the
+// running manager takes it in within a second or so, tells it as a change,
+// and its own next save keeps it.
+TEST_F(Vst3ManagerTest, AChoiceSavedByAnotherProcessReachesARunningManager)
+{
+    copyBundle(kEffects, QStringLiteral("Effects.vst3"));
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    run([&](Manager& m) { m.enableBundleInternal(root + QStringLiteral("/Effects.vst3"), false); });
+    run([](Manager& m) { m.enablePlugin(kGain); });
+    ASSERT_EQ(cls(kGain).state(), CatalogClass::Enabled);
+    run([](Manager& m) { m.saveCatalogAndPairs(); });
+    events.take();
+
+    QJsonObject catalog = savedCatalog();
+    QJsonArray bundles = catalog.value(QStringLiteral("bundles")).toArray();
+    for (int b = 0; b < bundles.size(); ++b) {
+        QJsonObject bundle = bundles[b].toObject();
+        QJsonArray classes = bundle.value(QStringLiteral("classes")).toArray();
+        for (int c = 0; c < classes.size(); ++c) {
+            QJsonObject o = classes[c].toObject();
+            if (o.value(QStringLiteral("cid")).toString() == kGain) {
+                o.insert(QStringLiteral("state"), QStringLiteral("disabled"));
+                o.insert(QStringLiteral("enabled"), false);
+            }
+            classes[c] = o;
+        }
+        bundle.insert(QStringLiteral("classes"), classes);
+        bundles[b] = bundle;
+    }
+    catalog.insert(QStringLiteral("bundles"), bundles);
+    const QString path = file("catalog_vst3.json");
+    QSaveFile out(path);
+    ASSERT_TRUE(out.open(QIODevice::WriteOnly));
+    out.write(QJsonDocument(catalog).toJson());
+    ASSERT_TRUE(out.commit());
+
+    EXPECT_TRUE(waitFor([&] { return cls(kGain).state() == CatalogClass::Disabled; }, 3000)) << "not taken in";
+    EXPECT_TRUE(events.take().contains(QStringLiteral("changed")));
+    m.disablePlugin(QStringLiteral("51000000000000000000000000000003")); // a change of its own, saved
+    run([](Manager& m) { m.saveCatalogAndPairs(); });
+    QString saved;
+    for (const QJsonValue& b : savedCatalog().value(QStringLiteral("bundles")).toArray())
+        for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray())
+            if (c.toObject().value(QStringLiteral("cid")).toString() == kGain)
+                saved = c.toObject().value(QStringLiteral("state")).toString();
+    EXPECT_EQ(saved, QStringLiteral("disabled"));
 }
