@@ -5,6 +5,10 @@
 #include "aeffect_p.h"
 #include "vsteffect_p.h"
 
+#include "bldebug.h"
+#include "blio.h"
+#include "blsettings.h"
+
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -263,4 +267,23 @@ extern "C" const char* _WhyNotUsableEffect(const _VSTEFFECT* e)
     if (!(flags & VSTEFFECT_FLAG_CAN_REPLACING) || e->u.fx.numInputs < 1 || e->u.fx.numOutputs < 1)
         return "cannot process audio in place";
     return nullptr;
+}
+
+// Whether a resolution would check: what it keeps of a plugin says so.
+extern "C" int AUDIOVST_WouldCheck(const char* filename, int id)
+{
+    char hash[VSTEFFECT_HASH_SIZE];
+    if (!filename || !*filename || !_ComputeHash(filename, id, hash))
+        return 1;
+    char g[VST_SETTINGS_GROUP_SIZE];
+    _SettingsGroup(hash, g);
+    char stored[4096];
+    if (!BLSETTINGS_GetStringEx(0, stored, sizeof(stored), "%s.%s=[]", g, "filename") ||
+        std::strcmp(stored, filename) != 0 || BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "force_recheck"))
+        return 1;
+    char path[1024];
+    if (!_GetVSTXMLPath(hash, path, sizeof(path)) || !BLIO_Exists(path))
+        return 1;
+    const int64_t checked = BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp");
+    return checked == 0 || checked != BLIO_GetFileTimeStamp(filename, 2) ? 1 : 0;
 }

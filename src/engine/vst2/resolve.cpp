@@ -293,6 +293,35 @@ bool endedFromOutside(int status)
     return false;
 }
 
+// A check that found no host able to load the plugin: why, in the user's
+// words. -1 when the check said nothing of the plugin (someone else ended
+// it: it is checked again), else 0.
+int failedCheck(_VSTEFFECT* e, int status, int timedOutAfterS)
+{
+    if (timedOutAfterS == 0 && endedFromOutside(status)) {
+        BLDEBUG_Error(-1, "VSTCHECK: the check of %s was ended from outside (signal %d)", e->filename, status - 128);
+        setFailure("the check was ended from outside (signal %d; checked again at the next scan)", status - 128);
+        return -1;
+    }
+    BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
+    if (status == VLORVST_CHECK_UNSUPPORTED) {
+        e->supported = 0;
+        setFailure("not an effect this host can use (an instrument, or no audio in place)");
+    } else {
+        e->crashed = 1;
+        if (timedOutAfterS > 0) {
+            BLDEBUG_Error(-1, "VSTCHECK: %s did not answer within %d s", e->filename, timedOutAfterS);
+            setFailure("did not answer within %d s", timedOutAfterS);
+        } else if (status > 128 && status < 128 + 65) {
+            setFailure("crashed while being checked (signal %d)", status - 128);
+        } else {
+            setFailure("failed its check (exit code %d)", status);
+        }
+    }
+    e->timestamp = BLIO_GetFileTimeStamp(e->filename, 2);
+    return 0;
+}
+
 } // namespace
 
 /* ---- checking ------------------------------------------------------------ */
@@ -325,33 +354,9 @@ extern "C" int _RefreshPluginData(_VSTEFFECT* e)
             return -1;
         }
     }
-    if (e->architecture == 0 && timedOutAfterS == 0 && endedFromOutside(status)) {
-        // Killed by someone else (the user, the system short of memory): the
-        // plugin has said nothing about itself, and is checked again.
-        BLDEBUG_Error(-1, "VSTCHECK: the check of %s was ended from outside (signal %d)", e->filename, status - 128);
-        setFailure("the check was ended from outside (signal %d; checked again at the next scan)", status - 128);
-        std::free(file);
-        return -1;
-    }
     if (e->architecture == 0) {
-        BLDEBUG_Error(-1, "VSTCHECK: Failed to check VST plugin %s (error code = %d)!", e->filename, status);
-        if (status == VLORVST_CHECK_UNSUPPORTED) {
-            e->supported = 0;
-            setFailure("not an effect this host can use (an instrument, or no audio in place)");
-        } else {
-            e->crashed = 1;
-            if (timedOutAfterS > 0) {
-                BLDEBUG_Error(-1, "VSTCHECK: %s did not answer within %d s", e->filename, timedOutAfterS);
-                setFailure("did not answer within %d s", timedOutAfterS);
-            } else if (status > 128 && status < 128 + 65) {
-                setFailure("crashed while being checked (signal %d)", status - 128);
-            } else {
-                setFailure("failed its check (exit code %d)", status);
-            }
-        }
-        e->timestamp = BLIO_GetFileTimeStamp(e->filename, 2);
         std::free(file);
-        return 0;
+        return failedCheck(e, status, timedOutAfterS);
     }
     if (e->architecture == 32)
         e->rawmode = 1;
@@ -554,23 +559,6 @@ extern "C" int AUDIOVST_CheckAhead(const char* filename, int id, int (*stop)(voi
     return status;
 }
 
-extern "C" int AUDIOVST_WouldCheck(const char* filename, int id)
-{
-    char hash[VSTEFFECT_HASH_SIZE];
-    if (!filename || !*filename || !_ComputeHash(filename, id, hash))
-        return 1;
-    char g[VST_SETTINGS_GROUP_SIZE];
-    _SettingsGroup(hash, g);
-    char stored[4096];
-    if (!BLSETTINGS_GetStringEx(0, stored, sizeof(stored), "%s.%s=[]", g, "filename") ||
-        std::strcmp(stored, filename) != 0 || BLSETTINGS_GetBoolEx(0, "%s.%s=[0]", g, "force_recheck"))
-        return 1;
-    char path[kDirSize];
-    if (!_GetVSTXMLPath(hash, path, sizeof(path)) || !BLIO_Exists(path))
-        return 1;
-    const int64_t checked = BLSETTINGS_GetInt64Ex(0, "%s.%s=[0]", g, "timestamp");
-    return checked == 0 || checked != BLIO_GetFileTimeStamp(filename, 2) ? 1 : 0;
-}
 
 extern "C" void AUDIOVST_DropChecksAhead(void)
 {
