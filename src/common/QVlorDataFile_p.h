@@ -186,7 +186,9 @@ public:
     // True, with the file's contents merged into mine (the working state as
     // the file would hold it) in *merged, when another process saved the file
     // since this one last read or wrote it and that changes something here.
-    bool takeIn(const QString& fileName, const QJsonObject& mine, QJsonObject* merged)
+    // mine() is asked only then: the working state need not be composed
+    // at every look.
+    template <typename Mine> bool takeIn(const QString& fileName, Mine mine, QJsonObject* merged)
     {
         const QFileInfo info(fileName);
         const qint64 time = info.exists() ? info.lastModified().toMSecsSinceEpoch() : -1;
@@ -202,8 +204,9 @@ public:
         if (!b.isObject() || !t.isObject())
             return false;
         RememberDataFileBase(fileName, disk);
-        *merged = MergeJson3(b.object(), mine, t.object()).toObject();
-        return *merged != mine;
+        const QJsonObject here = mine();
+        *merged = MergeJson3(b.object(), here, t.object()).toObject();
+        return *merged != here;
     }
 
 private:

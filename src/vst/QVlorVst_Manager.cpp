@@ -182,11 +182,14 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
 void Manager::Data::absorbChangesElsewhere()
 {
     const QString name = catalogFile(QString(), K_VST_CATALOG_V2_NAME);
-    QJsonArray array;
-    for (const Path& p : std::as_const(paths))
-        array.append(p.toJsonObject());
+    auto mine = [this] {
+        QJsonArray array;
+        for (const Path& p : std::as_const(paths))
+            array.append(p.toJsonObject());
+        return QJsonObject{{QLatin1String(K_VST_PATHS), array}};
+    };
     QJsonObject merged;
-    if (!catalogWatch.takeIn(name, QJsonObject{{QLatin1String(K_VST_PATHS), array}}, &merged) || !replacePaths(merged))
+    if (!catalogWatch.takeIn(name, mine, &merged) || !replacePaths(merged))
         return;
     qInfo().noquote() << "VlorVst::Manager: took in what another process saved in" << name;
     show();

@@ -498,11 +498,11 @@ void Manager::Data::absorbChangesElsewhere()
 {
     QJsonObject merged;
     bool took = false;
-    if (catalogWatch.takeIn(catalogPath, catalog.toJson(), &merged)) {
+    if (catalogWatch.takeIn(catalogPath, [this] { return catalog.toJson(); }, &merged)) {
         catalog.fromJson(merged);
         took = true;
     }
-    if (pairsWatch.takeIn(pairsPath, pairs.toJson(), &merged)) {
+    if (pairsWatch.takeIn(pairsPath, [this] { return pairs.toJson(); }, &merged)) {
         pairs.fromJson(merged);
         took = true;
     }
