@@ -565,7 +565,10 @@ TEST_F(Vst3ManagerTest, CancelEndsTheScanBetweenBundlesAndStillPublishesAndSaves
     QObject::disconnect(c);
     EXPECT_TRUE(scanning);
     EXPECT_FALSE(m.isScanning());
-    EXPECT_EQ(hostRuns(), runs + 1);
+    // The first probe ran; the second may have started ahead as the first
+    // ended, and the cancel ended it at once; the third never started.
+    EXPECT_GE(hostRuns(), runs + 1);
+    EXPECT_LE(hostRuns(), runs + 2);
     QVlorSetting::global().remove(QStringLiteral("vloraudio.plugins.parallel_checks"));
     const QStringList said = events.take();
     EXPECT_TRUE(said.contains(QStringLiteral("changed")));
