@@ -30,6 +30,7 @@ namespace {
 // Changes are coalesced: a scan writes hundreds of keys in a burst, and each
 // one rewriting the whole file would cost more than the scan itself.
 constexpr auto kFlushDelay = std::chrono::milliseconds(200);
+constexpr auto kLookInterval = std::chrono::milliseconds(500);
 
 std::string formatArgs(const char* format, va_list ap)
 {
@@ -93,6 +94,7 @@ public:
     {
         std::lock_guard<std::mutex> g(m_lock);
         ensureLoaded();
+        lookAtDisk();
         auto it = m_values.find(key);
         if (it == m_values.end())
             return false;
@@ -169,6 +171,8 @@ private:
             return;
         readFile(m_path, &m_values);
         m_base = m_values;
+        m_stamp = stampOf(m_path);
+        m_lastLook = std::chrono::steady_clock::now();
     }
 
     // The pairs of the file at path; false when there is no plain file to read.
@@ -202,11 +206,38 @@ private:
     // Other processes of the editor keep this file too: what one of them
     // changed since we last read or wrote it is taken in, key by key, unless
     // we changed that key as well (this later save wins).
-    void mergeFromDisk()
+    // A read takes in, within half a second, what another process wrote
+    // (a binding made by vlorfx while the editor runs); what this one changed
+    // and has not written yet stays.
+    void lookAtDisk()
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (now - m_lastLook < kLookInterval)
+            return;
+        m_lastLook = now;
+        const std::pair<int64_t, int64_t> stamp = stampOf(m_path);
+        if (stamp == m_stamp)
+            return;
+        m_stamp = stamp;
+        std::map<std::string, std::string> disk;
+        if (mergeFromDisk(&disk))
+            m_base.swap(disk);
+    }
+
+    static std::pair<int64_t, int64_t> stampOf(const std::string& path)
+    {
+        struct stat st;
+        if (stat(path.c_str(), &st) != 0)
+            return {-1, -1};
+        return {int64_t(st.st_mtim.tv_sec) * 1000000000 + st.st_mtim.tv_nsec, int64_t(st.st_size)};
+    }
+
+    // True, with the file's pairs in *diskOut, when it differed from our base.
+    bool mergeFromDisk(std::map<std::string, std::string>* diskOut = nullptr)
     {
         std::map<std::string, std::string> disk;
         if (!readFile(m_path, &disk) || disk == m_base)
-            return;
+            return false;
         std::map<std::string, std::string> merged = m_values;
         auto keyOf = [](const std::map<std::string, std::string>& m, const std::string& k, const std::string** v) {
             const auto it = m.find(k);
@@ -228,6 +259,9 @@ private:
                 merged.erase(kv.first);
         }
         m_values.swap(merged);
+        if (diskOut)
+            diskOut->swap(disk);
+        return true;
     }
 
     void markDirty()
@@ -295,6 +329,7 @@ private:
         }
         m_dirty = false;
         m_base = m_values;
+        m_stamp = stampOf(m_path); // our own write is nothing to take in
         m_saveError.clear();
         return true;
     }
@@ -337,6 +372,8 @@ private:
     std::thread m_flusher;
     std::string m_saveError;
     std::map<std::string, std::string> m_base; // the file as we last read or wrote it
+    std::pair<int64_t, int64_t> m_stamp{-1, -1}; // its time and size then
+    std::chrono::steady_clock::time_point m_lastLook{};
     std::map<std::string, std::string> m_values;
     std::string m_dir;
     std::string m_path;

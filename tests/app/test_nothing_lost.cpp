@@ -4,6 +4,7 @@
 #include "vlorfx_fixture.h"
 
 #include "libbase.h"
+#include "blsettings.h"
 #include "QVlorJsonMerge_p.h"
 
 #include <QByteArray>
@@ -683,4 +684,28 @@ TEST(JsonMerge, ChoicesOfBothSidesAreKeptAndTheLaterSaveWinsAConflict)
     };
     for (const Case& c : cases)
         EXPECT_EQ(MergeJson3(doc(c.base), doc(c.mine), doc(c.theirs)).toObject(), doc(c.merged)) << c.what;
+}
+
+// A setting written by another process (a binding made with vlorfx while the
+// editor runs) is read here within a second; one this process changed and
+// has not written yet stays its own, and both reach the file.
+TEST(SettingsAcrossProcesses, AnotherProcesssBindingIsReadHereWithinASecond)
+{
+    const std::string data = dataDir();
+    ASSERT_EQ(BLSETTINGS_ChangeEx(nullptr, "%s=%s", "vlortest.here", "mine"), 1);
+    ASSERT_EQ(BLSETTINGS_Flush(), 1);
+    ASSERT_EQ(BLSETTINGS_ChangeEx(nullptr, "%s=%s", "vlortest.pending", "not written yet"), 1);
+    const std::string cmd = "'" + kVlorfx + "' --data '" + data + "' menu --bind vstid-9 Ctrl+9 >/dev/null 2>&1";
+    ASSERT_EQ(std::system(cmd.c_str()), 0);
+    char value[256] = "";
+    EXPECT_TRUE(waitFor([&] {
+        BLSETTINGS_GetStringEx(nullptr, value, sizeof(value), "%s=[]", "vloraudio.shortcuts.vstid-9");
+        return std::string(value) == "Ctrl+9";
+    }, 2000)) << value;
+    BLSETTINGS_GetStringEx(nullptr, value, sizeof(value), "%s=[]", "vlortest.pending");
+    EXPECT_EQ(std::string(value), "not written yet");
+    ASSERT_EQ(BLSETTINGS_Flush(), 1);
+    const std::string file = readFile(data + "/settings.conf");
+    for (const char* line : {"vloraudio.shortcuts.vstid-9=Ctrl+9", "vlortest.here=mine", "vlortest.pending=not written yet"})
+        EXPECT_NE(file.find(line), std::string::npos) << line << "\n" << file;
 }
