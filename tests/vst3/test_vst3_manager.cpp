@@ -154,6 +154,15 @@ protected:
         f.open(QIODevice::ReadOnly);
         return QJsonDocument::fromJson(f.readAll()).object();
     }
+    // A class's state as the saved catalog holds it.
+    QString savedState(const QString& cid)
+    {
+        for (const QJsonValue& b : savedCatalog().value(QStringLiteral("bundles")).toArray())
+            for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray())
+                if (c.toObject().value(QStringLiteral("cid")).toString() == cid)
+                    return c.toObject().value(QStringLiteral("state")).toString();
+        return QString();
+    }
 
     TempDir dir;
     QString root;
@@ -528,12 +537,7 @@ TEST_F(Vst3ManagerTest, AfterShutdownCallsRunOnTheCallersThreadAndTheLastChangeI
     EXPECT_EQ(cls(kGain).state(), CatalogClass::Enabled);
     // Saving is a queued consequence of a change; with no loop left, the owner saves.
     m.saveCatalogAndPairs();
-    QString savedState;
-    for (const QJsonValue& b : savedCatalog().value(QStringLiteral("bundles")).toArray())
-        for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray())
-            if (c.toObject().value(QStringLiteral("cid")).toString() == kGain)
-                savedState = c.toObject().value(QStringLiteral("state")).toString();
-    EXPECT_EQ(savedState, QStringLiteral("enabled"));
+    EXPECT_EQ(savedState(kGain), QStringLiteral("enabled"));
 }
 
 TEST_F(Vst3ManagerTest, CancelEndsTheScanBetweenBundlesAndStillPublishesAndSaves)
@@ -864,10 +868,5 @@ TEST_F(Vst3ManagerTest, AChoiceSavedByAnotherProcessReachesARunningManager)
     EXPECT_TRUE(events.take().contains(QStringLiteral("changed")));
     m.disablePlugin(QStringLiteral("51000000000000000000000000000003")); // a change of its own, saved
     run([](Manager& m) { m.saveCatalogAndPairs(); });
-    QString saved;
-    for (const QJsonValue& b : savedCatalog().value(QStringLiteral("bundles")).toArray())
-        for (const QJsonValue& c : b.toObject().value(QStringLiteral("classes")).toArray())
-            if (c.toObject().value(QStringLiteral("cid")).toString() == kGain)
-                saved = c.toObject().value(QStringLiteral("state")).toString();
-    EXPECT_EQ(saved, QStringLiteral("disabled"));
+    EXPECT_EQ(savedState(kGain), QStringLiteral("disabled"));
 }
