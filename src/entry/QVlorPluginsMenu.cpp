@@ -38,6 +38,17 @@ QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudi
 
 int StopOf(void* flag) { return static_cast<QAtomicInt*>(flag)->loadAcquire(); }
 
+// A product's entry: its name as a person reads it, the whole in the tooltip
+// when cut, and its format.
+QAction* EntryAction(const QString& name, const QString& format, QMenu* menu)
+{
+    bool cut = false;
+    auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(CutForDisplay(name, &cut), format), menu);
+    if (cut)
+        action->setToolTip(name);
+    return action;
+}
+
 // A VST2 plugin whose file changed since its check is checked again before
 // it opens: in a child, away from this thread, with progress and Cancel, so
 // that one that hangs holds nobody up (its check's own timeout ends it, and
@@ -287,11 +298,7 @@ void MenuController::rebuildPluginsMenuNow()
                 formatLabel = QStringLiteral("VST3");
                 formatId = Vst3ActionId(entry.cid);
             }
-            bool cut = false;
-            auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(CutForDisplay(row->name, &cut), formatLabel),
-                                       vendorMenu);
-            if (cut)
-                action->setToolTip(row->name);
+            QAction* action = EntryAction(row->name, formatLabel, vendorMenu);
             action->setEnabled(canApply);
             vendorMenu->addAction(action);
             d->entries.insert(action, entry);
