@@ -106,6 +106,19 @@ inline bool WriteFileAtomically(const QString& fileName, const QByteArray& bytes
     return true;
 }
 
+// At most limit bytes of a plain file; empty when there is none. A pipe or a
+// device in the file's place would block the open or never end.
+inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit = -1)
+{
+    if (!QFileInfo(fileName).isFile())
+        return false;
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    *bytes = limit < 0 ? file.readAll() : file.read(limit);
+    return true;
+}
+
 // Each read-modify-write of a file is one at a time across the processes
 // that share the data folder: an advisory lock on a file beside it.
 class DataFileLock {
@@ -147,9 +160,6 @@ inline void RememberDataFileBase(const QString& fileName, const QByteArray& byte
     bases.insert(fileName, bytes);
 }
 
-// mine, with what another process wrote into the file since our base merged
-// in record by record (with the file's lock held). Mine alone when the file
-// is as we left it, or when either side cannot be read as one object.
 inline bool DataFileBase(const QString& fileName, QByteArray* bytes)
 {
     QMutex* lock = nullptr;
@@ -162,13 +172,13 @@ inline bool DataFileBase(const QString& fileName, QByteArray* bytes)
     return true;
 }
 
-inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit);
-inline bool ReadPlainFileAt(const QString& fileName, QByteArray* bytes) { return ReadPlainFile(fileName, bytes, -1); }
-
+// mine, with what another process wrote into the file since our base merged
+// in record by record (with the file's lock held). Mine alone when the file
+// is as we left it, or when either side cannot be read as one object.
 inline QByteArray MergeWithDisk(const QString& fileName, const QByteArray& mine)
 {
     QByteArray disk, base;
-    if (!ReadPlainFileAt(fileName, &disk) || !DataFileBase(fileName, &base))
+    if (!ReadPlainFile(fileName, &disk) || !DataFileBase(fileName, &base))
         return mine;
     if (disk == base || disk == mine)
         return mine;
@@ -198,7 +208,7 @@ public:
         m_size = info.size();
         QByteArray disk, base;
         // Never read here, or as we left it: nothing of anybody else's.
-        if (!DataFileBase(fileName, &base) || !ReadPlainFileAt(fileName, &disk) || disk == base)
+        if (!DataFileBase(fileName, &base) || !ReadPlainFile(fileName, &disk) || disk == base)
             return false;
         const QJsonDocument b = QJsonDocument::fromJson(base), t = QJsonDocument::fromJson(disk);
         if (!b.isObject() || !t.isObject())
@@ -233,18 +243,6 @@ inline bool WriteJsonFileAtomically(const QString& fileName, const QJsonObject& 
     return true;
 }
 
-// At most limit bytes of a plain file; empty when there is none. A pipe or a
-// device in the file's place would block the open or never end.
-inline bool ReadPlainFile(const QString& fileName, QByteArray* bytes, qint64 limit = -1)
-{
-    if (!QFileInfo(fileName).isFile())
-        return false;
-    QFile file(fileName);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    *bytes = limit < 0 ? file.readAll() : file.read(limit);
-    return true;
-}
 
 // The last good copy of a file that could not be read, into *root, and into
 // the file's place at once, the broken file kept aside: said once, with what

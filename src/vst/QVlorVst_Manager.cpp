@@ -179,17 +179,19 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
     d->startThread(QStringLiteral("QVlorVst::Manager"), [this] { saveCatalog(); });
 }
 
+QJsonObject Manager::Data::catalogJson() const
+{
+    QJsonArray array;
+    for (const Path& p : paths)
+        array.append(p.toJsonObject());
+    return QJsonObject{{QLatin1String(K_VST_PATHS), array}};
+}
+
 void Manager::Data::absorbChangesElsewhere()
 {
     const QString name = catalogFile(QString(), K_VST_CATALOG_V2_NAME);
-    auto mine = [this] {
-        QJsonArray array;
-        for (const Path& p : std::as_const(paths))
-            array.append(p.toJsonObject());
-        return QJsonObject{{QLatin1String(K_VST_PATHS), array}};
-    };
     QJsonObject merged;
-    if (!catalogWatch.takeIn(name, mine, &merged) || !replacePaths(merged))
+    if (!catalogWatch.takeIn(name, [this] { return catalogJson(); }, &merged) || !replacePaths(merged))
         return;
     qInfo().noquote() << "VlorVst::Manager: took in what another process saved in" << name;
     show();
@@ -377,13 +379,8 @@ bool Manager::saveCatalog(const QString& filename)
         return true;
     if (d->post([this, name] { saveCatalog(name); }))
         return true;
-    QJsonArray array;
-    for (const Path& p : d->paths)
-        array.append(p.toJsonObject());
-    QJsonObject root;
-    root.insert(QLatin1String(K_VST_PATHS), array);
     QString error;
-    return d->recordSave(WriteJsonFileAtomically(name, root, &error), error);
+    return d->recordSave(WriteJsonFileAtomically(name, d->catalogJson(), &error), error);
 }
 
 QString Manager::saveError() const { return d->lastSaveError(); }

@@ -60,6 +60,8 @@ public:
     bool takeCheckAhead(const Plugin& plugin) const;
     bool clearPendingVerifying(const QString& ref);
 
+    // The working list as the catalog file holds it.
+    QJsonObject catalogJson() const;
     DataFileWatch catalogWatch;
     // What another process saved since this one last read or wrote the
     // catalog, taken into the working list record by record; published.

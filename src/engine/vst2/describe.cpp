@@ -5,7 +5,6 @@
 #include "aeffect_p.h"
 #include "vsteffect_p.h"
 
-#include "bldebug.h"
 #include "blio.h"
 #include "blsettings.h"
 
