@@ -71,4 +71,36 @@ inline std::string Utf16ToUtf8(const char16_t* text, size_t max = size_t(-1))
     return out;
 }
 
+// UTF-8 as a NUL-terminated UTF-16 text of at most max units, the NUL
+// included; a byte that starts no sequence becomes U+FFFD, what does not fit
+// is cut, never half a surrogate pair.
+inline void Utf8ToUtf16(const char* text, char16_t* out, size_t max)
+{
+    if (!out || max == 0)
+        return;
+    size_t n = 0;
+    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); p && *p && n + 1 < max;) {
+        const int length = Utf8SequenceLength(p);
+        if (length == 0) {
+            out[n++] = 0xFFFD;
+            ++p;
+            continue;
+        }
+        uint32_t c = length == 1 ? p[0] : p[0] & (0x7F >> length);
+        for (int k = 1; k < length; ++k)
+            c = (c << 6) | (p[k] & 0x3F);
+        p += length;
+        if (c >= 0x10000) {
+            if (n + 2 >= max)
+                break;
+            c -= 0x10000;
+            out[n++] = char16_t(0xD800 + (c >> 10));
+            out[n++] = char16_t(0xDC00 + (c & 0x3FF));
+        } else {
+            out[n++] = char16_t(c);
+        }
+    }
+    out[n] = 0;
+}
+
 #endif

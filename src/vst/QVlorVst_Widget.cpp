@@ -5,38 +5,34 @@
 
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_MixerEffect.h"
+#include "QVlorDisplayText_p.h"
+#include "QVlorPanelText_p.h"
 
-#include "QVlorApplication.h"
 #include "QVlorDialogs.h"
 #include "QVlorSetting.h"
 
 #include "audiovst.h"
 #include "blnotify.h"
 
-#include <QComboBox>
 #include <QDebug>
 #include <QGridLayout>
 #include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QLineEdit>
 #include <QPainter>
 #include <QPointer>
-#include <QSlider>
 #include <QThread>
 #include <QTimer>
 #include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace QVlorVst {
 
 namespace {
 
 const char* const kFallbackEditorKey = "vloraudio.fx.vst.use_fallback_editor";
-constexpr int kSliderSteps = 10000;
 // Larger than any screen: a plugin that asks for this has its numbers wrong.
 constexpr int kLargestEditor = 16384;
 
@@ -45,165 +41,12 @@ bool saneSize(int width, int height)
     return width > 0 && height > 0 && width <= kLargestEditor && height <= kLargestEditor;
 }
 
-QString headerStyle() { return QStringLiteral("font-weight: bold;"); }
 
 } // namespace
 
 int __QVlorVstWidgetNotifyCallback(void* user, const BLNotifyEvent* event)
 {
     return static_cast<Widget*>(user)->notifyCallbackEvent(event);
-}
-
-// ---- a row of the generated editor -----------------------------------------
-
-ParameterWidget::ParameterWidget(MixerEffect* effect, int index, QObject* parent)
-    : QObject(parent), m_effect(effect), m_index(index)
-{
-}
-
-QString ParameterWidget::displayString(const QString& text)
-{
-    if (text == QLatin1String("-inf"))
-        return QStringLiteral("-%1").arg(QChar(0x221E));
-    if (text == QLatin1String("+inf"))
-        return QStringLiteral("+%1").arg(QChar(0x221E));
-    return text;
-}
-
-QString ParameterWidget::displayValue(float value, bool* ok) const
-{
-    if (m_disabled)
-        return QString();
-    bool scratch = true;
-    return m_effect->parameterValueString(m_index, m_maxValue, m_minValue, value, ok ? ok : &scratch);
-}
-
-void ParameterWidget::compose(QGridLayout* layout)
-{
-    m_kind = m_effect->parameterKind(m_index);
-    m_minValue = m_effect->parameterMinValue(m_index);
-    m_maxValue = m_effect->parameterMaxValue(m_index);
-    QWidget* parent = layout->parentWidget();
-    const int row = layout->rowCount();
-
-    m_label = new QLabel(m_effect->parameterName(m_index) + QLatin1Char(':'), parent);
-    QFont font = m_label->font();
-    font.setPointSize(11);
-    m_label->setFont(font);
-    m_label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    layout->addWidget(m_label, row, 0);
-
-    if (m_kind == 2 || m_kind == 3) {
-        const QString grey = QStringLiteral("color: rgb(128, 128, 128);");
-        bool ok = true;
-        m_minLabel = new QLabel(displayString(m_effect->parameterMinValueString(m_index, &ok)), parent);
-        m_minLabel->setStyleSheet(grey);
-        m_minLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-        m_minLabel->setMinimumWidth(40);
-        m_slider = new QSlider(Qt::Horizontal, parent);
-        m_slider->setRange(0, kSliderSteps);
-        m_slider->setMinimumWidth(160);
-        m_maxLabel = new QLabel(displayString(m_effect->parameterMaxValueString(m_index, &ok)), parent);
-        m_maxLabel->setStyleSheet(grey);
-        m_maxLabel->setMinimumWidth(40);
-        m_lineEdit = new QLineEdit(parent);
-        m_lineEdit->setStyleSheet(QStringLiteral("border: 0px none; background-color: %1;")
-                                      .arg(parent->palette().color(QPalette::Base).name()));
-        // Wide enough for the longest text the plugin shows at the ends of the range.
-        const QFontMetrics metrics(m_lineEdit->font());
-        bool shown = true;
-        const int widest = std::max({metrics.horizontalAdvance(m_minLabel->text()), metrics.horizontalAdvance(m_maxLabel->text()),
-                                     metrics.horizontalAdvance(displayValue(m_effect->parameterValue(m_index), &shown))});
-        m_lineEdit->setFixedWidth(std::max(48, std::min(widest + 10, 96)));
-        m_lineEdit->setMinimumHeight(20);
-        m_lineEdit->setMaximumHeight(22);
-        m_lineEdit->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-        m_lineEdit->setEnabled(m_kind == 2);
-        m_unitLabel = new QLabel(m_effect->parameterLabel(m_index), parent);
-        m_unitLabel->setMinimumWidth(40);
-        layout->addWidget(m_minLabel, row, 1);
-        layout->addWidget(m_slider, row, 2);
-        layout->addWidget(m_maxLabel, row, 3);
-        layout->addWidget(m_lineEdit, row, 4);
-        layout->addWidget(m_unitLabel, row, 5);
-        update();
-        connect(m_slider, &QSlider::valueChanged, this, &ParameterWidget::onSliderMoved);
-        connect(m_lineEdit, &QLineEdit::textEdited, this, &ParameterWidget::onTextEdited);
-        connect(m_lineEdit, &QLineEdit::editingFinished, this, &ParameterWidget::onEditingFinished);
-    } else if (m_kind == 1) {
-        m_comboBox = new QComboBox(parent);
-        for (int i = 0; i < m_effect->parameterNumOptions(m_index); ++i)
-            m_comboBox->addItem(m_effect->parameterOptionLabel(m_index, i));
-        layout->addWidget(m_comboBox, row, 1, 1, 5);
-        update();
-        connect(m_comboBox, qOverload<int>(&QComboBox::currentIndexChanged), this,
-                &ParameterWidget::onCurrentIndexChanged);
-    }
-}
-
-void ParameterWidget::update()
-{
-    if (m_disabled)
-        return;
-    // Controls follow the plugin here; their change signals must not echo it back.
-    m_updating = true;
-    const float value = m_effect->parameterValue(m_index);
-    if (m_slider) {
-        m_slider->setValue(int(std::lround(double(value) * kSliderSteps)));
-        if (!m_lineEdit->hasFocus())
-            m_lineEdit->setText(displayValue(value, nullptr));
-    } else if (m_comboBox) {
-        bool ok = true;
-        const int option = m_comboBox->findText(displayValue(value, &ok));
-        if (option >= 0)
-            m_comboBox->setCurrentIndex(option);
-    }
-    m_updating = false;
-}
-
-void ParameterWidget::onCrash() { m_disabled = true; }
-
-void ParameterWidget::onSliderMoved(int position)
-{
-    if (m_updating || m_disabled || (m_kind != 2 && m_kind != 3))
-        return;
-    const float value = float(position) / float(kSliderSteps);
-    m_effect->setParameterValue(m_index, value);
-    m_lineEdit->setText(displayValue(value, nullptr));
-}
-
-void ParameterWidget::applyText(const QString& text)
-{
-    if (m_disabled || m_kind != 2 || text.isEmpty())
-        return;
-    // The plugin reads its own texts best; a plain number is the fallback.
-    if (!m_effect->setParameterValueString(m_index, text)) {
-        float number = 0;
-        if (std::sscanf(text.toUtf8().constData(), "%f", &number) != 1)
-            return;
-        const float low = std::min(m_minValue, m_maxValue), high = std::max(m_minValue, m_maxValue);
-        number = std::min(std::max(number, low), high);
-        const float range = m_maxValue - m_minValue;
-        m_effect->setParameterValue(m_index, range != 0 ? (number - m_minValue) / range : 0.0f);
-    }
-    m_updating = true;
-    m_slider->setValue(int(std::lround(double(m_effect->parameterValue(m_index)) * kSliderSteps)));
-    m_updating = false;
-}
-
-void ParameterWidget::onTextEdited(const QString& text) { applyText(text); }
-
-void ParameterWidget::onEditingFinished()
-{
-    applyText(m_lineEdit->text());
-    update();
-}
-
-void ParameterWidget::onCurrentIndexChanged(int)
-{
-    if (m_updating || m_disabled || m_kind != 1)
-        return;
-    m_effect->setParameterOption(m_index, m_comboBox->currentText());
 }
 
 // ---- the widget --------------------------------------------------------------
@@ -227,6 +70,7 @@ public:
     qreal pixelRatio = 1.0;
     QWidget* centralWidget = nullptr;
     QList<ParameterWidget*> rows;
+    bool applyingColours = false;
 };
 
 Widget::Widget(const QVlorAudio& audio, QWidget* parent, Qt::WindowFlags flags)
@@ -423,18 +267,8 @@ void Widget::composeEditor(MixerEffect* effect)
     auto* outer = new QVBoxLayout(this);
     outer->setSpacing(4);
     outer->setContentsMargins(12, 12, 12, 12);
-    auto header = [this](const QString& caption, const QString& value) {
-        auto* row = new QHBoxLayout;
-        auto* left = new QLabel(caption, this);
-        left->setStyleSheet(headerStyle());
-        auto* right = new QLabel(value, this);
-        row->addWidget(left);
-        row->addStretch(1);
-        row->addWidget(right);
-        return row;
-    };
-    outer->addLayout(header(tr("VST Effect:"), effect->name()));
-    outer->addLayout(header(tr("Manufacturer:"), effect->vendor()));
+    outer->addLayout(PanelHeaderRow(this, tr("VST Effect:"), CutForDisplay(effect->name())));
+    outer->addLayout(PanelHeaderRow(this, tr("Manufacturer:"), CutForDisplay(effect->vendor())));
 
     const int count = std::min(effect->numParams(), int(MaxParameterRows));
     if (count > 0) {
@@ -448,16 +282,36 @@ void Widget::composeEditor(MixerEffect* effect)
             row->compose(grid);
             d->rows << row;
         }
-        const bool light = QVlorApplication::uiMode() == 1;
-        const QString background = light ? QStringLiteral("#DEDEDE") : QStringLiteral("#202020");
-        const QString border = light ? QStringLiteral("#D2D2D2") : QStringLiteral("#1C1C1C");
-        d->centralWidget->setStyleSheet(
-            QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; };")
-                .arg(background, border));
         outer->addWidget(d->centralWidget);
     }
     outer->addStretch(1);
+    applyColours();
     d->generatedSize = outer->sizeHint() + QSize(1, 1);
+}
+
+// Every text of the rows reads on its ground in the theme of the moment: the
+// colours come from the palette, and follow it when it changes.
+void Widget::applyColours()
+{
+    if (!d->centralWidget || d->applyingColours)
+        return;
+    d->applyingColours = true;
+    const QPalette& p = palette();
+    const QColor ground = PanelGroundColor(p);
+    const QColor border = PanelGroundColor(p, 0.14);
+    d->centralWidget->setStyleSheet(
+        QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; };")
+            .arg(ground.name(), border.name()));
+    for (ParameterWidget* row : d->rows)
+        row->applyColours(p, ground);
+    d->applyingColours = false;
+}
+
+void Widget::changeEvent(QEvent* event)
+{
+    QVlorFxWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        applyColours();
 }
 
 void Widget::updateWidgets()

@@ -9,7 +9,9 @@
 #include <QObject>
 #include <QSize>
 
+class QColor;
 class QGridLayout;
+class QPalette;
 class QComboBox;
 class QLabel;
 class QLineEdit;
@@ -29,6 +31,8 @@ public:
     // Puts the row's controls to the plugin's value, without sending it back.
     void update();
     void onCrash();
+    // The row's texts in colours of this palette, on a panel of this ground.
+    void applyColours(const QPalette& palette, const QColor& ground);
     QString displayValue(float value, bool* ok) const;
     static QString displayString(const QString& text);
 
@@ -37,6 +41,9 @@ public:
     QSlider* slider() const { return m_slider; }
     QLineEdit* lineEdit() const { return m_lineEdit; }
     QComboBox* comboBox() const { return m_comboBox; }
+    QLabel* minLabel() const { return m_minLabel; }
+    QLabel* maxLabel() const { return m_maxLabel; }
+    QLabel* unitLabel() const { return m_unitLabel; }
 
 private slots:
     void onSliderMoved(int position);
@@ -108,6 +115,7 @@ public slots:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void changeEvent(QEvent* event) override;
     virtual void composeEditor(QVlorVst::MixerEffect* effect);
     virtual bool openEditor(QVlorVst::MixerEffect* effect);
     virtual bool closeEditor(QVlorVst::MixerEffect* effect);
@@ -116,6 +124,7 @@ protected:
 private:
     friend int __QVlorVstWidgetNotifyCallback(void* user, const BLNotifyEvent* event);
     int notifyCallbackEvent(const BLNotifyEvent* event);
+    void applyColours();
 
     class Data;
     Data* d;

@@ -5,6 +5,8 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_MixerEffect.h"
 #include "QVlorVst_Widget.h"
+#include "QVlorDisplayText_p.h"
+#include "QVlorPanelText_p.h"
 
 #include "QVlorSetting.h"
 
@@ -13,12 +15,14 @@
 #include <QGridLayout>
 #include <QHash>
 #include <QLabel>
+#include <QLineEdit>
 #include <QResizeEvent>
 #include <QScrollArea>
 #include <QSlider>
 #include <QTimer>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cmath>
 
 namespace QVlorVst3 {
@@ -37,7 +41,7 @@ void __QVlorVst3WidgetEventCallback(void* user, Vst3HostEvent event, int32_t a, 
 // ---- a row of the generic panel ----------------------------------------------
 
 ParameterWidget::ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, int row, quint32 id,
-                                 const QString& title, const QString& units, int, QObject* parent)
+                                 const QString& title, const QString& units, int stepCount, QObject* parent)
     : QObject(parent), m_instance(instance), m_id(id), m_units(units)
 {
     QWidget* owner = layout->parentWidget();
@@ -46,28 +50,53 @@ ParameterWidget::ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, i
     m_slider = new QSlider(Qt::Horizontal, owner);
     m_slider->setRange(0, kSliderSteps);
     m_slider->setMinimumWidth(160);
-    m_valueLabel = new QLabel(owner);
-    m_valueLabel->setMinimumWidth(64);
-    m_valueLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
-    m_valueLabel->setStyleSheet(QStringLiteral("color: rgb(128, 128, 128);"));
+    m_slider->setAccessibleName(title);
+    // A stepped parameter shows each of its values with the decimals its step
+    // needs ("0.50" beside "0.75"); a continuous one keeps no zero behind.
+    double low = 0, high = 0;
+    if (stepCount > 0 && LeadingNumber(displayText(0.0), &low) && LeadingNumber(displayText(1.0), &high))
+        m_keepDecimals = DecimalsForStep((high - low) / stepCount);
+    m_valueField = new QLineEdit(owner);
+    // As wide as the plugin's texts at both ends of the range, not wider: the slider takes the room.
+    const QFontMetrics metrics(m_valueField->font());
+    const int widest = std::max(metrics.horizontalAdvance(TidyNumberText(displayText(0.0), m_keepDecimals)),
+                                metrics.horizontalAdvance(TidyNumberText(displayText(1.0), m_keepDecimals)));
+    m_valueField->setFixedWidth(std::clamp(widest + 16, 56, 120));
+    m_valueField->setFrame(false);
+    m_valueField->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    m_valueField->setAccessibleName(title);
+    m_valueField->setToolTip(tr("Type a value and press Enter"));
+    m_unitsLabel = new QLabel(units, owner);
     m_slider->setValue(int(std::lround(VLORVST3_GetParamNormalized(instance, id) * kSliderSteps)));
     updateDisplay();
     layout->addWidget(m_label, row, 0);
     layout->addWidget(m_slider, row, 1);
-    layout->addWidget(m_valueLabel, row, 2);
+    layout->addWidget(m_valueField, row, 2);
+    layout->addWidget(m_unitsLabel, row, 3);
     connect(m_slider, &QSlider::valueChanged, this, &ParameterWidget::onSliderValueChanged);
+    connect(m_valueField, &QLineEdit::editingFinished, this, &ParameterWidget::onValueTyped);
+}
+
+QString ParameterWidget::displayText(double normalized) const
+{
+    char text[128] = {0};
+    if (!VLORVST3_GetParamDisplay(m_instance, m_id, normalized, text, int(sizeof(text))))
+        return QString::number(normalized, 'f', 3);
+    return QString::fromUtf8(text);
 }
 
 void ParameterWidget::updateDisplay()
 {
-    const double value = VLORVST3_GetParamNormalized(m_instance, m_id);
-    char text[128] = {0};
-    QString shown = VLORVST3_GetParamDisplay(m_instance, m_id, value, text, int(sizeof(text)))
-                        ? QString::fromUtf8(text)
-                        : QString::number(value, 'f', 3);
-    if (!m_units.isEmpty())
-        shown += QLatin1Char(' ') + m_units;
-    m_valueLabel->setText(shown);
+    m_valueField->setText(TidyNumberText(displayText(VLORVST3_GetParamNormalized(m_instance, m_id)), m_keepDecimals));
+    m_valueField->setCursorPosition(0);
+}
+
+void ParameterWidget::applyColours(const QPalette& palette, const QColor& ground)
+{
+    m_unitsLabel->setStyleSheet(
+        QStringLiteral("color: %1;").arg(QuietTextColor(palette.color(QPalette::WindowText), ground).name()));
+    m_valueField->setStyleSheet(QStringLiteral("background-color: %1; color: %2;")
+                                    .arg(palette.color(QPalette::Base).name(), palette.color(QPalette::Text).name()));
 }
 
 void ParameterWidget::update()
@@ -75,7 +104,8 @@ void ParameterWidget::update()
     m_updating = true;
     m_slider->setValue(int(std::lround(VLORVST3_GetParamNormalized(m_instance, m_id) * kSliderSteps)));
     m_updating = false;
-    updateDisplay();
+    if (!m_valueField->hasFocus())
+        updateDisplay();
 }
 
 void ParameterWidget::onSliderValueChanged(int value)
@@ -86,6 +116,28 @@ void ParameterWidget::onSliderValueChanged(int value)
     VLORVST3_SetParamNormalized(m_instance, m_id, double(value) / double(kSliderSteps));
     updateDisplay();
     emit edited();
+}
+
+void ParameterWidget::onValueTyped()
+{
+    const QString typed = m_valueField->text().trimmed();
+    if (!m_valueField->isModified() || typed.isEmpty()) {
+        updateDisplay();
+        return;
+    }
+    m_valueField->setModified(false);
+    // The plugin reads the text itself, units and all; some take the number
+    // only, so the units shown beside the field may be left off.
+    bool taken = VLORVST3_SetParamByString(m_instance, m_id, typed.toUtf8().constData()) == 1;
+    if (!taken && !m_units.isEmpty() && typed.endsWith(m_units)) {
+        const QString bare = typed.chopped(m_units.size()).trimmed();
+        taken = !bare.isEmpty() && VLORVST3_SetParamByString(m_instance, m_id, bare.toUtf8().constData()) == 1;
+    }
+    // What the plugin did not take leaves its value, and the field shows it again.
+    update();
+    updateDisplay();
+    if (taken)
+        emit edited();
 }
 
 // ---- the widget --------------------------------------------------------------
@@ -103,6 +155,8 @@ public:
     QHash<quint32, ParameterWidget*> parametersById;
     // The plugin's timers and file handlers run from our loop while its view is open.
     QTimer idleTimer;
+    QWidget* panel = nullptr;
+    bool applyingColours = false;
 };
 
 Widget::Widget(const QVlorAudio& audio, QWidget* parent, Qt::WindowFlags flags)
@@ -251,11 +305,15 @@ void Widget::buildGenericUi()
     if (layout())
         return;
     auto* container = new QWidget;
+    container->setObjectName(QStringLiteral("centralWidget"));
+    container->setAttribute(Qt::WA_StyledBackground);
+    d->panel = container;
     auto* grid = new QGridLayout(container);
     grid->setVerticalSpacing(6);
     grid->setColumnStretch(0, 0);
     grid->setColumnStretch(1, 1);
     grid->setColumnStretch(2, 0);
+    grid->setColumnStretch(3, 0);
     const int count = VLORVST3_GetNumParams(d->instance);
     int row = 0;
     for (int i = 0; i < count; ++i) {
@@ -269,7 +327,7 @@ void Widget::buildGenericUi()
         d->parametersById.insert(info.id, widget);
     }
     if (row == 0)
-        grid->addWidget(new QLabel(tr("This effect has no parameters to show."), container), row++, 0, 1, 3);
+        grid->addWidget(new QLabel(tr("This effect has no parameters to show."), container), row++, 0, 1, 4);
     grid->setRowStretch(row, 1);
     auto* scroll = new QScrollArea;
     scroll->setWidgetResizable(true);
@@ -277,7 +335,34 @@ void Widget::buildGenericUi()
     scroll->setWidget(container);
     auto* outer = new QVBoxLayout(this);
     outer->setContentsMargins(12, 12, 12, 12);
+    outer->setSpacing(4);
+    outer->addLayout(PanelHeaderRow(this, tr("VST3 Effect:"), CutForDisplay(d->plugin.name())));
+    outer->addLayout(PanelHeaderRow(this, tr("Manufacturer:"), CutForDisplay(d->plugin.vendor())));
     outer->addWidget(scroll);
+    applyColours();
+}
+
+// Every text of the panel reads on its ground in the theme of the moment.
+void Widget::applyColours()
+{
+    if (!d->panel || d->applyingColours)
+        return;
+    d->applyingColours = true;
+    const QPalette& p = palette();
+    const QColor ground = PanelGroundColor(p);
+    d->panel->setStyleSheet(
+        QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; }")
+            .arg(ground.name(), PanelGroundColor(p, 0.14).name()));
+    for (ParameterWidget* row : d->parameters)
+        row->applyColours(p, ground);
+    d->applyingColours = false;
+}
+
+void Widget::changeEvent(QEvent* event)
+{
+    QVlorFxWidget::changeEvent(event);
+    if (event->type() == QEvent::PaletteChange)
+        applyColours();
 }
 
 QSize Widget::sizeHint() const

@@ -8,8 +8,11 @@
 
 #include <QObject>
 
+class QColor;
 class QGridLayout;
 class QLabel;
+class QLineEdit;
+class QPalette;
 class QSlider;
 struct _Vst3Instance;
 
@@ -28,24 +31,32 @@ public:
     quint32 id() const { return m_id; }
     QSlider* slider() const { return m_slider; }
     QLabel* label() const { return m_label; }
-    QLabel* valueLabel() const { return m_valueLabel; }
+    // The plugin's text of the value, which also takes a value typed in.
+    QLineEdit* valueField() const { return m_valueField; }
+    QLabel* unitsLabel() const { return m_unitsLabel; }
+    // The row's texts in colours of this palette, on a panel of this ground.
+    void applyColours(const QPalette& palette, const QColor& ground);
 
 signals:
     void edited();
 
 private slots:
     void onSliderValueChanged(int value);
+    void onValueTyped();
 
 private:
     void updateDisplay();
+    QString displayText(double normalized) const;
 
     _Vst3Instance* m_instance;
     quint32 m_id;
     QString m_units;
+    int m_keepDecimals = 0;
     bool m_updating = false;
     QLabel* m_label = nullptr;
     QSlider* m_slider = nullptr;
-    QLabel* m_valueLabel = nullptr;
+    QLineEdit* m_valueField = nullptr;
+    QLabel* m_unitsLabel = nullptr;
 };
 
 class Widget : public QVlorFxWidget {
@@ -86,8 +97,10 @@ public slots:
 
 protected:
     void resizeEvent(QResizeEvent* event) override;
+    void changeEvent(QEvent* event) override;
 
 private:
+    void applyColours();
     void buildGenericUi();
 
     class Data;

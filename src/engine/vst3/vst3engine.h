@@ -87,6 +87,9 @@ VLORVST3_EXPORT double VLORVST3_GetParamNormalized(_Vst3Instance* instance, uint
 VLORVST3_EXPORT int VLORVST3_SetParamNormalized(_Vst3Instance* instance, uint32_t id, double value);
 VLORVST3_EXPORT int VLORVST3_GetParamDisplay(_Vst3Instance* instance, uint32_t id, double value, char* buffer,
                                              int bufferSize);
+/* The value the plugin reads from text (its own parsing, units and all), set
+ * as an edit; 0 when the plugin does not take the text. */
+VLORVST3_EXPORT int VLORVST3_SetParamByString(_Vst3Instance* instance, uint32_t id, const char* text);
 VLORVST3_EXPORT int VLORVST3_SetBypass(_Vst3Instance* instance, int on);
 
 /* ---- the plugin's own editor, in an X11 window of the caller ---- */

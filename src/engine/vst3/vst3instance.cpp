@@ -2,7 +2,10 @@
 // plugin's buses, and its parameters.
 #include "vst3instance_p.h"
 #include "../interleave_p.h"
+#include "../utf8_p.h"
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -414,6 +417,18 @@ extern "C" int VLORVST3_GetParamDisplay(_Vst3Instance* h, uint32_t id, double va
     std::memcpy(buffer, utf8.data(), n);
     buffer[n] = '\0';
     return 1;
+}
+
+extern "C" int VLORVST3_SetParamByString(_Vst3Instance* h, uint32_t id, const char* text)
+{
+    if (!h || !h->controller || !text || !*text)
+        return 0;
+    String128 wide{};
+    Utf8ToUtf16(text, reinterpret_cast<char16_t*>(wide), 128);
+    ParamValue value = 0;
+    if (h->controller->getParamValueByString(id, wide, value) != kResultOk || !std::isfinite(value))
+        return 0;
+    return VLORVST3_SetParamNormalized(h, id, std::min(std::max(value, 0.0), 1.0));
 }
 
 extern "C" int VLORVST3_SetBypass(_Vst3Instance* h, int on)
