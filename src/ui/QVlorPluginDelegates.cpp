@@ -266,7 +266,9 @@ void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewIt
         m_badgeFont = BadgeFont(option.font, h);
     }
     painter->setFont(m_badgeFont);
-    if (isRawRow(row)) {
+    if (isRawRow(row) && UpmRowNotAnEffect(row)) {
+        // Nothing to add: the row's state icon and tooltip say why.
+    } else if (isRawRow(row)) {
         const bool dark = darkPalette(option.palette);
         if (rawAddInert(row, option))
             painter->setOpacity(0.5);
@@ -341,7 +343,7 @@ bool QVlorPluginBadgeDelegate::editorEvent(QEvent* event, QAbstractItemModel* mo
     if (isRawRow(row)) {
         if (!slotRect(option.rect, 1, metrics, h).contains(point))
             return QStyledItemDelegate::editorEvent(event, model, option, index);
-        const bool inert = rawAddInert(row, option);
+        const bool inert = rawAddInert(row, option) || UpmRowNotAnEffect(row);
         if (release) {
             clearPressed(view);
             if (!inert)

@@ -376,6 +376,14 @@ void QVlorPluginsPrefs::populateStatusFilterCombo()
     combo->insertSeparator(1);
 }
 
+void QVlorPluginsPrefs::showStatus(ProxyFilter::StatusFilter filter)
+{
+    QComboBox* combo = d->ui.filterBox->comboBox();
+    const int index = combo->findData(int(filter));
+    if (index >= 0)
+        combo->setCurrentIndex(index);
+}
+
 void QVlorPluginsPrefs::syncPreferences()
 {
     const QVlorSetting& settings = QVlorSetting::global();
@@ -662,8 +670,7 @@ void QVlorPluginsPrefs::addPlugins(const QList<UnifiedRow>& rows)
     QStringList bundles, refs;
     QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> plugins;
     for (const UnifiedRow& row : rows) {
-        const QString token = row.rowStateText();
-        if (token == QLatin1String("verifying") || token == QLatin1String("missing"))
+        if (!UpmRowAddable(row))
             continue;
         if (row.newSection == UpmNewSectionVst3) {
             if (m3 && row.vst3.identity.startsWith(prefix))

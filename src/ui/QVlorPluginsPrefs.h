@@ -65,6 +65,9 @@ public:
     // are passed over.
     void addPlugins(const QList<UnifiedRow>& rows);
 
+    // Shows only the rows of one status, as the choice beside the filter does.
+    void showStatus(ProxyFilter::StatusFilter filter);
+
 public slots:
     void rebuildRows();
     void rebuildRowsNow();

@@ -31,13 +31,6 @@ bool childBusy(const QModelIndex& shell)
     return false;
 }
 
-bool addable(const UnifiedRow& row)
-{
-    const QString token = row.rowStateText();
-    return row.newSection != UpmNewSectionNone && token != QLatin1String("verifying") &&
-           token != QLatin1String("missing");
-}
-
 bool hasMissing(const UnifiedRow& row)
 {
     return row.vst2.state == QLatin1String("missing") || row.vst3.state == QLatin1String("missing");
@@ -111,7 +104,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     // What each item would act on.
     QList<UnifiedRow> addRows, splitRows;
     for (const UnifiedRow& row : std::as_const(rows)) {
-        if (addable(row))
+        if (UpmRowAddable(row))
             addRows << row;
         if (UpmRowSplitEligible(row, entries))
             splitRows << row;

@@ -51,6 +51,7 @@ UnifiedFormatInfo MakeVst2Info(const QVlorVst::Plugin& plugin, bool active, bool
     info.gated = gated;
     info.is32Bit = plugin.arch() == QVlorVst::Arch32Bits;
     info.state = plugin.verifying() ? QStringLiteral("verifying") : plugin.isFailed() ? QStringLiteral("failed") : QString();
+    info.error = plugin.isFailed() ? plugin.failReason() : QString();
     info.identity = plugin.uniqueId() != 0 ? QStringLiteral("vstid-%1").arg(plugin.uniqueId())
                                            : QStringLiteral("vsthash-%1:%2").arg(plugin.hash()).arg(plugin.pluginId());
     return info;
@@ -744,6 +745,23 @@ bool QVlorUnifiedPluginsModel::formatAvailableForPair(const QList<UnifiedRow>& r
                f.state != QLatin1String("failed");
     }
     return false;
+}
+
+bool UpmRowNotAnEffect(const UnifiedRow& row)
+{
+    // The checks word every such verdict with these words; a check made
+    // again cannot turn an instrument into an effect.
+    const QLatin1String words("not an effect");
+    const UnifiedFormatInfo& f = row.vst3.present && (row.vst3.active || !row.vst2.present) ? row.vst3 : row.vst2;
+    return f.present && f.state == QLatin1String("failed") && f.error.contains(words, Qt::CaseInsensitive);
+}
+
+bool UpmRowAddable(const UnifiedRow& row)
+{
+    if (row.newSection == UpmNewSectionNone || row.isNewPathHeader)
+        return false;
+    const QString token = row.rowStateText();
+    return token != QLatin1String("verifying") && token != QLatin1String("missing") && !UpmRowNotAnEffect(row);
 }
 
 bool UpmRowBusy(const UnifiedRow& row)

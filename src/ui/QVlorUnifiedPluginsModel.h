@@ -120,6 +120,10 @@ private:
 
 // What a row may do, shared by the delegates and the row menu.
 bool UpmRowBusy(const UnifiedRow& row);
+// A row whose check found no effect in it (an instrument, a generator).
+bool UpmRowNotAnEffect(const UnifiedRow& row);
+// A new plugin that "Add" can bring in: not busy, not gone, and an effect.
+bool UpmRowAddable(const UnifiedRow& row);
 // The entry of a pair in a copy of the store; null if none has that id.
 const QVlorPluginPairs::Entry* UpmPairEntry(const QString& pairId, const QList<QVlorPluginPairs::Entry>& entries);
 bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries);

@@ -10,6 +10,8 @@
 #include "QVlorVst_MixerEffect.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorPluginsMenu.h"
+#include "QVlorPluginsPrefs.h"
+#include "QVlorWidgets.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -22,6 +24,7 @@
 #include "testsupport.h"
 
 #include <QAbstractSlider>
+#include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
@@ -524,5 +527,66 @@ TEST(GuiSaveFailures, ASaveThatFailsIsToldOnceForEachReason)
     if (hadSettings)
         QFile::rename(settingsAside, settings);
     BLSETTINGS_Reload();
+    QVlorAudioPlugins::Finalize();
+}
+
+// The status bar counts the plugins a scan found, in words, and its button
+// opens the plugin manager showing just them; the Plugins menu has its scan
+// line and Cancel only while a scan runs.
+TEST(GuiStatus, NewPluginsAreCountedAndTheScanLineShowsOnlyWhileAScanRuns)
+{
+    QVlorAudioPlugins::Initialize();
+    removeCatalogs();
+    QVlorSetting::global().change(QStringLiteral("vlorfx.gui.first_scan_offered"), true);
+    {
+        vlorfx::MainWindow window;
+        QVlorAudioPlugins::UI::install(&window);
+        window.libraryInstalled();
+        QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+        ASSERT_NE(controller, nullptr);
+        ASSERT_NE(controller->scanProgressAction(), nullptr);
+        auto scanLine = [controller] {
+            return std::make_pair(controller->scanProgressAction()->isVisible(), controller->cancelScanAction()->isVisible());
+        };
+        EXPECT_EQ(scanLine(), std::make_pair(false, false)) << "no scan runs";
+        QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+        emit vst3->progressScan(1, 4);
+        EXPECT_EQ(scanLine(), std::make_pair(true, true));
+        EXPECT_EQ(controller->scanProgressAction()->text(), QStringLiteral("Scanning plugins ... 25 %"));
+        emit vst3->endScan(false);
+        EXPECT_EQ(scanLine(), std::make_pair(false, false));
+        controller->rebuildPluginsMenuNow();
+        EXPECT_EQ(scanLine(), std::make_pair(false, false)) << "a rebuild brings nothing back";
+
+        auto* note = window.findChild<QLabel*>(QStringLiteral("newPluginsNote"));
+        auto* show = window.findChild<QPushButton*>(QStringLiteral("showNewPlugins"));
+        ASSERT_TRUE(note && show);
+        window.show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&window));
+        EXPECT_FALSE(note->isVisible());
+        const struct {
+            int count;
+            const char* said;
+        } counts[] = {{1, "1 new plugin found"}, {12, "12 new plugins found"}};
+        for (const auto& c : counts) {
+            QList<QString> names;
+            for (int i = 0; i < c.count; ++i)
+                names << QStringLiteral("/usr/lib/vst/Plugin%1.so:0").arg(i);
+            window.announceNewPlugins(names);
+            EXPECT_EQ(note->text(), QString::fromLatin1(c.said));
+            EXPECT_TRUE(note->isVisible() && show->isVisible());
+            EXPECT_FALSE(note->text().contains(QLatin1Char('/'))) << "no internals";
+        }
+        QTest::mouseClick(show, Qt::LeftButton);
+        EXPECT_FALSE(note->isVisible());
+        auto* page = window.findChild<QVlorPluginsPrefs*>();
+        ASSERT_NE(page, nullptr);
+        EXPECT_TRUE(page->isVisible());
+        auto* box = page->findChild<QVlorBoxEditor*>();
+        ASSERT_NE(box, nullptr);
+        EXPECT_EQ(box->comboBox()->currentData().toInt(), int(QVlorPluginsPrefs::ProxyFilter::StatusNew));
+        QVlorAudioPlugins::AboutToQuit();
+        QVlorAudioPlugins::UI::uninstall(&window);
+    }
     QVlorAudioPlugins::Finalize();
 }

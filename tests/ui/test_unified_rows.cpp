@@ -391,6 +391,49 @@ TEST(UnifiedModel, WhatARowMayDo)
     EXPECT_FALSE(QVlorUnifiedPluginsModel::formatAvailableForPair({p}, QString(), QStringLiteral("vst2")));
 }
 
+// A new plugin offers "Add" unless it is busy, gone, or no effect at all: an
+// instrument's check says it is not an effect, and no check will change that.
+TEST(UnifiedModel, ANewPluginIsAddableUnlessBusyGoneOrNoEffect)
+{
+    const QString instrument = QStringLiteral("not an effect this host can use (an instrument, or no audio in place)");
+    struct Case {
+        const char* what;
+        UpmNewSection section;
+        QString state;
+        QString error;
+        bool addable;
+    };
+    const Case cases[] = {
+        {"new", UpmNewSectionVst2, QString(), QString(), true},
+        {"failed for a while", UpmNewSectionVst2, QStringLiteral("failed"), QStringLiteral("did not answer within 30 s"), true},
+        {"an instrument", UpmNewSectionVst2, QStringLiteral("failed"), instrument, false},
+        {"being checked", UpmNewSectionVst2, QStringLiteral("verifying"), QString(), false},
+        {"gone", UpmNewSectionVst2, QStringLiteral("missing"), QString(), false},
+        {"a known plugin", UpmNewSectionNone, QString(), QString(), false},
+    };
+    for (const Case& c : cases) {
+        UnifiedRow r = plain(QStringLiteral("P"), QStringLiteral("zam"), false, c.state);
+        r.newSection = c.section;
+        r.vst2.error = c.error;
+        EXPECT_EQ(UpmRowAddable(r), c.addable) << c.what;
+    }
+    // The reason a VST2 check gave reaches the row, for its tooltip and this rule.
+    Plugin failed = vst2(QStringLiteral("Synth"), 7);
+    failed.setFailed(true);
+    failed.setFailReason(instrument);
+    QVlorPluginPairs pairs;
+    const QList<UnifiedRow> rows = QVlorUnifiedPluginsModel::composeRows({folder(QStringLiteral("/vst"), {failed})},
+                                                                         QVlorVst3::Catalog(), pairs, {}, {}, {}, {}, true);
+    bool seen = false;
+    for (const UnifiedRow& r : rows)
+        if (r.name == QStringLiteral("Synth")) {
+            seen = true;
+            EXPECT_EQ(r.vst2.error, instrument);
+            EXPECT_TRUE(UpmRowNotAnEffect(r));
+        }
+    EXPECT_TRUE(seen);
+}
+
 // A name a plugin gives itself is shown cut to what a person reads, at a
 // character boundary; the whole of it stays in the tooltip.
 TEST(UnifiedModel, LongAndPathologicalNamesAreCutForDisplayWithTheWholeInTheTooltip)

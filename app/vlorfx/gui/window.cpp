@@ -8,6 +8,7 @@
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginsMenu.h"
+#include "QVlorPluginsPrefs.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -268,6 +269,16 @@ MainWindow::MainWindow()
     m_scanBar->hide();
     m_scanCancel = new QPushButton(tr("Cancel"), this);
     m_scanCancel->hide();
+    m_newPlugins = new QLabel(this);
+    m_newPlugins->setObjectName(QStringLiteral("newPluginsNote"));
+    m_newPlugins->hide();
+    m_showNewPlugins = new QPushButton(tr("Show"), this);
+    m_showNewPlugins->setObjectName(QStringLiteral("showNewPlugins"));
+    m_showNewPlugins->setToolTip(tr("Open the plugin manager with the new plugins"));
+    m_showNewPlugins->hide();
+    connect(m_showNewPlugins, &QPushButton::clicked, this, &MainWindow::showNewPlugins);
+    statusBar()->addPermanentWidget(m_newPlugins);
+    statusBar()->addPermanentWidget(m_showNewPlugins);
     statusBar()->addPermanentWidget(m_scanBar);
     statusBar()->addPermanentWidget(m_scanCancel);
     connect(&m_doc, &AudioDocument::changed, this, &MainWindow::refreshStatus);
@@ -381,6 +392,9 @@ void MainWindow::attachPluginsMenu()
     const QList<QAction*> bar = menuBar()->actions();
     menuBar()->insertMenu(bar.value(bar.size() - 1), plugins);
     m_attached = plugins;
+    QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager();
+    QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
+    showScanLine((vst2 && vst2->isScanning()) || (vst3 && vst3->isScanning()));
 }
 
 void MainWindow::libraryInstalled()
@@ -425,11 +439,22 @@ void MainWindow::onScanProgress(int value, int total)
     m_scanBar->show();
     m_scanCancel->show();
     QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
-    if (controller && controller->scanProgressAction()) {
+    if (controller && controller->scanProgressAction())
         controller->scanProgressAction()->setText(
             QStringLiteral("%1 ... %2 %").arg(tr("Scanning plugins")).arg(total > 0 ? value * 100 / total : 0));
-        controller->scanProgressAction()->setVisible(true);
-    }
+    showScanLine(true);
+}
+
+// The menu's progress line and its Cancel are there while a scan runs, and
+// only then.
+void MainWindow::showScanLine(bool running)
+{
+    QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController();
+    if (!controller)
+        return;
+    for (QAction* action : {controller->scanProgressAction(), controller->cancelScanAction()})
+        if (action)
+            action->setVisible(running);
 }
 
 void MainWindow::onScanEnded()
@@ -441,10 +466,7 @@ void MainWindow::onScanEnded()
     m_scanBar->hide();
     m_scanCancel->hide();
     attachPluginsMenu();
-    // The progress line is for scans only.
-    if (QVlorAudioPlugins::MenuController* controller = QVlorAudioPlugins::UI::menuController())
-        if (controller->scanProgressAction())
-            controller->scanProgressAction()->setVisible(false);
+    showScanLine(false);
 }
 
 void MainWindow::greet()
@@ -476,7 +498,22 @@ void MainWindow::greet()
 
 void MainWindow::announceNewPlugins(const QList<QString>& names)
 {
-    statusBar()->showMessage(tr("New plugins: %1").arg(QStringList(names).join(QStringLiteral(", "))), 8000);
+    // The names are the library's references to plugins, not words for a
+    // person: the count is told, and the plugin manager shows which.
+    if (names.isEmpty())
+        return;
+    m_newPlugins->setText(names.size() == 1 ? tr("1 new plugin found") : tr("%1 new plugins found").arg(names.size()));
+    m_newPlugins->show();
+    m_showNewPlugins->show();
+}
+
+void MainWindow::showNewPlugins()
+{
+    m_newPlugins->hide();
+    m_showNewPlugins->hide();
+    showPreferences();
+    if (auto* page = findChild<QVlorPluginsPrefs*>())
+        page->showStatus(QVlorPluginsPrefs::ProxyFilter::StatusNew);
 }
 
 void MainWindow::registerAction(QAction* action, const QString& id, const QString&, const QString&)

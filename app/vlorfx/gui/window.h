@@ -127,6 +127,8 @@ private:
     void attachPluginsMenu();
     void onScanProgress(int value, int total);
     void onScanEnded();
+    void showScanLine(bool running);
+    void showNewPlugins();
     void togglePreview(EffectDialog* dialog);
     // The selection, or the whole audio when nothing is selected.
     void selectedRange(qint64* start, qint64* count) const;
@@ -138,6 +140,9 @@ private:
     QLabel* m_status = nullptr;
     QProgressBar* m_scanBar = nullptr;
     QPushButton* m_scanCancel = nullptr;
+    // "12 new plugins found" and the button that shows them.
+    QLabel* m_newPlugins = nullptr;
+    QPushButton* m_showNewPlugins = nullptr;
     QHash<QAction*, QString> m_ids;
     QHash<QAction*, QuickEntry> m_quick;
     QPointer<EffectDialog> m_effectDialog;
