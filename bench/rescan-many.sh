@@ -26,6 +26,6 @@ json.dump({"version": 1, "bundles": bundles, "disabledVendors": []}, open(f"{wor
 PY
 "$bin/vlorfx" --data "$work/data" scan --no-vst2 --vst3-path "$work/root" > "$work/first.txt"
 "$bin/vlorfx" --data "$work/data" scan --no-vst2 > "$work/second.txt"
-echo "bundles: $(grep '^bundles:' "$work/second.txt" | cut -d' ' -f2)"
+echo "bundles: $(grep '^VST3:' "$work/second.txt" | cut -d' ' -f2)"
 echo "first scan (the system's bundles probed and verified): $(grep '^time:' "$work/first.txt" | cut -d' ' -f2-)"
 echo "second scan, nothing changed: $(grep '^time:' "$work/second.txt" | cut -d' ' -f2-)"

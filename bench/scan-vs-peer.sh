@@ -73,7 +73,7 @@ echo "first scan, one at a time: ${one} s wall, $(grep '^time:' "$work/one.txt")
 echo "first scan, $cores at a time:  ${first} s wall, $(grep '^time:' "$work/cores.txt"), $first_children host programs started"
 echo "scaling from 1 to $cores: $(echo "scale=2; $one / $first" | bc)x"
 echo "second scan: ${second} s wall, $(grep '^time:' "$work/second.txt"), $second_children host programs started"
-grep -E '^(enabled|failed|classes enabled|classes failed|pairs):' "$work/first.txt" | tr '\n' ' '; echo
+grep -E '^(VST2|VST3|pairs):' "$work/first.txt" | tr '\n' ' '; echo
 if [ -n "$peer_time" ]; then
   echo "peer scanners, once per file and once per bundle: ${peer_time} s wall"
   echo "ratio first scan / peer: one at a time $(echo "scale=2; $one / $peer_time" | bc), $cores at a time $(echo "scale=2; $first / $peer_time" | bc)"

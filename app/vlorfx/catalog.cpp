@@ -6,6 +6,7 @@
 
 #include "blsettings.h"
 
+#include <QAbstractEventDispatcher>
 #include <QSet>
 
 #include <algorithm>
@@ -20,6 +21,9 @@
 namespace vlorfx {
 
 namespace {
+
+// More rounds than any chain of signals between the managers takes.
+constexpr int kSettleRounds = 100;
 
 void syncWith(QObject* manager)
 {
@@ -37,9 +41,20 @@ void line(const char* what, int n, int total)
 
 void settle()
 {
-    // A VST2 plugin that comes up posts a rematch to the VST3 manager: VST2 first.
-    syncWith(QVlorAudioPlugins::vstManager());
-    syncWith(QVlorAudioPlugins::vst3Manager());
+    // A VST2 plugin that comes up posts a rematch to the VST3 manager: VST2
+    // first. What the managers tell through this thread may queue more work
+    // for them, so the round is made again until a round changes nothing:
+    // every count read after it is the same on every run.
+    QAbstractEventDispatcher* here = QAbstractEventDispatcher::instance();
+    for (int round = 0; round < kSettleRounds; ++round) {
+        syncWith(QVlorAudioPlugins::vstManager());
+        syncWith(QVlorAudioPlugins::vst3Manager());
+        bool told = false;
+        for (int k = 0; here && k < kSettleRounds && here->processEvents(QEventLoop::ExcludeUserInputEvents); ++k)
+            told = true;
+        if (!told)
+            break;
+    }
 }
 
 QStringList standardFolders()

@@ -3,13 +3,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace vlorfx {
 
-// While a plugin runs here, what it prints goes nowhere (or stays, with
-// VLORFX_VERBOSE): the terminal and our output are the user's.
+// While a plugin runs here, what it prints goes to the plugin log of the
+// data folder, as in the host programs (or stays, with --verbose): the
+// terminal and our output are the user's.
 class PluginChatterAside {
 public:
     PluginChatterAside()
@@ -18,14 +20,19 @@ public:
             return;
         std::fflush(stdout);
         std::fflush(stderr);
-        const int null = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        const char* log = std::getenv("VLOR_PLUGIN_LOG");
+        int sink = log && *log && std::strcmp(log, "-") != 0
+                       ? open(log, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644)
+                       : -1;
+        if (sink < 0)
+            sink = open("/dev/null", O_WRONLY | O_CLOEXEC);
         for (int k = 0; k < 2; ++k) {
             m_saved[k] = dup(k + 1);
-            if (m_saved[k] >= 0 && null >= 0)
-                dup2(null, k + 1);
+            if (m_saved[k] >= 0 && sink >= 0)
+                dup2(sink, k + 1);
         }
-        if (null >= 0)
-            close(null);
+        if (sink >= 0)
+            close(sink);
         if (m_saved[1] >= 0)
             m_out = fdopen(dup(m_saved[1]), "w");
     }

@@ -38,8 +38,9 @@ const char* const kHelp =
     "a new or a regular file, never a device or a pipe. A VST2 plugin is checked in the host\n"
     "program first, and runs there unless --in-process is given; a VST3 effect\n"
     "runs in this process. The latency is taken out: OUT lines up with IN and is\n"
-    "as long. What a plugin prints is kept off the terminal (VLORFX_VERBOSE=1\n"
-    "shows it).\n"
+    "as long. What a plugin prints is kept off the terminal, in plugins.log of\n"
+    "the data folder (vlorfx --verbose apply ... shows it). On success one line\n"
+    "tells what was written: file, length, channels, rate, peak level in and out.\n"
     "\n"
     "  --vst2 FILE          the plugin file\n"
     "  --id N               the plugin inside a shell file (see the ids listed when it is one)\n"
@@ -55,7 +56,8 @@ const char* const kHelp =
     "  --mixer              a chain of effects of either format, in real time (apply --mixer --help)\n"
     "\n"
     "example:\n"
-    "  vlorfx apply --vst2 /usr/lib/vst/ZamComp-vst.so --param 0=0.3 in.wav out.wav\n"
+    "  vlorfx apply --vst2 /usr/lib/vst/ZamComp-vst.so --param 5=0.5 in.wav out.wav\n"
+    "    (ZamComp's Makeup, parameter 5, at half its range: 15 dB louder)\n"
     "\n"
     "Exit status 0 on success, 1 when the effect cannot be applied, 2 for bad arguments.\n";
 
@@ -167,6 +169,8 @@ int render(const char* filter, const std::string& config, const ApplyOptions& o,
                      "vlorfx apply: %lld samples went beyond full scale (peak %+.1f dBFS) and were cut in %s; "
                      "--float keeps them\n",
                      report.clippedSamples, 20.0 * std::log10(report.peak), o.out.c_str());
+    std::printf("%s\n", vlorfx::writtenLine(o.out, report.frames, report.channels, report.sampleRate,
+                                            report.inputPeak, report.peak).c_str());
     return 0;
 }
 

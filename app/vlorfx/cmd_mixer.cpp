@@ -5,6 +5,7 @@
 #include "text.h"
 
 #include "QVlorMixer.h"
+#include "audio_errors.h"
 #include "audio_output.h"
 #include "QVlorVst3_MixerEffect.h"
 #include "QVlorVst_MixerEffect.h"
@@ -14,6 +15,7 @@
 #include <sndfile.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -102,6 +104,14 @@ std::unique_ptr<QVlorMixer::Effect> makeEffect(const Step& s, int rate, unsigned
     return fx;
 }
 
+double peakOf(const std::vector<float>& samples)
+{
+    double peak = 0;
+    for (const float v : samples)
+        peak = std::max(peak, double(std::fabs(v)));
+    return peak;
+}
+
 } // namespace
 
 int cmdApplyMixer(int argc, char** argv)
@@ -157,7 +167,7 @@ int cmdApplyMixer(int argc, char** argv)
     SF_INFO info{};
     SNDFILE* f = sf_open(in.c_str(), SFM_READ, &info);
     if (!f)
-        return mixerFail("cannot read " + in + ": " + sf_strerror(nullptr));
+        return mixerFail(audio::ReadErrorText(in));
     std::vector<float> audio(size_t(info.frames) * size_t(info.channels));
     sf_readf_float(f, audio.data(), info.frames);
     sf_close(f);
@@ -193,9 +203,13 @@ int cmdApplyMixer(int argc, char** argv)
     std::string why;
     if (!output.open(out, info, asFloat, &why) ||
         sf_writef_float(output.file(), result.data(), info.frames) != info.frames || !output.commit(&why))
-        return mixerFail(why.empty() ? "cannot write " + out + ": " + sf_strerror(output.file()) : why, aside.out());
-    if (missed > 0)
+        return mixerFail(why.empty() ? audio::WriteErrorText(out, output.file()) : why, aside.out());
+    if (missed > 0) {
         std::fprintf(aside.out(), "vlorfx apply --mixer: %lld frames were passed over by an effect that gave no audio\n",
                      missed);
-    return missed > 0 ? 1 : 0;
+        return 1;
+    }
+    std::printf("%s\n", vlorfx::writtenLine(out, info.frames, info.channels, info.samplerate, peakOf(audio),
+                                            peakOf(result)).c_str());
+    return 0;
 }

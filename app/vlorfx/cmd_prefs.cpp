@@ -10,6 +10,7 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QComboBox>
 #include <QContextMenuEvent>
@@ -191,6 +192,12 @@ int cmdPrefs(int argc, char** argv)
                     painter.drawPixmap(at, menu->grab());
                     painter.end();
                     save(shot);
+                    // What it offers, in words, for whoever reads the output rather than the picture.
+                    QStringList items;
+                    for (QAction* action : menu->actions())
+                        if (!action->isSeparator() && action->isVisible())
+                            items << action->text();
+                    std::printf("menu: %s\n", vlorfx::printable(items.join(QStringLiteral(" | "))).constData());
                     menu->close();
                     dialog.accept();
                 });

@@ -1,4 +1,5 @@
-// vlorfx scan and vlorfx list: both catalogs and the pair store as the editor keeps them.
+// vlorfx scan: the search folders of both formats, the new plugins checked,
+// and a short summary of both catalogs and the pair store.
 #include "catalog.h"
 #include "commands.h"
 #include "QVlorSetting.h"
@@ -47,23 +48,6 @@ const char* const kScanHelp =
     "example:\n"
     "  vlorfx scan --vst2-path ~/.vst --vst3-path ~/my-vst3\n";
 
-const char* const kListHelp =
-    "usage: vlorfx list [--json]\n"
-    "       vlorfx list --rows [--json]\n"
-    "\n"
-    "Prints one line per product, both formats side by side when they are\n"
-    "paired; or one JSON object with \"vst2\", \"vst3\" and \"pairs\", each as\n"
-    "its file holds it. Rows are sorted by product; a plugin that failed\n"
-    "says why after its file. States: on, off, new, failed, crashed, missing,\n"
-    "verifying (and unprobed for a VST3 bundle not opened yet).\n"
-    "\n"
-    "With --rows, the rows the plugin manager shows: one a product, grouped by\n"
-    "vendor and shell, with the new-plugin folders last; the active format is\n"
-    "marked with *. With --json as well, the rows as JSON.\n"
-    "\n"
-    "example:\n"
-    "  vlorfx list | grep failed\n";
-
 QString dataFile(const QString& name) { return QDir(QVlorApplication::applicationDataLocation()).filePath(name); }
 
 bool addFolder(const char* arg, QStringList* folders)
@@ -77,21 +61,28 @@ bool addFolder(const char* arg, QStringList* folders)
     return true;
 }
 
-// A missing file reads as empty; a broken one is an error.
-bool readObject(const QString& file, const QJsonObject& empty, QJsonObject* out)
+// What a scan found in at most five lines; what failed is named after it.
+void printSummary(const vlorfx::ScanSummary& s)
 {
-    QFile f(file);
-    if (!f.open(QIODevice::ReadOnly)) {
-        *out = empty;
-        return !f.exists();
+    std::printf("VST2: %d plugins in %d folders: %d enabled, %d failed, %d shells\n", s.found, s.folders, s.enabled,
+                s.failed, int(s.shells.size()));
+    std::printf("VST3: %d bundles, %d classes: %d enabled, %d failed, %d crashed\n", s.bundles, s.classes,
+                s.classesEnabled, s.classesFailed, s.classesCrashed);
+    int pairs = 0;
+    QStringList origins;
+    for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it) {
+        pairs += it.value();
+        // The rule that matched them, in words.
+        static const QHash<QString, QString> words = {{QStringLiteral("compat"), QStringLiteral("by id")},
+                                                      {QStringLiteral("fourcc"), QStringLiteral("by code")},
+                                                      {QStringLiteral("heuristic"), QStringLiteral("by name")},
+                                                      {QStringLiteral("manual"), QStringLiteral("by hand")}};
+        origins << QStringLiteral("%1 %2").arg(it.value()).arg(words.value(it.key(), QStringLiteral("by ") + it.key()));
     }
-    const QJsonDocument doc = QJsonDocument::fromJson(f.readAll());
-    if (!doc.isObject())
-        return false;
-    *out = doc.object();
-    return true;
+    std::printf("pairs: %d%s\n", pairs,
+                origins.isEmpty() ? "" : qPrintable(QStringLiteral(" (%1)").arg(origins.join(QStringLiteral(", ")))));
+    std::printf("time: %.1f s\n", s.milliseconds / 1000.0);
 }
-
 
 } // namespace
 
@@ -147,19 +138,7 @@ int cmdScan(int argc, char** argv)
     const QStringList passedOver = vlorfx::foldersNotSearched(
         QVlorSetting::global().getStringList(QLatin1String(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS)));
     QVlorAudioPlugins::AboutToQuit(); // saves both catalogs and the pairs now, to check them below
-    std::printf("folders: %d\nplugins found: %d\nenabled: %d\nfailed: %d\n", s.folders, s.found, s.enabled, s.failed);
-    std::printf("shells: %d\n", int(s.shells.size()));
-    for (const QString& shell : s.shells)
-        std::printf("  %s\n", vlorfx::printable(shell).constData());
-    std::printf("bundles: %d\nclasses: %d\nclasses enabled: %d\nclasses failed: %d\nclasses crashed: %d\n", s.bundles,
-                s.classes, s.classesEnabled, s.classesFailed, s.classesCrashed);
-    int pairs = 0;
-    for (int n : s.pairsByOrigin)
-        pairs += n;
-    std::printf("pairs: %d\n", pairs);
-    for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it)
-        std::printf("  %s: %d\n", qPrintable(it.key()), it.value());
-    std::printf("time: %.1f ms\n", s.milliseconds);
+    printSummary(s);
     if (!passedOver.isEmpty()) {
         std::printf("folders not searched:\n");
         for (const QString& f : passedOver)
@@ -172,245 +151,4 @@ int cmdScan(int argc, char** argv)
     }
     // What was found is only kept if it was saved: the next scan would redo it all.
     return vlorfx::reportSaveErrors("vlorfx scan") ? 1 : 0;
-}
-
-namespace {
-
-// The pair store keeps a VST2 id as text (it outgrows a double in no case,
-// but the file is the store's); shown beside the catalog, it is a number there too.
-QJsonObject numericIds(QJsonObject pairs)
-{
-    for (const QString& key : {QStringLiteral("pairs"), QStringLiteral("splits")}) {
-        QJsonArray list = pairs.value(key).toArray();
-        for (int i = 0; i < list.size(); ++i) {
-            QJsonObject o = list.at(i).toObject();
-            bool ok = false;
-            const qint64 id = o.value(QStringLiteral("vst2")).toString().toLongLong(&ok);
-            if (ok)
-                o.insert(QStringLiteral("vst2"), id);
-            list[i] = o;
-        }
-        if (pairs.contains(key))
-            pairs.insert(key, list);
-    }
-    return pairs;
-}
-
-// The three files as the library keeps them, in one object.
-int listFilesAsJson()
-{
-    // Loading may have migrated an older catalog: saved first, so the files say what the managers hold.
-    QVlorAudioPlugins::AboutToQuit();
-    const struct {
-        const char* key;
-        QString file;
-        QJsonObject empty;
-    } files[] = {
-        {"vst2", dataFile(QStringLiteral("vstxml/catalog_v2.json")), {{QStringLiteral("paths"), QJsonArray()}}},
-        {"vst3", dataFile(QStringLiteral("catalog_vst3.json")), {{QStringLiteral("bundles"), QJsonArray()}}},
-        {"pairs", dataFile(QStringLiteral("plugin_pairs.json")), {{QStringLiteral("pairs"), QJsonArray()}}},
-    };
-    QJsonObject root;
-    for (const auto& f : files) {
-        QJsonObject object;
-        if (!readObject(f.file, f.empty, &object)) {
-            std::fprintf(stderr, "vlorfx list: %s is not readable JSON\n", qPrintable(f.file));
-            return 1;
-        }
-        if (!std::strcmp(f.key, "pairs"))
-            object = numericIds(object);
-        root.insert(QLatin1String(f.key), object);
-    }
-    std::fputs(QJsonDocument(root).toJson(QJsonDocument::Indented).constData(), stdout);
-    return 0;
-}
-
-struct Vst2Row {
-    QVlorVst::Plugin plugin;
-    QString file;
-};
-
-// Every VST2 plugin, a shell's children in its place, with the file it is in.
-QList<Vst2Row> vst2Rows()
-{
-    QList<Vst2Row> rows;
-    for (const QVlorVst::Path& path : vlorfx::vst2Paths())
-        for (const QVlorVst::Plugin& p : path.plugins()) {
-            const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
-            for (const QVlorVst::Plugin& member : members)
-                rows << Vst2Row{member, p.relativeFilename(path)};
-        }
-    return rows;
-}
-
-struct Row {
-    QString name, vendor, vst2, vst3, active, origin, files;
-};
-
-// A failure says why, after the file it concerns.
-QString why(const QString& reason) { return reason.isEmpty() ? QString() : QStringLiteral("  (%1)").arg(reason); }
-
-// The columns as wide as their widest entry; names printed whole and escaped.
-void printTable(QList<Row> rows, const Row& head, bool sorted = true)
-{
-    if (sorted)
-        std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
-            const int c = a.name.compare(b.name, Qt::CaseInsensitive);
-            return c != 0 ? c < 0 : a.files < b.files;
-        });
-    rows.prepend(head);
-    QList<QList<QByteArray>> cells;
-    int width[6] = {0, 0, 0, 0, 0, 0};
-    for (const Row& r : rows) {
-        const QList<QByteArray> line = {vlorfx::printable(r.name),   vlorfx::printable(r.vendor),
-                                        vlorfx::printable(r.vst2),   vlorfx::printable(r.vst3),
-                                        vlorfx::printable(r.active), vlorfx::printable(r.origin),
-                                        vlorfx::printable(r.files)};
-        for (int k = 0; k < 6; ++k)
-            width[k] = std::max(width[k], int(QString::fromUtf8(line[k]).size()));
-        cells << line;
-    }
-    for (const QList<QByteArray>& line : cells) {
-        QByteArray text;
-        for (int k = 0; k < 6; ++k)
-            text += line[k] + QByteArray(width[k] - int(QString::fromUtf8(line[k]).size()) + 2, ' ');
-        std::printf("%s%s\n", text.constData(), line[6].constData());
-    }
-}
-
-// One row a product: a pair on one row, what is in one format only on its own.
-int listTable()
-{
-    const QList<Vst2Row> vst2 = vst2Rows();
-    QHash<qint64, Vst2Row> vst2ById;
-    for (const Vst2Row& row : vst2)
-        if (row.plugin.uniqueId() != 0)
-            vst2ById.insert(row.plugin.uniqueId(), row);
-    QVlorVst3::Catalog catalog;
-    QList<QVlorPluginPairs::Entry> pairs;
-    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
-        catalog = m->catalogCopy();
-        pairs = m->pairsEntriesCopy();
-    }
-    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
-    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
-        for (const QVlorVst3::CatalogClass& c : b.classes())
-            vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
-    const QString none = QStringLiteral("-");
-
-    QList<Row> rows;
-    QSet<qint64> shown2;
-    QSet<QString> shown3;
-    for (const QVlorPluginPairs::Entry& e : pairs) {
-        if (e.vst2 == 0 || e.vst3.isEmpty() || !vst2ById.contains(e.vst2) || !vst3ByCid.contains(e.vst3))
-            continue;
-        const Vst2Row& a = vst2ById[e.vst2];
-        const auto& b = vst3ByCid[e.vst3];
-        const QString reason = a.plugin.isFailed() ? a.plugin.failReason() : b.first.lastError();
-        rows << Row{b.first.name(), b.first.vendor(), vlorfx::stateWord(a.plugin), vlorfx::stateWord(b.first),
-                    e.activeFormat, e.origin, a.file + QStringLiteral(" + ") + b.second + why(reason)};
-        shown2.insert(e.vst2);
-        shown3.insert(e.vst3);
-    }
-    for (const Vst2Row& a : vst2)
-        if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
-            rows << Row{a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(),
-                        vlorfx::stateWord(a.plugin), none, QStringLiteral("vst2"), none,
-                        a.file + why(a.plugin.failReason())};
-    for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
-        const QString file = QFileInfo(b.path()).fileName();
-        if (b.classes().isEmpty())
-            rows << Row{QFileInfo(b.path()).completeBaseName(), QString(), none,
-                        b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"), none,
-                        file + why(b.failed() ? b.lastError() : QString())};
-        for (const QVlorVst3::CatalogClass& c : b.classes())
-            if (!shown3.contains(c.cid()))
-                rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QStringLiteral("vst3"), none,
-                            file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString())};
-    }
-    printTable(rows, {QStringLiteral("PRODUCT"), QStringLiteral("VENDOR"), QStringLiteral("VST2"), QStringLiteral("VST3"),
-                      QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES")});
-    return 0;
-}
-
-QJsonObject formatJson(const UnifiedFormatInfo& f)
-{
-    return {{QStringLiteral("active"), f.active},     {QStringLiteral("enabled"), f.enabled},
-            {QStringLiteral("gated"), f.gated},       {QStringLiteral("state"), f.state},
-            {QStringLiteral("identity"), f.identity}, {QStringLiteral("error"), f.error}};
-}
-
-// The rows of the plugin manager, composed from the managers' copies as the page composes them.
-int listRows(bool json)
-{
-    QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
-    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
-    QVlorPluginPairs pairs;
-    pairs.entries() = m3->pairsEntriesCopy();
-    const QList<UnifiedRow> rows = QVlorUnifiedPluginsModel::composeRows(
-        vlorfx::vst2Paths(), m3->catalogCopy(), pairs, m3->isScanEnabled() ? m3->searchPaths() : QStringList(), {},
-        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled());
-    if (json) {
-        QJsonArray list;
-        for (const UnifiedRow& r : rows) {
-            QJsonObject o{{QStringLiteral("name"), r.name},         {QStringLiteral("vendor"), r.vendor},
-                          {QStringLiteral("pairId"), r.pairId},     {QStringLiteral("shellKey"), r.shellKey},
-                          {QStringLiteral("isShellHeader"), r.isShellHeader},
-                          {QStringLiteral("newPath"), r.newPath},   {QStringLiteral("isNew"), r.isNew},
-                          {QStringLiteral("state"), r.rowStateText()}};
-            if (r.vst2.present)
-                o.insert(QStringLiteral("vst2"), formatJson(r.vst2));
-            if (r.vst3.present)
-                o.insert(QStringLiteral("vst3"), formatJson(r.vst3));
-            list.append(o);
-        }
-        std::fputs(QJsonDocument(list).toJson(QJsonDocument::Indented).constData(), stdout);
-        return 0;
-    }
-    QList<Row> table;
-    for (const UnifiedRow& r : rows) {
-        QStringList formats;
-        if (r.vst2.present)
-            formats << (r.vst2.active ? QStringLiteral("*VST2") : QStringLiteral("VST2"));
-        if (r.vst3.present)
-            formats << (r.vst3.active ? QStringLiteral("*VST3") : QStringLiteral("VST3"));
-        const QString kind = r.isShellHeader     ? QStringLiteral("[shell]")
-                             : r.isNewPathHeader ? QStringLiteral("[new]")
-                                                 : formats.join(QLatin1Char(' '));
-        const QString state = r.rowStateText().isEmpty() && !r.isShellHeader && !r.isNewPathHeader
-                                  ? (r.inUse() ? QStringLiteral("on") : QStringLiteral("off"))
-                                  : r.rowStateText();
-        table << Row{r.name, r.vendor, kind, state, r.shellKey.isEmpty() ? QString() : QStringLiteral("in shell"),
-                     r.pairId.isEmpty() ? QString() : QStringLiteral("paired"), r.newPath};
-    }
-    printTable(table, {QStringLiteral("NAME"), QStringLiteral("VENDOR"), QStringLiteral("FORMATS"),
-                       QStringLiteral("STATE"), QStringLiteral("SHELL"), QStringLiteral("PAIR"),
-                       QStringLiteral("NEW FOLDER")},
-               false);
-    return 0;
-}
-
-} // namespace
-
-int cmdList(int argc, char** argv)
-{
-    bool json = false;
-    bool rows = false;
-    for (int i = 0; i < argc; ++i) {
-        if (!std::strcmp(argv[i], "--help") || !std::strcmp(argv[i], "-h")) {
-            std::fputs(kListHelp, stdout);
-            return 0;
-        } else if (!std::strcmp(argv[i], "--json")) {
-            json = true;
-        } else if (!std::strcmp(argv[i], "--rows")) {
-            rows = true;
-        } else {
-            std::fprintf(stderr, "vlorfx list: unknown argument '%s'\n\n%s", argv[i], kListHelp);
-            return 2;
-        }
-    }
-    vlorfx::settle();
-    if (rows)
-        return listRows(json);
-    return json ? listFilesAsJson() : listTable();
 }

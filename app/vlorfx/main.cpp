@@ -20,11 +20,13 @@
 #include <QKeySequence>
 #include <QMenu>
 
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 #include <sys/stat.h>
 
 namespace {
@@ -55,19 +57,51 @@ const Command kCommands[] = {
 
 void usage(FILE* out)
 {
-    std::fprintf(out, "usage: vlorfx [--data DIR] COMMAND [ARGS]\n"
+    std::fprintf(out, "usage: vlorfx [--data DIR] [--verbose] COMMAND [ARGS]\n"
                       "       vlorfx --help | --version\n\n"
                       "Finds VST2 and VST3 effect plugins, keeps a catalog of them, pairs the\n"
                       "products that exist in both formats and applies effects to audio files.\n"
                       "New plugins are checked in host programs, so one that crashes or hangs\n"
                       "cannot take vlorfx down.\n\n"
                       "  --data DIR  the data folder of this run (catalogs, settings, descriptors);\n"
-                      "              by default the application's own\n\n"
+                      "              by default the application's own\n"
+                      "  --verbose   show what plugins print and the library's progress; otherwise\n"
+                      "              plugins' output is kept in plugins.log in the data folder\n\n"
                       "commands:\n");
     for (const Command& c : kCommands)
         std::fprintf(out, "  %-8s %s\n", c.name, c.help);
     std::fprintf(out, "\nEach command tells more with --help. For example:\n"
                       "  vlorfx scan --vst2-path ~/my-plugins && vlorfx list\n");
+}
+
+// The command a typing slip most likely meant: within two edits, or one the
+// word begins; none when nothing is that close.
+const char* nearestCommand(const char* typed)
+{
+    const std::string word = typed;
+    const char* best = nullptr;
+    size_t bestDistance = 3;
+    for (const Command& c : kCommands) {
+        const std::string name = c.name;
+        std::vector<size_t> row(name.size() + 1);
+        for (size_t j = 0; j <= name.size(); ++j)
+            row[j] = j;
+        for (size_t i = 1; i <= word.size(); ++i) {
+            size_t diagonal = row[0];
+            row[0] = i;
+            for (size_t j = 1; j <= name.size(); ++j) {
+                const size_t up = row[j];
+                row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (word[i - 1] == name[j - 1] ? 0 : 1)});
+                diagonal = up;
+            }
+        }
+        const size_t distance = word.size() >= 2 && name.compare(0, word.size(), word) == 0 ? 1 : row[name.size()];
+        if (distance < bestDistance) {
+            bestDistance = distance;
+            best = c.name;
+        }
+    }
+    return best;
 }
 
 // Progress of the library's threads is for developers: shown with VLORFX_VERBOSE.
@@ -203,6 +237,14 @@ int main(int argc, char** argv)
         argv += 2;
         argc -= 2;
     }
+    // What plugins print and the library's progress, on standard error for once.
+    if (argc > 1 && !std::strcmp(argv[1], "--verbose")) {
+        setenv("VLORFX_VERBOSE", "1", 1);
+        setenv("VLOR_PLUGIN_LOG", "-", 1);
+        argv[1] = argv[0];
+        ++argv;
+        --argc;
+    }
     // Without a VST3 host program installed, the library starts us as one.
     if (argc > 1 && !std::strcmp(argv[1], "--vst3")) {
         argv[1] = argv[0];
@@ -221,7 +263,11 @@ int main(int argc, char** argv)
         // The editor with windows is its own host; every other command shares one without.
         return c.run ? runWithLibrary(c, argc, argv) : runGui(argc, argv);
     }
-    std::fprintf(stderr, "vlorfx: unknown command '%s'\n", argv[1]);
-    usage(stderr);
+    const char* nearest = nearestCommand(argv[1]);
+    if (nearest)
+        std::fprintf(stderr, "vlorfx: unknown command '%s'; did you mean '%s'?\n", argv[1], nearest);
+    else
+        std::fprintf(stderr, "vlorfx: unknown command '%s'\n", argv[1]);
+    std::fprintf(stderr, "'vlorfx --help' lists the commands.\n");
     return 2;
 }

@@ -4,6 +4,7 @@
 
 #include <X11/Xlib.h>
 
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
@@ -73,6 +74,29 @@ int refuseWithoutDisplay(const char* command, const char* pictureOption)
                  "of it\n",
                  command, why.c_str(), command, pictureOption);
     return 1;
+}
+
+namespace {
+
+std::string decibels(double peak)
+{
+    if (!(peak > 0))
+        return "silence";
+    char text[32];
+    std::snprintf(text, sizeof(text), "%.1f dBFS", 20.0 * std::log10(peak));
+    return text;
+}
+
+} // namespace
+
+std::string writtenLine(const std::string& output, long long frames, int channels, int sampleRate, double peakIn,
+                        double peakOut)
+{
+    char length[64];
+    std::snprintf(length, sizeof(length), "%.2f s", sampleRate > 0 ? double(frames) / sampleRate : 0.0);
+    return "wrote " + output + ": " + length + ", " + std::to_string(channels) +
+           (channels == 1 ? " channel, " : " channels, ") + std::to_string(sampleRate) + " Hz; peak " +
+           decibels(peakIn) + " in, " + decibels(peakOut) + " out";
 }
 
 } // namespace vlorfx

@@ -24,4 +24,10 @@ bool displayReachable();
 // exit status after saying why and what to do instead.
 int refuseWithoutDisplay(const char* command, const char* pictureOption);
 
+// The line an apply prints when it has written its output: the file, its
+// length, channels and rate, and the peak level that went in and came out
+// ("wrote out.wav: 2.50 s, 2 channels, 44100 Hz; peak -6.0 dBFS in, -3.2 dBFS out").
+std::string writtenLine(const std::string& output, long long frames, int channels, int sampleRate, double peakIn,
+                        double peakOut);
+
 } // namespace vlorfx

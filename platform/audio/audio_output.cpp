@@ -1,6 +1,7 @@
 // Output files of renders: the place checked, the format chosen by name, the
 // partial file written aside and never left behind by this process.
 #include "audio_output.h"
+#include "audio_errors.h"
 
 #include "blsavetarget.h"
 
@@ -223,7 +224,7 @@ bool PartialOutput::open(const std::string& output, const SF_INFO& input, bool f
     m_slot = claimSlot(m_partial);
     m_file = sf_open(m_partial.c_str(), SFM_WRITE, &m_info);
     if (!m_file) {
-        *why = "cannot write " + output + ": " + sf_strerror(nullptr);
+        *why = WriteErrorText(output);
         release();
         return false;
     }

@@ -2,6 +2,7 @@
 // at the output path unless the whole render succeeded.
 #include "audiofx.h"
 #include "audio_p.h"
+#include "audio_errors.h"
 #include "audio_output.h"
 
 #include <sndfile.h>
@@ -52,10 +53,12 @@ public:
         std::memset(&m_info, 0, sizeof(m_info));
         m_files.in = sf_open(input, SFM_READ, &m_info);
         if (!m_files.in)
-            return fail("cannot read %s: %s", input, sf_strerror(nullptr));
+            return fail("%s", audio::ReadErrorText(input).c_str());
         if (m_info.channels <= 0 || m_info.samplerate <= 0 || m_info.channels > 64)
             return fail("%s has no usable audio", input);
         m_input = input;
+        m_report.channels = m_info.channels;
+        m_report.sampleRate = m_info.samplerate;
         return true;
     }
 
@@ -103,6 +106,8 @@ public:
                     continue;
                 }
                 read += got;
+                for (sf_count_t i = 0; i < got * ch; ++i)
+                    m_report.inputPeak = std::max(m_report.inputPeak, double(std::fabs(m_in[size_t(i)])));
             } else {
                 // The effect still owes frames (its latency): feed it silence.
                 if (padded >= maxPad)
@@ -154,8 +159,9 @@ private:
                             "%.2f s into %s",
                             m_blocks, double(m_written) / m_info.samplerate, m_input);
             if (keep > 0 && sf_writef_float(m_files.out.file(), m_out.data() + from * ch, keep) != keep)
-                return fail("cannot write %s: %s", m_output, sf_strerror(m_files.out.file()));
+                return fail("%s", audio::WriteErrorText(m_output, m_files.out.file()).c_str());
             m_written += std::max<sf_count_t>(keep, 0);
+            m_report.frames = m_written;
             offset += inFrames;
         }
         return true;

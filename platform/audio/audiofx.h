@@ -121,6 +121,10 @@ typedef struct AUDIO_RenderReport {
     long long clippedSamples; /* beyond full scale, cut by an output format of whole numbers */
     double peak;              /* the largest magnitude the effect gave, 1 being full scale */
     int floatOutput;          /* the output holds 32-bit floats */
+    double inputPeak;         /* the largest magnitude of the input */
+    long long frames;         /* frames written, as many as the input has */
+    int channels;
+    int sampleRate;
 } AUDIO_RenderReport;
 
 enum { AUDIO_RENDER_FLOAT = 1 /* write 32-bit float, whatever the input's format */ };

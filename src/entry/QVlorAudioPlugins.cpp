@@ -14,12 +14,14 @@
 #include "audiofx.h"
 #include "audiovst.h"
 #include "blcore.h"
+#include "blutils.h"
 #include "vst3filter.h"
 #include "vstfilter.h"
 
 #include <QCoreApplication>
 #include <QDebug>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QObject>
 
@@ -32,6 +34,7 @@ namespace {
 
 // How long a child under way at quit may still take before it is killed.
 constexpr int kQuitGraceMs = 2000;
+constexpr qint64 kPluginLogBytes = 1 << 20;
 
 Host* s_host = nullptr;
 QObject* s_wiring = nullptr; // the context of every connection made here; set means installed
@@ -132,10 +135,29 @@ qint32 _VerifierBuild()
     return vlorApp ? vlorApp->buildStamp(1, 1) : 0;
 }
 
+// What plugins print in the host programs goes to one log in the data folder
+// (kept under a megabyte: the older half is moved aside), named to every
+// child by the environment; a log named already, or "-", is left alone.
+void OpenPluginLog()
+{
+    if (qEnvironmentVariableIsSet("VLOR_PLUGIN_LOG"))
+        return;
+    char dir[4096];
+    if (!BLUTILS_GetDataDir(dir, int(sizeof(dir))))
+        return;
+    const QString log = QDir(QFile::decodeName(dir)).filePath(QStringLiteral("plugins.log"));
+    if (QFileInfo(log).size() > kPluginLogBytes) {
+        QFile::remove(log + QStringLiteral(".old"));
+        QFile::rename(log, log + QStringLiteral(".old"));
+    }
+    qputenv("VLOR_PLUGIN_LOG", QFile::encodeName(log));
+}
+
 } // namespace
 
 int Initialize()
 {
+    OpenPluginLog();
     AUDIOVST_Initialize();
     AUDIO_AddEffectFilter(&VSTEffect);
     return AUDIO_AddEffectFilter(&VST3Effect);

@@ -3,11 +3,15 @@
 // own, on real files, its output read back.
 #include "testsupport.h"
 
+#include <QFile>
+
 #include <gtest/gtest.h>
 
 #include <sndfile.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <string>
@@ -60,6 +64,48 @@ protected:
     std::string err() { return readFile(dir.file("stderr")); }
     TempDir dir;
     std::vector<float> input;
+};
+
+// vlorfx's commands with a folder of fixture plugins of their own.
+class Cli : public Apply {
+protected:
+    std::string out() { return readFile(dir.file("stdout")); }
+    // A folder of copies of fixture plugins under the names given.
+    std::string plugins(const std::vector<std::pair<std::string, std::string>>& copies)
+    {
+        const std::string folder = dir.file("plugins");
+        mkdir(folder.c_str(), 0755);
+        for (const auto& c : copies)
+            EXPECT_TRUE(QFile::copy(QString::fromStdString(VLOR_FIXTURE_VST_DIR "/" + c.first),
+                                    QString::fromStdString(folder + "/" + c.second)));
+        return folder;
+    }
+    int lineOf(const std::string& text, const std::string& what)
+    {
+        const size_t at = text.find(what);
+        return at == std::string::npos ? -1 : int(std::count(text.begin(), text.begin() + long(at), '\n'));
+    }
+    void writePcm16(const std::string& name, float amplitude)
+    {
+        SF_INFO info{};
+        info.samplerate = 44100;
+        info.channels = 2;
+        info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+        SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_WRITE, &info);
+        std::vector<float> v(2 * 4410);
+        for (size_t i = 0; i < v.size(); ++i)
+            v[i] = amplitude * float(std::sin(0.01 * double(i)));
+        sf_writef_float(f, v.data(), 4410);
+        sf_close(f);
+    }
+    int formatOf(const std::string& name)
+    {
+        SF_INFO info{};
+        SNDFILE* f = sf_open(dir.file(name).c_str(), SFM_READ, &info);
+        if (f)
+            sf_close(f);
+        return f ? info.format & SF_FORMAT_SUBMASK : -1;
+    }
 };
 
 } // namespace vlortest

@@ -1,5 +1,7 @@
 #include "document.h"
 
+#include "audio_errors.h"
+
 #include <QFile>
 #include <QUndoCommand>
 
@@ -30,7 +32,7 @@ bool AudioDocument::readFile(const QString& file, int* channels, int* rate, QVec
     SF_INFO info{};
     SNDFILE* f = sf_open(QFile::encodeName(file).constData(), SFM_READ, &info);
     if (!f) {
-        *error = QObject::tr("%1 cannot be read: %2").arg(file, QString::fromUtf8(sf_strerror(nullptr)));
+        *error = QString::fromStdString(audio::ReadErrorText(QFile::encodeName(file).toStdString()));
         return false;
     }
     if (info.channels <= 0 || info.frames < 0 || info.frames > (qint64(1) << 31) / info.channels) {
@@ -52,7 +54,7 @@ bool AudioDocument::load(const QString& path, QString* error)
     SF_INFO info{};
     SNDFILE* f = sf_open(QFile::encodeName(path).constData(), SFM_READ, &info);
     if (!f) {
-        *error = tr("%1 cannot be read: %2").arg(path, QString::fromUtf8(sf_strerror(nullptr)));
+        *error = QString::fromStdString(audio::ReadErrorText(QFile::encodeName(path).toStdString()));
         return false;
     }
     sf_close(f);
@@ -83,7 +85,7 @@ bool AudioDocument::save(const QString& path, QString* error)
     const QString temporary = path + QStringLiteral(".saving");
     SNDFILE* f = sf_open(QFile::encodeName(temporary).constData(), SFM_WRITE, &info);
     if (!f) {
-        *error = tr("%1 cannot be written: %2").arg(path, QString::fromUtf8(sf_strerror(nullptr)));
+        *error = QString::fromStdString(audio::WriteErrorText(QFile::encodeName(path).toStdString()));
         return false;
     }
     // Whole numbers clip at full scale, as the format asks; no wrap-around.
@@ -135,7 +137,7 @@ bool AudioDocument::writeRange(const QString& file, qint64 start, qint64 count, 
     info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
     SNDFILE* f = sf_open(QFile::encodeName(file).constData(), SFM_WRITE, &info);
     if (!f) {
-        *error = tr("%1 cannot be written: %2").arg(file, QString::fromUtf8(sf_strerror(nullptr)));
+        *error = QString::fromStdString(audio::WriteErrorText(QFile::encodeName(file).toStdString()));
         return false;
     }
     const QVector<float> part = range(start, count);

@@ -159,8 +159,8 @@ extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
 {
     if (!HostChildDieWithParent())
         return 1;
-    // Standard error stays: the parent does not read it, and it helps whoever runs us by hand.
-    g_reply = HostChildTakeStdout(true);
+    // Run by hand (no plugin log named), standard error stays for whoever runs us.
+    g_reply = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
     if (g_reply < 0)
         return 3;
 
