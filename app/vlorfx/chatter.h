@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -50,6 +51,17 @@ public:
     }
     // Where our own progress goes meanwhile.
     FILE* out() const { return m_out ? m_out : stderr; }
+    // A line of our own result for standard output, which is the plugin's meanwhile.
+    void printResult(const std::string& line) const
+    {
+        const std::string text = line + "\n";
+        if (m_saved[0] < 0) {
+            std::fputs(text.c_str(), stdout);
+            return;
+        }
+        if (::write(m_saved[0], text.data(), text.size()) < 0)
+            return; // nobody reads our output any more
+    }
 
 private:
     int m_saved[2] = {-1, -1};

@@ -37,7 +37,7 @@ const char* const kMixerHelp =
     "passed over from then on, and the blocks it missed are counted.\n"
     "\n"
     "example:\n"
-    "  vlorfx apply --mixer --vst2 /usr/lib/vst/ZamComp-vst.so --vst3 /usr/lib/vst3/ZamVerb.vst3 in.wav out.wav\n";
+    "  vlorfx apply --mixer --vst2 /usr/lib/vst/ZamComp-vst.so --vst3 /usr/lib/vst3/ZamDelay.vst3 in.wav out.wav\n";
 
 // What the effects tell while the chain runs (a block silenced), said where
 // our own lines go while plugins' printing is kept aside.
@@ -209,7 +209,6 @@ int cmdApplyMixer(int argc, char** argv)
                      missed);
         return 1;
     }
-    std::printf("%s\n", vlorfx::writtenLine(out, info.frames, info.channels, info.samplerate, peakOf(audio),
-                                            peakOf(result)).c_str());
+    aside.printResult(vlorfx::writtenLine(out, info.frames, info.channels, info.samplerate, peakOf(audio), peakOf(result)));
     return 0;
 }

@@ -70,7 +70,7 @@ protected:
         Cli::SetUp();
         if (!QFileInfo::exists(QStringLiteral("/usr/lib/vst/ZamComp-vst.so")) ||
             !QFileInfo::exists(QStringLiteral("/usr/lib/vst3/ZamComp.vst3")) ||
-            !QFileInfo::exists(QStringLiteral("/usr/lib/vst3/ZamVerb.vst3")))
+            !QFileInfo::exists(QStringLiteral("/usr/lib/vst3/ZamDelay.vst3")))
             GTEST_SKIP() << "the README's examples name zam-plugins, which is not installed";
         // The user's own folders of the examples, with plugins of the test's.
         QDir().mkpath(QString::fromStdString(dir.file("home/my-vst")));
@@ -91,9 +91,10 @@ public:
     {
         const std::string vlorfx = "'" + kVlorfx + "' --data '" + dir.file("data") + "'";
         command = std::regex_replace(command, std::regex("(^|\\s)vlorfx(\\s)"), "$1" + vlorfx + "$2");
-        const std::string cmd = "cd '" + dir.path() + "' && HOME='" + dir.file("home") +
-                                "' VST_PATH=/usr/lib/vst QT_QPA_PLATFORM=offscreen " + command + extra + " >'" +
-                                dir.file("stdout") + "' 2>'" + dir.file("stderr") + "'";
+        // HOME is set before the line is read, so that its ~ is the test's home.
+        const std::string cmd = "export HOME='" + dir.file("home") + "' VST_PATH=/usr/lib/vst QT_QPA_PLATFORM=offscreen; cd '" +
+                                dir.path() + "' && " + command + extra + " >'" + dir.file("stdout") + "' 2>'" +
+                                dir.file("stderr") + "'";
         const int status = std::system(cmd.c_str());
         return {WIFEXITED(status) ? WEXITSTATUS(status) : 128, readFile(dir.file("stdout")), readFile(dir.file("stderr"))};
     }
@@ -135,6 +136,14 @@ TEST_F(ReadmeExamples, EveryExampleCommandDoesWhatItsCommentSays)
              const Outcome list = t->run("vlorfx list --wide");
              EXPECT_NE(list.out.find("vlor-fixture-stereo.so"), std::string::npos) << "the plugin of ~/my-vst:\n" << list.out;
              EXPECT_NE(list.out.find("vlor-vst3-effects.vst3"), std::string::npos) << "the bundle of ~/my-vst3";
+             // One count of the pairs, the same in the summary and in the list.
+             std::smatch pairs;
+             ASSERT_TRUE(std::regex_search(o.out, pairs, std::regex("\npairs: (\\d+)"))) << o.out;
+             int paired = 0;
+             std::istringstream lines(list.out);
+             for (std::string line; std::getline(lines, line);)
+                 paired += line.find(".so + ") != std::string::npos ? 1 : 0;
+             EXPECT_EQ(std::stoi(pairs[1]), paired) << o.out << list.out;
          }},
         {std::regex("^vlorfx list$"), "",
          [](ReadmeExamples*, const Outcome& o) {
@@ -181,15 +190,16 @@ TEST_F(ReadmeExamples, EveryExampleCommandDoesWhatItsCommentSays)
              EXPECT_EQ(o.out.rfind("wrote out.wav:", 0), 0u) << o.out;
              EXPECT_EQ(t->read("out.wav").size(), t->input.size());
          }},
-        {std::regex("^vlorfx apply --mixer --vst2 \\S+ZamComp-vst.so --vst3 \\S+ZamVerb.vst3 in.wav out.wav$"), "",
+        {std::regex("^vlorfx apply --mixer --vst2 \\S+ZamComp-vst.so --vst3 \\S+ZamDelay.vst3 in.wav out.wav$"), "",
          [](ReadmeExamples* t, const Outcome& o) {
              ASSERT_EQ(o.status, 0) << o.err;
+             EXPECT_EQ(o.out.rfind("wrote out.wav: 0.68 s, 2 channels, 44100 Hz; peak ", 0), 0u) << o.out;
              const std::vector<float> out = t->read("out.wav");
              ASSERT_EQ(out.size(), t->input.size());
              double difference = 0;
              for (size_t i = 0; i < out.size(); ++i)
                  difference = std::max(difference, double(std::fabs(out[i] - t->input[i])));
-             EXPECT_GT(difference, 0.01) << "the reverb is heard";
+             EXPECT_GT(difference, 0.01) << "the delay is heard";
          }},
         {std::regex("^vlorfx menu --with-audio$"), "",
          [](ReadmeExamples*, const Outcome& o) {

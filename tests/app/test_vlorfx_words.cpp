@@ -122,24 +122,18 @@ TEST_F(Cli, ListsAreSortedAndFittedToTheTerminalAndWholeWithWideOrOffIt)
 // list's paired lines and a second scan's count are one number.
 TEST_F(Cli, ScanAndListCountThePairsAlike)
 {
-    const QStringList products = {QStringLiteral("ZamComp"), QStringLiteral("ZamEQ2"), QStringLiteral("ZamGate")};
-    const std::string vst2 = dir.file("zam-vst"), vst3 = dir.file("zam-vst3");
-    QDir().mkpath(QString::fromStdString(vst2));
-    QDir().mkpath(QString::fromStdString(vst3));
-    for (const QString& p : products) {
-        const QString file = QStringLiteral("/usr/lib/vst/%1-vst.so").arg(p);
-        const QString bundle = QStringLiteral("/usr/lib/vst3/%1.vst3").arg(p);
-        if (!QFileInfo::exists(file) || !QFileInfo::exists(bundle))
-            GTEST_SKIP() << "zam-plugins is not installed (" << file.toStdString() << ")";
-        ASSERT_TRUE(QFile::copy(file, QString::fromStdString(vst2) + QStringLiteral("/%1-vst.so").arg(p)));
-        ASSERT_EQ(std::system(("cp -r '" + bundle.toStdString() + "' '" + vst3 + "/'").c_str()), 0);
-    }
-    ASSERT_EQ(run("scan --quiet --vst2-path '" + vst2 + "' --vst3-path '" + vst3 + "'"), 0) << err();
+    // The machine's plugins, checked many at a time: the last checks come in
+    // while the pairs are being made.
+    if (!QFileInfo::exists(QStringLiteral("/usr/lib/vst/ZamComp-vst.so")) ||
+        !QFileInfo::exists(QStringLiteral("/usr/lib/vst3/ZamComp.vst3")))
+        GTEST_SKIP() << "zam-plugins is not installed in both formats";
+    setenv("VST_PATH", "/usr/lib/vst", 1);
+    ASSERT_EQ(run("scan --quiet --parallel 8"), 0) << err();
     std::smatch m;
     const std::string summary = out();
     ASSERT_TRUE(std::regex_search(summary, m, std::regex("pairs: (\\d+)"))) << summary;
     const int scanned = std::stoi(m[1]);
-    EXPECT_EQ(scanned, int(products.size())) << summary;
+    EXPECT_GE(scanned, 5) << "zam's products pair:\n" << summary;
     ASSERT_EQ(run("list"), 0);
     int listed = 0;
     for (const std::string& line : lines(out()))
