@@ -1,6 +1,7 @@
 #include "QVlorPanelText_p.h"
 
 #include <QRegularExpression>
+#include <QWidget>
 
 #include <algorithm>
 
@@ -92,6 +93,15 @@ QColor QuietTextColor(const QColor& text, const QColor& ground)
         (ContrastRatio(mix(text, ground, t), ground) >= kWanted ? near : far) = t;
     }
     return mix(text, ground, near);
+}
+
+QColor StylePanelGround(QWidget* panel, const QPalette& palette)
+{
+    const QColor ground = PanelGroundColor(palette);
+    panel->setStyleSheet(
+        QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; }")
+            .arg(ground.name(), PanelGroundColor(palette, 0.14).name()));
+    return ground;
 }
 
 QColor PanelGroundColor(const QPalette& palette, double towardsText)

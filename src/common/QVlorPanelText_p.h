@@ -37,6 +37,10 @@ QColor QuietTextColor(const QColor& text, const QColor& ground);
 // the text, so that it stands apart from the dialog in light and dark.
 QColor PanelGroundColor(const QPalette& palette, double towardsText = 0.06);
 
+// Gives a panel named "centralWidget" that ground in the palette's colours,
+// with a border a little darker; the ground, for the texts laid on it.
+QColor StylePanelGround(QWidget* panel, const QPalette& palette);
+
 // One line of a panel's header: a caption in bold on the left ("Manufacturer:"),
 // its value on the right.
 inline QHBoxLayout* PanelHeaderRow(QWidget* owner, const QString& caption, const QString& value)

@@ -296,14 +296,9 @@ void Widget::applyColours()
     if (!d->centralWidget || d->applyingColours)
         return;
     d->applyingColours = true;
-    const QPalette& p = palette();
-    const QColor ground = PanelGroundColor(p);
-    const QColor border = PanelGroundColor(p, 0.14);
-    d->centralWidget->setStyleSheet(
-        QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; };")
-            .arg(ground.name(), border.name()));
+    const QColor ground = StylePanelGround(d->centralWidget, palette());
     for (ParameterWidget* row : d->rows)
-        row->applyColours(p, ground);
+        row->applyColours(palette(), ground);
     d->applyingColours = false;
 }
 

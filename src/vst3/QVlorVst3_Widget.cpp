@@ -348,13 +348,9 @@ void Widget::applyColours()
     if (!d->panel || d->applyingColours)
         return;
     d->applyingColours = true;
-    const QPalette& p = palette();
-    const QColor ground = PanelGroundColor(p);
-    d->panel->setStyleSheet(
-        QStringLiteral("QWidget#centralWidget { background-color: %1; border: 1px solid %2; border-radius: 5px; }")
-            .arg(ground.name(), PanelGroundColor(p, 0.14).name()));
+    const QColor ground = StylePanelGround(d->panel, palette());
     for (ParameterWidget* row : d->parameters)
-        row->applyColours(p, ground);
+        row->applyColours(palette(), ground);
     d->applyingColours = false;
 }
 

@@ -128,7 +128,8 @@ protected:
     }
     void TearDown() override
     {
-        if (IsSkipped())
+        // A test may skip after the window is up (no sound output): it still goes down in order.
+        if (!window)
             return;
         QVlorSetting::global().remove(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"));
         QVlorAudioPlugins::AboutToQuit();

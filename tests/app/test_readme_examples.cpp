@@ -123,6 +123,13 @@ using Check = std::function<void(ReadmeExamples*, const Outcome&)>;
 
 TEST_F(ReadmeExamples, EveryExampleCommandDoesWhatItsCommentSays)
 {
+    // A window asked for its picture: one that shows something.
+    auto picture = [](const std::string& file, const std::string& what) -> Check {
+        return [file, what](ReadmeExamples* t, const Outcome& o) {
+            EXPECT_EQ(o.status, 0) << o.err;
+            t->expectPicture(t->dir.file(file), what);
+        };
+    };
     struct Rule {
         std::regex command;
         std::string extra; // for a window: the picture it is asked for
@@ -207,20 +214,11 @@ TEST_F(ReadmeExamples, EveryExampleCommandDoesWhatItsCommentSays)
              EXPECT_TRUE(std::regex_search(o.out, std::regex("ZamComp.*plugid-"))) << o.out;
          }},
         {std::regex("^vlorfx open \\S+ZamComp.vst3$"), " --screenshot pictures/open.png",
-         [](ReadmeExamples* t, const Outcome& o) {
-             EXPECT_EQ(o.status, 0) << o.err;
-             t->expectPicture(t->dir.file("pictures/open.png"), "the effect's dialog");
-         }},
+         picture("pictures/open.png", "the effect's dialog")},
         {std::regex("^xvfb-run -a vlorfx open --screenshot comp.png \\S+ZamComp-vst.so$"), "",
-         [](ReadmeExamples* t, const Outcome& o) {
-             EXPECT_EQ(o.status, 0) << o.err;
-             t->expectPicture(t->dir.file("comp.png"), "the picture of the dialog");
-         }},
+         picture("comp.png", "the picture of the dialog")},
         {std::regex("^vlorfx prefs$"), " --screenshot pictures/prefs.png",
-         [](ReadmeExamples* t, const Outcome& o) {
-             EXPECT_EQ(o.status, 0) << o.err;
-             t->expectPicture(t->dir.file("pictures/prefs.png"), "the plugin manager page");
-         }},
+         picture("pictures/prefs.png", "the plugin manager page")},
         {std::regex("^vlorfx prefs --theme dark --filter zam --screenshot page.png$"), "",
          [](ReadmeExamples* t, const Outcome& o) {
              EXPECT_EQ(o.status, 0) << o.err;
@@ -235,10 +233,7 @@ TEST_F(ReadmeExamples, EveryExampleCommandDoesWhatItsCommentSays)
                  EXPECT_NE(o.out.find(item), std::string::npos) << item << " in " << o.out;
          }},
         {std::regex("^vlorfx prefs --search-paths$"), " --screenshot pictures/paths.png",
-         [](ReadmeExamples* t, const Outcome& o) {
-             EXPECT_EQ(o.status, 0) << o.err;
-             t->expectPicture(t->dir.file("pictures/paths.png"), "the search folders");
-         }},
+         picture("pictures/paths.png", "the search folders")},
         {std::regex("^vlorfx gui in.wav$"), " --screenshot pictures/gui",
          [](ReadmeExamples* t, const Outcome& o) {
              EXPECT_EQ(o.status, 0) << o.err;
