@@ -101,7 +101,9 @@ TEST(ParallelScans, OneTwoAndFourAtATimeGiveTheSameCatalogsAndPairs)
     std::map<int, std::string> data;
     for (int n : {1, 2, 4}) {
         data[n] = dir.file("data" + std::to_string(n));
-        ASSERT_EQ(vlorfx(data[n], "scan --quiet --check-timeout 3 --parallel " + std::to_string(n) + folders), 0)
+        // Long enough for the slowest real plugin (a convolution reverb loads
+        // its impulse) on two busy cores; only the hang fixture reaches it.
+        ASSERT_EQ(vlorfx(data[n], "scan --quiet --check-timeout 6 --parallel " + std::to_string(n) + folders), 0)
             << vlortest::readFile(data[n] + ".out");
     }
     const std::string vst2Catalog = normalized(QString::fromStdString(data[1] + "/vstxml/catalog_v2.json"));
@@ -165,5 +167,7 @@ TEST(ParallelScans, AHangHoldsNoneOfTheOthers)
     ASSERT_EQ(starts.size(), 20u);
     for (const auto& [file, t] : starts)
         EXPECT_LT(t, hangStart + timeoutS * 1000000000LL) << file << " waited for the hang";
-    EXPECT_NE(vlortest::readFile(dir.file("data.out")).find("failed: "), std::string::npos);
+    // The scan ended with its summary.
+    EXPECT_EQ(vlortest::readFile(dir.file("data.out")).rfind("VST2: 21 plugins in 1 folders: ", 0), 0u)
+        << vlortest::readFile(dir.file("data.out"));
 }
