@@ -135,9 +135,10 @@ qint32 _VerifierBuild()
     return vlorApp ? vlorApp->buildStamp(1, 1) : 0;
 }
 
-// What plugins print in the host programs goes to one log in the data folder
-// (kept under a megabyte: the older half is moved aside), named to every
-// child by the environment; a log named already, or "-", is left alone.
+// What plugins print in the host programs goes to one log in the data folder,
+// named to every child by the environment; a log over a megabyte at a start
+// is moved aside as plugins.log.old. A log named already, or "-" (standard
+// error), is left alone.
 void OpenPluginLog()
 {
     if (qEnvironmentVariableIsSet("VLOR_PLUGIN_LOG"))
