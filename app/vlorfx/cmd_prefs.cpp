@@ -27,6 +27,7 @@
 #include <QVBoxLayout>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -74,59 +75,127 @@ QModelIndex findRow(const QAbstractItemModel* model, const QString& name, const 
     return QModelIndex();
 }
 
-} // namespace
-
-int cmdPrefs(int argc, char** argv)
-{
+// What the command line asked for.
+struct PrefsOptions {
     std::string screenshot, filter, contextRow;
     bool searchPaths = false;
     int status = -1;
     bool rescan = false;
+    bool help = false;
     int theme = QVlorApplication::Light;
-    QSize size(760, 620);
+    QSize size{760, 620};
+};
+
+// 0 when the options are read (or --help was printed), else the exit status.
+int readPrefsOptions(int argc, char** argv, PrefsOptions* o)
+{
     for (int i = 0; i < argc; ++i) {
         const std::string a = argv[i];
         const bool hasValue = i + 1 < argc;
         if (a == "--help" || a == "-h") {
             std::fputs(kPrefsHelp, stdout);
+            o->help = true;
             return 0;
         }
         if (a == "--theme" && hasValue) {
             const std::string t = argv[++i];
             if (t != "light" && t != "dark")
                 return prefsError("--theme is light or dark");
-            theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
+            o->theme = t == "dark" ? QVlorApplication::Dark : QVlorApplication::Light;
         } else if (a == "--filter" && hasValue) {
-            filter = argv[++i];
+            o->filter = argv[++i];
         } else if (a == "--status" && hasValue) {
             const std::string s = argv[++i];
             const char* const names[] = {"all", "new", "failed", "enabled"};
             for (int k = 0; k < 4; ++k)
                 if (s == names[k])
-                    status = k;
-            if (status < 0)
+                    o->status = k;
+            if (o->status < 0)
                 return prefsError("--status is all, new, failed or enabled");
         } else if (a == "--rescan") {
-            rescan = true;
+            o->rescan = true;
         } else if (a == "--size" && hasValue) {
             int w = 0, h = 0;
             if (std::sscanf(argv[++i], "%dx%d", &w, &h) != 2 || w < 200 || h < 150 || w > 8192 || h > 8192)
                 return prefsError("--size is WIDTHxHEIGHT, at least 200x150");
-            size = QSize(w, h);
+            o->size = QSize(w, h);
         } else if (a == "--context-menu" && hasValue) {
-            contextRow = argv[++i];
+            o->contextRow = argv[++i];
         } else if (a == "--search-paths") {
-            searchPaths = true;
+            o->searchPaths = true;
         } else if (a == "--screenshot" && hasValue) {
-            screenshot = argv[++i];
+            o->screenshot = argv[++i];
         } else {
             return prefsError("unknown argument " + a);
         }
     }
+    return 0;
+}
+
+// Selects the product's row once the tree is built and opens its context
+// menu as a right click does; with picture, saves the page with the menu
+// where it opened and prints what the menu offers.
+void openRowMenu(QDialog& dialog, QTreeView* tree, const std::string& product, bool picture,
+                 const std::function<void(const QPixmap&)>& save, int& result)
+{
+    // The timers outlive this call: what they use is copied, but the dialog
+    // and the result, which outlive the timers.
+    QTimer::singleShot(100, &dialog, [&dialog, &result, tree, product, picture, save] {
+        const QModelIndex row = findRow(tree->model(), QString::fromStdString(product));
+        if (!row.isValid()) {
+            std::fprintf(stderr, "vlorfx prefs: no row named %s\n", product.c_str());
+            result = 1;
+            dialog.reject();
+            return;
+        }
+        tree->scrollTo(row);
+        tree->selectionModel()->select(row, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+        const QRect rect = tree->visualRect(row);
+        if (picture)
+            QTimer::singleShot(200, &dialog, [&dialog, &result, save] {
+                auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+                if (!menu) {
+                    std::fprintf(stderr, "vlorfx prefs: the row has no menu\n");
+                    result = 1;
+                    dialog.reject();
+                    return;
+                }
+                // The page with the menu where it opened.
+                QPixmap shot = dialog.grab();
+                QPainter painter(&shot);
+                painter.drawPixmap(dialog.mapFromGlobal(menu->pos()), menu->grab());
+                painter.end();
+                save(shot);
+                // What it offers, in words, for whoever reads the output rather than the picture.
+                QStringList items;
+                for (QAction* action : menu->actions())
+                    if (!action->isSeparator() && action->isVisible())
+                        items << action->text();
+                std::printf("menu: %s\n", vlorfx::printable(items.join(QStringLiteral(" | "))).constData());
+                menu->close();
+                dialog.accept();
+            });
+        QContextMenuEvent event(QContextMenuEvent::Mouse, rect.center(), tree->viewport()->mapToGlobal(rect.center()));
+        QCoreApplication::sendEvent(tree->viewport(), &event);
+    });
+}
+
+} // namespace
+
+int cmdPrefs(int argc, char** argv)
+{
+    PrefsOptions options;
+    if (const int bad = readPrefsOptions(argc, argv, &options))
+        return bad;
+    if (options.help)
+        return 0;
+    const std::string& screenshot = options.screenshot;
+    const std::string& contextRow = options.contextRow;
+    const bool rescan = options.rescan;
     if (screenshot.empty())
         if (const int status = vlorfx::refuseWithoutDisplay("prefs", "--screenshot FILE"))
             return status;
-    QVlorApplication::applyTheme(theme);
+    QVlorApplication::applyTheme(options.theme);
     // A loaded VST2 catalog reaches the copies through the scan that follows
     // it, as at the editor's start.
     if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
@@ -143,11 +212,11 @@ int cmdPrefs(int argc, char** argv)
     QObject::connect(buttons, &QDialogButtonBox::rejected, &dialog, &QDialog::reject);
     page->syncPreferences();
     if (auto* box = page->findChild<QVlorBoxEditor*>(QStringLiteral("filterBox"))) {
-        if (status >= 0)
-            box->comboBox()->setCurrentIndex(box->comboBox()->findData(status));
-        box->lineEdit()->setText(QString::fromStdString(filter));
+        if (options.status >= 0)
+            box->comboBox()->setCurrentIndex(box->comboBox()->findData(options.status));
+        box->lineEdit()->setText(QString::fromStdString(options.filter));
     }
-    dialog.resize(size);
+    dialog.resize(options.size);
     dialog.show();
     if (rescan)
         page->rescanAll();
@@ -164,47 +233,8 @@ int cmdPrefs(int argc, char** argv)
     };
     auto* tree = page->findChild<QTreeView*>(QStringLiteral("vstPluginsTreeView"));
     if (!contextRow.empty()) {
-        // Select the row once the tree is built, then ask for its menu as a right click does.
-        QTimer::singleShot(100, &dialog, [&] {
-            const QModelIndex row = findRow(tree->model(), QString::fromStdString(contextRow));
-            if (!row.isValid()) {
-                std::fprintf(stderr, "vlorfx prefs: no row named %s\n", contextRow.c_str());
-                result = 1;
-                dialog.reject();
-                return;
-            }
-            tree->scrollTo(row);
-            tree->selectionModel()->select(row, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-            const QRect rect = tree->visualRect(row);
-            if (!screenshot.empty())
-                QTimer::singleShot(200, &dialog, [&, rect] {
-                    auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
-                    if (!menu) {
-                        std::fprintf(stderr, "vlorfx prefs: the row has no menu\n");
-                        result = 1;
-                        dialog.reject();
-                        return;
-                    }
-                    // The page with the menu where it opened.
-                    QPixmap shot = dialog.grab();
-                    QPainter painter(&shot);
-                    const QPoint at = dialog.mapFromGlobal(menu->pos());
-                    painter.drawPixmap(at, menu->grab());
-                    painter.end();
-                    save(shot);
-                    // What it offers, in words, for whoever reads the output rather than the picture.
-                    QStringList items;
-                    for (QAction* action : menu->actions())
-                        if (!action->isSeparator() && action->isVisible())
-                            items << action->text();
-                    std::printf("menu: %s\n", vlorfx::printable(items.join(QStringLiteral(" | "))).constData());
-                    menu->close();
-                    dialog.accept();
-                });
-            QContextMenuEvent event(QContextMenuEvent::Mouse, rect.center(), tree->viewport()->mapToGlobal(rect.center()));
-            QCoreApplication::sendEvent(tree->viewport(), &event);
-        });
-    } else if (searchPaths) {
+        openRowMenu(dialog, tree, contextRow, !screenshot.empty(), save, result);
+    } else if (options.searchPaths) {
         auto* manage = page->findChild<QPushButton*>(QStringLiteral("managePathsBtn"));
         QTimer::singleShot(100, &dialog, [&, manage] {
             if (!screenshot.empty())
