@@ -206,6 +206,23 @@ void setFrontAudio(const QVlorAudio& audio)
 
 extern "C" int VLORVST3_HostMain(int argc, char** argv);
 
+namespace {
+
+// --verbose, before or after --data: what plugins print and the library's
+// progress, on standard error for once.
+void takeVerbose(int& argc, char**& argv)
+{
+    if (argc < 2 || std::strcmp(argv[1], "--verbose") != 0)
+        return;
+    setenv("VLORFX_VERBOSE", "1", 1);
+    setenv("VLOR_PLUGIN_LOG", "-", 1);
+    argv[1] = argv[0];
+    ++argv;
+    --argc;
+}
+
+} // namespace
+
 int main(int argc, char** argv)
 {
     // A file size limit makes a write fail, which is reported, rather than end the program.
@@ -221,6 +238,7 @@ int main(int argc, char** argv)
         usage(stderr);
         return 2;
     }
+    takeVerbose(argc, argv);
     // The data folder is settled before the library reads anything from it.
     if (argc > 2 && !std::strcmp(argv[1], "--data")) {
         // A mistyped folder must not grow a tree of new folders: its parent is there.
@@ -237,14 +255,7 @@ int main(int argc, char** argv)
         argv += 2;
         argc -= 2;
     }
-    // What plugins print and the library's progress, on standard error for once.
-    if (argc > 1 && !std::strcmp(argv[1], "--verbose")) {
-        setenv("VLORFX_VERBOSE", "1", 1);
-        setenv("VLOR_PLUGIN_LOG", "-", 1);
-        argv[1] = argv[0];
-        ++argv;
-        --argc;
-    }
+    takeVerbose(argc, argv);
     // Without a VST3 host program installed, the library starts us as one.
     if (argc > 1 && !std::strcmp(argv[1], "--vst3")) {
         argv[1] = argv[0];
