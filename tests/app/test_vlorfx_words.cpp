@@ -75,6 +75,8 @@ TEST_F(Cli, AMistypedCommandGetsOneLineWithTheNearestCommand)
         {"appl", "vlorfx: unknown command 'appl'; did you mean 'apply'?\n"},
         {"rechek", "vlorfx: unknown command 'rechek'; did you mean 'recheck'?\n"},
         {"xyzzy", "vlorfx: unknown command 'xyzzy'\n"},
+        {"opxyz", "vlorfx: unknown command 'opxyz'\n"}, // three edits from open: too far
+        {"prefx", "vlorfx: unknown command 'prefx'; did you mean 'prefs'?\n"},
     };
     for (const Case& c : cases) {
         EXPECT_EQ(run(c.typed), 2) << c.typed;
