@@ -48,6 +48,8 @@ std::string onTerminal(const std::string& data, const std::string& args, int col
     const pid_t pid = forkpty(&master, nullptr, nullptr, &size);
     if (pid == 0) {
         const std::string cmd = "exec '" + kVlorfx + "' --data '" + data + "' " + args + " 2>/dev/null";
+        // A terminal that tells no width (0) leaves it to COLUMNS.
+        setenv("COLUMNS", "70", 1);
         execl("/bin/sh", "sh", "-c", cmd.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
@@ -109,11 +111,11 @@ TEST_F(Cli, ListsAreSortedAndFittedToTheTerminalAndWholeWithWideOrOffIt)
         EXPECT_GT(longest, 90u) << "off a terminal every line is whole";
         EXPECT_NE(out().find("a-plugin-with-a-long-file-name-indeed.so"), std::string::npos) << out();
 
-        for (int columns : {80, 60}) {
+        for (int columns : {80, 60, 0}) {
             const std::vector<std::string> fitted = lines(onTerminal(dir.file("data"), command, columns));
             ASSERT_EQ(fitted.size(), whole.size()) << command << " at " << columns;
             for (const std::string& line : fitted)
-                EXPECT_LE(QString::fromStdString(line).size(), columns) << command << ": " << line;
+                EXPECT_LE(QString::fromStdString(line).size(), columns ? columns : 70) << command << ": " << line;
         }
         const std::vector<std::string> wide = lines(onTerminal(dir.file("data"), std::string(command) + " --wide", 80));
         EXPECT_EQ(wide, whole) << command << " --wide prints what a file gets";
