@@ -7,6 +7,7 @@
 
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorVst3_Manager.h"
 
@@ -279,11 +280,11 @@ QList<Row> rowsAsTable(const QList<UnifiedRow>& rows, const QVlorVst3::Catalog& 
 {
     QHash<QString, QString> files; // identity -> file name
     for (const Vst2Row& a : vst2Rows()) {
-        files.insert(QStringLiteral("vstid-%1").arg(a.plugin.uniqueId()), a.file);
-        files.insert(QStringLiteral("vsthash-%1:%2").arg(a.plugin.hash()).arg(a.plugin.pluginId()), a.file);
+        files.insert(QVlorAudioPlugins::Vst2RowIdentity(a.plugin.uniqueId(), a.plugin.hash(), a.plugin.pluginId()), a.file);
+        files.insert(QVlorAudioPlugins::Vst2RowIdentity(0, a.plugin.hash(), a.plugin.pluginId()), a.file);
     }
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
-        files.insert(QStringLiteral("vst3path-") + b.path(), QFileInfo(b.path()).fileName());
+        files.insert(QVlorAudioPlugins::Vst3BundleIdentity(b.path()), QFileInfo(b.path()).fileName());
         for (const QVlorVst3::CatalogClass& c : b.classes())
             files.insert(c.cid(), QFileInfo(b.path()).fileName());
     }

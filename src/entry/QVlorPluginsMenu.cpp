@@ -7,6 +7,7 @@
 #include "QVlorAudio.h"
 #include "QVlorDialogs.h"
 #include "QVlorPairKeybindings.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
@@ -287,15 +288,15 @@ void MenuController::rebuildPluginsMenuNow()
             entry.pairId = row->pairId;
             QString formatLabel, formatId;
             if (row->vst2.active) {
-                entry.format = QStringLiteral("vst2");
+                entry.format = QLatin1String(Vst2Format().token);
                 if (!vst2Index.find(row->vst2.identity, &entry.plugin))
                     continue;
-                formatLabel = row->vst2.is32Bit ? QStringLiteral("VST2\u00B732") : QStringLiteral("VST2");
+                formatLabel = BadgeText(Vst2Format(), row->vst2.is32Bit);
                 formatId = row->vst2.identity;
             } else {
-                entry.format = QStringLiteral("vst3");
+                entry.format = QLatin1String(Vst3Format().token);
                 entry.cid = row->vst3.identity;
-                formatLabel = QStringLiteral("VST3");
+                formatLabel = BadgeText(Vst3Format(), false);
                 formatId = Vst3ActionId(entry.cid);
             }
             QAction* action = EntryAction(row->name, formatLabel, vendorMenu);
@@ -304,7 +305,7 @@ void MenuController::rebuildPluginsMenuNow()
             d->entries.insert(action, entry);
             if (!entry.pairId.isEmpty())
                 d->pairActions.insert(entry.pairId, action);
-            const QString id = entry.pairId.isEmpty() ? formatId : QStringLiteral("plugid-%1").arg(entry.pairId);
+            const QString id = entry.pairId.isEmpty() ? formatId : PairActionId(entry.pairId);
             d->host->registerAction(action, id, category, row->name);
             const QString title = QStringLiteral("%2 %1").arg(row->name, label);
             QString url = title.trimmed().toLower();

@@ -1,12 +1,16 @@
 #include "QVlorPairKeybindings.h"
+#include "QVlorPluginFormat.h"
 
 namespace QVlorAudioPlugins {
 
 const char* const K_SETTING_FIXED_MIGRATION_DONE = "vloraudio.plugins.fixed_action_keybinding_migration_done";
 const char* const K_SHORTCUT_SETTING_PREFIX = "vloraudio.shortcuts.";
 
-QString Vst2ActionId(qint64 uniqueId) { return uniqueId != 0 ? QStringLiteral("vstid-%1").arg(uniqueId) : QString(); }
-QString Vst3ActionId(const QString& cid) { return cid.isEmpty() ? QString() : QStringLiteral("vst3id-%1").arg(cid); }
+QString Vst2ActionId(qint64 uniqueId)
+{
+    return uniqueId != 0 ? QLatin1String(Vst2Format().actionIdPrefix) + QString::number(uniqueId) : QString();
+}
+QString Vst3ActionId(const QString& cid) { return cid.isEmpty() ? QString() : QLatin1String(Vst3Format().actionIdPrefix) + cid; }
 QString ShortcutSettingKey(const QString& actionId) { return QLatin1String(K_SHORTCUT_SETTING_PREFIX) + actionId; }
 
 KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& existing,
@@ -29,7 +33,7 @@ KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& e
             taken = e.activeFormat == QLatin1String("vst3") ? existing.value(id3) : existing.value(id2);
         else
             taken = has2 ? existing.value(id2) : existing.value(id3);
-        const QString newId = QStringLiteral("plugid-%1").arg(e.pairId);
+        const QString newId = PairActionId(e.pairId);
         if (!result.added.contains(newId))
             result.added.insert(newId, taken);
         if (has2)

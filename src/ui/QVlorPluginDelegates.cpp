@@ -1,4 +1,5 @@
 #include "QVlorPluginDelegates.h"
+#include "QVlorPluginFormat.h"
 
 #include <QAbstractItemView>
 #include <QApplication>
@@ -235,8 +236,9 @@ void QVlorPluginBadgeDelegate::paintBadgeSlot(QPainter* painter, const QPalette&
     if (info.state == kMissing)
         text.setAlphaF(0.4f);
     painter->setPen(text);
-    const QString label = slot == 1 ? QStringLiteral("VST3")
-                                    : (info.is32Bit ? QStringLiteral("VST2\u00B732") : QStringLiteral("VST2"));
+    const QString label = QVlorAudioPlugins::BadgeText(slot == 1 ? QVlorAudioPlugins::Vst3Format()
+                                                                 : QVlorAudioPlugins::Vst2Format(),
+                                                       info.is32Bit);
     painter->drawText(rect, Qt::AlignCenter, label);
     painter->restore();
 }

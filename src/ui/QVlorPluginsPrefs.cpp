@@ -1,4 +1,5 @@
 #include "QVlorPluginsPrefs.h"
+#include "QVlorPluginFormat.h"
 
 #include "QVlorAudioPlugins.h"
 #include "QVlorPluginsTreeView.h"
@@ -666,15 +667,15 @@ void QVlorPluginsPrefs::addPlugins(const QList<UnifiedRow>& rows)
 {
     QVlorVst3::Manager* m3 = vst3();
     QVlorVst::Manager* m2 = vst2();
-    const QString prefix = QStringLiteral("vst3path-");
     QStringList bundles, refs;
     QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> plugins;
     for (const UnifiedRow& row : rows) {
         if (!UpmRowAddable(row))
             continue;
         if (row.newSection == UpmNewSectionVst3) {
-            if (m3 && row.vst3.identity.startsWith(prefix))
-                bundles << row.vst3.identity.mid(prefix.size());
+            QString bundle;
+            if (m3 && QVlorAudioPlugins::Vst3BundleOfIdentity(row.vst3.identity, &bundle))
+                bundles << bundle;
             continue;
         }
         QVlorVst::Plugin plugin;

@@ -3,6 +3,7 @@
 // so that all of them turn busy at once, before any work starts.
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorPluginsPrefs_p.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
@@ -53,9 +54,7 @@ QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
         if (findVst2PluginAndPath(row.vst2.identity, &plugin, &folder))
             path = plugin.filename();
     } else if (row.newSection == UpmNewSectionVst3) {
-        const QString prefix = QStringLiteral("vst3path-");
-        if (row.vst3.identity.startsWith(prefix))
-            path = row.vst3.identity.mid(prefix.size());
+        QVlorAudioPlugins::Vst3BundleOfIdentity(row.vst3.identity, &path);
     } else if (QVlorVst3::Manager* m3 = vst3()) {
         const QVlorVst3::Catalog catalog = m3->catalogCopy();
         for (const QVlorVst3::CatalogBundle& bundle : catalog.bundles()) {

@@ -4,6 +4,7 @@
 #include "QVlorUnifiedPluginsModel.h"
 
 #include "QVlorDisplayText_p.h"
+#include "QVlorPluginFormat.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -52,8 +53,7 @@ UnifiedFormatInfo MakeVst2Info(const QVlorVst::Plugin& plugin, bool active, bool
     info.is32Bit = plugin.arch() == QVlorVst::Arch32Bits;
     info.state = plugin.verifying() ? QStringLiteral("verifying") : plugin.isFailed() ? QStringLiteral("failed") : QString();
     info.error = plugin.isFailed() ? plugin.failReason() : QString();
-    info.identity = plugin.uniqueId() != 0 ? QStringLiteral("vstid-%1").arg(plugin.uniqueId())
-                                           : QStringLiteral("vsthash-%1:%2").arg(plugin.hash()).arg(plugin.pluginId());
+    info.identity = QVlorAudioPlugins::Vst2RowIdentity(plugin.uniqueId(), plugin.hash(), plugin.pluginId());
     return info;
 }
 
@@ -440,7 +440,7 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
         row.vst3.present = true;
         row.vst3.active = true;
         row.vst3.enabled = true;
-        row.vst3.identity = QStringLiteral("vst3path-") + b.path();
+        row.vst3.identity = QVlorAudioPlugins::Vst3BundleIdentity(b.path());
         if (b.missing()) {
             row.vst3.state = QStringLiteral("missing");
         } else if (b.verifying()) {
@@ -781,8 +781,8 @@ const QVlorPluginPairs::Entry* UpmPairEntry(const QString& pairId, const QList<Q
 bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out)
 {
     UpmVst2Identity parsed;
-    if (identity.startsWith(QLatin1String("vsthash-"))) {
-        const QString rest = identity.mid(8);
+    QString rest;
+    if (QVlorAudioPlugins::Vst2HashIdentityParts(identity, &rest)) {
         const int colon = rest.lastIndexOf(QLatin1Char(':'));
         parsed.hash = colon < 0 ? rest : rest.left(colon);
         bool ok = false;
@@ -790,11 +790,7 @@ bool UpmParseVst2Identity(const QString& identity, UpmVst2Identity* out)
         parsed.pluginId = ok && id >= INT32_MIN && id <= INT32_MAX ? int(id) : 0;
         if (parsed.hash.isEmpty())
             return false;
-    } else if (identity.startsWith(QLatin1String("vstid-"))) {
-        parsed.uniqueId = identity.mid(6).toLongLong();
-        if (parsed.uniqueId == 0)
-            return false;
-    } else {
+    } else if ((parsed.uniqueId = QVlorAudioPlugins::Vst2UniqueIdOfIdentity(identity)) == 0) {
         return false;
     }
     if (out)

@@ -1,5 +1,7 @@
 // The rows of the plugin manager composed from hand-built catalogs: one case
 // a rule, each row told in one line.
+#include "QVlorPairKeybindings.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
 
 #include <QAbstractItemModelTester>
@@ -473,4 +475,35 @@ TEST(UnifiedModel, LongAndPathologicalNamesAreCutForDisplayWithTheWholeInTheTool
             EXPECT_TRUE(kept.startsWith(family) && kept.size() % family.size() == 0) << kept.size();
         }
     }
+}
+
+// Every id of a row or an action is made and read back through the formats'
+// one description, as the saved shortcuts and the spec's ids spell them.
+TEST(PluginFormats, IdsAreMadeAndReadBackThroughOneDescription)
+{
+    using namespace QVlorAudioPlugins;
+    EXPECT_EQ(Vst2RowIdentity(1514360144, QStringLiteral("abc"), 7), QStringLiteral("vstid-1514360144"));
+    EXPECT_EQ(Vst2RowIdentity(0, QStringLiteral("abc"), 7), QStringLiteral("vsthash-abc:7"));
+    EXPECT_EQ(Vst2RowIdentity(1514360144, QString(), 0), Vst2ActionId(1514360144));
+    EXPECT_EQ(Vst3ActionId(QStringLiteral("AB")), QStringLiteral("vst3id-AB"));
+    EXPECT_EQ(PairActionId(QStringLiteral("p1")), QStringLiteral("plugid-p1"));
+    EXPECT_TRUE(IsPairActionId(QStringLiteral("plugid-p1")));
+    EXPECT_FALSE(IsPairActionId(QStringLiteral("vstid-1")));
+    EXPECT_EQ(Vst2UniqueIdOfIdentity(QStringLiteral("vstid-42")), 42);
+    EXPECT_EQ(Vst2UniqueIdOfIdentity(QStringLiteral("vst3id-42")), 0);
+    QString rest;
+    EXPECT_TRUE(Vst2HashIdentityParts(QStringLiteral("vsthash-abc:7"), &rest));
+    EXPECT_EQ(rest, QStringLiteral("abc:7"));
+    EXPECT_FALSE(Vst2HashIdentityParts(QStringLiteral("vstid-42"), &rest));
+    QString path;
+    EXPECT_TRUE(Vst3BundleOfIdentity(Vst3BundleIdentity(QStringLiteral("/a/b.vst3")), &path));
+    EXPECT_EQ(path, QStringLiteral("/a/b.vst3"));
+    EXPECT_FALSE(Vst3BundleOfIdentity(QStringLiteral("/a/b.vst3"), &path));
+    EXPECT_EQ(BadgeText(Vst2Format(), true), QString::fromUtf8("VST2\u00B732"));
+    EXPECT_EQ(BadgeText(Vst3Format(), false), QStringLiteral("VST3"));
+    QStringList tokens;
+    for (const PluginFormat* f : PluginFormats())
+        tokens << QLatin1String(f->token) + QLatin1Char('=') + QLatin1String(*f->scanSettingKey);
+    EXPECT_EQ(tokens, (QStringList{QStringLiteral("vst2=vloraudio.plugins.scan_vst2"),
+                                   QStringLiteral("vst3=vloraudio.plugins.scan_vst3")}));
 }

@@ -1,0 +1,47 @@
+#ifndef QVLORPLUGINFORMAT_H
+#define QVLORPLUGINFORMAT_H
+// What a plugin format is to the layers above its engine, written once: the
+// token that names it in pairs and rows, its badge, how the ids of its rows
+// and its actions are made and read back, and the setting that switches its
+// scanning. Rows, the page, its menu, the Plugins menu, the keybindings and
+// vlorfx make and read ids only through here.
+
+#include <QList>
+#include <QString>
+
+namespace QVlorAudioPlugins {
+
+struct PluginFormat {
+    const char* token;                  // "vst2", "vst3": a pair's active format, a row's format
+    const char* badge;                  // "VST2", "VST3"
+    const char* actionIdPrefix;         // "vstid-", "vst3id-": the action id of one plugin
+    const char* const* scanSettingKey;  // the setting that switches its scanning
+};
+
+const PluginFormat& Vst2Format();
+const PluginFormat& Vst3Format();
+// Every format, in the order rows show their badges.
+QList<const PluginFormat*> PluginFormats();
+// The text of a format's badge, with "·32" for a plugin of 32 bits.
+QString BadgeText(const PluginFormat& format, bool is32Bit);
+
+// The action id of a pair: "plugid-" and the pair's id.
+QString PairActionId(const QString& pairId);
+bool IsPairActionId(const QString& actionId);
+
+// The identity of a VST2 row: its action id for a plugin with a unique id,
+// otherwise "vsthash-" with the file's hash and the plugin id ("vsthash-H:N").
+QString Vst2RowIdentity(qint64 uniqueId, const QString& hash, int pluginId);
+// The hash and plugin id of a "vsthash-" identity; false for another text.
+bool Vst2HashIdentityParts(const QString& identity, QString* hashAndId);
+// The unique id of a "vstid-" identity; 0 for another text.
+qint64 Vst2UniqueIdOfIdentity(const QString& identity);
+
+// The identity of a VST3 bundle not probed yet: "vst3path-" and its path.
+QString Vst3BundleIdentity(const QString& path);
+// The path of such an identity; false for another text.
+bool Vst3BundleOfIdentity(const QString& identity, QString* path);
+
+} // namespace QVlorAudioPlugins
+
+#endif
