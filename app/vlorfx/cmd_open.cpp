@@ -65,6 +65,58 @@ QPixmap picture(QWidget* window)
     return window->grab();
 }
 
+// The dialog's widget for the plugin at file (a VST3 class, cid or its only
+// one, or a VST2 plugin, id in a shell), loaded; null, having said why.
+QVlorFxWidget* makeEffectWidget(const std::string& file, std::string cid, int id, const QVlorAudio& audio,
+                                QWidget* parent)
+{
+    const QString path = QString::fromStdString(file);
+    if (QFileInfo(path).isDir() || path.endsWith(QLatin1String(".vst3"))) {
+        // One listing gives both the class to open and its name and vendor.
+        std::vector<Vst3ClassRecord> classes(64);
+        const int n = VLORVST3_ListClasses(file.c_str(), classes.data(), int(classes.size()));
+        if (cid.empty() && n != 1) {
+            std::fprintf(stderr, "vlorfx open: %s\n",
+                         n < 0 ? (file + " is not a VST3 bundle that loads here").c_str()
+                               : (file + " needs --cid: it holds " + std::to_string(n) + " effects").c_str());
+            return nullptr;
+        }
+        if (cid.empty())
+            cid = classes[0].uid;
+        QString name, vendor;
+        for (int i = 0; i < n; ++i)
+            if (QString::fromLatin1(classes[size_t(i)].uid).compare(QString::fromStdString(cid), Qt::CaseInsensitive) == 0) {
+                name = QString::fromUtf8(classes[size_t(i)].name);
+                vendor = QString::fromUtf8(classes[size_t(i)].vendor);
+            }
+        auto* vst3 = new QVlorVst3::Widget(audio, parent);
+        if (!vst3->loadPlugin(QVlorVst3::Plugin(path, QString::fromStdString(cid).toUpper(), name, vendor, QString(),
+                                                QString()))) {
+            std::fprintf(stderr, "vlorfx open: %s (%s) did not start\n", file.c_str(), cid.c_str());
+            return nullptr;
+        }
+        return vst3;
+    } else {
+        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), id, false);
+        if (!e || !AUDIOVST_IsEffect(e)) {
+            std::fprintf(stderr, "vlorfx open: %s is no VST2 effect that can be used\n", file.c_str());
+            return nullptr;
+        }
+        QVlorVst::Plugin plugin(path);
+        plugin.setUniqueId(AUDIOVST_GetUniqueID(e));
+        plugin.setName(QString::fromUtf8(AUDIOVST_GetEffectName(e)));
+        plugin.setVendor(QString::fromUtf8(AUDIOVST_GetVendorString(e)));
+        // The dialog runs the plugin here, as the editor's does.
+        AUDIOVST_ForgetVlorVstPath();
+        auto* vst2 = new QVlorVst::Widget(audio, parent);
+        if (!vst2->loadPlugin(plugin)) {
+            std::fprintf(stderr, "vlorfx open: %s did not start\n", file.c_str());
+            return nullptr;
+        }
+        return vst2;
+    }
+}
+
 } // namespace
 
 int cmdOpen(int argc, char** argv)
@@ -113,52 +165,9 @@ int cmdOpen(int argc, char** argv)
     auto* layout = new QVBoxLayout(&dialog);
     layout->setContentsMargins(0, 0, 0, 0);
     const QVlorAudio audio(QString(), 2, QVlorMixer::Mixer::instance().sampleRate(), 0);
-    QVlorFxWidget* widget = nullptr;
-    const QString path = QString::fromStdString(file);
-    if (QFileInfo(path).isDir() || path.endsWith(QLatin1String(".vst3"))) {
-        // One listing gives both the class to open and its name and vendor.
-        std::vector<Vst3ClassRecord> classes(64);
-        const int n = VLORVST3_ListClasses(file.c_str(), classes.data(), int(classes.size()));
-        if (cid.empty() && n != 1) {
-            std::fprintf(stderr, "vlorfx open: %s\n",
-                         n < 0 ? (file + " is not a VST3 bundle that loads here").c_str()
-                               : (file + " needs --cid: it holds " + std::to_string(n) + " effects").c_str());
-            return 1;
-        }
-        if (cid.empty())
-            cid = classes[0].uid;
-        QString name, vendor;
-        for (int i = 0; i < n; ++i)
-            if (QString::fromLatin1(classes[size_t(i)].uid).compare(QString::fromStdString(cid), Qt::CaseInsensitive) == 0) {
-                name = QString::fromUtf8(classes[size_t(i)].name);
-                vendor = QString::fromUtf8(classes[size_t(i)].vendor);
-            }
-        auto* vst3 = new QVlorVst3::Widget(audio, &dialog);
-        if (!vst3->loadPlugin(QVlorVst3::Plugin(path, QString::fromStdString(cid).toUpper(), name, vendor, QString(),
-                                                QString()))) {
-            std::fprintf(stderr, "vlorfx open: %s (%s) did not start\n", file.c_str(), cid.c_str());
-            return 1;
-        }
-        widget = vst3;
-    } else {
-        _VSTEFFECT* e = AUDIOVST_FindPluginEx(file.c_str(), id, false);
-        if (!e || !AUDIOVST_IsEffect(e)) {
-            std::fprintf(stderr, "vlorfx open: %s is no VST2 effect that can be used\n", file.c_str());
-            return 1;
-        }
-        QVlorVst::Plugin plugin(path);
-        plugin.setUniqueId(AUDIOVST_GetUniqueID(e));
-        plugin.setName(QString::fromUtf8(AUDIOVST_GetEffectName(e)));
-        plugin.setVendor(QString::fromUtf8(AUDIOVST_GetVendorString(e)));
-        // The dialog runs the plugin here, as the editor's does.
-        AUDIOVST_ForgetVlorVstPath();
-        auto* vst2 = new QVlorVst::Widget(audio, &dialog);
-        if (!vst2->loadPlugin(plugin)) {
-            std::fprintf(stderr, "vlorfx open: %s did not start\n", file.c_str());
-            return 1;
-        }
-        widget = vst2;
-    }
+    QVlorFxWidget* widget = makeEffectWidget(file, cid, id, audio, &dialog);
+    if (!widget)
+        return 1;
     // What the plugin is was worth saying first; a window nobody sees is not.
     if (screenshot.empty())
         if (const int status = vlorfx::refuseWithoutDisplay("open", "--screenshot FILE"))

@@ -121,6 +121,25 @@ public:
         entries.clear();
         pairActions.clear();
     }
+    // The vendor submenus of the last build and their entries, gone from the
+    // menu and from the host.
+    void dropVendorMenus()
+    {
+        for (QMenu* vendorMenu : qAsConst(vendorMenus)) {
+            for (QAction* action : vendorMenu->actions()) {
+                entries.remove(action);
+                host->unregisterAction(action);
+                host->unregisterQuickOpen(action);
+            }
+            // The submenu takes its actions along: removing them one by one
+            // first would cost a walk of the menu for each.
+            pluginsMenu->removeAction(vendorMenu->menuAction());
+            delete vendorMenu;
+        }
+        vendorMenus.clear();
+        entries.clear();
+        pairActions.clear();
+    }
 };
 
 MenuController::MenuController(Host* host) : d(new Data)
@@ -222,21 +241,7 @@ void MenuController::rebuildPluginsMenuNow()
     if (!d->pluginsMenu)
         return;
 
-    for (QMenu* vendorMenu : qAsConst(d->vendorMenus)) {
-        for (QAction* action : vendorMenu->actions()) {
-            d->entries.remove(action);
-            d->host->unregisterAction(action);
-            d->host->unregisterQuickOpen(action);
-        }
-        // The submenu takes its actions along: removing them one by one
-        // first would cost a walk of the menu for each.
-        d->pluginsMenu->removeAction(vendorMenu->menuAction());
-        delete vendorMenu;
-    }
-    d->vendorMenus.clear();
-    d->entries.clear();
-    d->pairActions.clear();
-
+    d->dropVendorMenus();
     const QList<QVlorVst::Path> paths = vstManager() ? vstManager()->pathsCopy() : QList<QVlorVst::Path>();
     QVlorPluginPairs pairs;
     if (QVlorVst3::Manager* m = vst3Manager()) {
