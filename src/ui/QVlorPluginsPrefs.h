@@ -10,6 +10,8 @@
 
 #include <QSortFilterProxyModel>
 
+class QAction;
+class QMenu;
 class QVlorPreferencesTab;
 
 extern const char* const K_SETTING_TREE_COLLAPSED;   // "vloraudio.plugins.tree_collapsed_groups"
@@ -92,6 +94,15 @@ private:
     void showProgressLine(const QString& text, const QString& format, int value, int total);
     void hideProgressLine();
     void enableVst2Plugin(const QString& identity);
+    // Parts of the row menu.
+    void takeMenuSelection(QList<UnifiedRow>* rows, QStringList* shells, QList<UnifiedRow>* shellChildren) const;
+    QList<QAction*> addPartnerMenu(QMenu* menu, const UnifiedRow& single,
+                                   const QList<QVlorPluginPairs::Entry>& entries) const;
+    QList<QPair<UnifiedRow, QString>> resettableRows(const QList<UnifiedRow>& rows) const;
+    void splitPairsOf(const QList<UnifiedRow>& rows, const QList<QVlorPluginPairs::Entry>& entries);
+    void pairByHand(const QString& vst2Identity, const QString& cid, const QString& activeFormat);
+    void updateVst2Rows(const QList<UnifiedRow>& rows);
+    void resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows, const QStringList& shells);
 
     struct Data;
     Data* d;

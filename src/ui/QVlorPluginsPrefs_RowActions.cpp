@@ -37,6 +37,32 @@ bool hasMissing(const UnifiedRow& row)
     return row.vst2.state == QLatin1String("missing") || row.vst3.state == QLatin1String("missing");
 }
 
+// "Remove from catalog" is for a known plugin whose file is gone.
+bool canRemove(const UnifiedRow& row) { return row.newSection == UpmNewSectionNone && hasMissing(row); }
+
+// "Update Plugin(s)" checks again a known VST2 plugin that is on.
+bool canUpdate(const UnifiedRow& row)
+{
+    return row.vst2.present && row.vst2.enabled && row.newSection == UpmNewSectionNone;
+}
+
+template <typename Predicate> QList<UnifiedRow> rowsWhere(const QList<UnifiedRow>& rows, Predicate keep)
+{
+    QList<UnifiedRow> out;
+    for (const UnifiedRow& row : rows)
+        if (keep(row))
+            out << row;
+    return out;
+}
+
+// An item of its own kind, after a separator when items stand above it.
+QAction* addApart(QMenu* menu, const QString& text)
+{
+    if (!menu->isEmpty())
+        menu->addSeparator();
+    return menu->addAction(text);
+}
+
 } // namespace
 
 QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
@@ -70,44 +96,215 @@ QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
     return !path.isEmpty() && QFile::exists(path) ? path : QString();
 }
 
-void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
+// The rows and the shells of the selection that are not busy, and the
+// children of those shells.
+void QVlorPluginsPrefs::takeMenuSelection(QList<UnifiedRow>* rows, QStringList* shells,
+                                          QList<UnifiedRow>* shellChildren) const
 {
-    QTreeView* tree = d->ui.vstPluginsTreeView;
-    const QItemSelectionModel* selection = tree->selectionModel();
-    if (!selection)
-        return;
-    QList<UnifiedRow> rows;
-    QStringList shells;
-    QList<UnifiedRow> shellChildren; // read now: a rebuild while the menu is open resets the tree
+    const QItemSelectionModel* selection = d->ui.vstPluginsTreeView->selectionModel();
     for (const QModelIndex& index : selection->selectedRows(0)) {
         const QModelIndex source = d->proxy.mapToSource(index);
         UnifiedRow row;
         const int kind = ClassifyUnifiedPluginsIndex(source, &row);
         if (kind == 0 && !UpmRowBusy(row)) {
-            rows << row;
+            rows->append(row);
         } else if (kind == 2 && !childBusy(source)) {
-            shells << source.data(UpmShellKeyRole).toString();
+            *shells << source.data(UpmShellKeyRole).toString();
             for (int i = 0; i < d->model.rowCount(source); ++i) {
                 UnifiedRow child;
                 if (ClassifyUnifiedPluginsIndex(d->model.index(i, 1, source), &child) == 0)
-                    shellChildren << child;
+                    shellChildren->append(child);
             }
         }
     }
+}
+
+// "Pair with...": the products of the other format that no pair holds, of
+// the same vendor first, then by name; the actions carry their identities.
+QList<QAction*> QVlorPluginsPrefs::addPartnerMenu(QMenu* menu, const UnifiedRow& single,
+                                                  const QList<QVlorPluginPairs::Entry>& entries) const
+{
+    QList<QAction*> actions;
+    QMenu* partners = menu->addMenu(tr("Pair with..."));
+    const bool wantVst3 = single.vst2.present;
+    QList<UnifiedRow> candidates;
+    for (const UnifiedRow& r : std::as_const(d->rows))
+        if (UpmRowEffectivelyUnpaired(r, entries) && r.newSection == UpmNewSectionNone &&
+            (wantVst3 ? (r.vst3.present && !r.vst2.present) : (r.vst2.present && !r.vst3.present)))
+            candidates << r;
+    const QString vendor = single.vendorKey;
+    std::stable_sort(candidates.begin(), candidates.end(), [&vendor](const UnifiedRow& a, const UnifiedRow& b) {
+        const bool aSame = a.vendorKey == vendor;
+        const bool bSame = b.vendorKey == vendor;
+        if (aSame != bSame)
+            return aSame;
+        return QString::localeAwareCompare(a.name, b.name) < 0;
+    });
+    for (const UnifiedRow& partner : std::as_const(candidates)) {
+        QAction* a = partners->addAction(partner.name);
+        a->setData(wantVst3 ? partner.vst3.identity : partner.vst2.identity);
+        actions << a;
+    }
+    partners->setEnabled(!candidates.isEmpty());
+    return actions;
+}
+
+// The rows "Reset" may act on, each with its VST3 bundle; a catalog copy
+// only when a row needs one, taken once.
+QList<QPair<UnifiedRow, QString>> QVlorPluginsPrefs::resettableRows(const QList<UnifiedRow>& rows) const
+{
+    QVlorVst3::Manager* m3 = vst3();
+    std::unique_ptr<QVlorVst3::Catalog> catalog;
+    QList<QPair<UnifiedRow, QString>> out;
+    for (const UnifiedRow& row : rows) {
+        if (!catalog && row.vst3.present && row.newSection == UpmNewSectionNone && row.shellKey.isEmpty())
+            catalog = std::make_unique<QVlorVst3::Catalog>(m3 ? m3->catalogCopy() : QVlorVst3::Catalog());
+        QString bundle;
+        if (UpmRowResetEligible(row, catalog ? *catalog : QVlorVst3::Catalog(), &bundle))
+            out << qMakePair(row, bundle);
+    }
+    return out;
+}
+
+// "Split Pair(s)": every member marked first, then each pair split, the
+// active format of each row kept.
+void QVlorPluginsPrefs::splitPairsOf(const QList<UnifiedRow>& rows, const QList<QVlorPluginPairs::Entry>& entries)
+{
+    QVlorVst3::Manager* m3 = vst3();
+    if (!m3)
+        return;
+    QList<qint64> ids;
+    QStringList cids;
+    for (const UnifiedRow& row : rows)
+        if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries)) {
+            if (e->vst2 != 0)
+                ids << e->vst2;
+            if (!e->vst3.isEmpty())
+                cids << e->vst3;
+        }
+    if (!ids.isEmpty() || !cids.isEmpty())
+        m3->markPairOpPending(ids, cids);
+    for (const UnifiedRow& row : rows)
+        if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries))
+            m3->splitPair(row.pairId, row.vst3.active ? QStringLiteral("vst3") : QStringLiteral("vst2"), e->vst2,
+                          e->vst3);
+}
+
+// A pair made by hand of a VST2 row's identity and a class ID, marked first.
+void QVlorPluginsPrefs::pairByHand(const QString& vst2Identity, const QString& cid, const QString& activeFormat)
+{
+    const qint64 id = Data::ParseVst2UniqueId(vst2Identity);
+    QVlorVst3::Manager* m3 = vst3();
+    if (id == 0 || !m3)
+        return;
+    m3->markPairOpPending({id}, {cid});
+    m3->addManualPair(id, cid, activeFormat);
+}
+
+// "Update Plugin(s)": each VST2 plugin of the rows checked again, all marked first.
+void QVlorPluginsPrefs::updateVst2Rows(const QList<UnifiedRow>& rows)
+{
+    QVlorVst::Manager* m2 = vst2();
+    if (!m2)
+        return;
+    QStringList refs;
+    QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
+    for (const UnifiedRow& row : std::as_const(rows)) {
+        QVlorVst::Plugin plugin;
+        QVlorVst::Path path;
+        if (!row.vst2.present || !row.vst2.enabled || !d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
+            continue;
+        plugin.setNeedRecheck(true);
+        refs << plugin.pluginRef();
+        targets << qMakePair(plugin, path);
+    }
+    if (!refs.isEmpty())
+        m2->markPluginsVerifying(refs);
+    for (auto& target : targets)
+        m2->enablePlugin(target.first, target.second, true);
+}
+
+// "Reset Plugin(s)": the rows' plugins and the shells' members forgotten and
+// offered as new, all marked first; the pairs of the VST2 ids lose their state.
+void QVlorPluginsPrefs::resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows,
+                                           const QStringList& shells)
+{
+    QVlorVst::Manager* m2 = vst2();
+    QVlorVst3::Manager* m3 = vst3();
+    QList<qint64> ids;
+    QStringList refs, bundles;
+    QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
+    auto take = [&](const QVlorVst::Plugin& plugin) {
+        if (plugin.uniqueId() != 0)
+            ids << plugin.uniqueId();
+        refs << plugin.pluginRef();
+    };
+    for (const auto& reset : std::as_const(resetRows)) {
+        const UnifiedRow& row = reset.first;
+        QVlorVst::Plugin plugin;
+        QVlorVst::Path path;
+        if (row.vst2.present && m2 && d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path)) {
+            if (const qint64 id = Data::ParseVst2UniqueId(row.vst2.identity))
+                ids << id;
+            refs << plugin.pluginRef();
+            targets << qMakePair(plugin, path);
+        }
+        if (!reset.second.isEmpty() && m3)
+            bundles << reset.second;
+    }
+    for (const QString& shell : std::as_const(shells)) {
+        const QString module = QStringLiteral("vst3module:");
+        const QString vst2Shell = QStringLiteral("vst2shell:");
+        if (shell.startsWith(module)) {
+            if (shell.size() > module.size() && m3)
+                bundles << shell.mid(module.size());
+            continue;
+        }
+        if (!shell.startsWith(vst2Shell) || !m2)
+            continue;
+        const QString hash = shell.mid(vst2Shell.size());
+        for (const QVlorVst::Path& path : std::as_const(d->paths)) {
+            auto it = std::find_if(path.plugins().begin(), path.plugins().end(), [&hash](const QVlorVst::Plugin& p) {
+                return p.isShell() && p.hash() == hash;
+            });
+            if (it == path.plugins().end())
+                continue;
+            take(*it);
+            for (const QVlorVst::Plugin& child : it->plugins())
+                take(child);
+            targets << qMakePair(*it, path);
+        }
+    }
+    if (!refs.isEmpty() && m2)
+        m2->markPluginsVerifying(refs);
+    if (!bundles.isEmpty() && m3)
+        m3->markBundlesVerifying(bundles);
+    for (auto& target : targets)
+        m2->resetPlugin(target.first, target.second);
+    for (const QString& bundle : std::as_const(bundles))
+        m3->resetBundle(bundle);
+    if (!ids.isEmpty() && m3)
+        m3->purgePairState(ids, {});
+}
+
+void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
+{
+    QTreeView* tree = d->ui.vstPluginsTreeView;
+    if (!tree->selectionModel())
+        return;
+    QList<UnifiedRow> rows;
+    QStringList shells;
+    QList<UnifiedRow> shellChildren; // read now: a rebuild while the menu is open resets the tree
+    takeMenuSelection(&rows, &shells, &shellChildren);
     if (rows.isEmpty() && shells.isEmpty())
         return;
-    QVlorVst::Manager* m2 = vst2();
     QVlorVst3::Manager* m3 = vst3();
     const QList<QVlorPluginPairs::Entry> entries = m3 ? m3->pairsEntriesCopy() : QList<QVlorPluginPairs::Entry>();
 
     // What each item would act on.
-    QList<UnifiedRow> addRows, splitRows;
-    for (const UnifiedRow& row : std::as_const(rows)) {
-        if (UpmRowAddable(row))
-            addRows << row;
-        if (UpmRowSplitEligible(row, entries))
-            splitRows << row;
-    }
+    const QList<UnifiedRow> addRows = rowsWhere(rows, UpmRowAddable);
+    const QList<UnifiedRow> splitRows =
+        rowsWhere(rows, [&entries](const UnifiedRow& r) { return UpmRowSplitEligible(r, entries); });
     const UnifiedRow* single = rows.size() == 1 ? &rows.first() : nullptr;
     const bool pairWith = single && shells.isEmpty() && UpmRowEffectivelyUnpaired(*single, entries) &&
                           single->newSection == UpmNewSectionNone && (single->vst2.present != single->vst3.present);
@@ -116,63 +313,23 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     QString joinFormat;
     const bool join = rows.size() == 2 &&
                       UpmJoinPairEligible(rows[0], rows[1], &joinVst2, &joinVst3, &joinFormat, entries);
-    const bool remove = std::any_of(rows.begin(), rows.end(), [](const UnifiedRow& r) {
-        return r.newSection == UpmNewSectionNone && hasMissing(r);
-    });
-    const bool update = std::any_of(rows.begin(), rows.end(), [](const UnifiedRow& r) {
-        return r.vst2.present && r.vst2.enabled && r.newSection == UpmNewSectionNone;
-    });
-    // A catalog copy only when a row needs one, taken once.
-    std::unique_ptr<QVlorVst3::Catalog> catalog;
-    QList<QPair<UnifiedRow, QString>> resetRows;
-    for (const UnifiedRow& row : std::as_const(rows)) {
-        if (!catalog && row.vst3.present && row.newSection == UpmNewSectionNone && row.shellKey.isEmpty())
-            catalog = std::make_unique<QVlorVst3::Catalog>(m3 ? m3->catalogCopy() : QVlorVst3::Catalog());
-        QString bundle;
-        if (UpmRowResetEligible(row, catalog ? *catalog : QVlorVst3::Catalog(), &bundle))
-            resetRows << qMakePair(row, bundle);
-    }
+    const bool remove = std::any_of(rows.begin(), rows.end(), canRemove);
+    const bool update = std::any_of(rows.begin(), rows.end(), canUpdate);
+    const QList<QPair<UnifiedRow, QString>> resetRows = resettableRows(rows);
     const int resetCount = int(shells.size() + resetRows.size());
     const QString reveal = single ? d->revealPathForRow(*single) : QString();
 
     QMenu menu(this);
-    QAction* addAction = nullptr;
-    QAction* splitAction = nullptr;
-    QAction* joinAction = nullptr;
-    QAction* removeAction = nullptr;
-    QAction* updateAction = nullptr;
-    QAction* resetAction = nullptr;
-    QAction* revealAction = nullptr;
-    QAction* vst3ChildrenAction = nullptr;
-    QAction* vst2ChildrenAction = nullptr;
+    QAction *addAction = nullptr, *splitAction = nullptr, *joinAction = nullptr, *removeAction = nullptr;
+    QAction *updateAction = nullptr, *resetAction = nullptr, *revealAction = nullptr;
+    QAction *vst3ChildrenAction = nullptr, *vst2ChildrenAction = nullptr;
     QList<QAction*> partnerActions;
     if (!addRows.isEmpty())
         addAction = menu.addAction(addRows.size() == 1 ? tr("Add Plugin") : tr("Add Plugins"));
     if (!splitRows.isEmpty())
         splitAction = menu.addAction(splitRows.size() == 1 ? tr("Split Pair") : tr("Split Pairs"));
-    if (pairWith) {
-        QMenu* partners = menu.addMenu(tr("Pair with..."));
-        const bool wantVst3 = single->vst2.present;
-        QList<UnifiedRow> candidates;
-        for (const UnifiedRow& r : std::as_const(d->rows))
-            if (UpmRowEffectivelyUnpaired(r, entries) && r.newSection == UpmNewSectionNone &&
-                (wantVst3 ? (r.vst3.present && !r.vst2.present) : (r.vst2.present && !r.vst3.present)))
-                candidates << r;
-        const QString vendor = single->vendorKey;
-        std::stable_sort(candidates.begin(), candidates.end(), [&vendor](const UnifiedRow& a, const UnifiedRow& b) {
-            const bool aSame = a.vendorKey == vendor;
-            const bool bSame = b.vendorKey == vendor;
-            if (aSame != bSame)
-                return aSame;
-            return QString::localeAwareCompare(a.name, b.name) < 0;
-        });
-        for (const UnifiedRow& partner : std::as_const(candidates)) {
-            QAction* a = partners->addAction(partner.name);
-            a->setData(wantVst3 ? partner.vst3.identity : partner.vst2.identity);
-            partnerActions << a;
-        }
-        partners->setEnabled(!candidates.isEmpty());
-    }
+    if (pairWith)
+        partnerActions = addPartnerMenu(&menu, *single, entries);
     if (join)
         joinAction = menu.addAction(tr("Join Pair"));
     if (remove)
@@ -181,15 +338,10 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         updateAction = menu.addAction(rows.size() == 1 ? tr("Update Plugin") : tr("Update Plugins"));
     if (resetCount > 0)
         resetAction = menu.addAction(resetCount == 1 ? tr("Reset Plugin") : tr("Reset Plugins"));
-    if (!reveal.isEmpty()) {
-        if (!menu.isEmpty())
-            menu.addSeparator();
-        revealAction = menu.addAction(tr("Open file location"));
-    }
+    if (!reveal.isEmpty())
+        revealAction = addApart(&menu, tr("Open file location"));
     if (!shells.isEmpty()) {
-        if (!menu.isEmpty())
-            menu.addSeparator();
-        vst3ChildrenAction = menu.addAction(tr("Use VST3 in all children"));
+        vst3ChildrenAction = addApart(&menu, tr("Use VST3 in all children"));
         vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
     }
     if (menu.isEmpty())
@@ -202,26 +354,8 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     if (chosen == addAction) {
         addPlugins(addRows);
     } else if (chosen == splitAction) {
-        if (!m3)
-            return;
-        QList<qint64> ids;
-        QStringList cids;
-        for (const UnifiedRow& row : std::as_const(splitRows))
-            if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries)) {
-                if (e->vst2 != 0)
-                    ids << e->vst2;
-                if (!e->vst3.isEmpty())
-                    cids << e->vst3;
-            }
-        if (!ids.isEmpty() || !cids.isEmpty())
-            m3->markPairOpPending(ids, cids);
-        for (const UnifiedRow& row : std::as_const(splitRows))
-            if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries))
-                m3->splitPair(row.pairId, row.vst3.active ? QStringLiteral("vst3") : QStringLiteral("vst2"), e->vst2,
-                              e->vst3);
+        splitPairsOf(splitRows, entries);
     } else if (chosen == joinAction) {
-        const qint64 id = Data::ParseVst2UniqueId(joinVst2->vst2.identity);
-        const QString cid = joinVst3->vst3.identity;
         QString format = joinFormat;
         if (format.isEmpty()) {
             // The two agree in being on or off: the row under the pointer decides.
@@ -230,107 +364,26 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
                                    under.vst3.present && !under.vst2.present;
             format = vst3Under ? QStringLiteral("vst3") : QStringLiteral("vst2");
         }
-        if (id != 0 && m3) {
-            m3->markPairOpPending({id}, {cid});
-            m3->addManualPair(id, cid, format);
-        }
+        pairByHand(joinVst2->vst2.identity, joinVst3->vst3.identity, format);
     } else if (partnerActions.contains(chosen)) {
         const QString other = chosen->data().toString();
         const bool selectedIsVst3 = !single->vst2.present;
-        const qint64 id = Data::ParseVst2UniqueId(selectedIsVst3 ? other : single->vst2.identity);
-        const QString cid = selectedIsVst3 ? single->vst3.identity : other;
-        if (id != 0 && m3) {
-            m3->markPairOpPending({id}, {cid});
-            m3->addManualPair(id, cid, selectedIsVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
-        }
+        pairByHand(selectedIsVst3 ? other : single->vst2.identity, selectedIsVst3 ? single->vst3.identity : other,
+                   selectedIsVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
     } else if (chosen == removeAction) {
-        if (!m3)
-            return;
         for (const UnifiedRow& row : std::as_const(rows))
-            if (row.vst3.state == QLatin1String("missing"))
+            if (row.vst3.state == QLatin1String("missing") && m3)
                 m3->removeFromCatalog(row.vst3.identity);
     } else if (chosen == updateAction) {
-        if (!m2)
-            return;
-        QStringList refs;
-        QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
-        for (const UnifiedRow& row : std::as_const(rows)) {
-            QVlorVst::Plugin plugin;
-            QVlorVst::Path path;
-            if (!row.vst2.present || !row.vst2.enabled || !d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path))
-                continue;
-            plugin.setNeedRecheck(true);
-            refs << plugin.pluginRef();
-            targets << qMakePair(plugin, path);
-        }
-        if (!refs.isEmpty())
-            m2->markPluginsVerifying(refs);
-        for (auto& target : targets)
-            m2->enablePlugin(target.first, target.second, true);
+        updateVst2Rows(rows);
     } else if (chosen == resetAction) {
-        QList<qint64> ids;
-        QStringList refs, bundles;
-        QList<QPair<QVlorVst::Plugin, QVlorVst::Path>> targets;
-        auto take = [&](const QVlorVst::Plugin& plugin) {
-            if (plugin.uniqueId() != 0)
-                ids << plugin.uniqueId();
-            refs << plugin.pluginRef();
-        };
-        for (const auto& reset : std::as_const(resetRows)) {
-            const UnifiedRow& row = reset.first;
-            QVlorVst::Plugin plugin;
-            QVlorVst::Path path;
-            if (row.vst2.present && m2 && d->findVst2PluginAndPath(row.vst2.identity, &plugin, &path)) {
-                if (const qint64 id = Data::ParseVst2UniqueId(row.vst2.identity))
-                    ids << id;
-                refs << plugin.pluginRef();
-                targets << qMakePair(plugin, path);
-            }
-            if (!reset.second.isEmpty() && m3)
-                bundles << reset.second;
-        }
-        for (const QString& shell : std::as_const(shells)) {
-            const QString module = QStringLiteral("vst3module:");
-            const QString vst2Shell = QStringLiteral("vst2shell:");
-            if (shell.startsWith(module)) {
-                if (shell.size() > module.size() && m3)
-                    bundles << shell.mid(module.size());
-                continue;
-            }
-            if (!shell.startsWith(vst2Shell) || !m2)
-                continue;
-            const QString hash = shell.mid(vst2Shell.size());
-            for (const QVlorVst::Path& path : std::as_const(d->paths)) {
-                auto it = std::find_if(path.plugins().begin(), path.plugins().end(), [&hash](const QVlorVst::Plugin& p) {
-                    return p.isShell() && p.hash() == hash;
-                });
-                if (it == path.plugins().end())
-                    continue;
-                take(*it);
-                for (const QVlorVst::Plugin& child : it->plugins())
-                    take(child);
-                targets << qMakePair(*it, path);
-            }
-        }
-        if (!refs.isEmpty() && m2)
-            m2->markPluginsVerifying(refs);
-        if (!bundles.isEmpty() && m3)
-            m3->markBundlesVerifying(bundles);
-        for (auto& target : targets)
-            m2->resetPlugin(target.first, target.second);
-        for (const QString& bundle : std::as_const(bundles))
-            m3->resetBundle(bundle);
-        if (!ids.isEmpty() && m3)
-            m3->purgePairState(ids, {});
+        resetRowsAndShells(resetRows, shells);
     } else if (chosen == revealAction) {
         QVlorApplication::showExternalLocation(reveal);
-    } else if (chosen == vst3ChildrenAction || chosen == vst2ChildrenAction) {
-        if (!m3)
-            return;
+    } else if ((chosen == vst3ChildrenAction || chosen == vst2ChildrenAction) && m3) {
         const bool toVst3 = chosen == vst3ChildrenAction;
-        const QString format = toVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2");
         for (const UnifiedRow& child : std::as_const(shellChildren))
             if (!child.pairId.isEmpty() && (toVst3 ? child.vst3.present : child.vst2.present))
-                m3->setPairActiveFormat(child.pairId, format);
+                m3->setPairActiveFormat(child.pairId, toVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
     }
 }
