@@ -206,19 +206,11 @@ bool QVlorPluginsPrefs::Data::findVst2PluginAndPath(const QString& identity, QVl
 
 QVlorPreferencesTab* QVlorPluginsPrefs::Factory::create(QWidget* parent) { return new QVlorPluginsPrefs(parent); }
 
-QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(parent), d(new Data)
+// The tree: its style sheet, its look and behaviour, its delegates; and the
+// setting bound to the support box.
+void QVlorPluginsPrefs::setUpTree()
 {
-    Ui::QVlorPluginsPrefs& ui = d->ui;
-    ui.setupUi(this);
-    setObjectName(QStringLiteral("QVlorPluginsPrefs"));
-    ui.filterBox->setLabel(tr("Filter"));
-    const QVlorSetting& settings = QVlorSetting::global();
-    const QStringList collapsed = settings.getStringList(QLatin1String(K_SETTING_TREE_COLLAPSED));
-    d->collapsedGroups = QSet<QString>(collapsed.begin(), collapsed.end());
-    const QStringList hidden = settings.getStringList(QLatin1String(K_SETTING_NEW_PATHS_HIDDEN));
-    d->hiddenNewPaths = QSet<QString>(hidden.begin(), hidden.end());
-
-    QVlorPluginsTreeView* tree = ui.vstPluginsTreeView;
+    QVlorPluginsTreeView* tree = d->ui.vstPluginsTreeView;
     const QFont font = tree->font();
     QFile style(kStyleResource);
     if (style.open(QIODevice::ReadOnly)) {
@@ -231,9 +223,9 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
     tree->setFont(font);
     setFocusProxy(tree);
 
-    bind(ui.cbEnableVSTSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS));
-    bind(ui.cbEnableAudioUnitSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS));
-    ui.cbEnableAudioUnitSupport->hide();
+    bind(d->ui.cbEnableVSTSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS));
+    bind(d->ui.cbEnableAudioUnitSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS));
+    d->ui.cbEnableAudioUnitSupport->hide();
 
     tree->setHeaderHidden(true);
     tree->setSelectionBehavior(QAbstractItemView::SelectRows);
@@ -249,6 +241,76 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
     tree->setItemDelegateForColumn(1, d->badgeDelegate);
     d->stateDelegate = new QVlorPluginStateDelegate(tree);
     tree->setItemDelegateForColumn(2, d->stateDelegate);
+}
+
+// The progress line's Cancel and "Skip" of a slow check.
+void QVlorPluginsPrefs::setUpProgressButtons()
+{
+    // Cancel stops what either manager has under way or waiting: a scan, or checks.
+    connect(d->ui.scanCancelButton, &QPushButton::clicked, this, [this] {
+        if (QVlorVst::Manager* m2 = vst2())
+            m2->cancel();
+        if (QVlorVst3::Manager* m3 = vst3())
+            m3->cancel();
+    });
+    d->ui.skipCheckButton->hide();
+    d->slowChecks = new QVlorSlowCheckWatch(this);
+    connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
+        QPushButton* skip = d->ui.skipCheckButton;
+        skip->setVisible(!name.isEmpty());
+        if (name.isEmpty())
+            return;
+        skip->setText(tr("Skip %1").arg(skip->fontMetrics().elidedText(name, Qt::ElideMiddle, 180)));
+        skip->setToolTip(tr("The check of %1 has taken more than %2 seconds: end it now. The plugin is checked "
+                            "again at the next rescan.")
+                             .arg(name)
+                             .arg(QVlorSlowCheckWatch::kSlowMs / 1000));
+    });
+    connect(d->ui.skipCheckButton, &QPushButton::clicked, d->slowChecks, &QVlorSlowCheckWatch::skip);
+}
+
+// The managers' scans and changes reach the page: progress, and a rebuild
+// of the rows at every change.
+void QVlorPluginsPrefs::followManagers(QVlorVst::Manager* m2, QVlorVst3::Manager* m3)
+{
+    if (m2) {
+        connect(m2, &QVlorVst::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
+        connect(m2, &QVlorVst::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
+        connect(m2, &QVlorVst::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
+        connect(m2, &QVlorVst::Manager::pluginEnabled, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::pluginDisabled, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::pluginFailed, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m2, &QVlorVst::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
+        for (auto signal : {&QVlorVst::Manager::vendorEnabledChanged, &QVlorVst::Manager::pathAdded,
+                            &QVlorVst::Manager::pathDeleted, &QVlorVst::Manager::pathEnabled,
+                            &QVlorVst::Manager::pathDisabled})
+            connect(m2, signal, this, &QVlorPluginsPrefs::rebuildRows);
+    }
+    if (m3) {
+        connect(m3, &QVlorVst3::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
+        connect(m3, &QVlorVst3::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
+        connect(m3, &QVlorVst3::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
+        for (auto signal : {&QVlorVst3::Manager::pluginEnabled, &QVlorVst3::Manager::pluginDisabled,
+                            &QVlorVst3::Manager::pluginFailed, &QVlorVst3::Manager::pluginStateChanged})
+            connect(m3, signal, this, &QVlorPluginsPrefs::rebuildRows);
+        connect(m3, &QVlorVst3::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
+    }
+}
+
+QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(parent), d(new Data)
+{
+    Ui::QVlorPluginsPrefs& ui = d->ui;
+    ui.setupUi(this);
+    setObjectName(QStringLiteral("QVlorPluginsPrefs"));
+    ui.filterBox->setLabel(tr("Filter"));
+    const QVlorSetting& settings = QVlorSetting::global();
+    const QStringList collapsed = settings.getStringList(QLatin1String(K_SETTING_TREE_COLLAPSED));
+    d->collapsedGroups = QSet<QString>(collapsed.begin(), collapsed.end());
+    const QStringList hidden = settings.getStringList(QLatin1String(K_SETTING_NEW_PATHS_HIDDEN));
+    d->hiddenNewPaths = QSet<QString>(hidden.begin(), hidden.end());
+
+    QVlorPluginsTreeView* tree = ui.vstPluginsTreeView;
+    setUpTree();
     populateStatusFilterCombo();
 
     auto connectCheckBoxes = [this, &ui] {
@@ -273,27 +335,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
     }
 
     hideProgressLine();
-    // Cancel stops what either manager has under way or waiting: a scan, or checks.
-    connect(ui.scanCancelButton, &QPushButton::clicked, this, [this] {
-        if (QVlorVst::Manager* m2 = vst2())
-            m2->cancel();
-        if (QVlorVst3::Manager* m3 = vst3())
-            m3->cancel();
-    });
-    ui.skipCheckButton->hide();
-    d->slowChecks = new QVlorSlowCheckWatch(this);
-    connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
-        QPushButton* skip = d->ui.skipCheckButton;
-        skip->setVisible(!name.isEmpty());
-        if (name.isEmpty())
-            return;
-        skip->setText(tr("Skip %1").arg(skip->fontMetrics().elidedText(name, Qt::ElideMiddle, 180)));
-        skip->setToolTip(tr("The check of %1 has taken more than %2 seconds: end it now. The plugin is checked "
-                            "again at the next rescan.")
-                             .arg(name)
-                             .arg(QVlorSlowCheckWatch::kSlowMs / 1000));
-    });
-    connect(ui.skipCheckButton, &QPushButton::clicked, d->slowChecks, &QVlorSlowCheckWatch::skip);
+    setUpProgressButtons();
     tree->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(tree, &QWidget::customContextMenuRequested, this, &QVlorPluginsPrefs::onCustomContextMenuRequested);
     connect(&d->model, &QVlorUnifiedPluginsModel::pairCheckToggled, this, &QVlorPluginsPrefs::onPairCheckToggled);
@@ -310,28 +352,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
         dialog.exec();
     });
 
-    if (m2) {
-        connect(m2, &QVlorVst::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
-        connect(m2, &QVlorVst::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
-        connect(m2, &QVlorVst::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
-        connect(m2, &QVlorVst::Manager::pluginEnabled, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::pluginDisabled, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::pluginFailed, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
-        for (auto signal : {&QVlorVst::Manager::vendorEnabledChanged, &QVlorVst::Manager::pathAdded,
-                            &QVlorVst::Manager::pathDeleted, &QVlorVst::Manager::pathEnabled,
-                            &QVlorVst::Manager::pathDisabled})
-            connect(m2, signal, this, &QVlorPluginsPrefs::rebuildRows);
-    }
-    if (m3) {
-        connect(m3, &QVlorVst3::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
-        connect(m3, &QVlorVst3::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
-        connect(m3, &QVlorVst3::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
-        for (auto signal : {&QVlorVst3::Manager::pluginEnabled, &QVlorVst3::Manager::pluginDisabled,
-                            &QVlorVst3::Manager::pluginFailed, &QVlorVst3::Manager::pluginStateChanged})
-            connect(m3, signal, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m3, &QVlorVst3::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
-    }
+    followManagers(m2, m3);
 
     d->proxy.setSourceModel(&d->model);
     tree->setModel(&d->proxy);

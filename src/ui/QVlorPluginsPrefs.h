@@ -11,6 +11,12 @@
 #include <QSortFilterProxyModel>
 
 class QAction;
+namespace QVlorVst {
+class Manager;
+}
+namespace QVlorVst3 {
+class Manager;
+}
 class QMenu;
 class QVlorPreferencesTab;
 
@@ -94,6 +100,10 @@ private:
     void showProgressLine(const QString& text, const QString& format, int value, int total);
     void hideProgressLine();
     void enableVst2Plugin(const QString& identity);
+    // Parts of the page's making.
+    void setUpTree();
+    void setUpProgressButtons();
+    void followManagers(QVlorVst::Manager* m2, QVlorVst3::Manager* m3);
     // Parts of the row menu.
     void takeMenuSelection(QList<UnifiedRow>* rows, QStringList* shells, QList<UnifiedRow>* shellChildren) const;
     QList<QAction*> addPartnerMenu(QMenu* menu, const UnifiedRow& single,
