@@ -47,4 +47,12 @@ struct QVlorPluginsPrefs::Data {
     QString revealPathForRow(const UnifiedRow& row) const;
 };
 
+// A set of settings values as a list in a stable order, as they are saved.
+inline QStringList SortedList(const QSet<QString>& set)
+{
+    QStringList list(set.begin(), set.end());
+    list.sort();
+    return list;
+}
+
 #endif
