@@ -1,6 +1,7 @@
-// The VST3 manager: its thread, the published copies, the search paths, the
-// scan and the crash sentinel. Enabling and verifying are in
-// QVlorVst3_ManagerOps.cpp, the pair operations in QVlorVst3_ManagerPairs.cpp.
+// The VST3 manager: its thread, the published copies, the search paths and
+// the scan. Enabling and verifying are in QVlorVst3_ManagerOps.cpp, the pair
+// operations in QVlorVst3_ManagerPairs.cpp, the crash sentinel in
+// QVlorVst3_Sentinel.cpp.
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Manager_p.h"
 
@@ -30,31 +31,6 @@ const char* const K_SETTING_VST3_CUSTOM_PATHS = "vloraudio.plugins.vst3_custom_p
 const char* const K_SETTING_VST3_DISABLED_PATHS = "vloraudio.plugins.vst3_disabled_paths";
 const char* const K_PROBE_TRUNCATED_TEXT =
     "probe class list truncated -- module exposes more classes than the probe cap";
-
-namespace {
-
-// The sentinel's path for the static functions, which the widgets call
-// without a manager at hand.
-QMutex s_sentinelLock;
-QString s_sentinelPath;
-
-QString sentinelPath()
-{
-    QMutexLocker l(&s_sentinelLock);
-    return s_sentinelPath;
-}
-
-// The text of the sentinel; empty when it cannot be read.
-QString readSentinel(const QString& path)
-{
-    QByteArray bytes;
-    ReadPlainFile(path, &bytes, 64 * 1024);
-    return QString::fromUtf8(bytes);
-}
-
-void writeSentinel(const QString& path, const QString& text) { WriteFileAtomically(path, text.toUtf8()); }
-
-} // namespace
 
 /* ---- Data ---------------------------------------------------------------- */
 
@@ -200,10 +176,7 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     qRegisterMetaType<QVlorVst3::Catalog>("QVlorVst3::Catalog");
     qRegisterMetaType<QVlorPluginPairs::Entry>("QVlorPluginPairs::Entry");
     qRegisterMetaType<QList<QVlorPluginPairs::Entry>>("QList<QVlorPluginPairs::Entry>");
-    {
-        QMutexLocker l(&s_sentinelLock);
-        s_sentinelPath = sentinel;
-    }
+    RememberSentinelPath(sentinel);
     QVlorSetting& settings = QVlorSetting::global();
     settings.setDefault(QLatin1String(K_SETTING_SCAN_VST3), true);
     settings.setDefault(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);
@@ -558,62 +531,6 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
         *live = copy;
     else
         d->catalog.bundles().append(copy);
-}
-
-
-/* ---- the crash sentinel ------------------------------------------------------ */
-
-QString Manager::SetOpeningSentinel(const QString& format, const QString& id, const QString& name)
-{
-    const QString path = sentinelPath();
-    if (path.isEmpty())
-        return QString();
-    const QString previous = readSentinel(path);
-    writeSentinel(path, QStringLiteral("%1|%2|%3").arg(format, id, name));
-    return previous;
-}
-
-void Manager::ClearOpeningSentinel(const QString& previous)
-{
-    const QString path = sentinelPath();
-    if (path.isEmpty())
-        return;
-    if (previous.isEmpty())
-        QFile::remove(path);
-    else
-        writeSentinel(path, previous);
-}
-
-QString Manager::consumeCrashSentinel()
-{
-    if (d->thread && QThread::currentThread() != d->thread.data() && d->thread->isRunning()) {
-        QString name;
-        QMetaObject::invokeMethod(this, [this, &name] { name = consumeCrashSentinel(); }, Qt::BlockingQueuedConnection);
-        return name;
-    }
-    if (d->sentinelPath.isEmpty() || !QFile::exists(d->sentinelPath))
-        return QString();
-    const QString text = readSentinel(d->sentinelPath);
-    // A start blames a plugin at most once.
-    QFile::remove(d->sentinelPath);
-    QStringList parts = text.split(QLatin1Char('|'), Qt::KeepEmptyParts);
-    if (parts.size() < 3)
-        return QString();
-    const QString format = parts.takeFirst();
-    const QString key = parts.takeFirst();
-    const QString name = parts.join(QLatin1Char('|'));
-    if (format == QLatin1String("vst3")) {
-        if (CatalogClass* c = d->catalog.findClass(key)) {
-            c->setState(CatalogClass::Crashed);
-            const CatalogClass crashed = *c;
-            d->publishChange();
-            emit pluginStateChanged(crashed);
-            emit catalogChanged();
-        }
-    } else if (format == QLatin1String("vst2") && d->vst2Failed) {
-        d->vst2Failed(key.toLongLong(nullptr, 10));
-    }
-    return name;
 }
 
 } // namespace QVlorVst3
