@@ -2,6 +2,7 @@
 // instance's lock for a whole request and answer, so that the audio thread and
 // the user interface can share an instance.
 #include "remote_p.h"
+#include "remote_ops_p.h"
 
 #include "vlorvst_wire.h"
 
@@ -14,7 +15,7 @@
 #include <cstring>
 #include <vector>
 
-namespace {
+namespace vlorvst_remote {
 
 struct IOCallbacks {
     vlorvstOpenProc open = nullptr;
@@ -28,25 +29,11 @@ struct IOCallbacks {
 constexpr int kReadTimeoutMs = 5000;
 constexpr int kCloseTimeoutMs = 10000;
 
-struct RemoteInstance {
-    _VstEffectInstance ops; // first: the table is the instance
-    void* io;
-    pthread_mutex_t* lock;
-    int32_t activated;
-    int32_t started;
-    int32_t editorOpen;
-    // Where an "aud " is composed, so that a block goes out in one write.
-    char* scratch;
-    size_t scratchSize;
-};
-
-RemoteInstance* remote(_VstEffectInstance* i) { return reinterpret_cast<RemoteInstance*>(i); }
 
 int defaultHostCallback(void*, _VstEffectMessage*) { return 0; }
 
 /* ---- raw reads and writes through the callbacks --------------------------- */
 
-using vlorvst::Message;
 
 bool writeAll(void* io, const void* data, int size)
 {
@@ -66,14 +53,6 @@ bool send(void* io, const Message& m) { return writeAll(io, m.data(), int(m.size
 
 /* ---- the shape of every operation ---------------------------------------- */
 
-class Locked {
-public:
-    explicit Locked(RemoteInstance* r) : m_lock(r->lock) { VLORVST_MutexLock(m_lock); }
-    ~Locked() { VLORVST_MutexUnlock(m_lock); }
-
-private:
-    pthread_mutex_t* m_lock;
-};
 
 // Drains late events, sends, and waits for the answer; true on "OK  ".
 bool request(RemoteInstance* r, const Message& m)
@@ -128,112 +107,6 @@ int plainCommand(_VstEffectInstance* i, const Message& m)
 }
 
 /* ---- the operations ------------------------------------------------------ */
-
-int rCheck(_VstEffectInstance* i) { return plainCommand(i, Message(VLORVST_CHECK)); }
-int rGetNumParams(_VstEffectInstance* i) { return intQuery(i, VLORVST_NUM_PARAMS); }
-int rGetInitialDelay(_VstEffectInstance* i) { return intQuery(i, VLORVST_INITIAL_DELAY); }
-int rGetTailSize(_VstEffectInstance* i) { return intQuery(i, VLORVST_TAIL_SIZE); }
-int rGetNumPrograms(_VstEffectInstance* i) { return intQuery(i, VLORVST_NUM_PROGRAMS); }
-
-int rGetParameter(_VstEffectInstance* i, int index, float* out)
-{
-    RemoteInstance* r = remote(i);
-    if (out)
-        *out = 0.0f;
-    if (!r || !r->io)
-        return 0;
-    Locked l(r);
-    float v = 0;
-    if (!request(r, Message(VLORVST_GET_PARAM).i32(index)) || !vlorvstRecvFloatValue(r->io, &v))
-        return 0;
-    if (out)
-        *out = v;
-    return 1;
-}
-
-int rGetParameters(_VstEffectInstance* i, float* out, int count)
-{
-    RemoteInstance* r = remote(i);
-    if (!r || !r->io || !out || count < 0)
-        return 0;
-    Locked l(r);
-    return request(r, Message(VLORVST_GET_PARAMS)) && orResync(r, vlorvstRecvFloatVector(r->io, out, count)) ? 1 : 0;
-}
-
-int rSetParameter(_VstEffectInstance* i, int index, float value)
-{
-    return plainCommand(i, Message(VLORVST_SET_PARAM).i32(index).f32(value));
-}
-
-int rSetParameters(_VstEffectInstance* i, const float* values, int count)
-{
-    if (!values || count < 0)
-        return 0;
-    return plainCommand(i, Message(VLORVST_SET_PARAMS).vec(values, count));
-}
-
-int rSetBypass(_VstEffectInstance* i, int bypass)
-{
-    return plainCommand(i, Message(VLORVST_BYPASS).i32(bypass ? 1 : 0));
-}
-
-int stringQuery(_VstEffectInstance* i, const Message& m, char* out, int size)
-{
-    RemoteInstance* r = remote(i);
-    if (!r || !r->io || !out || size <= 0)
-        return 0;
-    Locked l(r);
-    return request(r, m) && orResync(r, vlorvstRecvString(r->io, out, size)) ? 1 : 0;
-}
-
-int rGetCurrentDisplayValue(_VstEffectInstance* i, int index, char* out, int size)
-{
-    return stringQuery(i, Message(VLORVST_DISPLAY).i32(index), out, size);
-}
-
-int rGetDisplayValue(_VstEffectInstance* i, int index, float value, char* out, int size)
-{
-    return stringQuery(i, Message(VLORVST_DISPLAY_VALUE).i32(index).f32(value), out, size);
-}
-
-int rGetProgramName(_VstEffectInstance* i, char* out, int size)
-{
-    return stringQuery(i, Message(VLORVST_PROGRAM_NAME), out, size);
-}
-
-int rSetStringParameter(_VstEffectInstance* i, int index, const char* text)
-{
-    // The host takes no longer text: refused here, not cut short.
-    if (!text || std::strlen(text) >= VLORVST_MAX_STRING)
-        return 0;
-    return plainCommand(i, Message(VLORVST_STRING_PARAM).i32(index).str(text));
-}
-
-int rSetProgram(_VstEffectInstance* i, int program)
-{
-    return plainCommand(i, Message(VLORVST_SET_PROGRAM).i32(program));
-}
-
-int rGetProgram(_VstEffectInstance* i, int* out)
-{
-    RemoteInstance* r = remote(i);
-    if (!r || !r->io)
-        return 0;
-    Locked l(r);
-    int32_t v = 0;
-    if (!request(r, Message(VLORVST_GET_PROGRAM)) || !vlorvstRecvIntValue(r->io, &v))
-        return 0;
-    if (out)
-        *out = v;
-    return 1;
-}
-
-int rSetProgramName(_VstEffectInstance* i, const char* name)
-{
-    if (!name || std::strlen(name) >= VLORVST_MAX_STRING)
-        return 0;
-    return plainCommand(i, Message(VLORVST_SET_PROGRAM_NAME).str(name));
-}
 
 int rCanEdit(_VstEffectInstance* i) { return plainCommand(i, Message(VLORVST_CAN_EDIT)); }
 
@@ -442,7 +315,9 @@ int _dataAvailableCallback(void* io) { return io ? BLPOPENIO_GetBytesReadAvailab
 int _closeCallback(void* io) { return io ? BLPOPENIO_CloseEx(static_cast<BLPOpenIO>(io), 1, kCloseTimeoutMs) : 0; }
 int _terminateCallback(void* io) { return io ? BLPOPENIO_CloseEx(static_cast<BLPOpenIO>(io), 0, 0) : 0; }
 
-} // namespace
+} // namespace vlorvst_remote
+
+using namespace vlorvst_remote;
 
 /* ---- registration -------------------------------------------------------- */
 

@@ -1,0 +1,72 @@
+#ifndef REMOTE_OPS_P_H
+#define REMOTE_OPS_P_H
+// What the files of the protocol's client share: the instance behind the
+// table of operations, the lock held for a whole request and answer, and the
+// shapes of a request.
+#include "remote_p.h"
+
+#include "vlorvst_wire.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace vlorvst_remote {
+
+using vlorvst::Message;
+
+struct RemoteInstance {
+    _VstEffectInstance ops; // first: the table is the instance
+    void* io;
+    pthread_mutex_t* lock;
+    int32_t activated;
+    int32_t started;
+    int32_t editorOpen;
+    // Where an "aud " is composed, so that a block goes out in one write.
+    char* scratch;
+    size_t scratchSize;
+};
+
+inline RemoteInstance* remote(_VstEffectInstance* i) { return reinterpret_cast<RemoteInstance*>(i); }
+
+class Locked {
+public:
+    explicit Locked(RemoteInstance* r) : m_lock(r->lock) { VLORVST_MutexLock(m_lock); }
+    ~Locked() { VLORVST_MutexUnlock(m_lock); }
+
+private:
+    pthread_mutex_t* m_lock;
+};
+
+bool send(void* io, const Message& m);
+bool readAll(void* io, void* data, int size);
+// Drains late events, sends, and waits for the answer; true on "OK  ".
+bool request(RemoteInstance* r, const Message& m);
+// Like request, for commands whose state changes on any answer.
+bool requestAnswered(RemoteInstance* r, const Message& m, bool* ok);
+// A payload we refused is still in the pipe: thrown away, ok passed on.
+bool orResync(RemoteInstance* r, bool ok);
+int intQuery(_VstEffectInstance* i, int32_t tag);
+int plainCommand(_VstEffectInstance* i, const Message& m);
+
+// The queries and commands of parameters and programs.
+int rCheck(_VstEffectInstance* i);
+int rGetNumParams(_VstEffectInstance* i);
+int rGetInitialDelay(_VstEffectInstance* i);
+int rGetTailSize(_VstEffectInstance* i);
+int rGetNumPrograms(_VstEffectInstance* i);
+int rGetParameter(_VstEffectInstance* i, int index, float* out);
+int rGetParameters(_VstEffectInstance* i, float* out, int count);
+int rSetParameter(_VstEffectInstance* i, int index, float value);
+int rSetParameters(_VstEffectInstance* i, const float* values, int count);
+int rSetBypass(_VstEffectInstance* i, int bypass);
+int rGetCurrentDisplayValue(_VstEffectInstance* i, int index, char* out, int size);
+int rGetDisplayValue(_VstEffectInstance* i, int index, float value, char* out, int size);
+int rGetProgramName(_VstEffectInstance* i, char* out, int size);
+int rSetStringParameter(_VstEffectInstance* i, int index, const char* text);
+int rSetProgram(_VstEffectInstance* i, int program);
+int rGetProgram(_VstEffectInstance* i, int* out);
+int rSetProgramName(_VstEffectInstance* i, const char* name);
+
+} // namespace vlorvst_remote
+
+#endif
