@@ -478,7 +478,7 @@ TEST(UnifiedModel, LongAndPathologicalNamesAreCutForDisplayWithTheWholeInTheTool
 }
 
 // Every id of a row or an action is made and read back through the formats'
-// one description, as the saved shortcuts and the spec's ids spell them.
+// one description, spelled as saved shortcuts and catalogs already hold them.
 TEST(PluginFormats, IdsAreMadeAndReadBackThroughOneDescription)
 {
     using namespace QVlorAudioPlugins;
