@@ -53,14 +53,16 @@ ParameterWidget::ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, i
     m_slider->setAccessibleName(title);
     // A stepped parameter shows each of its values with the decimals its step
     // needs ("0.50" beside "0.75"); a continuous one keeps no zero behind.
+    // The plugin's texts at both ends of the range, asked once.
+    const QString lowest = displayText(0.0), highest = displayText(1.0);
     double low = 0, high = 0;
-    if (stepCount > 0 && LeadingNumber(displayText(0.0), &low) && LeadingNumber(displayText(1.0), &high))
+    if (stepCount > 0 && LeadingNumber(lowest, &low) && LeadingNumber(highest, &high))
         m_keepDecimals = DecimalsForStep((high - low) / stepCount);
     m_valueField = new QLineEdit(owner);
-    // As wide as the plugin's texts at both ends of the range, not wider: the slider takes the room.
+    // As wide as those texts, not wider: the slider takes the room.
     const QFontMetrics metrics(m_valueField->font());
-    const int widest = std::max(metrics.horizontalAdvance(TidyNumberText(displayText(0.0), m_keepDecimals)),
-                                metrics.horizontalAdvance(TidyNumberText(displayText(1.0), m_keepDecimals)));
+    const int widest = std::max(metrics.horizontalAdvance(TidyNumberText(lowest, m_keepDecimals)),
+                                metrics.horizontalAdvance(TidyNumberText(highest, m_keepDecimals)));
     m_valueField->setFixedWidth(std::clamp(widest + 16, 56, 120));
     m_valueField->setFrame(false);
     m_valueField->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
@@ -99,11 +101,17 @@ void ParameterWidget::applyColours(const QPalette& palette, const QColor& ground
                                     .arg(palette.color(QPalette::Base).name(), palette.color(QPalette::Text).name()));
 }
 
-void ParameterWidget::update()
+// The slider to the plugin's value, without counting it as an edit.
+void ParameterWidget::followPlugin()
 {
     m_updating = true;
     m_slider->setValue(int(std::lround(VLORVST3_GetParamNormalized(m_instance, m_id) * kSliderSteps)));
     m_updating = false;
+}
+
+void ParameterWidget::update()
+{
+    followPlugin();
     if (!m_valueField->hasFocus())
         updateDisplay();
 }
@@ -134,7 +142,7 @@ void ParameterWidget::onValueTyped()
         taken = !bare.isEmpty() && VLORVST3_SetParamByString(m_instance, m_id, bare.toUtf8().constData()) == 1;
     }
     // What the plugin did not take leaves its value, and the field shows it again.
-    update();
+    followPlugin();
     updateDisplay();
     if (taken)
         emit edited();

@@ -46,6 +46,7 @@ private slots:
 
 private:
     void updateDisplay();
+    void followPlugin();
     QString displayText(double normalized) const;
 
     _Vst3Instance* m_instance;
