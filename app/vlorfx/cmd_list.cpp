@@ -97,9 +97,9 @@ int listFilesAsJson()
         QString file;
         QJsonObject empty;
     } files[] = {
-        {"vst2", dataFile(QStringLiteral("vstxml/catalog_v2.json")), {{QStringLiteral("paths"), QJsonArray()}}},
-        {"vst3", dataFile(QStringLiteral("catalog_vst3.json")), {{QStringLiteral("bundles"), QJsonArray()}}},
-        {"pairs", dataFile(QStringLiteral("plugin_pairs.json")), {{QStringLiteral("pairs"), QJsonArray()}}},
+        {"vst2", dataFile(QLatin1String(QVlorAudioPlugins::kVst2Format.catalogFile)), {{QStringLiteral("paths"), QJsonArray()}}},
+        {"vst3", dataFile(QLatin1String(QVlorAudioPlugins::kVst3Format.catalogFile)), {{QStringLiteral("bundles"), QJsonArray()}}},
+        {"pairs", dataFile(QLatin1String(QVlorAudioPlugins::kPairsFile)), {{QStringLiteral("pairs"), QJsonArray()}}},
     };
     QJsonObject root;
     for (const auto& f : files) {

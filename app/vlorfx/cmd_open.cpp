@@ -1,6 +1,7 @@
 // vlorfx open: one effect's widget in a window, as the editor's effect
 // dialog shows it, on a display or off one for a picture.
 #include "commands.h"
+#include "QVlorPluginFormat.h"
 #include "text.h"
 
 #include "QVlorApplication.h"
@@ -159,7 +160,7 @@ int cmdOpen(int argc, char** argv)
         return openError(file + " does not exist");
     QVlorApplication::applyTheme(theme);
     if (generic)
-        QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), true);
+        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey), true);
 
     QDialog dialog;
     auto* layout = new QVBoxLayout(&dialog);

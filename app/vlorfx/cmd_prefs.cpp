@@ -205,7 +205,7 @@ int cmdPrefs(int argc, char** argv)
     QDialog dialog;
     dialog.setWindowTitle(QStringLiteral("Preferences"));
     auto* layout = new QVBoxLayout(&dialog);
-    auto* page = new QVlorPluginsPrefs(&dialog);
+    auto* page = new QVlorPluginsPrefs({QVlorAudioPlugins::vstManager(), QVlorAudioPlugins::vst3Manager()}, &dialog);
     layout->addWidget(page, 1);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
     layout->addWidget(buttons);

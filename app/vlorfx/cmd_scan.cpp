@@ -2,6 +2,7 @@
 // and a short summary of both catalogs and the pair store.
 #include "catalog.h"
 #include "commands.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorSetting.h"
 #include "text.h"
 
@@ -114,11 +115,12 @@ int cmdScan(int argc, char** argv)
                 std::fprintf(stderr, "vlorfx scan: %s wants a number from 1 to %d\n", argv[i - 1], parallel ? 64 : 3600);
                 return 2;
             }
-            QVlorSetting::global().setForThisRun(QLatin1String(parallel ? "vloraudio.plugins.parallel_checks"
-                                                                        : "vloraudio.plugins.vst2_check_timeout_s"),
-                                                 int(n));
-            if (!parallel)
-                QVlorSetting::global().setForThisRun(QLatin1String("vloraudio.plugins.vst3_probe_timeout_s"), int(n));
+            if (parallel) {
+                QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kParallelChecksSettingKey), int(n));
+            } else {
+                for (const QVlorAudioPlugins::PluginFormat* f : QVlorAudioPlugins::PluginFormats())
+                    QVlorSetting::global().setForThisRun(QLatin1String(f->checkTimeoutSettingKey), int(n));
+            }
         } else {
             std::fprintf(stderr, "vlorfx scan: unknown argument '%s'\n\n%s", argv[i], kScanHelp);
             return 2;

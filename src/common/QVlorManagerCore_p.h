@@ -5,6 +5,7 @@
 
 #include "QVlorAheadRuns_p.h"
 #include "QVlorCheckVerdict_p.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorRunningCheck.h"
 #include "QVlorSetting.h"
 
@@ -22,7 +23,7 @@
 
 // How many plugins are checked at a time, in children of their own: one per
 // core by default, at most 8 (a setting; 1 checks one at a time).
-constexpr const char* K_SETTING_PARALLEL_CHECKS = "vloraudio.plugins.parallel_checks";
+constexpr const char* K_SETTING_PARALLEL_CHECKS = QVlorAudioPlugins::kParallelChecksSettingKey;
 inline int DefaultParallelChecks() { return qBound(1, QThread::idealThreadCount(), 8); }
 inline int ParallelChecks()
 {

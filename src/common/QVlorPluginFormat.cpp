@@ -1,8 +1,5 @@
 #include "QVlorPluginFormat.h"
 
-#include "QVlorVst3_Manager.h"
-#include "QVlorVst_Manager_p.h"
-
 namespace QVlorAudioPlugins {
 
 namespace {
@@ -11,8 +8,8 @@ const char* const K_PAIR_ACTION_ID_PREFIX = "plugid-";
 const char* const K_VST2_HASH_ID_PREFIX = "vsthash-";
 const char* const K_VST3_BUNDLE_ID_PREFIX = "vst3path-";
 
-const PluginFormat kVst2 = {"vst2", "VST2", "vstid-", &QVlorVst::K_SETTING_SCAN_VST2};
-const PluginFormat kVst3 = {"vst3", "VST3", "vst3id-", &QVlorVst3::K_SETTING_SCAN_VST3};
+constexpr const PluginFormat& kVst2 = kVst2Format;
+constexpr const PluginFormat& kVst3 = kVst3Format;
 
 // The rest of text after prefix; false when text does not begin with it.
 bool after(const QString& text, const char* prefix, QString* rest)

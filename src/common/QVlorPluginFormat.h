@@ -2,8 +2,8 @@
 #define QVLORPLUGINFORMAT_H
 // What a plugin format is to the layers above its engine, written once: the
 // token that names it in pairs and rows, its badge, how the ids of its rows
-// and its actions are made and read back, and the setting that switches its
-// scanning. Rows, the page, its menu, the Plugins menu, the keybindings and
+// and its actions are made and read back, its settings, its host program and
+// its catalog file. Rows, the page, its menu, the Plugins menu, the keybindings and
 // vlorfx make and read ids only through here.
 
 #include <QList>
@@ -15,8 +15,46 @@ struct PluginFormat {
     const char* token;                  // "vst2", "vst3": a pair's active format, a row's format
     const char* badge;                  // "VST2", "VST3"
     const char* actionIdPrefix;         // "vstid-", "vst3id-": the action id of one plugin
-    const char* const* scanSettingKey;  // the setting that switches its scanning
+    const char* scanSettingKey;         // the setting that switches its scanning
+    const char* supportSettingKey;      // the setting that switches the format on; null: always on
+    const char* checkTimeoutSettingKey; // the seconds a check or probe of one plugin may take
+    const char* effectSettingsPrefix;   // the group under which an effect's own settings are kept
+    const char* hostProgram;            // the program that runs its plugins outside the editor
+    const char* catalogFile;            // the catalog, in the application's data folder
 };
+
+// The descriptions are constants, so that the managers' setting keys can be
+// made from them before any code runs.
+inline constexpr PluginFormat kVst2Format = {
+    "vst2",
+    "VST2",
+    "vstid-",
+    "vloraudio.plugins.scan_vst2",
+    "vloraudio.support_vst_plugins",
+    "vloraudio.plugins.vst2_check_timeout_s",
+    "vloraudio.fx.vst",
+    "vlorvst",
+    "vstxml/catalog_v2.json",
+};
+inline constexpr PluginFormat kVst3Format = {
+    "vst3",
+    "VST3",
+    "vst3id-",
+    "vloraudio.plugins.scan_vst3",
+    nullptr,
+    "vloraudio.plugins.vst3_probe_timeout_s",
+    "vloraudio.fx.vst3",
+    "vlorvst3",
+    "catalog_vst3.json",
+};
+
+// Settings of no one format.
+inline constexpr const char* kSupportAudioUnitSettingKey = "vloraudio.support_audio_unit_plugins";
+// Shows the generated editor in place of every plugin's own.
+inline constexpr const char* kFallbackEditorSettingKey = "vloraudio.fx.vst.use_fallback_editor";
+inline constexpr const char* kParallelChecksSettingKey = "vloraudio.plugins.parallel_checks";
+// The pairs' file, in the application's data folder.
+inline constexpr const char* kPairsFile = "plugin_pairs.json";
 
 const PluginFormat& Vst2Format();
 const PluginFormat& Vst3Format();

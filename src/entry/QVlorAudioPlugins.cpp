@@ -1,6 +1,7 @@
 #include "QVlorAudioPlugins.h"
 
 #include "QVlorApplication.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginsMenu.h"
@@ -27,8 +28,8 @@
 
 namespace QVlorAudioPlugins {
 
-const char* const K_SETTING_SUPPORT_VST_PLUGINS = "vloraudio.support_vst_plugins";
-const char* const K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS = "vloraudio.support_audio_unit_plugins";
+const char* const K_SETTING_SUPPORT_VST_PLUGINS = kVst2Format.supportSettingKey;
+const char* const K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS = kSupportAudioUnitSettingKey;
 
 namespace {
 
@@ -207,8 +208,8 @@ void install(Host* host)
 
     const QDir data(QVlorApplication::applicationDataLocation());
     const QString sentinelPath = data.absoluteFilePath(QStringLiteral("opening_sentinel"));
-    const QString pairsPath = data.absoluteFilePath(QStringLiteral("plugin_pairs.json"));
-    const QString catalogPath = data.absoluteFilePath(QStringLiteral("catalog_vst3.json"));
+    const QString pairsPath = data.absoluteFilePath(QLatin1String(kPairsFile));
+    const QString catalogPath = data.absoluteFilePath(QLatin1String(kVst3Format.catalogFile));
     s_vst3Manager = new QVlorVst3::Manager(nullptr, catalogPath, pairsPath, _VerifierBuild(), sentinelPath);
     QObject::connect(s_vst3Manager, &QVlorVst3::Manager::newPluginsFound, s_wiring,
                      [](const QList<QString>& names) { _AnnounceNewPlugins(names); }, Qt::QueuedConnection);
@@ -234,6 +235,7 @@ void install(Host* host)
     if (s_vst3Manager)
         QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
 
+    PluginManagers::setInstalled({s_vstManager, s_vst3Manager});
     QVlorPreferencesTabFactory::registerTab(QLatin1String(QVlorPluginsPrefs::Factory::Name),
                                             &QVlorPluginsPrefs::Factory::create);
     // Last, so that it finds both managers in place.
@@ -253,8 +255,8 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
             if (e.vst2 != id || e.vst3.isEmpty())
                 continue;
             if (s_vst3Manager && s_vst3Manager->catalogCopy().findClass(e.vst3)) {
-                root = QStringLiteral("vloraudio.fx.vst3.") + e.vst3.toLower();
-                label = QStringLiteral("VST3");
+                root = QLatin1String(kVst3Format.effectSettingsPrefix) + QLatin1Char('.') + e.vst3.toLower();
+                label = QLatin1String(kVst3Format.badge);
             }
             break;
         }
@@ -270,12 +272,12 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
                     candidates += p.plugins();
                     for (const QVlorVst::Plugin& c : candidates)
                         if (root.isEmpty() && c.uniqueId() == e.vst2)
-                            root = QStringLiteral("%1.%2").arg(QStringLiteral("vloraudio.fx.vst"),
+                            root = QStringLiteral("%1.%2").arg(QLatin1String(kVst2Format.effectSettingsPrefix),
                                                                QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
                 }
             }
             if (!root.isEmpty())
-                label = QStringLiteral("VST2");
+                label = QLatin1String(kVst2Format.badge);
             break;
         }
     }
@@ -294,6 +296,7 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
 void uninstall(Host*)
 {
     QVlorPreferencesTabFactory::unregisterTab(QLatin1String(QVlorPluginsPrefs::Factory::Name));
+    PluginManagers::setInstalled({});
     if (s_menuController) {
         delete s_menuController;
         s_menuController = nullptr;

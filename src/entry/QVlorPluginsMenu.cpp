@@ -146,7 +146,7 @@ MenuController::MenuController(Host* host) : d(new Data)
 {
     d->host = host;
     // Under the progress line, the plugin whose check has run for a while can be skipped.
-    d->slowChecks = new QVlorSlowCheckWatch(this);
+    d->slowChecks = new QVlorSlowCheckWatch({vstManager(), vst3Manager()}, this);
     connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
         if (!d->skipCheckAction)
             return;

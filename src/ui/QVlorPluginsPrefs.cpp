@@ -1,7 +1,6 @@
 #include "QVlorPluginsPrefs.h"
 #include "QVlorPluginFormat.h"
 
-#include "QVlorAudioPlugins.h"
 #include "QVlorPluginsTreeView.h"
 #include "QVlorSearchPathsDialog.h"
 #include "QVlorSetting.h"
@@ -22,9 +21,6 @@ const char* const QVlorPluginsPrefs::Factory::Name = "plugin_prefs";
 namespace {
 
 const QString kStyleResource = QStringLiteral(":/styles/qvlorpluginsprefs_qtreeview.qss");
-
-QVlorVst::Manager* vst2() { return QVlorAudioPlugins::vstManager(); }
-QVlorVst3::Manager* vst3() { return QVlorAudioPlugins::vst3Manager(); }
 
 } // namespace
 
@@ -47,8 +43,8 @@ void QVlorPluginsPrefs::setUpTree()
     tree->setFont(font);
     setFocusProxy(tree);
 
-    bind(d->ui.cbEnableVSTSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS));
-    bind(d->ui.cbEnableAudioUnitSupport, QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS));
+    bind(d->ui.cbEnableVSTSupport, QLatin1String(QVlorAudioPlugins::kVst2Format.supportSettingKey));
+    bind(d->ui.cbEnableAudioUnitSupport, QLatin1String(QVlorAudioPlugins::kSupportAudioUnitSettingKey));
     d->ui.cbEnableAudioUnitSupport->hide();
 
     tree->setHeaderHidden(true);
@@ -78,7 +74,7 @@ void QVlorPluginsPrefs::setUpProgressButtons()
             m3->cancel();
     });
     d->ui.skipCheckButton->hide();
-    d->slowChecks = new QVlorSlowCheckWatch(this);
+    d->slowChecks = new QVlorSlowCheckWatch(d->managers, this);
     connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
         QPushButton* skip = d->ui.skipCheckButton;
         skip->setVisible(!name.isEmpty());
@@ -121,8 +117,18 @@ void QVlorPluginsPrefs::followManagers(QVlorVst::Manager* m2, QVlorVst3::Manager
     }
 }
 
-QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(parent), d(new Data)
+QVlorVst::Manager* QVlorPluginsPrefs::vst2() const { return d->managers.vst2; }
+QVlorVst3::Manager* QVlorPluginsPrefs::vst3() const { return d->managers.vst3; }
+
+QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent)
+    : QVlorPluginsPrefs(QVlorAudioPlugins::PluginManagers::installed(), parent)
 {
+}
+
+QVlorPluginsPrefs::QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& managers, QWidget* parent)
+    : QVlorPreferencesTab(parent), d(new Data)
+{
+    d->managers = managers;
     Ui::QVlorPluginsPrefs& ui = d->ui;
     ui.setupUi(this);
     setObjectName(QStringLiteral("QVlorPluginsPrefs"));
@@ -171,7 +177,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent) : QVlorPreferencesTab(pare
     connect(d->badgeDelegate, &QVlorPluginBadgeDelegate::rawAddClicked, this, &QVlorPluginsPrefs::onRawAddClicked);
     connect(ui.updateButton, &QPushButton::clicked, this, &QVlorPluginsPrefs::rescanAll);
     connect(ui.managePathsBtn, &QPushButton::clicked, this, [this] {
-        QVlorSearchPathsDialog dialog(this);
+        QVlorSearchPathsDialog dialog(d->managers, this);
         connect(&dialog, &QVlorSearchPathsDialog::pathsChanged, this, &QVlorPluginsPrefs::rebuildRows);
         dialog.exec();
     });
@@ -234,9 +240,9 @@ void QVlorPluginsPrefs::syncPreferences()
 {
     const QVlorSetting& settings = QVlorSetting::global();
     d->ui.cbEnableVSTSupport->setChecked(
-        settings.getBool(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_VST_PLUGINS), true));
+        settings.getBool(QLatin1String(QVlorAudioPlugins::kVst2Format.supportSettingKey), true));
     d->ui.cbEnableAudioUnitSupport->setChecked(
-        settings.getBool(QLatin1String(QVlorAudioPlugins::K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS), true));
+        settings.getBool(QLatin1String(QVlorAudioPlugins::kSupportAudioUnitSettingKey), true));
     QVlorVst::Manager* m2 = vst2();
     QVlorVst3::Manager* m3 = vst3();
     if ((m2 && m2->isScanning()) || (m3 && m3->isScanning())) {

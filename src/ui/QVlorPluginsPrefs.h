@@ -5,6 +5,7 @@
 // copies whenever they signal a change, and turns the user's clicks into
 // calls on the managers; a click never changes a row by itself.
 
+#include "QVlorPluginManagers.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorWidgets.h"
 
@@ -57,7 +58,10 @@ public:
         static QVlorPreferencesTab* create(QWidget* parent);
     };
 
+    // The page of the managers the library was installed with.
     explicit QVlorPluginsPrefs(QWidget* parent = nullptr);
+    // The page of these managers.
+    explicit QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& managers, QWidget* parent = nullptr);
     ~QVlorPluginsPrefs() override;
 
     QSize sizeHint() const override;
@@ -94,6 +98,8 @@ public slots:
     void onCustomContextMenuRequested(const QPoint& pos);
 
 private:
+    QVlorVst::Manager* vst2() const;
+    QVlorVst3::Manager* vst3() const;
     void populateStatusFilterCombo();
     // The progress line for checks of plugins (enabling, updating) under way.
     void updateCheckProgress();

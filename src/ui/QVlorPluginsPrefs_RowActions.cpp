@@ -2,7 +2,6 @@
 // managers' calls of the item chosen. Every item marks its rows busy first,
 // so that all of them turn busy at once, before any work starts.
 #include "QVlorApplication.h"
-#include "QVlorAudioPlugins.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorPluginsPrefs_p.h"
 #include "QVlorVst3_Manager.h"
@@ -17,9 +16,6 @@
 #include <memory>
 
 namespace {
-
-QVlorVst::Manager* vst2() { return QVlorAudioPlugins::vstManager(); }
-QVlorVst3::Manager* vst3() { return QVlorAudioPlugins::vst3Manager(); }
 
 bool childBusy(const QModelIndex& shell)
 {
@@ -81,7 +77,7 @@ QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
             path = plugin.filename();
     } else if (row.newSection == UpmNewSectionVst3) {
         QVlorAudioPlugins::Vst3BundleOfIdentity(row.vst3.identity, &path);
-    } else if (QVlorVst3::Manager* m3 = vst3()) {
+    } else if (QVlorVst3::Manager* m3 = managers.vst3) {
         const QVlorVst3::Catalog catalog = m3->catalogCopy();
         for (const QVlorVst3::CatalogBundle& bundle : catalog.bundles()) {
             for (const QVlorVst3::CatalogClass& c : bundle.classes())

@@ -15,6 +15,7 @@
 #include <memory>
 
 struct QVlorPluginsPrefs::Data {
+    QVlorAudioPlugins::PluginManagers managers;
     QVlorUnifiedPluginsModel model;
     ProxyFilter proxy;
     QVlorPluginBadgeDelegate* badgeDelegate = nullptr;

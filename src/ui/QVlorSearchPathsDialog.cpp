@@ -1,6 +1,5 @@
 #include "QVlorSearchPathsDialog.h"
 
-#include "QVlorAudioPlugins.h"
 #include "QVlorDialogs.h"
 #include "QVlorPluginDelegates.h"
 #include "QVlorPluginsTreeView.h"
@@ -215,6 +214,7 @@ bool QVlorPathOriginDelegate::helpEvent(QHelpEvent* event, QAbstractItemView* vi
 // The dialog.
 
 struct QVlorSearchPathsDialog::Data {
+    QVlorAudioPlugins::PluginManagers managers;
     QVlorPluginsTreeView* view = nullptr;
     QStandardItemModel* model = nullptr;
     bool originalScanVst2 = true;
@@ -224,8 +224,15 @@ struct QVlorSearchPathsDialog::Data {
     bool reloading = false;
 };
 
-QVlorSearchPathsDialog::QVlorSearchPathsDialog(QWidget* parent) : QDialog(parent), d(new Data)
+QVlorSearchPathsDialog::QVlorSearchPathsDialog(QWidget* parent)
+    : QVlorSearchPathsDialog(QVlorAudioPlugins::PluginManagers::installed(), parent)
 {
+}
+
+QVlorSearchPathsDialog::QVlorSearchPathsDialog(const QVlorAudioPlugins::PluginManagers& managers, QWidget* parent)
+    : QDialog(parent), d(new Data)
+{
+    d->managers = managers;
     setWindowTitle(tr("Manage Search Paths"));
     resize(520, 380);
     auto* layout = new QVBoxLayout(this);
@@ -342,7 +349,7 @@ void QVlorSearchPathsDialog::reload()
         const QScopedValueRollback<bool> reloading(d->reloading, true);
         d->model->clear();
         d->model->setColumnCount(2);
-        if (QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager()) {
+        if (QVlorVst::Manager* m2 = d->managers.vst2.data()) {
             QStandardItem* parent = buildParent(QStringLiteral("vst2"));
             for (const QVlorVst::Path& path : m2->pathsCopy()) {
                 if (!path.isSearched())
@@ -353,7 +360,7 @@ void QVlorSearchPathsDialog::reload()
             }
             dimChildren(parent, !QVlorVst::Manager::isScanEnabled());
         }
-        if (QVlorAudioPlugins::vst3Manager()) {
+        if (d->managers.vst3.data()) {
             QStandardItem* parent = buildParent(QStringLiteral("vst3"));
             const QStringList custom = settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
             const QStringList disabled = settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
@@ -436,8 +443,8 @@ void QVlorSearchPathsDialog::applyChanges()
     bool needScanVst2 = false;
     bool needScanVst3 = false;
     bool changed = false;
-    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
-    QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* m2 = d->managers.vst2.data();
+    QVlorVst3::Manager* m3 = d->managers.vst3.data();
     for (int i = 0; i < d->model->rowCount(); ++i) {
         QStandardItem* parent = d->model->item(i, 0);
         const bool vst2 = parent->data(kFormatRole).toString() == QLatin1String("vst2");

@@ -6,6 +6,7 @@
 // closes, however it closes; a scan starts only where something was added
 // or turned on.
 
+#include "QVlorPluginManagers.h"
 #include <QDialog>
 #include <QMap>
 #include <QPersistentModelIndex>
@@ -44,7 +45,10 @@ private:
 class QVlorSearchPathsDialog : public QDialog {
     Q_OBJECT
 public:
+    // The paths of the managers the library was installed with.
     explicit QVlorSearchPathsDialog(QWidget* parent = nullptr);
+    // The paths of these managers.
+    explicit QVlorSearchPathsDialog(const QVlorAudioPlugins::PluginManagers& managers, QWidget* parent = nullptr);
     ~QVlorSearchPathsDialog() override;
 
     QStandardItem* parentItemFor(const QString& format) const;

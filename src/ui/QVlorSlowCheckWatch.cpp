@@ -1,12 +1,12 @@
 #include "QVlorSlowCheckWatch.h"
 
-#include "QVlorAudioPlugins.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
 #include <QDateTime>
 
-QVlorSlowCheckWatch::QVlorSlowCheckWatch(QObject* parent) : QObject(parent)
+QVlorSlowCheckWatch::QVlorSlowCheckWatch(const QVlorAudioPlugins::PluginManagers& managers, QObject* parent)
+    : QObject(parent), m_managers(managers)
 {
     m_timer.setInterval(500);
     connect(&m_timer, &QTimer::timeout, this, &QVlorSlowCheckWatch::poll);
@@ -15,11 +15,11 @@ QVlorSlowCheckWatch::QVlorSlowCheckWatch(QObject* parent) : QObject(parent)
         if (!m_timer.isActive())
             m_timer.start();
     };
-    if (QVlorVst::Manager* m = QVlorAudioPlugins::vstManager()) {
+    if (QVlorVst::Manager* m = m_managers.vst2.data()) {
         connect(m, &QVlorVst::Manager::beginScan, this, wake);
         connect(m, &QVlorVst::Manager::progressPlugin, this, wake);
     }
-    if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
+    if (QVlorVst3::Manager* m = m_managers.vst3.data()) {
         connect(m, &QVlorVst3::Manager::beginScan, this, wake);
         connect(m, &QVlorVst3::Manager::progressPlugin, this, wake);
     }
@@ -28,8 +28,8 @@ QVlorSlowCheckWatch::QVlorSlowCheckWatch(QObject* parent) : QObject(parent)
 
 void QVlorSlowCheckWatch::poll()
 {
-    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
-    QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* m2 = m_managers.vst2.data();
+    QVlorVst3::Manager* m3 = m_managers.vst3.data();
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     QString name;
     bool vst3 = false;
@@ -63,9 +63,9 @@ void QVlorSlowCheckWatch::skip()
     if (m_name.isEmpty())
         return;
     if (m_vst3) {
-        if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager())
+        if (QVlorVst3::Manager* m = m_managers.vst3.data())
             m->skipCheck(m_name);
-    } else if (QVlorVst::Manager* m = QVlorAudioPlugins::vstManager()) {
+    } else if (QVlorVst::Manager* m = m_managers.vst2.data()) {
         m->skipCheck(m_name);
     }
     m_name.clear();

@@ -3,6 +3,8 @@
 // QVlorVst_ManagerOps.cpp.
 #include "QVlorVst_Manager.h"
 #include "QVlorVst_Manager_p.h"
+#include "QVlorPluginFormat.h"
+#include "QVlorPluginOpening.h"
 
 #include "QVlorApplication.h"
 #include "QVlorSetting.h"
@@ -21,8 +23,8 @@
 
 namespace QVlorVst {
 
-const char* const K_SETTING_SCAN_VST2 = "vloraudio.plugins.scan_vst2";
-const char* const K_SETTING_CHECK_TIMEOUT_S = "vloraudio.plugins.vst2_check_timeout_s";
+const char* const K_SETTING_SCAN_VST2 = QVlorAudioPlugins::kVst2Format.scanSettingKey;
+const char* const K_SETTING_CHECK_TIMEOUT_S = QVlorAudioPlugins::kVst2Format.checkTimeoutSettingKey;
 
 namespace {
 // How long a check under way at quit may still take before it is killed.
@@ -165,9 +167,8 @@ Manager::Manager(QObject*) : QObject(nullptr), d(new Data)
     QVlorSetting& settings = QVlorSetting::global();
     settings.setDefault(QLatin1String(K_SETTING_SCAN_VST2), true);
     settings.setDefault(QLatin1String(K_SETTING_CHECK_TIMEOUT_S), 30);
-    settings.setDefault(QStringLiteral("%1.%2").arg(QLatin1String("vloraudio.fx.vst"), QLatin1String("use_fallback_editor")),
-                        false);
-    settings.setDefault(QStringLiteral("%1.%2").arg(QLatin1String("vloraudio.fx.vst"),
+    settings.setDefault(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey), false);
+    settings.setDefault(QStringLiteral("%1.%2").arg(QLatin1String(QVlorAudioPlugins::kVst2Format.effectSettingsPrefix),
                                                     QLatin1String("use_fallback_editor_for_non_native")),
                         false);
 

@@ -3,10 +3,11 @@
 // nothing of the plugin again.
 #include "QVlorVst_Widget.h"
 
-#include "QVlorVst3_Manager.h"
 #include "QVlorVst_MixerEffect.h"
 #include "QVlorDisplayText_p.h"
 #include "QVlorPanelText_p.h"
+#include "QVlorPluginFormat.h"
+#include "QVlorPluginOpening.h"
 
 #include "QVlorDialogs.h"
 #include "QVlorSetting.h"
@@ -32,7 +33,6 @@ namespace QVlorVst {
 
 namespace {
 
-const char* const kFallbackEditorKey = "vloraudio.fx.vst.use_fallback_editor";
 // Larger than any screen: a plugin that asks for this has its numbers wrong.
 constexpr int kLargestEditor = 16384;
 
@@ -97,27 +97,21 @@ Widget::~Widget()
     delete d;
 }
 
-bool Widget::CanEmbedEditors() { return QGuiApplication::platformName() == QLatin1String("xcb"); }
+bool Widget::CanEmbedEditors() { return QVlorAudioPlugins::CanEmbedEditors(); }
 
 bool Widget::loadPlugin(const Plugin& plugin)
 {
     d->plugin = plugin;
-    const QString previous = QVlorVst3::Manager::SetOpeningSentinel(
-        QStringLiteral("vst2"), QString::number(plugin.uniqueId()), plugin.filename());
+    const QString previous = QVlorAudioPlugins::SetOpeningSentinel(
+        QLatin1String(QVlorAudioPlugins::kVst2Format.token), QString::number(plugin.uniqueId()), plugin.filename());
     QVlorMixer::Mixer& mixer = QVlorMixer::Mixer::instance();
     d->effect = new MixerEffect(plugin, mixer.sampleRate(), unsigned(std::max(1, audio().numChannels())));
     d->effect->powerOn(mixer.bufferFrames());
-    QVlorVst3::Manager::ClearOpeningSentinel(previous);
+    QVlorAudioPlugins::ClearOpeningSentinel(previous);
     if (!d->effect->isOk())
         return false;
 
-    d->hasPluginEditor = d->effect->hasEditor();
-    // The fallback switches every plugin to the generated editor, as does a
-    // platform that has no windows a plugin could draw into.
-    if (d->hasPluginEditor && QVlorSetting::global().getBool(QLatin1String(kFallbackEditorKey), false))
-        d->hasPluginEditor = false;
-    if (d->hasPluginEditor && !CanEmbedEditors())
-        d->hasPluginEditor = false;
+    d->hasPluginEditor = d->effect->hasEditor() && QVlorAudioPlugins::PluginEditorsWanted();
     if (d->hasPluginEditor) {
         setAttribute(Qt::WA_NativeWindow);
     } else {
@@ -160,10 +154,10 @@ bool Widget::openEditor(MixerEffect* effect)
     if (d->crashed || !effect)
         return false;
     void* window = reinterpret_cast<void*>(winId());
-    const QString previous = QVlorVst3::Manager::SetOpeningSentinel(
-        QStringLiteral("vst2"), QString::number(d->plugin.uniqueId()), d->plugin.filename());
+    const QString previous = QVlorAudioPlugins::SetOpeningSentinel(
+        QLatin1String(QVlorAudioPlugins::kVst2Format.token), QString::number(d->plugin.uniqueId()), d->plugin.filename());
     bool opened = effect->openEditor(window);
-    QVlorVst3::Manager::ClearOpeningSentinel(previous);
+    QVlorAudioPlugins::ClearOpeningSentinel(previous);
     // Plugins answer the open as they like; one that gives no size after it
     // has drawn nothing the user could see.
     if (opened && !editorSize(effect).isValid()) {
@@ -326,7 +320,7 @@ void Widget::refresh()
 
 QString Widget::uniqId() const
 {
-    return QStringLiteral("%1.%2").arg(QStringLiteral("vloraudio.fx.vst"), d->effect ? d->effect->hash() : QString());
+    return QStringLiteral("%1.%2").arg(QLatin1String(QVlorAudioPlugins::kVst2Format.effectSettingsPrefix), d->effect ? d->effect->hash() : QString());
 }
 
 QString Widget::title() const

@@ -4,6 +4,8 @@
 // QVlorVst3_Sentinel.cpp.
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Manager_p.h"
+#include "QVlorPluginFormat.h"
+#include "QVlorPluginOpening.h"
 
 #include "QVlorSetting.h"
 #include "QVlorVst3_ModuleInfo.h"
@@ -26,7 +28,7 @@
 
 namespace QVlorVst3 {
 
-const char* const K_SETTING_SCAN_VST3 = "vloraudio.plugins.scan_vst3";
+const char* const K_SETTING_SCAN_VST3 = QVlorAudioPlugins::kVst3Format.scanSettingKey;
 const char* const K_SETTING_VST3_CUSTOM_PATHS = "vloraudio.plugins.vst3_custom_paths";
 const char* const K_SETTING_VST3_DISABLED_PATHS = "vloraudio.plugins.vst3_disabled_paths";
 const char* const K_PROBE_TRUNCATED_TEXT =
@@ -176,7 +178,7 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     qRegisterMetaType<QVlorVst3::Catalog>("QVlorVst3::Catalog");
     qRegisterMetaType<QVlorPluginPairs::Entry>("QVlorPluginPairs::Entry");
     qRegisterMetaType<QList<QVlorPluginPairs::Entry>>("QList<QVlorPluginPairs::Entry>");
-    RememberSentinelPath(sentinel);
+    QVlorAudioPlugins::SetOpeningSentinelPath(sentinel);
     QVlorSetting& settings = QVlorSetting::global();
     settings.setDefault(QLatin1String(K_SETTING_SCAN_VST3), true);
     settings.setDefault(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);

@@ -99,9 +99,6 @@ void __CollectBundlePaths(const QString& directory, QStringList* output);
 
 extern const char* const K_PROBE_TRUNCATED_TEXT;
 
-// Where the static sentinel calls write: the data folder of the manager made last.
-void RememberSentinelPath(const QString& path);
-
 } // namespace QVlorVst3
 
 #endif

@@ -2,6 +2,7 @@
 #include "QVlorVst3_Probe_p.h"
 
 #include "QVlorCheckVerdict_p.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorHostProgram_p.h"
 
 #include "QVlorVst3_Catalog.h"
@@ -21,7 +22,7 @@
 
 namespace QVlorVst3 {
 
-const char* const K_SETTING_PROBE_TIMEOUT_S = "vloraudio.plugins.vst3_probe_timeout_s";
+const char* const K_SETTING_PROBE_TIMEOUT_S = QVlorAudioPlugins::kVst3Format.checkTimeoutSettingKey;
 
 QStringList ProbeArguments(const QString& bundle) { return {QStringLiteral("--probe"), bundle}; }
 

@@ -4,7 +4,8 @@
 
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_MixerEffect.h"
-#include "QVlorVst_Widget.h"
+#include "QVlorPluginFormat.h"
+#include "QVlorPluginOpening.h"
 #include "QVlorDisplayText_p.h"
 #include "QVlorPanelText_p.h"
 
@@ -190,10 +191,10 @@ bool Widget::loadPlugin(const Plugin& plugin)
 {
     d->plugin = plugin;
     const QString previous =
-        QVlorVst3::Manager::SetOpeningSentinel(QStringLiteral("vst3"), plugin.uid(), plugin.name());
+        QVlorAudioPlugins::SetOpeningSentinel(QLatin1String(QVlorAudioPlugins::kVst3Format.token), plugin.uid(), plugin.name());
     QVlorMixer::Mixer& mixer = QVlorMixer::Mixer::instance();
     d->effect = new MixerEffect(plugin, mixer.sampleRate(), unsigned(std::max(1, audio().numChannels())));
-    QVlorVst3::Manager::ClearOpeningSentinel(previous);
+    QVlorAudioPlugins::ClearOpeningSentinel(previous);
     if (!d->effect->isOk())
         return false;
     d->effect->powerOn(mixer.bufferFrames());
@@ -201,8 +202,7 @@ bool Widget::loadPlugin(const Plugin& plugin)
     VLORVST3_SetEventCallback(d->instance, __QVlorVst3WidgetEventCallback, this);
     // Without windows a plugin could draw into, the generic panel stands in;
     // the user's switch to generated editors holds for both formats.
-    d->hasEditor = VLORVST3_HasEditor(d->instance) == 1 && QVlorVst::Widget::CanEmbedEditors() &&
-                   !QVlorSetting::global().getBool(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), false);
+    d->hasEditor = VLORVST3_HasEditor(d->instance) == 1 && QVlorAudioPlugins::PluginEditorsWanted();
     if (d->hasEditor) {
         setAttribute(Qt::WA_NativeWindow);
         int32_t width = 0, height = 0;
@@ -221,9 +221,9 @@ bool Widget::openEditor()
     if (!d->hasEditor)
         return false;
     const QString previous =
-        QVlorVst3::Manager::SetOpeningSentinel(QStringLiteral("vst3"), d->plugin.uid(), d->plugin.name());
+        QVlorAudioPlugins::SetOpeningSentinel(QLatin1String(QVlorAudioPlugins::kVst3Format.token), d->plugin.uid(), d->plugin.name());
     const int opened = VLORVST3_EditorOpen(d->instance, uint64_t(winId()));
-    QVlorVst3::Manager::ClearOpeningSentinel(previous);
+    QVlorAudioPlugins::ClearOpeningSentinel(previous);
     if (opened != 1) {
         // A view that does not open leaves the user the generic panel.
         d->hasEditor = false;
@@ -386,7 +386,9 @@ QString Widget::windowTitle() const
 }
 
 QString Widget::fxLabel() const { return tr("Applying %1|%1").arg(title()); }
-QString Widget::uniqId() const { return QStringLiteral("vloraudio.fx.vst3.") + d->plugin.uid().toLower(); }
+QString Widget::uniqId() const {
+    return QLatin1String(QVlorAudioPlugins::kVst3Format.effectSettingsPrefix) + QLatin1Char('.') + d->plugin.uid().toLower();
+}
 QString Widget::pluginUid() const { return d->plugin.uid(); }
 
 QString Widget::fxParam(bool forPreset) const

@@ -503,7 +503,13 @@ TEST(PluginFormats, IdsAreMadeAndReadBackThroughOneDescription)
     EXPECT_EQ(BadgeText(Vst3Format(), false), QStringLiteral("VST3"));
     QStringList tokens;
     for (const PluginFormat* f : PluginFormats())
-        tokens << QLatin1String(f->token) + QLatin1Char('=') + QLatin1String(*f->scanSettingKey);
-    EXPECT_EQ(tokens, (QStringList{QStringLiteral("vst2=vloraudio.plugins.scan_vst2"),
-                                   QStringLiteral("vst3=vloraudio.plugins.scan_vst3")}));
+        tokens << QStringList{QLatin1String(f->token), QLatin1String(f->scanSettingKey),
+                              QLatin1String(f->checkTimeoutSettingKey), QLatin1String(f->hostProgram),
+                              QLatin1String(f->catalogFile)}
+                      .join(QLatin1Char(' '));
+    // The saved names of both formats, as catalogs and settings of earlier versions hold them.
+    EXPECT_EQ(tokens, (QStringList{QStringLiteral("vst2 vloraudio.plugins.scan_vst2 vloraudio.plugins.vst2_check_timeout_s "
+                                                  "vlorvst vstxml/catalog_v2.json"),
+                                   QStringLiteral("vst3 vloraudio.plugins.scan_vst3 vloraudio.plugins.vst3_probe_timeout_s "
+                                                  "vlorvst3 catalog_vst3.json")}));
 }

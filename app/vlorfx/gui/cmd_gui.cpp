@@ -2,6 +2,7 @@
 // any editor: Initialize, UI::install with this window as its Host, the
 // catalogs loaded; the window supplies only the Host and the editor's basics.
 #include "window.h"
+#include "QVlorPluginFormat.h"
 
 #include "../commands.h"
 #include "../text.h"
@@ -152,7 +153,7 @@ private:
     }
     void openEffect(bool panel, const char* name)
     {
-        QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), panel);
+        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey), panel);
         QMenu* plugins = QAudioMenu();
         QAction* zam = plugins ? entryNamed(plugins, QStringLiteral("ZamComp ")) : nullptr;
         if (!zam && plugins)
@@ -167,7 +168,7 @@ private:
                 save(dialog, name);
                 dialog->close();
             }
-            QVlorSetting::global().setForThisRun(QStringLiteral("vloraudio.fx.vst.use_fallback_editor"), QVariant());
+            QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey), QVariant());
         });
     }
     void save(QWidget* widget, const char* name) { write(pictureOf(widget), name); }

@@ -1,0 +1,31 @@
+#ifndef QVLORPLUGINMANAGERS_H
+#define QVLORPLUGINMANAGERS_H
+// The managers a window of the library shows, handed to it by whoever builds
+// it. Either may be missing (VST2 support off) or go away while the window
+// lives (the library uninstalled), which the guarded pointers tell.
+
+#include <QPointer>
+
+namespace QVlorVst {
+class Manager;
+}
+namespace QVlorVst3 {
+class Manager;
+}
+
+namespace QVlorAudioPlugins {
+
+struct PluginManagers {
+    QPointer<QVlorVst::Manager> vst2;
+    QPointer<QVlorVst3::Manager> vst3;
+
+    // The managers the library was installed with: what the pages and
+    // dialogs made by name (the preferences dialog's factory) show. Set by
+    // the install, emptied by the uninstall.
+    static PluginManagers installed();
+    static void setInstalled(const PluginManagers& managers);
+};
+
+} // namespace QVlorAudioPlugins
+
+#endif
