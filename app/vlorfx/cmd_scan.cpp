@@ -49,7 +49,6 @@ const char* const kScanHelp =
     "example:\n"
     "  vlorfx scan --vst2-path ~/.vst --vst3-path ~/my-vst3\n";
 
-QString dataFile(const QString& name) { return QDir(QVlorApplication::applicationDataLocation()).filePath(name); }
 
 bool addFolder(const char* arg, QStringList* folders)
 {

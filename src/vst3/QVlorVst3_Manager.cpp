@@ -36,61 +36,39 @@ const char* const K_PROBE_TRUNCATED_TEXT =
 
 /* ---- Data ---------------------------------------------------------------- */
 
-void Manager::Data::publish()
+bool Manager::Data::addMarks(ManagedCatalog::MarkKind kind, const QStringList& keys, bool* shown)
 {
     QMutexLocker l(&publishLock);
-    publishedCatalog = catalog;
-    publishedPairs = pairs.entries();
-    applyPendingVerifyingLocked();
-}
-
-bool Manager::Data::applyPendingVerifyingLocked()
-{
-    bool changed = false;
-    for (const QString& path : std::as_const(pendingVerifyingBundles)) {
-        CatalogBundle* b = publishedCatalog.findBundle(path);
-        if (b && !b->missing() && !b->verifying()) {
-            b->setVerifying(true);
-            changed = true;
-        }
-    }
-    for (const QString& cid : std::as_const(pendingVerifyingClasses)) {
-        const CatalogClass* found = std::as_const(publishedCatalog).findClass(cid);
-        if (!found || found->state() == CatalogClass::Missing || found->state() == CatalogClass::Verifying)
-            continue;
-        // Only now is the copy detached: a publish with nothing to mark stays a pointer copy.
-        publishedCatalog.findClass(cid)->setState(CatalogClass::Verifying);
-        changed = true;
-    }
-    return changed;
-}
-
-bool Manager::Data::addMarks(QSet<QString>* pending, const QStringList& keys, bool* shown)
-{
-    QMutexLocker l(&publishLock);
-    for (const QString& key : keys)
-        pending->insert(key);
+    store.addMarks(kind, keys);
     if (!awayFromThread())
         return false;
-    *shown = applyPendingVerifyingLocked();
+    *shown = store.applyMarksLocked();
     return true;
 }
 
-void Manager::Data::clearPendingVerifyingBundle(const QString& path)
+void Manager::Data::dropCancelledWork()
 {
-    QMutexLocker l(&publishLock);
-    pendingVerifyingBundles.remove(path);
+    if (store.dropMarks())
+        commit();
 }
 
-void Manager::Data::clearPendingVerifyingClass(const QString& cid)
+bool Manager::Data::retryChecks(bool skippedToo)
 {
-    QMutexLocker l(&publishLock);
-    pendingVerifyingClasses.remove(cid);
+    const bool changed = store.retryFailures(skippedToo);
+    if (changed)
+        markChanged();
+    return changed;
+}
+
+void Manager::Data::absorbChangesElsewhere()
+{
+    if (!store.takeInChangesElsewhere())
+        return;
+    qInfo() << "QVlorVst3::Manager: took in what another process saved";
+    show();
 }
 
 namespace {
-
-QString JobKey(const QStringList& job) { return job.join(QChar(0x1f)); }
 
 // A probed bundle that changed on disk or lost classes is probed again by a scan.
 bool NeedsReprobe(const CatalogBundle& b)
@@ -105,61 +83,6 @@ bool NeedsReprobe(const CatalogBundle& b)
 
 } // namespace
 
-void Manager::Data::runAhead(const QStringList& job, const QString& label) const
-{
-    QString program = hostBinary;
-    QStringList arguments = hostArgs;
-    if (program.isEmpty())
-        QVlorHostProgram::Vst3(&program, &arguments);
-    const int seconds = TimeoutSecondsSetting(K_SETTING_PROBE_TIMEOUT_S);
-    const QString key = JobKey(job);
-    ahead.submit(key, label, [this, key, job, program, arguments, seconds](const QAtomicInt* stop) {
-        qInfo().noquote() << "QVlorVst3::Manager: host run:" << job.join(QLatin1Char(' '));
-        HostOutcome outcome;
-        outcome.ok = __RunHostProcess(program, arguments + job, seconds * 1000, &outcome.reply, &outcome.error,
-                                      &quitting, stop);
-        QMutexLocker l(&outcomesLock);
-        outcomes.insert(key, outcome);
-    });
-}
-
-bool Manager::Data::runHost(const QStringList& job, QJsonObject* reply, QString* errorText, const QString& label) const
-{
-    const QString key = JobKey(job);
-    // After a cancel, the work that was under way starts nothing more.
-    if (!cancelledSinceWorkBegan())
-        runAhead(job, label);
-    const bool ran = ahead.take(key) && !cancelledSinceWorkBegan();
-    HostOutcome outcome;
-    {
-        QMutexLocker l(&outcomesLock);
-        outcome = outcomes.take(key);
-    }
-    if (!ran)
-        outcome.error = QStringLiteral("cancelled");
-    if (reply)
-        *reply = outcome.reply;
-    if (errorText)
-        *errorText = outcome.error;
-    return ran && outcome.ok;
-}
-
-void Manager::Data::ReadModuleInfo(CatalogBundle* bundle)
-{
-    QList<ModuleInfo::CompatEntry> compat;
-    bundle->setModuleinfoFound(ModuleInfo::read(bundle->path(), nullptr, &compat, nullptr));
-    bundle->compat().clear();
-    for (const ModuleInfo::CompatEntry& e : compat)
-        bundle->compat().append({e.newCid, e.oldCids});
-}
-
-void Manager::Data::StoreFileStamp(CatalogBundle* bundle)
-{
-    const QFileInfo info(bundle->path());
-    bundle->setMtimeSecs(info.lastModified().toSecsSinceEpoch());
-    bundle->setSizeBytes(info.size());
-}
-
 /* ---- construction and the thread ------------------------------------------ */
 
 Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath, qint32 verifierBuild,
@@ -167,8 +90,6 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     : QObject(nullptr), d(new Data)
 {
     // An object with a parent cannot change threads: the parent is not taken.
-    d->catalogPath = catalogPath;
-    d->pairsPath = pairsPath;
     d->sentinelPath = sentinel;
     d->verifierBuild = verifierBuild;
     d->q = this;
@@ -183,18 +104,7 @@ Manager::Manager(QObject*, const QString& catalogPath, const QString& pairsPath,
     settings.setDefault(QLatin1String(K_SETTING_SCAN_VST3), true);
     settings.setDefault(QLatin1String(K_SETTING_PROBE_TIMEOUT_S), 30);
 
-    // A file that does not read leaves an empty catalog or store until the next save.
-    if (!d->catalog.load(catalogPath))
-        d->catalog = Catalog();
-    d->pairs.load(pairsPath);
-    // One look at each class, not one walk of the catalog per pair.
-    QSet<QString> known;
-    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
-        for (const CatalogClass& c : b.classes())
-            known.insert(c.cid());
-    for (const QVlorPluginPairs::Entry& e : std::as_const(d->pairs).entries())
-        if (!e.vst3.isEmpty() && !known.contains(e.vst3))
-            d->returningPairs.insert(e.vst3, e);
+    d->store.load(catalogPath, pairsPath);
     d->publish();
 
     connect(this, &Manager::beginScan, this, &Manager::onBeginScan);
@@ -216,7 +126,7 @@ Manager::~Manager()
 void Manager::aboutToQuit()
 {
     if (d->awayFromThread())
-        d->quitting.storeRelease(1);
+        d->runs.quit();
     d->stopLookingAtDisk();
     d->saveIfDue([this] { saveCatalogAndPairs(); });
     // What the thread held is saved last, once nothing can change it any more.
@@ -226,48 +136,16 @@ void Manager::aboutToQuit()
 
 /* ---- read side and plain state ------------------------------------------- */
 
-Catalog Manager::catalogCopy() const
-{
-    QMutexLocker l(&d->publishLock);
-    return d->publishedCatalog;
-}
+Catalog Manager::catalogCopy() const { return d->store.catalogCopy(); }
 
-Catalog& Manager::catalog() { return d->catalog; }
-QVlorPluginPairs& Manager::pairs() { return d->pairs; }
+Catalog& Manager::catalog() { return d->store.live; }
+QVlorPluginPairs& Manager::pairs() { return d->store.pairs; }
 bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
 void Manager::cancel() { d->cancel(); }
 
 QList<QVlorRunningCheck> Manager::runningChecks() const { return d->runningChecks(); }
 bool Manager::skipCheck(const QString& name) { return d->ahead.skip(name); }
 
-void Manager::Data::dropCancelledWork()
-{
-    bool dropped;
-    {
-        QMutexLocker l(&publishLock);
-        dropped = !pendingVerifyingBundles.isEmpty() || !pendingVerifyingClasses.isEmpty();
-        pendingVerifyingBundles.clear();
-        pendingVerifyingClasses.clear();
-    }
-    // The marks reached the live catalog too; nothing else is verifying now,
-    // as work runs one piece at a time and this piece is not going to.
-    for (CatalogBundle& b : catalog.bundles()) {
-        dropped = dropped || b.verifying();
-        b.setVerifying(false);
-        for (CatalogClass& c : b.classes()) {
-            if (c.state() != CatalogClass::Verifying)
-                continue;
-            // The state it had before the mark: what its record still says.
-            c.setState(c.isEnabled()              ? CatalogClass::Enabled
-                       : !c.lastError().isEmpty() ? CatalogClass::Failed
-                       : c.verifiedAt() != 0      ? CatalogClass::Disabled
-                                                  : CatalogClass::New);
-            dropped = true;
-        }
-    }
-    if (dropped)
-        commit();
-}
 void Manager::onBeginScan() { d->scanning.storeRelease(1); }
 void Manager::onEndScan(bool) { d->scanning.storeRelease(0); }
 
@@ -280,7 +158,7 @@ bool Manager::saveCatalogAndPairs()
     if (!d->changed.loadAcquire())
         return true;
     QString error;
-    const bool ok = d->catalog.save(d->catalogPath, &error) && d->pairs.save(d->pairsPath, &error);
+    const bool ok = d->store.save(&error);
     return d->recordSave(ok, error);
 }
 
@@ -290,22 +168,21 @@ void Manager::setVst2ItemsProvider(const Vst2ItemsProvider& provider)
 {
     if (d->post([this, provider] { setVst2ItemsProvider(provider); }))
         return;
-    d->vst2Items = provider;
+    d->pairHooks.vst2Items = provider;
 }
 
 void Manager::setVst2FailedSetter(const Vst2FailedSetter& setter)
 {
     if (d->post([this, setter] { setVst2FailedSetter(setter); }))
         return;
-    d->vst2Failed = setter;
+    d->pairHooks.vst2Failed = setter;
 }
 
 void Manager::setHostBinary(const QString& path, const QStringList& arguments)
 {
     if (d->post([this, path, arguments] { setHostBinary(path, arguments); }))
         return;
-    d->hostBinary = path;
-    d->hostArgs = arguments;
+    d->runs.setProgram(path, arguments);
 }
 
 void Manager::setHostBinaryForTesting(const QString& path) { setHostBinary(path, {QStringLiteral("--vst3")}); }
@@ -383,7 +260,7 @@ void Manager::searchPlugins(bool notifyNew)
     // Where each known bundle stands: a catalog of thousands is not searched once a bundle.
     // The list only grows from here on, so the places hold.
     QHash<QString, int> place;
-    const QList<CatalogBundle>& bundles = std::as_const(d->catalog).bundles();
+    const QList<CatalogBundle>& bundles = std::as_const(d->store.live).bundles();
     for (int k = 0; k < bundles.size(); ++k)
         place.insert(bundles.at(k).path(), k);
     // The bundles to probe again run ahead, up to the limit at a time; each
@@ -392,7 +269,7 @@ void Manager::searchPlugins(bool notifyNew)
     for (const QString& path : std::as_const(found)) {
         const int at = place.value(path, -1);
         if (at >= 0 && bundles.at(at).probed() && NeedsReprobe(bundles.at(at)))
-            d->runAhead(ProbeArguments(path), QFileInfo(path).fileName());
+            d->runs.runAhead(ProbeArguments(path), QFileInfo(path).fileName());
     }
     QSet<QString> seen;
     QList<QString> newNames;
@@ -408,7 +285,7 @@ void Manager::searchPlugins(bool notifyNew)
     runMatcher({}, 0);
     d->commit();
     bool anyNew = false;
-    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+    for (const CatalogBundle& b : std::as_const(d->store.live).bundles())
         for (const CatalogClass& c : b.classes())
             anyNew = anyNew || c.state() == CatalogClass::New;
     emit endScan(anyNew);
@@ -421,7 +298,7 @@ void Manager::searchPlugins(bool notifyNew)
 // the user's choices and stay, their classes missing.
 void Manager::settleGoneBundles(const QStringList& roots, const QSet<QString>& found)
 {
-    QList<CatalogBundle>& bundles = d->catalog.bundles();
+    QList<CatalogBundle>& bundles = d->store.live.bundles();
     for (int i = int(bundles.size()) - 1; i >= 0; --i) {
         const CatalogBundle& b = bundles.at(i);
         if (!b.probed() && !found.contains(b.path()) && __IsUnderScannedRoot(b.path(), roots))
@@ -445,18 +322,18 @@ void Manager::visitBundle(const QString& path, QHash<QString, int>* place, QSet<
                           QList<QString>* newNames)
 {
     const int at = place->value(path, -1);
-    CatalogBundle* b = at < 0 ? nullptr : &d->catalog.bundles()[at];
+    CatalogBundle* b = at < 0 ? nullptr : &d->store.live.bundles()[at];
     if (!b) {
         CatalogBundle fresh;
         fresh.setPath(path);
-        Data::StoreFileStamp(&fresh);
+        HostRuns::StoreFileStamp(&fresh);
         fresh.setProbed(false);
-        place->insert(path, int(d->catalog.bundles().size()));
-        d->catalog.bundles().append(fresh);
+        place->insert(path, int(d->store.live.bundles().size()));
+        d->store.live.bundles().append(fresh);
         newNames->append(QFileInfo(path).completeBaseName());
     } else if (!b->probed()) {
         const qint64 oldTime = b->mtimeSecs(), oldSize = b->sizeBytes();
-        Data::StoreFileStamp(b);
+        HostRuns::StoreFileStamp(b);
         b->setMissing(false);
         // A changed file gets a new chance.
         if (oldTime != b->mtimeSecs() || oldSize != b->sizeBytes()) {
@@ -481,13 +358,13 @@ void Manager::visitBundle(const QString& path, QHash<QString, int>* place, QSet<
 // A probed bundle that changed or lost classes: probed again, keeping the user's choices.
 void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames)
 {
-    CatalogBundle copy = *d->catalog.findBundle(path);
-    Data::StoreFileStamp(&copy);
+    CatalogBundle copy = *d->store.live.findBundle(path);
+    HostRuns::StoreFileStamp(&copy);
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
-    const bool ok = d->runHost(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
-    if (!ok && d->quitCut(error))
+    const bool ok = d->runs.run(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
+    if (!ok && HostRuns::CutShort(error))
         return; // the bundle stays as it was; the next start probes it again
     if (!ok) {
         copy.setFailed(true);
@@ -526,13 +403,13 @@ void Manager::reprobeBundle(const QString& path, QSet<QString>* seen, QList<QStr
         }
         copy.classes() = classes;
     }
-    Data::ReadModuleInfo(&copy);
+    HostRuns::ReadModuleInfo(&copy);
     if (reply.value(QStringLiteral("truncated")).toBool(false))
         copy.setLastError(QLatin1String(K_PROBE_TRUNCATED_TEXT));
-    if (CatalogBundle* live = d->catalog.findBundle(path))
+    if (CatalogBundle* live = d->store.live.findBundle(path))
         *live = copy;
     else
-        d->catalog.bundles().append(copy);
+        d->store.live.bundles().append(copy);
 }
 
 } // namespace QVlorVst3

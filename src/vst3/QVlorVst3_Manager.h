@@ -25,7 +25,9 @@ extern const char* const K_SETTING_VST3_DISABLED_PATHS; // "vloraudio.plugins.vs
 // own: directory walks and host processes never block the user interface.
 // Its mutating calls, made from another thread, post themselves there and
 // return at once, and report through signals; readers take the published
-// copies, which are swapped under a mutex.
+// copies, which are swapped under a mutex. Behind its calls: what it keeps
+// (ManagedCatalog), the children that probe and verify (HostRuns), and what
+// it asks of the VST2 side (PairHooks).
 class Manager : public QObject {
     Q_OBJECT
 public:
@@ -59,10 +61,6 @@ public:
     QStringList searchPaths() const;
     static QStringList SystemPaths();
 
-    // The live objects: the manager's thread only.
-    Catalog& catalog();
-    QVlorPluginPairs& pairs();
-
     // Setters; from another thread they are posted to the manager's.
     void setVst2ItemsProvider(const Vst2ItemsProvider& provider);
     void setVst2FailedSetter(const Vst2FailedSetter& setter);
@@ -74,11 +72,6 @@ public:
     static QString SetOpeningSentinel(const QString& format, const QString& id, const QString& name);
     static void ClearOpeningSentinel(const QString& previous);
     QString consumeCrashSentinel();
-
-    // The matcher over the live catalog and store; the manager's thread only.
-    void runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId);
-    void runMatcher(const QSet<QString>& cids, const QSet<qint64>& vst2UniqueIds);
-    void drainQueuedRematches();
 
 signals:
     void beginScan();
@@ -106,8 +99,6 @@ public slots:
     bool saveCatalogAndPairs();
     // The file and the reason of the last save that failed; empty once a save succeeds.
     QString saveError() const;
-    void onBeginScan();
-    void onEndScan(bool hasNewPlugins);
 
     // Enabling and verification.
     void enablePlugin(const QString& cid);
@@ -140,6 +131,17 @@ public slots:
     void purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
 
 private:
+    // The calls of the manager's own thread. The live objects behind the copies:
+    Catalog& catalog();
+    QVlorPluginPairs& pairs();
+    // The matcher over the live catalog and store.
+    void runMatcher(const QSet<QString>& cids, qint64 vst2UniqueId);
+    void runMatcher(const QSet<QString>& cids, const QSet<qint64>& vst2UniqueIds);
+    void drainQueuedRematches();
+    // The scanning flag that isScanning reads, set by the manager's own signals.
+    void onBeginScan();
+    void onEndScan(bool hasNewPlugins);
+    // The parts of a scan and of a probe.
     void settleGoneBundles(const QStringList& roots, const QSet<QString>& found);
     void visitBundle(const QString& path, QHash<QString, int>* place, QSet<QString>* seen, QList<QString>* newNames);
     void reprobeBundle(const QString& path, QSet<QString>* seen, QList<QString>* newNames);

@@ -37,8 +37,8 @@ void Manager::enablePlugin(const QString& cid)
         return;
     CatalogBundle* bundle = nullptr;
     CatalogClass* c = nullptr;
-    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
-        d->clearPendingVerifyingClass(cid);
+    if (!__LocateClassAndBundle(d->store.live, cid, &bundle, &c)) {
+        d->store.clearMark(ManagedCatalog::ClassMark, cid);
         d->publish();
         return;
     }
@@ -50,14 +50,14 @@ void Manager::enablePlugin(const QString& cid)
 
     emit progressPlugin(c->name());
     QString error;
-    const bool ok = d->runHost(VerifyArguments(path, cid), nullptr, &error, c->name());
-    d->clearPendingVerifyingClass(cid);
+    const bool ok = d->runs.run(VerifyArguments(path, cid), nullptr, &error, c->name());
+    d->store.clearMark(ManagedCatalog::ClassMark, cid);
     // The catalog may have changed while the host ran.
-    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c)) {
+    if (!__LocateClassAndBundle(d->store.live, cid, &bundle, &c)) {
         d->publish();
         return;
     }
-    if (!ok && d->quitCut(error)) {
+    if (!ok && HostRuns::CutShort(error)) {
         // Cut short by the quit: the class is no worse than before it.
         c->setState(before);
         d->publish();
@@ -70,7 +70,7 @@ void Manager::enablePlugin(const QString& cid)
         c->setLastError(QString());
         c->setVerifiedAt(QDateTime::currentSecsSinceEpoch());
         c->setVerifierBuild(d->verifierBuild);
-        if (QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid))
+        if (QVlorPluginPairs::Entry* entry = d->store.pairs.findByVst3(cid))
             entry->vetoedAutoEnable = false;
     } else {
         c->setEnabled(false);
@@ -92,11 +92,8 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
 {
     if (d->postWork([this, path, autoEnableSingle] { enableBundleInternal(path, autoEnableSingle); }))
         return;
-    auto dropMark = [this, &path] {
-        QMutexLocker l(&d->publishLock);
-        return d->pendingVerifyingBundles.remove(path);
-    };
-    CatalogBundle* b = d->catalog.findBundle(path);
+    auto dropMark = [this, &path] { return d->store.clearMark(ManagedCatalog::BundleMark, path); };
+    CatalogBundle* b = d->store.live.findBundle(path);
     if (!b) {
         // A mark on a bundle that is gone would show it busy until the next publish.
         if (dropMark()) {
@@ -125,19 +122,19 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
     emit progressPlugin(QFileInfo(path).fileName());
     QJsonObject reply;
     QString error;
-    const bool ok = d->runHost(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
+    const bool ok = d->runs.run(ProbeArguments(path), &reply, &error, QFileInfo(path).fileName());
     dropMark();
-    b = d->catalog.findBundle(path);
+    b = d->store.live.findBundle(path);
     if (!b) {
         d->publish();
         return;
     }
     b->setVerifying(false);
-    if (!ok && d->quitCut(error)) {
+    if (!ok && HostRuns::CutShort(error)) {
         d->publish(); // still unprobed: the next start probes it
         return;
     }
-    Data::StoreFileStamp(b);
+    HostRuns::StoreFileStamp(b);
     if (!ok) {
         // Not probed: the bundle can be tried again.
         b->setFailed(true);
@@ -154,7 +151,7 @@ void Manager::enableBundleInternal(const QString& path, bool autoEnableSingle)
 void Manager::takeProbe(CatalogBundle* b, const QJsonObject& reply, bool autoEnableSingle)
 {
     QSet<QString> taken;
-    for (const CatalogBundle& other : std::as_const(d->catalog).bundles())
+    for (const CatalogBundle& other : std::as_const(d->store.live).bundles())
         if (other.path() != b->path())
             for (const CatalogClass& c : other.classes())
                 taken.insert(c.cid());
@@ -170,7 +167,7 @@ void Manager::takeProbe(CatalogBundle* b, const QJsonObject& reply, bool autoEna
     b->setMissing(false);
     b->setLastError(reply.value(QStringLiteral("truncated")).toBool(false) ? QLatin1String(K_PROBE_TRUNCATED_TEXT)
                                                                           : QString());
-    Data::ReadModuleInfo(b);
+    HostRuns::ReadModuleInfo(b);
 }
 
 void Manager::enableNewPlugins()
@@ -180,7 +177,7 @@ void Manager::enableNewPlugins()
     const int generation = d->cancelGeneration.loadAcquire();
     auto cancelled = [this, generation] { return d->cancelGeneration.loadAcquire() != generation; };
     QStringList unprobed;
-    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+    for (const CatalogBundle& b : std::as_const(d->store.live).bundles())
         if (!b.probed() && !b.failed() && !b.missing() && b.enabled())
             unprobed.append(b.path());
     // The probes run ahead, up to the limit at a time, and are taken in order:
@@ -188,7 +185,7 @@ void Manager::enableNewPlugins()
     d->ahead.setParallel(ParallelChecks());
     for (const QString& path : std::as_const(unprobed))
         if (QFileInfo::exists(path))
-            d->runAhead(ProbeArguments(path), QFileInfo(path).fileName());
+            d->runs.runAhead(ProbeArguments(path), QFileInfo(path).fileName());
     // Each new class is decided below, by its twin.
     for (const QString& path : std::as_const(unprobed)) {
         if (cancelled())
@@ -197,19 +194,19 @@ void Manager::enableNewPlugins()
     }
 
     QStringList fresh;
-    for (const CatalogBundle& b : std::as_const(d->catalog).bundles())
+    for (const CatalogBundle& b : std::as_const(d->store.live).bundles())
         for (const CatalogClass& c : b.classes())
             if (c.state() == CatalogClass::New)
                 fresh.append(c.cid());
-    const QList<Vst2PluginInfo> vst2 = d->vst2Items ? d->vst2Items() : QList<Vst2PluginInfo>();
+    const QList<Vst2PluginInfo> vst2 = d->pairHooks.vst2Plugins();
 
     // So do the verifications of the classes that are going to be switched on.
     for (const QString& cid : std::as_const(fresh)) {
         CatalogBundle* bundle = nullptr;
         CatalogClass* c = nullptr;
         if (!cancelled() && newClassFormat(cid, vst2) == QLatin1String("vst3") &&
-            __LocateClassAndBundle(d->catalog, cid, &bundle, &c))
-            d->runAhead(VerifyArguments(bundle->path(), cid), c->name());
+            __LocateClassAndBundle(d->store.live, cid, &bundle, &c))
+            d->runs.runAhead(VerifyArguments(bundle->path(), cid), c->name());
     }
     for (const QString& cid : std::as_const(fresh)) {
         if (cancelled())
@@ -218,7 +215,7 @@ void Manager::enableNewPlugins()
     }
     d->ahead.forgetUntaken();
     for (const QString& cid : std::as_const(fresh))
-        d->returningPairs.remove(cid);
+        d->store.returningPairs.remove(cid);
     d->commit();
 }
 
@@ -226,11 +223,11 @@ void Manager::enableNewPlugins()
 // its VST2 twin say. Nothing is changed.
 QString Manager::newClassFormat(const QString& cid, const QList<Vst2PluginInfo>& vst2) const
 {
-    const QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+    const QVlorPluginPairs::Entry* entry = d->store.pairs.findByVst3(cid);
     // A class that comes back (its catalog was lost, its pair entry was not)
     // takes what the user chose for its pair, whatever the probes match now.
-    const auto known = d->returningPairs.constFind(cid);
-    if (entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2)
+    const auto known = d->store.returningPairs.constFind(cid);
+    if (entry && known != d->store.returningPairs.cend() && known->vst2 == entry->vst2)
         return known->vetoedAutoEnable ? QStringLiteral("veto") : known->activeFormat;
     bool hasVst2 = false, vst2Enabled = false, vst2UserDisabled = false;
     if (entry && entry->vst2 != 0) {
@@ -251,14 +248,14 @@ QString Manager::newClassFormat(const QString& cid, const QList<Vst2PluginInfo>&
 // vetoed, as its pair says.
 void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2)
 {
-    const CatalogClass* c = std::as_const(d->catalog).findClass(cid);
+    const CatalogClass* c = std::as_const(d->store.live).findClass(cid);
     if (!c || c->state() != CatalogClass::New)
         return;
     const QString format = newClassFormat(cid, vst2);
-    QVlorPluginPairs::Entry* entry = d->pairs.findByVst3(cid);
+    QVlorPluginPairs::Entry* entry = d->store.pairs.findByVst3(cid);
     // A returning class's pair takes back what the user chose for it.
-    const auto known = d->returningPairs.constFind(cid);
-    if (entry && known != d->returningPairs.cend() && known->vst2 == entry->vst2) {
+    const auto known = d->store.returningPairs.constFind(cid);
+    if (entry && known != d->store.returningPairs.cend() && known->vst2 == entry->vst2) {
         entry->activeFormat = known->activeFormat;
         entry->vetoedAutoEnable = known->vetoedAutoEnable;
     }
@@ -273,7 +270,7 @@ void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vs
         if (entry)
             entry->activeFormat = QStringLiteral("vst2");
         // Turned off without a verify: the pair runs as VST2.
-        if (CatalogClass* live = d->catalog.findClass(cid)) {
+        if (CatalogClass* live = d->store.live.findClass(cid)) {
             live->setState(CatalogClass::Disabled);
             const CatalogClass off = *live;
             d->publish();
@@ -286,7 +283,7 @@ void Manager::disablePlugin(const QString& cid)
 {
     if (d->post([this, cid] { disablePlugin(cid); }))
         return;
-    CatalogClass* c = d->catalog.findClass(cid);
+    CatalogClass* c = d->store.live.findClass(cid);
     if (!c)
         return;
     c->setEnabled(false);
@@ -301,7 +298,7 @@ void Manager::setBundleEnabled(const QString& path, bool on)
 {
     if (d->post([this, path, on] { setBundleEnabled(path, on); }))
         return;
-    CatalogBundle* b = d->catalog.findBundle(path);
+    CatalogBundle* b = d->store.live.findBundle(path);
     if (!b || b->enabled() == on)
         return;
     b->setEnabled(on);
@@ -315,7 +312,7 @@ void Manager::setVendorEnabled(const QString& vendor, bool on)
     const QString key = vendor.toLower();
     if (key.isEmpty())
         return;
-    QStringList& vendors = d->catalog.disabledVendors();
+    QStringList& vendors = d->store.live.disabledVendors();
     bool changed;
     if (on) {
         changed = vendors.removeAll(key) > 0;
@@ -333,7 +330,7 @@ void Manager::clearCrashedState(const QString& cid)
 {
     if (d->post([this, cid] { clearCrashedState(cid); }))
         return;
-    CatalogClass* c = d->catalog.findClass(cid);
+    CatalogClass* c = d->store.live.findClass(cid);
     if (!c || c->state() != CatalogClass::Crashed)
         return;
     c->setState(CatalogClass::Enabled);
@@ -350,12 +347,12 @@ void Manager::removeFromCatalog(const QString& cid)
         return;
     CatalogBundle* bundle = nullptr;
     CatalogClass* c = nullptr;
-    if (!__LocateClassAndBundle(d->catalog, cid, &bundle, &c))
+    if (!__LocateClassAndBundle(d->store.live, cid, &bundle, &c))
         return;
     QList<CatalogClass>& classes = bundle->classes();
     classes.removeAt(int(c - classes.data()));
     if (classes.isEmpty())
-        d->catalog.removeBundle(bundle->path());
+        d->store.live.removeBundle(bundle->path());
     d->commit();
 }
 
@@ -363,7 +360,7 @@ void Manager::resetBundle(const QString& path)
 {
     if (d->post([this, path] { resetBundle(path); }))
         return;
-    CatalogBundle* b = d->catalog.findBundle(path);
+    CatalogBundle* b = d->store.live.findBundle(path);
     if (!b)
         return;
     QStringList cids;
@@ -378,14 +375,11 @@ void Manager::resetBundle(const QString& path)
     b->setEnabled(true);
     b->setVerifying(false);
     b->setMissing(false);
-    d->pairs.purgeIdentities({}, cids);
-    d->clearPendingPairOp({}, cids);
-    {
-        QMutexLocker l(&d->publishLock);
-        d->pendingVerifyingBundles.remove(path);
-        for (const QString& cid : std::as_const(cids))
-            d->pendingVerifyingClasses.remove(cid);
-    }
+    d->store.pairs.purgeIdentities({}, cids);
+    d->store.clearPairOpMarks({}, cids);
+    d->store.clearMark(ManagedCatalog::BundleMark, path);
+    for (const QString& cid : std::as_const(cids))
+        d->store.clearMark(ManagedCatalog::ClassMark, cid);
     d->commit();
 }
 
@@ -395,7 +389,7 @@ void Manager::purgeUnprobedUnder(const QString& root)
         return;
     if (root.isEmpty())
         return;
-    QList<CatalogBundle>& bundles = d->catalog.bundles();
+    QList<CatalogBundle>& bundles = d->store.live.bundles();
     bool any = false;
     for (int i = int(bundles.size()) - 1; i >= 0; --i) {
         if (bundles.at(i).probed() || !__IsUnderScannedRoot(bundles.at(i).path(), {root}))
@@ -411,7 +405,7 @@ void Manager::purgeUnprobedUnder(const QString& root)
 void Manager::markClassesVerifying(const QStringList& cids)
 {
     bool shown = false;
-    if (d->addMarks(&d->pendingVerifyingClasses, cids, &shown)) {
+    if (d->addMarks(ManagedCatalog::ClassMark, cids, &shown)) {
         if (shown)
             emit catalogChanged();
         d->post([this, cids] { markClassesVerifying(cids); });
@@ -419,7 +413,7 @@ void Manager::markClassesVerifying(const QStringList& cids)
     }
     bool any = false;
     for (const QString& cid : cids) {
-        CatalogClass* c = d->catalog.findClass(cid);
+        CatalogClass* c = d->store.live.findClass(cid);
         if (c && c->state() != CatalogClass::Verifying) {
             c->setState(CatalogClass::Verifying);
             any = true;
@@ -433,7 +427,7 @@ void Manager::markClassesVerifying(const QStringList& cids)
 void Manager::markBundlesVerifying(const QStringList& paths)
 {
     bool shown = false;
-    if (d->addMarks(&d->pendingVerifyingBundles, paths, &shown)) {
+    if (d->addMarks(ManagedCatalog::BundleMark, paths, &shown)) {
         if (shown)
             emit catalogChanged();
         d->post([this, paths] { markBundlesVerifying(paths); });
@@ -441,7 +435,7 @@ void Manager::markBundlesVerifying(const QStringList& paths)
     }
     bool any = false;
     for (const QString& path : paths) {
-        CatalogBundle* b = d->catalog.findBundle(path);
+        CatalogBundle* b = d->store.live.findBundle(path);
         if (b && !b->missing() && !b->verifying()) {
             b->setVerifying(true);
             any = true;
@@ -452,64 +446,20 @@ void Manager::markBundlesVerifying(const QStringList& paths)
     }
 }
 
-/* ---- what else changed: retries, other processes' saves ---------------- */
-
-// Failures that are no verdict on a bundle or a class are tried again: a
-// bundle as never probed, a class as new. The user's skips only at a rescan.
-bool Manager::Data::retryChecks(bool skippedToo)
-{
-    auto retry = [skippedToo](const QString& reason) {
-        return IsEndedFromOutside(reason) || (skippedToo && IsSkippedByUser(reason));
-    };
-    bool changed = false;
-    for (CatalogBundle& b : catalog.bundles()) {
-        if (!b.probed() && b.failed() && retry(b.lastError())) {
-            b.setFailed(false);
-            b.setLastError(QString());
-            changed = true;
-        }
-        for (CatalogClass& c : b.classes())
-            if (c.state() == CatalogClass::Failed && retry(c.lastError())) {
-                c.setState(CatalogClass::New);
-                c.setLastError(QString());
-                changed = true;
-            }
-    }
-    if (changed)
-        markChanged();
-    return changed;
-}
+/* ---- a rescan ---------------------------------------------------------- */
 
 void Manager::rescanPlugins()
 {
     if (d->postWork([this] { rescanPlugins(); }))
         return;
     d->retryChecks(true);
-    for (CatalogBundle& b : d->catalog.bundles()) {
+    for (CatalogBundle& b : d->store.live.bundles()) {
         if (!b.probed() || b.failed())
             continue;
         b.setMtimeSecs(0);
         b.setSizeBytes(0);
     }
     searchPlugins(false);
-}
-
-void Manager::Data::absorbChangesElsewhere()
-{
-    QJsonObject merged;
-    bool took = false;
-    if (catalogWatch.takeIn(catalogPath, [this] { return catalog.toJson(); }, &merged)) {
-        catalog.fromJson(merged);
-        took = true;
-    }
-    if (pairsWatch.takeIn(pairsPath, [this] { return pairs.toJson(); }, &merged)) {
-        pairs.fromJson(merged);
-        took = true;
-    }
-    if (!took)
-        return;
-    qInfo() << "QVlorVst3::Manager: took in what another process saved";
-    show();
 }
 
 } // namespace QVlorVst3

@@ -32,15 +32,15 @@ QString Manager::consumeCrashSentinel()
     const QString key = parts.takeFirst();
     const QString name = parts.join(QLatin1Char('|'));
     if (format == QLatin1String("vst3")) {
-        if (CatalogClass* c = d->catalog.findClass(key)) {
+        if (CatalogClass* c = d->store.live.findClass(key)) {
             c->setState(CatalogClass::Crashed);
             const CatalogClass crashed = *c;
             d->publishChange();
             emit pluginStateChanged(crashed);
             emit catalogChanged();
         }
-    } else if (format == QLatin1String("vst2") && d->vst2Failed) {
-        d->vst2Failed(key.toLongLong(nullptr, 10));
+    } else if (format == QLatin1String("vst2")) {
+        d->pairHooks.markVst2Crashed(key.toLongLong(nullptr, 10));
     }
     return name;
 }
