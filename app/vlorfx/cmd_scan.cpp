@@ -49,7 +49,6 @@ const char* const kScanHelp =
     "example:\n"
     "  vlorfx scan --vst2-path ~/.vst --vst3-path ~/my-vst3\n";
 
-
 bool addFolder(const char* arg, QStringList* folders)
 {
     const QString dir = QString::fromLocal8Bit(arg);

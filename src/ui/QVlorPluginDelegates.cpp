@@ -246,7 +246,7 @@ void QVlorPluginBadgeDelegate::paintBadgeSlot(QPainter* painter, const QPalette&
 void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
     UnifiedRow row;
-    if (ClassifyUnifiedPluginsIndex(index, &row) != 0) {
+    if (ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow) {
         QStyledItemDelegate::paint(painter, option, index);
         return;
     }
@@ -331,7 +331,7 @@ bool QVlorPluginBadgeDelegate::editorEvent(QEvent* event, QAbstractItemModel* mo
     const bool press = type == QEvent::MouseButtonPress || type == QEvent::MouseButtonDblClick;
     const bool release = type == QEvent::MouseButtonRelease;
     UnifiedRow row;
-    if ((!press && !release) || ClassifyUnifiedPluginsIndex(index, &row) != 0)
+    if ((!press && !release) || ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow)
         return QStyledItemDelegate::editorEvent(event, model, option, index);
     auto* mouse = static_cast<QMouseEvent*>(event);
     if (mouse->button() != Qt::LeftButton)
@@ -378,7 +378,7 @@ bool QVlorPluginBadgeDelegate::helpEvent(QHelpEvent* event, QAbstractItemView* v
                                          const QModelIndex& index)
 {
     UnifiedRow row;
-    if (!event || ClassifyUnifiedPluginsIndex(index, &row) != 0)
+    if (!event || ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow)
         return QStyledItemDelegate::helpEvent(event, view, option, index);
     const int h = CheckboxIndicatorHeight(option);
     const QFontMetrics metrics(option.font);
@@ -435,7 +435,7 @@ bool QVlorPluginStateDelegate::isAnimating() const { return d->movie->state() ==
 void QVlorPluginStateDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
 {
     UnifiedRow row;
-    if (ClassifyUnifiedPluginsIndex(index, &row) != 0) {
+    if (ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow) {
         QStyledItemDelegate::paint(painter, option, index);
         return;
     }
@@ -482,7 +482,7 @@ void QVlorPluginStateDelegate::onMovieFrameChanged()
 {
     for (auto it = d->animated.begin(); it != d->animated.end();) {
         UnifiedRow row;
-        if (!it->isValid() || ClassifyUnifiedPluginsIndex(*it, &row) != 0 || row.rowStateText() != kVerifying) {
+        if (!it->isValid() || ClassifyUnifiedPluginsIndex(*it, &row) != UpmIndexRow || row.rowStateText() != kVerifying) {
             it = d->animated.erase(it);
             continue;
         }

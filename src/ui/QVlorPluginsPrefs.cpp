@@ -550,14 +550,14 @@ void QVlorPluginsPrefs::addPlugins(const QList<UnifiedRow>& rows)
 void QVlorPluginsPrefs::onRawAddClicked(const QModelIndex& index)
 {
     UnifiedRow row;
-    if (ClassifyUnifiedPluginsIndex(index, &row) == 0 && row.newSection != UpmNewSectionNone)
+    if (ClassifyUnifiedPluginsIndex(index, &row) == UpmIndexRow && row.newSection != UpmNewSectionNone)
         addPlugins({row});
 }
 
 void QVlorPluginsPrefs::onActiveFormatClicked(const QModelIndex& index, const QString& format)
 {
     UnifiedRow row;
-    if (ClassifyUnifiedPluginsIndex(index, &row) != 0 || row.pairId.isEmpty() || UpmRowBusy(row))
+    if (ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow || row.pairId.isEmpty() || UpmRowBusy(row))
         return;
     const bool toVst3 = format == QLatin1String("vst3");
     const UnifiedFormatInfo& target = toVst3 ? row.vst3 : row.vst2;

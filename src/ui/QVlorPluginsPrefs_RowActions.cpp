@@ -22,7 +22,7 @@ bool childBusy(const QModelIndex& shell)
     const QAbstractItemModel* model = shell.model();
     for (int i = 0; i < model->rowCount(shell); ++i) {
         UnifiedRow child;
-        if (ClassifyUnifiedPluginsIndex(model->index(i, 0, shell), &child) == 0 && UpmRowBusy(child))
+        if (ClassifyUnifiedPluginsIndex(model->index(i, 0, shell), &child) == UpmIndexRow && UpmRowBusy(child))
             return true;
     }
     return false;
@@ -101,14 +101,14 @@ void QVlorPluginsPrefs::takeMenuSelection(QList<UnifiedRow>* rows, QStringList* 
     for (const QModelIndex& index : selection->selectedRows(0)) {
         const QModelIndex source = d->proxy.mapToSource(index);
         UnifiedRow row;
-        const int kind = ClassifyUnifiedPluginsIndex(source, &row);
-        if (kind == 0 && !UpmRowBusy(row)) {
+        const UpmIndexKind kind = ClassifyUnifiedPluginsIndex(source, &row);
+        if (kind == UpmIndexRow && !UpmRowBusy(row)) {
             rows->append(row);
-        } else if (kind == 2 && !childBusy(source)) {
+        } else if (kind == UpmIndexShell && !childBusy(source)) {
             *shells << source.data(UpmShellKeyRole).toString();
             for (int i = 0; i < d->model.rowCount(source); ++i) {
                 UnifiedRow child;
-                if (ClassifyUnifiedPluginsIndex(d->model.index(i, 1, source), &child) == 0)
+                if (ClassifyUnifiedPluginsIndex(d->model.index(i, 1, source), &child) == UpmIndexRow)
                     shellChildren->append(child);
             }
         }
@@ -356,7 +356,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         if (format.isEmpty()) {
             // The two agree in being on or off: the row under the pointer decides.
             UnifiedRow under;
-            const bool vst3Under = ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == 0 &&
+            const bool vst3Under = ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == UpmIndexRow &&
                                    under.vst3.present && !under.vst2.present;
             format = vst3Under ? QStringLiteral("vst3") : QStringLiteral("vst2");
         }

@@ -308,21 +308,33 @@ int UpmNewRootSortRank(const QModelIndex& index)
     return section.toInt() == UpmNewSectionVst2 ? 1 : section.toInt() == UpmNewSectionVst3 ? 2 : 0;
 }
 
-int ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row)
+UpmIndexKind ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row)
 {
     if (!index.isValid())
-        return 5;
+        return UpmIndexInvalid;
     const QVariant r = index.data(UpmRowRole);
     if (r.isValid()) {
         if (row)
             *row = r.value<UnifiedRow>();
-        return 0;
+        return UpmIndexRow;
     }
     if (index.data(UpmVendorKeyRole).isValid())
-        return 1;
+        return UpmIndexVendor;
     if (index.data(UpmNewPathRole).isValid())
-        return 4;
+        return UpmIndexNewPath;
     if (index.data(UpmNewSectionRole).isValid())
-        return 3;
-    return 2;
+        return UpmIndexNewSection;
+    return UpmIndexShell;
+}
+
+QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Path>& paths,
+                                                        const QVlorVst3::Catalog& catalog,
+                                                        const QVlorPluginPairs& pairs,
+                                                        const QList<QString>& vst3SearchPaths,
+                                                        const QSet<QString>& hiddenNewPaths,
+                                                        const QSet<qint64>& pendingVst2Ids,
+                                                        const QSet<QString>& pendingCids, bool vst2ScanEnabled)
+{
+    return ComposeUnifiedRows(paths, catalog, pairs, vst3SearchPaths, hiddenNewPaths, pendingVst2Ids, pendingCids,
+                              vst2ScanEnabled);
 }

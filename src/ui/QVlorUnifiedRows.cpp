@@ -1,7 +1,8 @@
 // The plugin manager's rows, composed from the copies of both catalogs and
 // the pair store (pure: no manager is asked anything), and the predicates of
 // what a row may do.
-#include "QVlorUnifiedPluginsModel.h"
+#include "QVlorUnifiedRows.h"
+#include "QVlorUnifiedRows_p.h"
 
 #include "QVlorDisplayText_p.h"
 #include "QVlorPluginFormat.h"
@@ -13,30 +14,12 @@
 #include <QMap>
 
 /* ---- the rows ------------------------------------------------------------ */
+using namespace UnifiedRowSteps;
+
 namespace {
 
 // Rows travel in variants under UpmRowRole.
 const int kUnifiedRowType = qRegisterMetaType<UnifiedRow>("UnifiedRow");
-
-struct FlatVst2Item {
-    QVlorVst::Plugin plugin;
-    QString shellKey;
-    bool enabled = false;
-    bool gated = false;
-};
-
-struct FlatVst3Item {
-    QVlorVst3::CatalogClass cls;
-    QString shellKey;
-    QString bundlePath;
-    bool gated = false;
-    bool verifying = false;
-};
-
-struct ShellGroup {
-    QString key, name, fileBaseName, vendorKey, vendor;
-    bool enabled = true;
-};
 
 QString NameOrFileBaseName(const QString& name, const QString& path)
 {
@@ -234,17 +217,7 @@ QString CapitalizedVendorLabel(const QString& key)
     return label;
 }
 
-namespace {
-
-// Both catalogs as flat lists, VST2 shell groups first, and what the steps
-// after need of them.
-struct Flattened {
-    QList<FlatVst2Item> vst2;
-    QList<FlatVst3Item> vst3;
-    QList<ShellGroup> groups;
-    QList<QPair<QVlorVst::Plugin, QString>> rawItems; // VST2 plugins never probed, with their folder
-    QSet<QString> disabledVendors;                    // of the VST3 catalog, in lower case
-};
+namespace UnifiedRowSteps {
 
 Flattened FlattenBoth(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog, bool vst2ScanEnabled)
 {
@@ -256,12 +229,6 @@ Flattened FlattenBoth(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catal
     FlattenVst3(catalog, f.disabledVendors, &f.vst3, &f.groups, &seenKeys);
     return f;
 }
-
-// The pending sets of the managers: rows of these plugins show as busy.
-struct Pending {
-    const QSet<qint64>& vst2Ids;
-    const QSet<QString>& cids;
-};
 
 // The row of one pair entry, from its plugins at i2 and i3 (-1 for none).
 UnifiedRow PairRow(const QVlorPluginPairs::Entry& e, const Flattened& f, int i2, int i3, const Pending& pending)
@@ -490,16 +457,15 @@ QMap<QString, QList<UnifiedRow>> NewVst3Rows(const QVlorVst3::Catalog& catalog, 
     return raw;
 }
 
-} // namespace
+} // namespace UnifiedRowSteps
 
-QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Path>& paths,
-                                                        const QVlorVst3::Catalog& catalog,
-                                                        const QVlorPluginPairs& pairs,
-                                                        const QList<QString>& vst3SearchPaths,
-                                                        const QSet<QString>& hiddenNewPaths,
-                                                        const QSet<qint64>& pendingVst2Ids,
-                                                        const QSet<QString>& pendingCids, bool vst2ScanEnabled)
+QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths,
+                                     const QVlorVst3::Catalog& catalog, const QVlorPluginPairs& pairs,
+                                     const QList<QString>& vst3SearchPaths, const QSet<QString>& hiddenNewPaths,
+                                     const QSet<qint64>& pendingVst2Ids, const QSet<QString>& pendingCids,
+                                     bool vst2ScanEnabled)
 {
+    using namespace UnifiedRowSteps;
     const Flattened flat = FlattenBoth(paths, catalog, vst2ScanEnabled);
     QList<UnifiedRow> result = PlainThenShells(ProductRows(flat, pairs, {pendingVst2Ids, pendingCids}), flat.groups);
     GateVendors(&result, flat.disabledVendors, paths);

@@ -522,6 +522,31 @@ TEST_F(Prefs, HoverFollowsThePointerByRowAndLeavingClearsIt)
     EXPECT_FALSE(tree->hoverIndex().isValid());
 }
 
+// A page shows the managers whoever builds it hands it, and outlives them.
+TEST_F(Prefs, APageShowsTheManagersItIsHandedAndOutlivesThem)
+{
+    auto present = [](const QList<UnifiedRow>& rows, UnifiedFormatInfo UnifiedRow::*format) {
+        return std::count_if(rows.begin(), rows.end(), [&](const UnifiedRow& r) { return (r.*format).present; });
+    };
+    ASSERT_GT(present(page->rows(), &UnifiedRow::vst2), 0);
+    QVlorPluginsPrefs vst3Only({nullptr, vst3});
+    vst3Only.rebuildRowsNow();
+    EXPECT_EQ(present(vst3Only.rows(), &UnifiedRow::vst2), 0);
+    EXPECT_EQ(present(vst3Only.rows(), &UnifiedRow::vst3), present(page->rows(), &UnifiedRow::vst3));
+    // The library goes while the page stays: the page asks nothing of the
+    // managers gone, and keeps the rows it had.
+    const qsizetype before = vst3Only.rows().size();
+    QVlorAudioPlugins::AboutToQuit();
+    QVlorAudioPlugins::UI::uninstall(&host);
+    vst3Only.rebuildRowsNow();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(vst3Only.rows().size(), before);
+    // A page made by name after that shows no manager at all.
+    QVlorPluginsPrefs byName;
+    byName.rebuildRowsNow();
+    EXPECT_TRUE(byName.rows().isEmpty());
+}
+
 TEST(PrefsAlone, WithoutManagersOnlyTheSupportSwitchIsShown)
 {
     ASSERT_EQ(QVlorAudioPlugins::vstManager(), nullptr);

@@ -3,6 +3,7 @@
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
+#include "QVlorUnifiedRows_p.h"
 
 #include <QAbstractItemModelTester>
 #include <QSignalSpy>
@@ -237,6 +238,76 @@ TEST(UnifiedRows, EachRuleOfTheComposition)
         model.setRows(QVlorUnifiedPluginsModel::composeRows(in.paths, in.catalog, pairs, in.vst3SearchPaths, in.hidden,
                                                             in.pendingVst2, in.pendingCids, in.vst2Scan));
     }
+}
+
+// The steps of the composition taken alone, each on the least input that
+// shows what it does.
+TEST(UnifiedRowSteps, EachStepAlone)
+{
+    using namespace UnifiedRowSteps;
+    auto lines = [](const QList<UnifiedRow>& rows) {
+        QStringList out;
+        for (const UnifiedRow& r : rows)
+            out << describe(r);
+        return out;
+    };
+    // Flattening: a VST2 shell's group comes first; the VST3 catalog's
+    // vendors switched off are kept in lower case.
+    Plugin shell = vst2(QStringLiteral("Shell"), 10);
+    shell.setKind(ShellPlugin);
+    shell.addPlugin(QStringLiteral("Inner"), 11, nullptr);
+    for (Plugin& c : shell.plugins()) {
+        c.setUniqueId(c.pluginId());
+        c.setEnabled(true);
+        c.setExists(true);
+    }
+    QVlorVst3::Catalog catalog;
+    catalog.bundles() << bundle(QStringLiteral("/vst3/Eq.vst3"), {cls(A, QStringLiteral("Eq"), On)});
+    catalog.disabledVendors() << QStringLiteral("Muted");
+    const QList<Path> paths{folder(QStringLiteral("/vst"), {vst2(QStringLiteral("Comp"), 7), shell})};
+    const Flattened flat = FlattenBoth(paths, catalog, true);
+    EXPECT_EQ(flat.vst2.size(), 2);
+    EXPECT_EQ(flat.vst3.size(), 1);
+    ASSERT_EQ(flat.groups.size(), 1);
+    EXPECT_EQ(flat.disabledVendors, QSet<QString>{QStringLiteral("muted")});
+
+    // Products: one row a plugin no pair claims, one for a pair.
+    QVlorPluginPairs pairs;
+    const QSet<qint64> noIds;
+    const QSet<QString> noCids;
+    EXPECT_EQ(ProductRows(flat, pairs, {noIds, noCids}).size(), 3);
+    pairs.entries() << pair(QStringLiteral("p1"), 7, A, QStringLiteral("vst3"));
+    const QList<UnifiedRow> products = ProductRows(flat, pairs, {noIds, QSet<QString>{A}});
+    ASSERT_EQ(products.size(), 2);
+    // The pair takes the name of its active format; a pending class shows busy.
+    EXPECT_EQ(describe(products.first()), QStringLiteral("pair Eq (zam) 2+ 3*+:verifying"));
+
+    // Shell rows behind their header, after the plain rows.
+    EXPECT_EQ(lines(PlainThenShells(products, flat.groups)).last(2),
+              (QStringList{QStringLiteral("shell Shell (zam)"), QStringLiteral("row Inner (zam) 2*+")}));
+
+    // A vendor off on a VST2 path gates both formats of its rows, and no
+    // other vendor's (the shell's child has none before its group).
+    Path gated = paths.first();
+    gated.setVendorEnabled(QStringLiteral("zam"), false);
+    QList<UnifiedRow> rows = products;
+    GateVendors(&rows, {}, {gated});
+    EXPECT_EQ(lines(rows), (QStringList{QStringLiteral("pair Eq (zam) 2+g 3*+g:verifying vendor-off"),
+                                        QStringLiteral("row Inner () 2*+")}));
+
+    // Hidden folders by format.
+    const QSet<QString> hidden{QStringLiteral("vst2|/a"), QStringLiteral("vst3|/b"), QStringLiteral("vst3|/c")};
+    EXPECT_EQ(HiddenFolders(hidden, QVlorAudioPlugins::Vst2Format()), QSet<QString>{QStringLiteral("/a")});
+    EXPECT_EQ(HiddenFolders(hidden, QVlorAudioPlugins::Vst3Format()),
+              (QSet<QString>{QStringLiteral("/b"), QStringLiteral("/c")}));
+
+    // A bundle never probed lands under the longest search path holding it.
+    QVlorVst3::Catalog raw;
+    raw.bundles() << bundle(QStringLiteral("/vst3/deep/New.vst3"), {}, false);
+    QStringList folders;
+    const auto byFolder = NewVst3Rows(raw, {QStringLiteral("/vst3"), QStringLiteral("/vst3/deep/")}, &folders);
+    EXPECT_EQ(folders, (QStringList{QStringLiteral("/vst3"), QStringLiteral("/vst3/deep")}));
+    EXPECT_EQ(byFolder.keys(), QStringList{QStringLiteral("/vst3/deep")});
 }
 
 TEST(UnifiedRows, InUseAndTheStateOfTheActiveFormat)
