@@ -3,6 +3,7 @@
 // paired, and one paired effect applied in its active format to a generated
 // signal, with the result written next to the input and a report of what it did.
 #include "catalog.h"
+#include "QVlorPluginFormat.h"
 #include "commands.h"
 #include "text.h"
 
@@ -54,13 +55,14 @@ bool pickPair(Choice* choice)
         Choice c{e, QString(), QString(), QString()};
         for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
             for (const QVlorVst3::CatalogClass& k : b.classes())
-                if (k.cid() == e.vst3 && (e.activeFormat != QLatin1String("vst3") || k.isEnabled())) {
+                if (k.cid() == e.vst3 && (e.activeFormat != QVlorAudioPlugins::Vst3Token() || k.isEnabled())) {
                     c.vst3Bundle = b.path();
                     c.name = k.name();
                 }
         for (const QVlorVst::Path& path : paths)
             for (const QVlorVst::Plugin& p : path.plugins())
-                if (!p.isShell() && p.uniqueId() == e.vst2 && (e.activeFormat != QLatin1String("vst2") || p.isEnabled()))
+                if (!p.isShell() && p.uniqueId() == e.vst2 &&
+                    (e.activeFormat != QVlorAudioPlugins::Vst2Token() || p.isEnabled()))
                     c.vst2File = p.filename();
         if (!c.vst3Bundle.isEmpty() && !c.vst2File.isEmpty())
             usable << c;
@@ -172,7 +174,7 @@ void printScanSummary(const vlorfx::ScanSummary& s)
 // The filter and its configuration that apply the pair in its active format.
 bool filterOf(const Choice& choice, const char** filter, std::string* config)
 {
-    if (choice.pair.activeFormat == QLatin1String("vst3")) {
+    if (choice.pair.activeFormat == QVlorAudioPlugins::Vst3Token()) {
         *filter = "VST3 host";
         *config = "vst3effect_uid=\"" + choice.pair.vst3.toStdString() + "\",vst3effect_path=\"" +
                   choice.vst3Bundle.toStdString() + "\"";
@@ -237,7 +239,7 @@ int cmdDemo(int argc, char** argv)
         std::fprintf(stderr, "vlorfx demo: no effect was found in both formats\n");
         return 1;
     }
-    const bool asVst3 = choice.pair.activeFormat == QLatin1String("vst3");
+    const bool asVst3 = choice.pair.activeFormat == QVlorAudioPlugins::Vst3Token();
     std::printf("paired effect: %s (pair %s, paired by %s)\n  VST2: %s\n  VST3: %s\n  active format: %s\n",
                 qPrintable(choice.name), qPrintable(choice.pair.pairId), qPrintable(choice.pair.origin),
                 qPrintable(choice.vst2File), qPrintable(choice.vst3Bundle), qPrintable(choice.pair.activeFormat));

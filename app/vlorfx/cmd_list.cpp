@@ -76,9 +76,9 @@ QJsonObject numericIds(QJsonObject pairs)
         for (int i = 0; i < list.size(); ++i) {
             QJsonObject o = list.at(i).toObject();
             bool ok = false;
-            const qint64 id = o.value(QStringLiteral("vst2")).toString().toLongLong(&ok);
+            const qint64 id = o.value(QVlorAudioPlugins::Vst2Token()).toString().toLongLong(&ok);
             if (ok)
-                o.insert(QStringLiteral("vst2"), id);
+                o.insert(QVlorAudioPlugins::Vst2Token(), id);
             list[i] = o;
         }
         if (pairs.contains(key))
@@ -97,8 +97,12 @@ int listFilesAsJson()
         QString file;
         QJsonObject empty;
     } files[] = {
-        {"vst2", dataFile(QLatin1String(QVlorAudioPlugins::kVst2Format.catalogFile)), {{QStringLiteral("paths"), QJsonArray()}}},
-        {"vst3", dataFile(QLatin1String(QVlorAudioPlugins::kVst3Format.catalogFile)), {{QStringLiteral("bundles"), QJsonArray()}}},
+        {QVlorAudioPlugins::kVst2Format.token,
+         dataFile(QLatin1String(QVlorAudioPlugins::kVst2Format.catalogFile)),
+         {{QStringLiteral("paths"), QJsonArray()}}},
+        {QVlorAudioPlugins::kVst3Format.token,
+         dataFile(QLatin1String(QVlorAudioPlugins::kVst3Format.catalogFile)),
+         {{QStringLiteral("bundles"), QJsonArray()}}},
         {"pairs", dataFile(QLatin1String(QVlorAudioPlugins::kPairsFile)), {{QStringLiteral("pairs"), QJsonArray()}}},
     };
     QJsonObject root;
@@ -236,17 +240,17 @@ int listTable(int limit)
     for (const Vst2Row& a : vst2)
         if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
             rows << Row{a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(),
-                        vlorfx::stateWord(a.plugin), none, QStringLiteral("vst2"), none,
+                        vlorfx::stateWord(a.plugin), none, QVlorAudioPlugins::Vst2Token(), none,
                         a.file + why(a.plugin.failReason())};
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
         const QString file = QFileInfo(b.path()).fileName();
         if (b.classes().isEmpty())
             rows << Row{QFileInfo(b.path()).completeBaseName(), QString(), none,
-                        b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"), QStringLiteral("vst3"), none,
-                        file + why(b.failed() ? b.lastError() : QString())};
+                        b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"),
+                        QVlorAudioPlugins::Vst3Token(), none, file + why(b.failed() ? b.lastError() : QString())};
         for (const QVlorVst3::CatalogClass& c : b.classes())
             if (!shown3.contains(c.cid()))
-                rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QStringLiteral("vst3"), none,
+                rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QVlorAudioPlugins::Vst3Token(), none,
                             file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString())};
     }
     printTable(rows, limit);
@@ -309,8 +313,8 @@ QList<Row> rowsAsTable(const QList<UnifiedRow>& rows, const QVlorVst3::Catalog& 
         const UnifiedFormatInfo& failed = r.vst3.state == QLatin1String("failed") ? r.vst3 : r.vst2;
         if (failed.state == QLatin1String("failed") && !failed.error.isEmpty())
             place += why(failed.error);
-        const QString active = r.vst3.present && r.vst3.active ? QStringLiteral("vst3")
-                               : r.vst2.present && r.vst2.active ? QStringLiteral("vst2")
+        const QString active = r.vst3.present && r.vst3.active   ? QVlorAudioPlugins::Vst3Token()
+                               : r.vst2.present && r.vst2.active ? QVlorAudioPlugins::Vst2Token()
                                                                  : QStringLiteral("-");
         table << Row{r.name, r.vendor, stateOf(r.vst2, isNew), stateOf(r.vst3, isNew), active,
                      r.pairId.isEmpty() ? QStringLiteral("-") : origins.value(r.pairId, QStringLiteral("-")), place};
@@ -337,9 +341,9 @@ int listRows(bool json, int limit)
                           {QStringLiteral("newPath"), r.newPath},   {QStringLiteral("isNew"), r.isNew},
                           {QStringLiteral("state"), r.rowStateText()}};
             if (r.vst2.present)
-                o.insert(QStringLiteral("vst2"), formatJson(r.vst2));
+                o.insert(QVlorAudioPlugins::Vst2Token(), formatJson(r.vst2));
             if (r.vst3.present)
-                o.insert(QStringLiteral("vst3"), formatJson(r.vst3));
+                o.insert(QVlorAudioPlugins::Vst3Token(), formatJson(r.vst3));
             list.append(o);
         }
         std::fputs(QJsonDocument(list).toJson(QJsonDocument::Indented).constData(), stdout);

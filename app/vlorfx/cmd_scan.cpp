@@ -114,7 +114,8 @@ int cmdScan(int argc, char** argv)
                 return 2;
             }
             if (parallel) {
-                QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kParallelChecksSettingKey), int(n));
+                QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kParallelChecksSettingKey),
+                                                     int(n));
             } else {
                 for (const QVlorAudioPlugins::PluginFormat* f : QVlorAudioPlugins::PluginFormats())
                     QVlorSetting::global().setForThisRun(QLatin1String(f->checkTimeoutSettingKey), int(n));

@@ -12,8 +12,8 @@ bool Usable(const QString& path) { return HostProgramUsable(QFile::encodeName(pa
 
 void Vst3(QString* program, QStringList* arguments)
 {
-    const QString beside =
-        QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(QVlorAudioPlugins::kVst3Format.hostProgram);
+    const QString beside = QCoreApplication::applicationDirPath() + QLatin1Char('/') +
+                           QLatin1String(QVlorAudioPlugins::kVst3Format.hostProgram);
     if (Usable(beside)) {
         *program = beside;
         arguments->clear();

@@ -56,6 +56,10 @@ inline constexpr const char* kParallelChecksSettingKey = "vloraudio.plugins.para
 // The pairs' file, in the application's data folder.
 inline constexpr const char* kPairsFile = "plugin_pairs.json";
 
+// The tokens as texts, for comparisons and the values kept in pairs.
+inline QLatin1String Vst2Token() { return QLatin1String(kVst2Format.token); }
+inline QLatin1String Vst3Token() { return QLatin1String(kVst3Format.token); }
+
 const PluginFormat& Vst2Format();
 const PluginFormat& Vst3Format();
 // Every format, in the order rows show their badges.

@@ -272,8 +272,9 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
                     candidates += p.plugins();
                     for (const QVlorVst::Plugin& c : candidates)
                         if (root.isEmpty() && c.uniqueId() == e.vst2)
-                            root = QStringLiteral("%1.%2").arg(QLatin1String(kVst2Format.effectSettingsPrefix),
-                                                               QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
+                            root =
+                                QStringLiteral("%1.%2").arg(QLatin1String(kVst2Format.effectSettingsPrefix),
+                                                            QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
                 }
             }
             if (!root.isEmpty())

@@ -315,10 +315,11 @@ void MenuController::rebuildPluginsMenuNow()
             const QString title = QStringLiteral("%2 %1").arg(row->name, label);
             QString url = title.trimmed().toLower();
             url.removeIf([](QChar c) { return c.isSpace(); });
-            const QString description = QStringLiteral("%1: %2 by %3")
-                                            .arg(entry.format == QLatin1String("vst2") ? QStringLiteral("VST")
-                                                                                       : QStringLiteral("VST3"),
-                                                 row->name, label);
+            const QString description =
+                QStringLiteral("%1: %2 by %3")
+                    .arg(entry.format == QVlorAudioPlugins::Vst2Token() ? QStringLiteral("VST")
+                                                                        : QStringLiteral("VST3"),
+                         row->name, label);
             d->host->registerQuickOpen(2, action, QStringLiteral("fx://%1").arg(url), title, description,
                                        QStringLiteral("QtVlor"), QStringLiteral("quickopen/vst"));
         }
@@ -339,12 +340,12 @@ void MenuController::openEntry(QAction* action)
     QWidget* parent = main ? main->window() : nullptr;
     const QString informative = trMain("It may be a temporary problem that can be resolved by restarting vloraudio.");
 
-    if (entry.format == QLatin1String("vst2")) {
+    if (entry.format == QVlorAudioPlugins::Vst2Token()) {
         if (!entry.plugin.isValid() || !CheckBeforeOpening(parent, entry.plugin))
             return;
         auto* widget = new QVlorVst::Widget(audio);
         if (widget->loadPlugin(entry.plugin)) {
-            d->host->presentEffectWidget(widget, action, entry.pairId, QStringLiteral("vst2"));
+            d->host->presentEffectWidget(widget, action, entry.pairId, QVlorAudioPlugins::Vst2Token());
             return;
         }
         // A check that said why (it hung, it crashed) is told in its words.
@@ -381,7 +382,7 @@ void MenuController::openEntry(QAction* action)
     }
     auto* widget = new QVlorVst3::Widget(audio);
     if (widget->loadPlugin(plugin)) {
-        d->host->presentEffectWidget(widget, action, entry.pairId, QStringLiteral("vst3"));
+        d->host->presentEffectWidget(widget, action, entry.pairId, QVlorAudioPlugins::Vst3Token());
         return;
     }
     QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("VST3 Load Error"),

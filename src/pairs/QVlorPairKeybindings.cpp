@@ -30,7 +30,7 @@ KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& e
         // Both bound: the format the user plays decides; the other binding goes.
         QString taken;
         if (has2 && has3)
-            taken = e.activeFormat == QLatin1String("vst3") ? existing.value(id3) : existing.value(id2);
+            taken = e.activeFormat == QVlorAudioPlugins::Vst3Token() ? existing.value(id3) : existing.value(id2);
         else
             taken = has2 ? existing.value(id2) : existing.value(id3);
         const QString newId = PairActionId(e.pairId);

@@ -1,4 +1,5 @@
 #include "QVlorPluginMatcher.h"
+#include "QVlorPluginFormat.h"
 
 #include <QHash>
 
@@ -22,7 +23,7 @@ bool isBlank(QChar c)
 QString activeFormatFor(const QVlorPluginMatcher::Vst2Item& a, const QVlorPluginMatcher::Vst3Item& b)
 {
     // The newer format wins unless the user is on the older one and not on the newer.
-    return a.enabled && !b.enabled ? QStringLiteral("vst2") : QStringLiteral("vst3");
+    return a.enabled && !b.enabled ? QVlorAudioPlugins::Vst2Token() : QVlorAudioPlugins::Vst3Token();
 }
 
 } // namespace
@@ -156,11 +157,11 @@ QString QVlorPluginMatcher::defaultEnableFormat(bool hasVst2, bool vst2Enabled, 
 {
     if (hasVst2 && hasVst3) {
         if (vst2Enabled)
-            return QStringLiteral("vst2");
+            return QVlorAudioPlugins::Vst2Token();
         // A twin the user switched off stays off in its new format too.
-        return vst2UserDisabled ? QStringLiteral("veto") : QStringLiteral("vst3");
+        return vst2UserDisabled ? QStringLiteral("veto") : QVlorAudioPlugins::Vst3Token();
     }
     if (hasVst2)
-        return QStringLiteral("vst2");
-    return hasVst3 ? QStringLiteral("vst3") : QStringLiteral("veto");
+        return QVlorAudioPlugins::Vst2Token();
+    return hasVst3 ? QVlorAudioPlugins::Vst3Token() : QStringLiteral("veto");
 }

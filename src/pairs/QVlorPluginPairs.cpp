@@ -1,4 +1,5 @@
 #include "QVlorPluginPairs.h"
+#include "QVlorPluginFormat.h"
 
 #include "QVlorDataFile_p.h"
 
@@ -22,8 +23,8 @@ struct QVlorPluginPairs::Data {
 
 namespace {
 
-const QString kVst2 = QStringLiteral("vst2");
-const QString kVst3 = QStringLiteral("vst3");
+const QString kVst2 = QVlorAudioPlugins::Vst2Token();
+const QString kVst3 = QVlorAudioPlugins::Vst3Token();
 
 // Ids travel as decimal strings: no JSON reader may round a 64-bit value.
 QJsonValue idValue(qint64 id) { return id ? QJsonValue(QString::number(id)) : QJsonValue(QJsonValue::Null); }
@@ -66,8 +67,8 @@ void QVlorPluginPairs::fromJson(const QJsonObject& root)
         const QJsonObject o = v.toObject();
         Entry e;
         e.pairId = o.value(QStringLiteral("pairId")).toString();
-        e.vst2 = idFrom(o.value(QStringLiteral("vst2")));
-        e.vst3 = cidFrom(o.value(QStringLiteral("vst3")));
+        e.vst2 = idFrom(o.value(QVlorAudioPlugins::Vst2Token()));
+        e.vst3 = cidFrom(o.value(QVlorAudioPlugins::Vst3Token()));
         e.origin = o.value(QStringLiteral("origin")).toString();
         e.manualOverride = o.value(QStringLiteral("manualOverride")).toBool(false);
         e.activeFormat = o.value(QStringLiteral("activeFormat")).toString();
@@ -77,7 +78,8 @@ void QVlorPluginPairs::fromJson(const QJsonObject& root)
     QList<Data::Split> splits;
     for (const QJsonValue& v : root.value(QStringLiteral("splits")).toArray()) {
         const QJsonObject o = v.toObject();
-        splits.append({idFrom(o.value(QStringLiteral("vst2"))), cidFrom(o.value(QStringLiteral("vst3")))});
+        splits.append(
+            {idFrom(o.value(QVlorAudioPlugins::Vst2Token())), cidFrom(o.value(QVlorAudioPlugins::Vst3Token()))});
     }
     d->entries = entries;
     d->splits = splits;
@@ -94,8 +96,8 @@ QJsonObject QVlorPluginPairs::toJson() const
     for (const Entry& e : d->entries) {
         QJsonObject o;
         o.insert(QStringLiteral("pairId"), e.pairId);
-        o.insert(QStringLiteral("vst2"), idValue(e.vst2));
-        o.insert(QStringLiteral("vst3"), cidValue(e.vst3));
+        o.insert(QVlorAudioPlugins::Vst2Token(), idValue(e.vst2));
+        o.insert(QVlorAudioPlugins::Vst3Token(), cidValue(e.vst3));
         o.insert(QStringLiteral("origin"), e.origin);
         o.insert(QStringLiteral("manualOverride"), e.manualOverride);
         o.insert(QStringLiteral("activeFormat"), e.activeFormat);
@@ -105,8 +107,8 @@ QJsonObject QVlorPluginPairs::toJson() const
     QJsonArray splits;
     for (const Data::Split& s : d->splits) {
         QJsonObject o;
-        o.insert(QStringLiteral("vst2"), idValue(s.vst2));
-        o.insert(QStringLiteral("vst3"), cidValue(s.vst3));
+        o.insert(QVlorAudioPlugins::Vst2Token(), idValue(s.vst2));
+        o.insert(QVlorAudioPlugins::Vst3Token(), cidValue(s.vst3));
         splits.append(o);
     }
     QJsonObject root;

@@ -369,7 +369,8 @@ bool QVlorPluginBadgeDelegate::editorEvent(QEvent* event, QAbstractItemModel* mo
         clearPressed(view);
         const UnifiedFormatInfo& target = slot == 1 ? row.vst3 : row.vst2;
         if (!row.pairId.isEmpty() && !target.active)
-            emit activeFormatClicked(index, slot == 1 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
+            emit activeFormatClicked(index,
+                                     slot == 1 ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token());
     }
     return true;
 }
@@ -482,7 +483,8 @@ void QVlorPluginStateDelegate::onMovieFrameChanged()
 {
     for (auto it = d->animated.begin(); it != d->animated.end();) {
         UnifiedRow row;
-        if (!it->isValid() || ClassifyUnifiedPluginsIndex(*it, &row) != UpmIndexRow || row.rowStateText() != kVerifying) {
+        if (!it->isValid() || ClassifyUnifiedPluginsIndex(*it, &row) != UpmIndexRow ||
+            row.rowStateText() != kVerifying) {
             it = d->animated.erase(it);
             continue;
         }

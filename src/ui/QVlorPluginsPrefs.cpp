@@ -559,7 +559,7 @@ void QVlorPluginsPrefs::onActiveFormatClicked(const QModelIndex& index, const QS
     UnifiedRow row;
     if (ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow || row.pairId.isEmpty() || UpmRowBusy(row))
         return;
-    const bool toVst3 = format == QLatin1String("vst3");
+    const bool toVst3 = format == QVlorAudioPlugins::Vst3Token();
     const UnifiedFormatInfo& target = toVst3 ? row.vst3 : row.vst2;
     if (target.state == QLatin1String("failed") || target.state == QLatin1String("missing") ||
         target.state == QLatin1String("crashed"))

@@ -182,8 +182,8 @@ void QVlorPluginsPrefs::splitPairsOf(const QList<UnifiedRow>& rows, const QList<
         m3->markPairOpPending(ids, cids);
     for (const UnifiedRow& row : rows)
         if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries))
-            m3->splitPair(row.pairId, row.vst3.active ? QStringLiteral("vst3") : QStringLiteral("vst2"), e->vst2,
-                          e->vst3);
+            m3->splitPair(row.pairId, row.vst3.active ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token(),
+                          e->vst2, e->vst3);
 }
 
 // A pair made by hand of a VST2 row's identity and a class ID, marked first.
@@ -356,16 +356,17 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         if (format.isEmpty()) {
             // The two agree in being on or off: the row under the pointer decides.
             UnifiedRow under;
-            const bool vst3Under = ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == UpmIndexRow &&
-                                   under.vst3.present && !under.vst2.present;
-            format = vst3Under ? QStringLiteral("vst3") : QStringLiteral("vst2");
+            const bool vst3Under =
+                ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == UpmIndexRow &&
+                under.vst3.present && !under.vst2.present;
+            format = vst3Under ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token();
         }
         pairByHand(joinVst2->vst2.identity, joinVst3->vst3.identity, format);
     } else if (partnerActions.contains(chosen)) {
         const QString other = chosen->data().toString();
         const bool selectedIsVst3 = !single->vst2.present;
         pairByHand(selectedIsVst3 ? other : single->vst2.identity, selectedIsVst3 ? single->vst3.identity : other,
-                   selectedIsVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
+                   selectedIsVst3 ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token());
     } else if (chosen == removeAction) {
         for (const UnifiedRow& row : std::as_const(rows))
             if (row.vst3.state == QLatin1String("missing") && m3)
@@ -380,6 +381,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         const bool toVst3 = chosen == vst3ChildrenAction;
         for (const UnifiedRow& child : std::as_const(shellChildren))
             if (!child.pairId.isEmpty() && (toVst3 ? child.vst3.present : child.vst2.present))
-                m3->setPairActiveFormat(child.pairId, toVst3 ? QStringLiteral("vst3") : QStringLiteral("vst2"));
+                m3->setPairActiveFormat(child.pairId,
+                                        toVst3 ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token());
     }
 }

@@ -1,4 +1,5 @@
 #include "QVlorSearchPathsDialog.h"
+#include "QVlorPluginFormat.h"
 
 #include "QVlorDialogs.h"
 #include "QVlorPluginDelegates.h"
@@ -296,11 +297,12 @@ QStandardItem* QVlorSearchPathsDialog::buildParent(const QString& format)
 {
     auto* item = new QStandardItem(format.toUpper());
     item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
-    const bool scan = format == QLatin1String("vst2") ? QVlorVst::Manager::isScanEnabled()
-                                                      : QVlorVst3::Manager::isScanEnabled();
+    const bool scan = format == QVlorAudioPlugins::Vst2Token() ? QVlorVst::Manager::isScanEnabled()
+                                                               : QVlorVst3::Manager::isScanEnabled();
     item->setCheckState(scan ? Qt::Checked : Qt::Unchecked);
     item->setData(format, kFormatRole);
-    item->setData(format == QLatin1String("vst2") ? tr("Scan VST2 plugins") : tr("Scan VST3 plugins"), Qt::ToolTipRole);
+    item->setData(format == QVlorAudioPlugins::Vst2Token() ? tr("Scan VST2 plugins") : tr("Scan VST3 plugins"),
+                  Qt::ToolTipRole);
     item->setData(true, kParentRole);
     auto* origin = new QStandardItem;
     origin->setFlags(Qt::ItemIsEnabled);
@@ -350,30 +352,30 @@ void QVlorSearchPathsDialog::reload()
         d->model->clear();
         d->model->setColumnCount(2);
         if (QVlorVst::Manager* m2 = d->managers.vst2.data()) {
-            QStandardItem* parent = buildParent(QStringLiteral("vst2"));
+            QStandardItem* parent = buildParent(QVlorAudioPlugins::Vst2Token());
             for (const QVlorVst::Path& path : m2->pathsCopy()) {
                 if (!path.isSearched())
                     continue;
                 d->originalVst2Paths.insert(path.absolutePath(), path.isEnabled());
-                appendPathRow(parent, QStringLiteral("vst2"), path.absolutePath(), path.isEnabled(),
+                appendPathRow(parent, QVlorAudioPlugins::Vst2Token(), path.absolutePath(), path.isEnabled(),
                               path.kind() != QVlorVst::SystemPath);
             }
             dimChildren(parent, !QVlorVst::Manager::isScanEnabled());
         }
         if (d->managers.vst3.data()) {
-            QStandardItem* parent = buildParent(QStringLiteral("vst3"));
+            QStandardItem* parent = buildParent(QVlorAudioPlugins::Vst3Token());
             const QStringList custom = settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
             const QStringList disabled = settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
             const QStringList system = QVlorVst3::Manager::SystemPaths();
             for (const QString& folder : system) {
                 d->originalVst3Paths.insert(folder, !disabled.contains(folder));
-                appendPathRow(parent, QStringLiteral("vst3"), folder, !disabled.contains(folder), false);
+                appendPathRow(parent, QVlorAudioPlugins::Vst3Token(), folder, !disabled.contains(folder), false);
             }
             for (const QString& folder : custom) {
                 if (system.contains(folder))
                     continue;
                 d->originalVst3Paths.insert(folder, !disabled.contains(folder));
-                appendPathRow(parent, QStringLiteral("vst3"), folder, !disabled.contains(folder), true);
+                appendPathRow(parent, QVlorAudioPlugins::Vst3Token(), folder, !disabled.contains(folder), true);
             }
             dimChildren(parent, !QVlorVst3::Manager::isScanEnabled());
         }
@@ -447,7 +449,7 @@ void QVlorSearchPathsDialog::applyChanges()
     QVlorVst3::Manager* m3 = d->managers.vst3.data();
     for (int i = 0; i < d->model->rowCount(); ++i) {
         QStandardItem* parent = d->model->item(i, 0);
-        const bool vst2 = parent->data(kFormatRole).toString() == QLatin1String("vst2");
+        const bool vst2 = parent->data(kFormatRole).toString() == QVlorAudioPlugins::Vst2Token();
         if ((vst2 && !m2) || (!vst2 && !m3))
             continue;
         bool& needScan = vst2 ? needScanVst2 : needScanVst3;

@@ -67,7 +67,7 @@ int UpmNewRootSortRank(const QModelIndex& index);
 
 // What an index of the tree is.
 enum UpmIndexKind : int {
-    UpmIndexRow = 0,        // a row: a plugin, a pair, a new plugin
+    UpmIndexRow = 0, // a row: a plugin, a pair, a new plugin
     UpmIndexVendor = 1,
     UpmIndexShell = 2,
     UpmIndexNewSection = 3,

@@ -160,7 +160,7 @@ bool UpmJoinPairEligible(const UnifiedRow& a, const UnifiedRow& b, const Unified
         *vst3Row = r3;
     if (activeFormat)
         *activeFormat = r2->vst2.enabled == r3->vst3.enabled ? QString()
-                        : r2->vst2.enabled                   ? QStringLiteral("vst2")
-                                                             : QStringLiteral("vst3");
+                        : r2->vst2.enabled                   ? QVlorAudioPlugins::Vst2Token()
+                                                             : QVlorAudioPlugins::Vst3Token();
     return true;
 }

@@ -235,9 +235,9 @@ UnifiedRow PairRow(const QVlorPluginPairs::Entry& e, const Flattened& f, int i2,
 {
     UnifiedRow row;
     row.pairId = e.pairId;
-    bool vst3Active = e.activeFormat == QLatin1String("vst3")   ? true
-                      : e.activeFormat == QLatin1String("vst2") ? false
-                                                                : i3 >= 0;
+    bool vst3Active = e.activeFormat == QVlorAudioPlugins::Vst3Token()   ? true
+                      : e.activeFormat == QVlorAudioPlugins::Vst2Token() ? false
+                                                                         : i3 >= 0;
     if (vst3Active && i3 < 0)
         vst3Active = false;
     if (!vst3Active && i2 < 0)
@@ -459,11 +459,10 @@ QMap<QString, QList<UnifiedRow>> NewVst3Rows(const QVlorVst3::Catalog& catalog, 
 
 } // namespace UnifiedRowSteps
 
-QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths,
-                                     const QVlorVst3::Catalog& catalog, const QVlorPluginPairs& pairs,
-                                     const QList<QString>& vst3SearchPaths, const QSet<QString>& hiddenNewPaths,
-                                     const QSet<qint64>& pendingVst2Ids, const QSet<QString>& pendingCids,
-                                     bool vst2ScanEnabled)
+QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog,
+                                     const QVlorPluginPairs& pairs, const QList<QString>& vst3SearchPaths,
+                                     const QSet<QString>& hiddenNewPaths, const QSet<qint64>& pendingVst2Ids,
+                                     const QSet<QString>& pendingCids, bool vst2ScanEnabled)
 {
     using namespace UnifiedRowSteps;
     const Flattened flat = FlattenBoth(paths, catalog, vst2ScanEnabled);

@@ -103,7 +103,7 @@ bool Widget::loadPlugin(const Plugin& plugin)
 {
     d->plugin = plugin;
     const QString previous = QVlorAudioPlugins::SetOpeningSentinel(
-        QLatin1String(QVlorAudioPlugins::kVst2Format.token), QString::number(plugin.uniqueId()), plugin.filename());
+        QVlorAudioPlugins::Vst2Token(), QString::number(plugin.uniqueId()), plugin.filename());
     QVlorMixer::Mixer& mixer = QVlorMixer::Mixer::instance();
     d->effect = new MixerEffect(plugin, mixer.sampleRate(), unsigned(std::max(1, audio().numChannels())));
     d->effect->powerOn(mixer.bufferFrames());
@@ -155,7 +155,7 @@ bool Widget::openEditor(MixerEffect* effect)
         return false;
     void* window = reinterpret_cast<void*>(winId());
     const QString previous = QVlorAudioPlugins::SetOpeningSentinel(
-        QLatin1String(QVlorAudioPlugins::kVst2Format.token), QString::number(d->plugin.uniqueId()), d->plugin.filename());
+        QVlorAudioPlugins::Vst2Token(), QString::number(d->plugin.uniqueId()), d->plugin.filename());
     bool opened = effect->openEditor(window);
     QVlorAudioPlugins::ClearOpeningSentinel(previous);
     // Plugins answer the open as they like; one that gives no size after it
@@ -320,7 +320,8 @@ void Widget::refresh()
 
 QString Widget::uniqId() const
 {
-    return QStringLiteral("%1.%2").arg(QLatin1String(QVlorAudioPlugins::kVst2Format.effectSettingsPrefix), d->effect ? d->effect->hash() : QString());
+    return QStringLiteral("%1.%2").arg(QLatin1String(QVlorAudioPlugins::kVst2Format.effectSettingsPrefix),
+                                       d->effect ? d->effect->hash() : QString());
 }
 
 QString Widget::title() const

@@ -21,8 +21,7 @@ class HostRuns {
 public:
     // cancelled tells whether the piece of work under way was cancelled
     // since it began: it then starts no more children.
-    HostRuns(QVlorAheadRuns& ahead, std::function<bool()> cancelled)
-        : m_ahead(ahead), m_cancelled(std::move(cancelled))
+    HostRuns(QVlorAheadRuns& ahead, std::function<bool()> cancelled) : m_ahead(ahead), m_cancelled(std::move(cancelled))
     {
     }
 

@@ -228,7 +228,7 @@ void __CollectBundlePaths(const QString& directory, QStringList* output)
     while (it.hasNext()) {
         it.next();
         const QFileInfo info = it.fileInfo();
-        if (info.suffix().compare(QLatin1String("vst3"), Qt::CaseInsensitive) == 0)
+        if (info.suffix().compare(QVlorAudioPlugins::Vst3Token(), Qt::CaseInsensitive) == 0)
             output->append(info.absoluteFilePath());
         else if (info.isDir())
             __CollectBundlePaths(info.absoluteFilePath(), output);

@@ -1,6 +1,7 @@
 // The VST3 manager's operations that move classes and bundles through their
 // states: probing, verifying, switching on and off, forgetting.
 #include "QVlorVst3_Manager.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorVst3_Manager_p.h"
 #include "QVlorCheckVerdict_p.h"
 
@@ -204,7 +205,7 @@ void Manager::enableNewPlugins()
     for (const QString& cid : std::as_const(fresh)) {
         CatalogBundle* bundle = nullptr;
         CatalogClass* c = nullptr;
-        if (!cancelled() && newClassFormat(cid, vst2) == QLatin1String("vst3") &&
+        if (!cancelled() && newClassFormat(cid, vst2) == QVlorAudioPlugins::Vst3Token() &&
             __LocateClassAndBundle(d->store.live, cid, &bundle, &c))
             d->runs.runAhead(VerifyArguments(bundle->path(), cid), c->name());
     }
@@ -262,13 +263,13 @@ void Manager::decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vs
     if (format == QLatin1String("veto")) {
         if (entry)
             entry->vetoedAutoEnable = true;
-    } else if (format == QLatin1String("vst3")) {
+    } else if (format == QVlorAudioPlugins::Vst3Token()) {
         if (entry)
-            entry->activeFormat = QStringLiteral("vst3");
+            entry->activeFormat = QVlorAudioPlugins::Vst3Token();
         enablePlugin(cid);
     } else {
         if (entry)
-            entry->activeFormat = QStringLiteral("vst2");
+            entry->activeFormat = QVlorAudioPlugins::Vst2Token();
         // Turned off without a verify: the pair runs as VST2.
         if (CatalogClass* live = d->store.live.findClass(cid)) {
             live->setState(CatalogClass::Disabled);

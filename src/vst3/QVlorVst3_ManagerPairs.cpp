@@ -1,6 +1,7 @@
 // The VST3 manager's pair operations: the matcher over both catalogs, the
 // user's pair commands, and the busy marks that show a command on its way.
 #include "QVlorVst3_Manager.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorVst3_Manager_p.h"
 
 #include "QVlorPluginMatcher.h"
@@ -59,7 +60,7 @@ void Manager::setPairActiveFormat(const QString& pairId, const QString& format)
 {
     if (d->post([this, pairId, format] { setPairActiveFormat(pairId, format); }))
         return;
-    if (format != QLatin1String("vst2") && format != QLatin1String("vst3"))
+    if (format != QVlorAudioPlugins::Vst2Token() && format != QVlorAudioPlugins::Vst3Token())
         return;
     QVlorPluginPairs::Entry* entry = d->store.pairs.findByPairId(pairId);
     if (!entry)

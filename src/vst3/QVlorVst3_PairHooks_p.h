@@ -17,7 +17,10 @@ public:
     Manager::Vst2FailedSetter vst2Failed;
 
     // The VST2 plugins as the provider tells them; none without one.
-    QList<Manager::Vst2PluginInfo> vst2Plugins() const { return vst2Items ? vst2Items() : QList<Manager::Vst2PluginInfo>(); }
+    QList<Manager::Vst2PluginInfo> vst2Plugins() const
+    {
+        return vst2Items ? vst2Items() : QList<Manager::Vst2PluginInfo>();
+    }
     // A VST2 plugin that took the process down, marked so on its side.
     void markVst2Crashed(qint64 uniqueId) const
     {

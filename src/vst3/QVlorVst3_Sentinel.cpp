@@ -1,6 +1,7 @@
 // The crash sentinel at a start: the plugin it names is marked crashed, in
 // this catalog or, through the setter, in the VST2 one.
 #include "QVlorVst3_Manager.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorVst3_Manager_p.h"
 #include "QVlorPluginOpening.h"
 
@@ -31,7 +32,7 @@ QString Manager::consumeCrashSentinel()
     const QString format = parts.takeFirst();
     const QString key = parts.takeFirst();
     const QString name = parts.join(QLatin1Char('|'));
-    if (format == QLatin1String("vst3")) {
+    if (format == QVlorAudioPlugins::Vst3Token()) {
         if (CatalogClass* c = d->store.live.findClass(key)) {
             c->setState(CatalogClass::Crashed);
             const CatalogClass crashed = *c;
@@ -39,7 +40,7 @@ QString Manager::consumeCrashSentinel()
             emit pluginStateChanged(crashed);
             emit catalogChanged();
         }
-    } else if (format == QLatin1String("vst2")) {
+    } else if (format == QVlorAudioPlugins::Vst2Token()) {
         d->pairHooks.markVst2Crashed(key.toLongLong(nullptr, 10));
     }
     return name;

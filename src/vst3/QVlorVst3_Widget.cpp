@@ -191,7 +191,7 @@ bool Widget::loadPlugin(const Plugin& plugin)
 {
     d->plugin = plugin;
     const QString previous =
-        QVlorAudioPlugins::SetOpeningSentinel(QLatin1String(QVlorAudioPlugins::kVst3Format.token), plugin.uid(), plugin.name());
+        QVlorAudioPlugins::SetOpeningSentinel(QVlorAudioPlugins::Vst3Token(), plugin.uid(), plugin.name());
     QVlorMixer::Mixer& mixer = QVlorMixer::Mixer::instance();
     d->effect = new MixerEffect(plugin, mixer.sampleRate(), unsigned(std::max(1, audio().numChannels())));
     QVlorAudioPlugins::ClearOpeningSentinel(previous);
@@ -221,7 +221,7 @@ bool Widget::openEditor()
     if (!d->hasEditor)
         return false;
     const QString previous =
-        QVlorAudioPlugins::SetOpeningSentinel(QLatin1String(QVlorAudioPlugins::kVst3Format.token), d->plugin.uid(), d->plugin.name());
+        QVlorAudioPlugins::SetOpeningSentinel(QVlorAudioPlugins::Vst3Token(), d->plugin.uid(), d->plugin.name());
     const int opened = VLORVST3_EditorOpen(d->instance, uint64_t(winId()));
     QVlorAudioPlugins::ClearOpeningSentinel(previous);
     if (opened != 1) {
@@ -386,8 +386,10 @@ QString Widget::windowTitle() const
 }
 
 QString Widget::fxLabel() const { return tr("Applying %1|%1").arg(title()); }
-QString Widget::uniqId() const {
-    return QLatin1String(QVlorAudioPlugins::kVst3Format.effectSettingsPrefix) + QLatin1Char('.') + d->plugin.uid().toLower();
+QString Widget::uniqId() const
+{
+    return QLatin1String(QVlorAudioPlugins::kVst3Format.effectSettingsPrefix) + QLatin1Char('.') +
+           d->plugin.uid().toLower();
 }
 QString Widget::pluginUid() const { return d->plugin.uid(); }
 

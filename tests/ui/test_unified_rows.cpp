@@ -579,8 +579,9 @@ TEST(PluginFormats, IdsAreMadeAndReadBackThroughOneDescription)
                               QLatin1String(f->catalogFile)}
                       .join(QLatin1Char(' '));
     // The saved names of both formats, as catalogs and settings of earlier versions hold them.
-    EXPECT_EQ(tokens, (QStringList{QStringLiteral("vst2 vloraudio.plugins.scan_vst2 vloraudio.plugins.vst2_check_timeout_s "
-                                                  "vlorvst vstxml/catalog_v2.json"),
-                                   QStringLiteral("vst3 vloraudio.plugins.scan_vst3 vloraudio.plugins.vst3_probe_timeout_s "
-                                                  "vlorvst3 catalog_vst3.json")}));
+    EXPECT_EQ(tokens,
+              (QStringList{QStringLiteral("vst2 vloraudio.plugins.scan_vst2 vloraudio.plugins.vst2_check_timeout_s "
+                                          "vlorvst vstxml/catalog_v2.json"),
+                           QStringLiteral("vst3 vloraudio.plugins.scan_vst3 vloraudio.plugins.vst3_probe_timeout_s "
+                                          "vlorvst3 catalog_vst3.json")}));
 }

@@ -168,7 +168,8 @@ private:
                 save(dialog, name);
                 dialog->close();
             }
-            QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey), QVariant());
+            QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey),
+                                                 QVariant());
         });
     }
     void save(QWidget* widget, const char* name) { write(pictureOf(widget), name); }

@@ -174,4 +174,3 @@ extern "C" int AUDIOVST_SetEnabledEx(const char* filename, int id, bool enabled)
     _SettingsGroup(hash, g);
     return BLSETTINGS_ChangeEx(0, "%s.%s=%d", g, "enabled", enabled ? 1 : 0);
 }
-
