@@ -2,6 +2,7 @@
 // bundle is foreign code, so whatever it does to this process (crash, hang,
 // chatter, a corrupt heap) stays here, and the parent reads one line.
 #include "../hostchild_p.h"
+#include "../hostreply_p.h"
 #include "vst3engine.h"
 #include "vst3module_p.h"
 
@@ -13,7 +14,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include "../utf8_p.h"
 
 namespace {
 
@@ -25,59 +25,6 @@ constexpr int kVerifyChannels = 2;
 // largest size (8192 frames) would only make heavy effects slow to verify.
 constexpr int kVerifyBlocks = 4;
 constexpr int kVerifyFrames = 512;
-
-int g_reply = -1;
-
-std::string jsonString(const char* text)
-{
-    std::string out = "\"";
-    for (const unsigned char* p = reinterpret_cast<const unsigned char*>(text); *p; ++p) {
-        switch (*p) {
-        case '"': out += "\\\""; break;
-        case '\\': out += "\\\\"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case '\t': out += "\\t"; break;
-        default:
-            if (*p < 0x20) {
-                char buf[8];
-                std::snprintf(buf, sizeof buf, "\\u%04x", *p);
-                out += buf;
-            } else if (const int n = Utf8SequenceLength(p)) {
-                out.append(reinterpret_cast<const char*>(p), size_t(n));
-                p += n - 1;
-            } else {
-                // A reply must be UTF-8 to be read at all: one stray byte of
-                // another code page would lose the whole bundle.
-                out += UTF8_REPLACEMENT;
-            }
-        }
-    }
-    return out + "\"";
-}
-
-// The reply is the last line of our output, and nothing follows it.
-void reply(const std::string& object)
-{
-    std::string line = "\n" + object + "\n";
-    const char* p = line.data();
-    size_t left = line.size();
-    while (left > 0) {
-        const ssize_t n = write(g_reply, p, left);
-        if (n < 0)
-            break;
-        p += n;
-        left -= size_t(n);
-    }
-    close(g_reply);
-    g_reply = -1;
-}
-
-int fail(const std::string& error)
-{
-    reply("{\"ok\":false,\"error\":" + jsonString(error.c_str()) + "}");
-    return 1;
-}
 
 std::string moduleError(const char* bundle)
 {
@@ -91,24 +38,25 @@ int probe(const char* bundle)
 {
     const std::string error = moduleError(bundle);
     if (!error.empty())
-        return fail(error);
+        return HostFail(error);
     std::vector<Vst3ClassRecord> records(kMaxClasses + 1);
     const int count = VLORVST3_ListClasses(bundle, records.data(), kMaxClasses + 1);
     if (count < 0)
-        return fail("the bundle has no class factory");
+        return HostFail("the bundle has no class factory");
     const bool truncated = count > kMaxClasses;
     std::string out = "{\"ok\":true,\"classes\":[";
     for (int i = 0; i < count && i < kMaxClasses; ++i) {
         const Vst3ClassRecord& r = records[size_t(i)];
         if (i)
             out += ",";
-        out += "{\"cid\":" + jsonString(r.uid) + ",\"name\":" + jsonString(r.name) + ",\"vendor\":" + jsonString(r.vendor) +
-               ",\"version\":" + jsonString(r.version) + ",\"subCategories\":" + jsonString(r.subCategories) + "}";
+        out += "{\"cid\":" + HostJsonString(r.uid) + ",\"name\":" + HostJsonString(r.name) +
+               ",\"vendor\":" + HostJsonString(r.vendor) + ",\"version\":" + HostJsonString(r.version) +
+               ",\"subCategories\":" + HostJsonString(r.subCategories) + "}";
     }
     out += "]";
     if (truncated)
         out += ",\"truncated\":true";
-    reply(out + "}");
+    HostReply(out + "}");
     return 0;
 }
 
@@ -133,13 +81,13 @@ int verify(const char* bundle, const char* cid)
 {
     const std::string error = moduleError(bundle);
     if (!error.empty())
-        return fail(error);
+        return HostFail(error);
     _Vst3Instance* fx = VLORVST3_CreateInstance(bundle, cid);
     if (!fx)
-        return fail(std::string("the bundle has no effect class ") + cid + " that can be created");
+        return HostFail(std::string("the bundle has no effect class ") + cid + " that can be created");
     if (VLORVST3_SetAudioFormat(fx, kVerifyRate, kVerifyChannels) != 1 || VLORVST3_StartEngine(fx) != 1) {
         VLORVST3_DestroyInstance(fx);
-        return fail("the effect refuses to start in stereo at " + std::to_string(kVerifyRate) + " Hz");
+        return HostFail("the effect refuses to start in stereo at " + std::to_string(kVerifyRate) + " Hz");
     }
     const std::string processError = processSilence(fx);
     if (processError.empty())
@@ -147,9 +95,9 @@ int verify(const char* bundle, const char* cid)
     VLORVST3_StopEngine(fx);
     VLORVST3_DestroyInstance(fx);
     if (!processError.empty())
-        return fail(processError);
+        return HostFail(processError);
     VLORVST3_Finalize();
-    reply("{\"ok\":true}");
+    HostReply("{\"ok\":true}");
     return 0;
 }
 
@@ -160,8 +108,8 @@ extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
     if (!HostChildDieWithParent())
         return 1;
     // Run by hand (no plugin log named), standard error stays for whoever runs us.
-    g_reply = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
-    if (g_reply < 0)
+    HostReplyFd() = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
+    if (HostReplyFd() < 0)
         return 3;
 
     int status;
@@ -173,7 +121,7 @@ extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
         status = verify(argv[2], argv[4]);
     } else {
         std::fprintf(stderr, "usage: %s --probe BUNDLE | --verify BUNDLE --cid CID\n", argc > 0 ? argv[0] : "vlorvst3");
-        fail("bad arguments to the VST3 host");
+        HostFail("bad arguments to the VST3 host");
         return 2;
     }
     // Module teardown after the reply could only turn a good answer bad.

@@ -1,0 +1,117 @@
+#ifndef LV2ENGINE_H
+#define LV2ENGINE_H
+/* The LV2 engine: flat functions over the plugins the machine's LV2 folders
+ * hold, named by URI. A null argument answers 0, -1 or nothing as each
+ * function says; nothing here throws. lilv's types stay behind these names. */
+
+#include <stdbool.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#define VLORLV2_EXPORT __attribute__((visibility("default")))
+
+/* What the metadata tells of one plugin, read without loading its code. */
+typedef struct Lv2PluginRecord {
+    char uri[512];
+    char name[128];
+    char maker[128];
+    char className[64];     /* the label of its lv2 class: "Compressor", "Reverb" */
+    int32_t audioInputs;    /* main inputs: side chains are counted apart */
+    int32_t audioOutputs;
+    int32_t sideChainInputs;
+    int32_t controlInputs;
+    int32_t isEffect;       /* audio in and out, and no instrument class */
+    int32_t hasX11Ui;
+    char missingFeature[256]; /* the first required feature the engine does not offer, or empty */
+} Lv2PluginRecord;
+
+/* The process-wide world, its folders read; 1 when it stands. LV2_PATH, where
+ * set, names the folders, as lilv reads it. */
+VLORLV2_EXPORT int VLORLV2_Initialize(void);
+/* Frees the world (for host programs at exit); live instances must be gone. */
+VLORLV2_EXPORT void VLORLV2_Finalize(void);
+/* Writes up to limit records, in URI order; the number of plugins (which may
+ * exceed limit), or -1 without a world. */
+VLORLV2_EXPORT int VLORLV2_ListPlugins(Lv2PluginRecord* records, int limit);
+/* The record of one plugin; 0 when no plugin has that URI. */
+VLORLV2_EXPORT int VLORLV2_DescribePlugin(const char* uri, Lv2PluginRecord* record);
+
+/* ---- instances ---- */
+
+typedef struct _Lv2Instance _Lv2Instance;
+
+/* Instantiated with every feature the engine offers, its ports connected
+ * and at their defaults; null with the reason in error (a missing feature
+ * is named). maxBlock bounds the frames of one run; blocks of any length up
+ * to it are fine. */
+VLORLV2_EXPORT _Lv2Instance* VLORLV2_CreateInstance(const char* uri, double sampleRate, int maxBlock, char* error,
+                                                    int errorSize);
+VLORLV2_EXPORT int VLORLV2_DestroyInstance(_Lv2Instance* instance);
+VLORLV2_EXPORT int VLORLV2_Activate(_Lv2Instance* instance);
+VLORLV2_EXPORT int VLORLV2_Deactivate(_Lv2Instance* instance);
+/* The main audio inputs and outputs (side chains apart). */
+VLORLV2_EXPORT int VLORLV2_GetBusChannels(_Lv2Instance* instance, int* inputs, int* outputs);
+/* Frames, as the latency port last told it; 0 without one. */
+VLORLV2_EXPORT int VLORLV2_GetLatency(_Lv2Instance* instance);
+/* Interleaved floats in and out (they may be the same array), channels on
+ * both sides: channel c feeds main input c and takes main output c; inputs
+ * the track cannot fill and side chains hear silence, outputs beyond the
+ * plugin's are silent. Frames of any number: runs are cut at maxBlock. */
+VLORLV2_EXPORT int VLORLV2_ProcessAudio(_Lv2Instance* instance, const float* input, float* output, int channels,
+                                        int frames);
+
+/* ---- parameters: the control input ports ---- */
+
+enum {
+    kLv2ParamToggled = 1,
+    kLv2ParamInteger = 2,
+    kLv2ParamEnumeration = 4,
+    kLv2ParamLogarithmic = 8,
+};
+
+typedef struct Lv2ParamInfo {
+    uint32_t port; /* the port index */
+    char symbol[64];
+    char name[128];
+    char units[32]; /* the unit's symbol ("dB", "ms"), or empty */
+    float minimum;
+    float maximum;
+    float defaultValue;
+    int32_t flags;       /* kLv2Param* */
+    int32_t scalePoints; /* labelled values, for an enumeration */
+} Lv2ParamInfo;
+
+VLORLV2_EXPORT int VLORLV2_GetNumParams(_Lv2Instance* instance);
+VLORLV2_EXPORT int VLORLV2_GetParamInfo(_Lv2Instance* instance, int index, Lv2ParamInfo* info);
+/* The point-th labelled value of a parameter, by value order; 0 if none. */
+VLORLV2_EXPORT int VLORLV2_GetScalePoint(_Lv2Instance* instance, int index, int point, float* value, char* label,
+                                         int labelSize);
+VLORLV2_EXPORT float VLORLV2_GetParam(_Lv2Instance* instance, int index);
+/* Clamped to the port's range, rounded for an integer or a toggle; takes
+ * effect at the next run. */
+VLORLV2_EXPORT int VLORLV2_SetParam(_Lv2Instance* instance, int index, float value);
+
+/* ---- state ---- */
+
+/* The plugin's state as text (its state interface where it has one, and
+ * every control input), or null. Free with VLORLV2_FreeString. */
+VLORLV2_EXPORT char* VLORLV2_GetState(_Lv2Instance* instance);
+VLORLV2_EXPORT void VLORLV2_FreeString(char* text);
+/* Restores a text of VLORLV2_GetState; 0 when it does not read. */
+VLORLV2_EXPORT int VLORLV2_SetState(_Lv2Instance* instance, const char* state);
+
+/* ---- the child side of checking ---- */
+
+/* The whole of a check child: "--check URI" (instantiate, activate, run
+ * noise, look at the output, deactivate, free) or "--list" in argv[1..].
+ * Writes JSON on standard output and ends the process; returns only for bad
+ * arguments. */
+VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv);
+
+#ifdef __cplusplus
+}
+#endif
+#endif

@@ -1,0 +1,123 @@
+// The child side of checking an LV2 plugin. One plugin a process: its code
+// is foreign, so whatever it does to this process (crash, abort, hang,
+// chatter) stays here, and the parent reads one line.
+#include "../hostchild_p.h"
+#include "../hostreply_p.h"
+#include "lv2engine.h"
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr double kCheckRate = 48000;
+constexpr int kCheckFrames = 512;
+// Long enough for a plugin to fill its delay lines and show what it does
+// to noise; short enough that a scan of hundreds stays quick.
+constexpr int kCheckBlocks = 24;
+
+std::string recordJson(const Lv2PluginRecord& r)
+{
+    return "\"uri\":" + HostJsonString(r.uri) + ",\"name\":" + HostJsonString(r.name) +
+           ",\"maker\":" + HostJsonString(r.maker) + ",\"class\":" + HostJsonString(r.className) +
+           ",\"audioInputs\":" + std::to_string(r.audioInputs) + ",\"audioOutputs\":" + std::to_string(r.audioOutputs) +
+           ",\"sideChainInputs\":" + std::to_string(r.sideChainInputs) +
+           ",\"parameters\":" + std::to_string(r.controlInputs) + ",\"effect\":" + (r.isEffect ? "true" : "false") +
+           ",\"x11Ui\":" + (r.hasX11Ui ? "true" : "false");
+}
+
+// Noise through the running instance: the failure's text, or empty; whether
+// the output differed from the input in *changed.
+std::string processNoise(_Lv2Instance* fx, int channels, bool* changed)
+{
+    std::vector<float> in(size_t(kCheckFrames) * size_t(channels)), out(in.size());
+    unsigned seed = 1;
+    for (int block = 0; block < kCheckBlocks; ++block) {
+        for (float& v : in) {
+            seed = seed * 1103515245u + 12345u;
+            v = float((seed >> 9) & 0xffff) / 32768.0f - 1.0f;
+            v *= 0.25f;
+        }
+        if (VLORLV2_ProcessAudio(fx, in.data(), out.data(), channels, kCheckFrames) != 1)
+            return "the plugin fails to process audio";
+        for (size_t i = 0; i < out.size(); ++i) {
+            if (!std::isfinite(out[i]))
+                return "the plugin turns noise into invalid samples (not a number or infinite)";
+            *changed = *changed || out[i] != in[i];
+        }
+    }
+    return std::string();
+}
+
+int check(const char* uri)
+{
+    Lv2PluginRecord record;
+    if (!VLORLV2_DescribePlugin(uri, &record))
+        return HostFail("no LV2 plugin has this URI");
+    if (record.missingFeature[0])
+        return HostFail(std::string("the plugin requires a feature this host does not offer: ") +
+                        record.missingFeature);
+    char error[512];
+    _Lv2Instance* fx = VLORLV2_CreateInstance(uri, kCheckRate, kCheckFrames, error, sizeof(error));
+    if (!fx)
+        return HostFail(error);
+    int inputs = 0, outputs = 0;
+    VLORLV2_GetBusChannels(fx, &inputs, &outputs);
+    const int channels = std::max(1, std::max(inputs, outputs));
+    VLORLV2_Activate(fx);
+    bool changed = false;
+    const std::string processError = processNoise(fx, channels, &changed);
+    const int latency = VLORLV2_GetLatency(fx);
+    if (processError.empty())
+        VLORLV2_FreeString(VLORLV2_GetState(fx));
+    VLORLV2_Deactivate(fx);
+    VLORLV2_DestroyInstance(fx);
+    if (!processError.empty())
+        return HostFail(processError);
+    HostReply("{\"ok\":true," + recordJson(record) + ",\"latency\":" + std::to_string(latency) +
+              ",\"changesAudio\":" + (changed ? "true" : "false") + "}");
+    return 0;
+}
+
+int list()
+{
+    const int count = VLORLV2_ListPlugins(nullptr, 0);
+    std::vector<Lv2PluginRecord> records(size_t(std::max(count, 0)));
+    VLORLV2_ListPlugins(records.data(), count);
+    std::string out = "{\"ok\":true,\"plugins\":[";
+    for (size_t i = 0; i < records.size(); ++i)
+        out += (i ? ",{" : "{") + recordJson(records[i]) +
+               ",\"missingFeature\":" + HostJsonString(records[i].missingFeature) + "}";
+    HostReply(out + "]}");
+    return 0;
+}
+
+} // namespace
+
+extern "C" VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv)
+{
+    if (!HostChildDieWithParent())
+        return 1;
+    // Run by hand (no plugin log named), standard error stays for whoever runs us.
+    HostReplyFd() = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
+    if (HostReplyFd() < 0)
+        return 3;
+    int status;
+    if (argc == 3 && !std::strcmp(argv[1], "--check") && VLORLV2_Initialize()) {
+        status = check(argv[2]);
+    } else if (argc == 2 && !std::strcmp(argv[1], "--list") && VLORLV2_Initialize()) {
+        status = list();
+    } else {
+        std::fprintf(stderr, "usage: %s --check URI | --list\n", argc > 0 ? argv[0] : "vlorlv2");
+        HostFail("bad arguments to the LV2 host");
+        return 2;
+    }
+    // Libraries unloaded after the reply could only turn a good answer bad.
+    std::fflush(stderr);
+    _exit(status);
+}

@@ -1,0 +1,136 @@
+#ifndef LV2INSTANCE_P_H
+#define LV2INSTANCE_P_H
+// One LV2 instance: its ports and their buffers, the features it was made
+// with, and the worker that runs its slow work off the audio thread.
+
+#include "lv2world_p.h"
+
+#include <lv2/log/log.h>
+#include <lv2/options/options.h>
+#include <lv2/state/state.h>
+#include <lv2/worker/worker.h>
+
+#include <atomic>
+#include <semaphore.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace vlorlv2 {
+
+// A byte queue of one writer and one reader, neither of which waits: the
+// audio thread's side never takes a lock.
+class Ring {
+public:
+    explicit Ring(size_t size) : m_data(size) {}
+    // A message of size bytes; false when it does not fit now.
+    bool write(const void* data, uint32_t size);
+    // The next message into out; false when there is none.
+    bool read(std::vector<char>* out);
+
+private:
+    void put(size_t at, const void* data, size_t size);
+    void get(size_t at, void* data, size_t size) const;
+    std::vector<char> m_data;
+    std::atomic<size_t> m_read{0}, m_write{0}; // ever-growing; positions are taken modulo the size
+};
+
+// The worker extension: requests from run() go to a thread of their own,
+// responses come back to the end of the next run.
+class Worker {
+public:
+    Worker(const LV2_Worker_Interface* iface, LV2_Handle handle);
+    ~Worker();
+    // From the plugin's run: queued for the thread.
+    LV2_Worker_Status schedule(uint32_t size, const void* data);
+    // At the end of a run: every response handed to the plugin, then end_run.
+    void deliver();
+
+private:
+    void loop();
+    const LV2_Worker_Interface* m_iface;
+    LV2_Handle m_handle;
+    Ring m_requests{1 << 16}, m_responses{1 << 16};
+    sem_t m_wake;
+    std::atomic<bool> m_quit{false};
+    std::thread m_thread;
+    std::vector<char> m_message; // the audio side's, reused
+};
+
+struct Port {
+    enum Kind { Audio, Control, CV, Atom, Other };
+    uint32_t index = 0;
+    Kind kind = Other;
+    bool input = false;
+    bool sideChain = false;
+    float value = 0;             // a control port's
+    float minimum = 0, maximum = 1, defaultValue = 0;
+    std::vector<float> samples;  // an audio or CV port's
+    std::vector<uint64_t> atoms; // an atom port's sequence, 8-byte aligned
+};
+
+struct ScalePoint {
+    float value;
+    std::string label;
+};
+
+struct Param {
+    int port; // the position in ports
+    Lv2ParamInfo info;
+    std::vector<ScalePoint> points;
+};
+
+} // namespace vlorlv2
+
+struct _Lv2Instance {
+    std::string uri;
+    const LilvPlugin* plugin = nullptr;
+    LilvInstance* instance = nullptr;
+    double sampleRate = 44100;
+    int maxBlock = 0;
+    bool active = false;
+
+    std::vector<vlorlv2::Port> ports;
+    std::vector<int> mainInputs, mainOutputs, sideInputs; // positions in ports
+    std::vector<vlorlv2::Param> params;
+    int latencyPort = -1;
+
+    // What the features point at; the instance never moves once made.
+    int32_t minBlockOption = 1, maxBlockOption = 0, sequenceSizeOption = 0;
+    float sampleRateOption = 0;
+    LV2_Options_Option options[6]{};
+    LV2_Worker_Schedule schedule{};
+    LV2_Log_Log log{};
+    LV2_State_Make_Path makePath{};
+    LV2_State_Map_Path mapPath{};
+    LV2_State_Free_Path freePath{};
+    std::string directory; // where makePath puts the plugin's files
+    LV2_Feature features[10]{};
+    const LV2_Feature* featureList[11]{};
+
+    const LV2_State_Interface* stateInterface = nullptr;
+    vlorlv2::Worker* worker = nullptr;
+};
+
+namespace vlorlv2 {
+
+// The bytes of an atom port's buffer.
+constexpr size_t kAtomBufferBytes = 32768;
+
+// The ports of a plugin read and their buffers made; the parameters listed. Under WorldLock.
+void MakePorts(_Lv2Instance* instance);
+// The parameters: every control input, with its name, unit, range and labelled values. Under WorldLock.
+void MakeParams(_Lv2Instance* instance);
+// The port of a parameter's symbol; null for any other.
+Port* ControlInput(_Lv2Instance* instance, const char* symbol);
+// Every port connected to its buffer.
+void ConnectPorts(_Lv2Instance* instance);
+// The features handed to instantiate.
+void MakeFeatures(_Lv2Instance* instance);
+// One run of frames (at most maxBlock): atom buffers readied, the plugin run,
+// the worker's responses delivered, the latency read.
+void RunOnce(_Lv2Instance* instance, int frames);
+
+} // namespace vlorlv2
+
+#endif
