@@ -1,6 +1,7 @@
 // vlorfx apply: a VST2 effect over an audio file, through the "VST host"
 // filter exactly as the editor applies one.
 #include "chatter.h"
+#include "lv2.h"
 #include "commands.h"
 #include "text.h"
 
@@ -30,6 +31,7 @@ namespace {
 const char* const kHelp =
     "usage: vlorfx apply --vst2 FILE [--id N] [--param INDEX=VALUE]... [--in-process] IN OUT\n"
     "       vlorfx apply --vst3 BUNDLE [--cid CID] [--param ID=VALUE]... [--state STRING] IN OUT\n"
+    "       vlorfx apply --lv2 URI [--param INDEX=VALUE]... IN OUT\n"
     "\n"
     "Runs a VST2 or VST3 effect over the audio file IN and writes OUT in the\n"
     "format its extension names (.wav, .flac, .ogg, .mp3, .aiff, ...), in IN's\n"
@@ -51,6 +53,9 @@ const char* const kHelp =
     "  --cid CID            its effect class, 32 hexadecimal digits; needed when it has several\n"
     "  --param ID=VALUE     for VST3, a normalised value for the parameter with that ID\n"
     "  --state STRING       for VST3, a saved state (presetsize=...,presetdata=\"...\",...)\n"
+    "  --lv2 URI            an LV2 plugin (checked in the host program, then run in this process;\n"
+    "                       vlorfx probe --lv2 --all lists them)\n"
+    "  --param INDEX=VALUE  for LV2, the value of control input INDEX (from 0) in its own unit\n"
     "  --float              write OUT as 32-bit float\n"
     "  --force              write OUT even when it is IN\n"
     "  --mixer              a chain of effects of either format, in real time (apply --mixer --help)\n"
@@ -63,13 +68,14 @@ const char* const kHelp =
 
 // What the command line asked for.
 struct ApplyOptions {
-    std::string plugin, in, out, bundle, cid, state;
+    std::string plugin, in, out, bundle, cid, state, lv2;
     int id = 0;
     bool idGiven = false;
     bool inProcess = false;
     bool floatOutput = false;
     bool force = false;
     std::vector<std::pair<int, float>> params;
+    std::vector<std::string> paramTexts; // as given, for messages
 };
 
 // A mistake on the command line: said in one line, without the whole help.
@@ -282,8 +288,8 @@ std::string readParam(const std::string& p, int* index, float* value)
     const float v = std::strtof(p.c_str() + eq + 1, &end);
     if (eq + 1 == p.size() || *end)
         return "bad --param '" + p + "': the value '" + p.substr(eq + 1) + "' is no number";
-    if (!(v >= 0 && v <= 1))
-        return "bad --param '" + p + "': the value must be from 0 to 1";
+    if (!std::isfinite(v))
+        return "bad --param '" + p + "': the value '" + p.substr(eq + 1) + "' is no number";
     *index = int(i);
     *value = v;
     return {};
@@ -292,14 +298,20 @@ std::string readParam(const std::string& p, int* index, float* value)
 // Options that the other format takes, or that contradict each other.
 int checkCombination(const ApplyOptions& o)
 {
-    if (!o.plugin.empty() && !o.bundle.empty())
-        return badArgument("--vst2 and --vst3 cannot be used together");
-    if (o.plugin.empty() && o.bundle.empty())
-        return badArgument("one of --vst2 FILE and --vst3 BUNDLE is needed");
+    if (int(!o.plugin.empty()) + int(!o.bundle.empty()) + int(!o.lv2.empty()) > 1)
+        return badArgument("only one of --vst2, --vst3 and --lv2 can be used");
+    if (o.plugin.empty() && o.bundle.empty() && o.lv2.empty())
+        return badArgument("one of --vst2 FILE, --vst3 BUNDLE and --lv2 URI is needed");
+    if (!o.lv2.empty() && (o.idGiven || o.inProcess || !o.cid.empty() || !o.state.empty()))
+        return badArgument("--id, --in-process, --cid and --state are not for --lv2");
     if (!o.bundle.empty() && (o.idGiven || o.inProcess))
         return badArgument(std::string(o.idGiven ? "--id" : "--in-process") + " is for --vst2 (a VST3 effect is chosen with --cid and runs in this process)");
     if (!o.plugin.empty() && (!o.cid.empty() || !o.state.empty()))
         return badArgument(std::string(!o.cid.empty() ? "--cid" : "--state") + " is for --vst3");
+    // VST values are normalised; an LV2 value is in the parameter's own unit.
+    for (size_t k = 0; k < o.params.size(); ++k)
+        if (o.lv2.empty() && !(o.params[k].second >= 0 && o.params[k].second <= 1))
+            return badArgument("bad --param '" + o.paramTexts[k] + "': the value must be from 0 to 1");
     if (o.in.empty() || o.out.empty())
         return badArgument("an input and an output file are needed");
     if (!o.force && vlorfx::sameFile(o.in, o.out))
@@ -317,6 +329,8 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
             return 0;
         } else if (a == "--vst2" && i + 1 < argc) {
             o->plugin = argv[++i];
+        } else if (a == "--lv2" && i + 1 < argc) {
+            o->lv2 = argv[++i];
         } else if (a == "--id" && i + 1 < argc) {
             char* end = nullptr;
             o->id = int(std::strtol(argv[++i], &end, 0));
@@ -330,6 +344,7 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
             if (!why.empty())
                 return badArgument(why);
             o->params.emplace_back(index, value);
+            o->paramTexts.emplace_back(argv[i]);
         } else if (a == "--float") {
             o->floatOutput = true;
         } else if (a == "--force") {
@@ -343,7 +358,8 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
         } else if (a == "--state" && i + 1 < argc) {
             o->state = argv[++i];
         } else if (!a.empty() && a[0] == '-' && a != "-") {
-            if (a == "--vst2" || a == "--vst3" || a == "--id" || a == "--param" || a == "--cid" || a == "--state")
+            if (a == "--vst2" || a == "--vst3" || a == "--lv2" || a == "--id" || a == "--param" || a == "--cid" ||
+                a == "--state")
                 return badArgument(a + " needs a value");
             return usageError("unknown option '" + a + "'");
         } else if (o->in.empty()) {
@@ -400,6 +416,25 @@ int applyVst2(const ApplyOptions& o)
     return render("VST host", config, o, AUDIOVST_GetDisplayName(e));
 }
 
+// Checked in the host program before its code comes into this process.
+int applyLv2(const ApplyOptions& o)
+{
+    QJsonObject report;
+    QString error;
+    if (!vlorfx::CheckLv2(o.lv2.c_str(), &report, &error))
+        return fail(o.lv2 + ": " + error.toStdString());
+    if (!report.value(QStringLiteral("effect")).toBool())
+        return fail(o.lv2 + " is no effect: it has no audio input (an instrument or a generator)");
+    std::string config = "lv2effect_uri=" + quoted(o.lv2);
+    if (!o.params.empty()) {
+        std::string values, why;
+        if (!vlorfx::Lv2Params(o.lv2.c_str(), o.params, &values, &why))
+            return fail(why);
+        config += ",lv2effect_params=" + quoted(values);
+    }
+    return render("LV2 host", config, o, report.value(QStringLiteral("name")).toString().toStdString());
+}
+
 } // namespace
 
 int cmdApply(int argc, char** argv)
@@ -419,5 +454,7 @@ int cmdApply(int argc, char** argv)
     }
     if (!o.bundle.empty())
         return applyVst3(o);
+    if (!o.lv2.empty())
+        return applyLv2(o);
     return applyVst2(o);
 }

@@ -1,5 +1,6 @@
 // vlorfx classes: the effect classes of a VST3 bundle, loaded in this process.
 #include "commands.h"
+#include "lv2.h"
 
 #include "vst3engine.h"
 #include "QVlorVst3_Probe.h"
@@ -37,6 +38,8 @@ int cmdClasses(int argc, char** argv)
 // host process, so that a bundle that crashes or hangs cannot take us along.
 int cmdProbe(int argc, char** argv)
 {
+    if (argc >= 1 && !std::strcmp(argv[0], "--lv2"))
+        return vlorfx::probeLv2(argc - 1, argv + 1);
     bool verify = false;
     if (argc == 2 && !std::strcmp(argv[0], "--verify")) {
         verify = true;

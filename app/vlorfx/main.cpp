@@ -205,6 +205,7 @@ void setFrontAudio(const QVlorAudio& audio)
 } // namespace vlorfx
 
 extern "C" int VLORVST3_HostMain(int argc, char** argv);
+extern "C" int VLORLV2_HostMain(int argc, char** argv);
 
 namespace {
 
@@ -260,6 +261,10 @@ int main(int argc, char** argv)
     if (argc > 1 && !std::strcmp(argv[1], "--vst3")) {
         argv[1] = argv[0];
         return VLORVST3_HostMain(argc - 1, argv + 1);
+    }
+    if (argc > 1 && !std::strcmp(argv[1], "--lv2")) {
+        argv[1] = argv[0];
+        return VLORLV2_HostMain(argc - 1, argv + 1);
     }
     if (argc < 2 || !std::strcmp(argv[1], "--help") || !std::strcmp(argv[1], "-h")) {
         usage(argc < 2 ? stderr : stdout);

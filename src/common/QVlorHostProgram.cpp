@@ -10,17 +10,29 @@ namespace QVlorHostProgram {
 
 bool Usable(const QString& path) { return HostProgramUsable(QFile::encodeName(path).constData()); }
 
-void Vst3(QString* program, QStringList* arguments)
+namespace {
+
+// The host program named beside the application when usable, or else the
+// application itself, told which host to be by flag.
+void beside(const char* name, const char* flag, QString* program, QStringList* arguments)
 {
-    const QString beside = QCoreApplication::applicationDirPath() + QLatin1Char('/') +
-                           QLatin1String(QVlorAudioPlugins::kVst3Format.hostProgram);
-    if (Usable(beside)) {
-        *program = beside;
+    const QString path = QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
+    if (Usable(path)) {
+        *program = path;
         arguments->clear();
     } else {
         *program = QCoreApplication::applicationFilePath();
-        *arguments = {QStringLiteral("--vst3")};
+        *arguments = {QLatin1String(flag)};
     }
 }
+
+} // namespace
+
+void Vst3(QString* program, QStringList* arguments)
+{
+    beside(QVlorAudioPlugins::kVst3Format.hostProgram, "--vst3", program, arguments);
+}
+
+void Lv2(QString* program, QStringList* arguments) { beside("vlorlv2", "--lv2", program, arguments); }
 
 } // namespace QVlorHostProgram

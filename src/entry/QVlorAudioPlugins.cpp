@@ -17,6 +17,7 @@
 #include "blcore.h"
 #include "blutils.h"
 #include "vst3filter.h"
+#include "lv2filter.h"
 #include "vstfilter.h"
 
 #include <QCoreApplication>
@@ -162,6 +163,7 @@ int Initialize()
     OpenPluginLog();
     AUDIOVST_Initialize();
     AUDIO_AddEffectFilter(&VSTEffect);
+    AUDIO_AddEffectFilter(&LV2Effect);
     return AUDIO_AddEffectFilter(&VST3Effect);
 }
 
