@@ -251,8 +251,11 @@ extern "C" int VLORLV2_DestroyInstance(_Lv2Instance* d)
         return 0;
     VLORLV2_Deactivate(d);
     delete d->worker;
-    if (d->instance)
+    if (d->instance) {
+        // Freeing may unload the plugin's library, which lilv keeps in the world's list.
+        std::lock_guard<std::mutex> l(WorldLock());
         lilv_instance_free(d->instance);
+    }
     if (!d->directory.empty())
         rmdir(d->directory.c_str());
     delete d;
