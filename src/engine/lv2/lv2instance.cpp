@@ -1,6 +1,7 @@
 // An LV2 instance: made with the features the engine offers, its ports
 // connected to buffers of its own, and run on interleaved audio.
 #include "lv2instance_p.h"
+#include "lv2engine_testing.h"
 
 #include <lv2/atom/atom.h>
 #include <lv2/buf-size/buf-size.h>
@@ -330,3 +331,13 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
     }
     return 1;
 }
+
+extern "C" float* VLORLV2_TestingAudioBuffer(_Lv2Instance* d, int output, int k)
+{
+    if (!d)
+        return nullptr;
+    const std::vector<int>& ports = output ? d->mainOutputs : d->mainInputs;
+    return k >= 0 && size_t(k) < ports.size() ? d->ports[size_t(ports[size_t(k)])].samples.data() : nullptr;
+}
+
+extern "C" void VLORLV2_TestingRunBare(_Lv2Instance* d, int frames) { lilv_instance_run(d->instance, uint32_t(frames)); }
