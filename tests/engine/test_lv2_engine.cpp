@@ -1,6 +1,7 @@
 // The LV2 engine on the fixture bundle (each fault named by the host
 // program; parameters, state, worker, atoms, side chains) and on every LV2
 // effect of the machine (ten seconds of noise each, the state round trip).
+#include "QVlorLv2_MixerEffect.h"
 #include "lv2engine.h"
 
 #include <gtest/gtest.h>
@@ -245,6 +246,38 @@ TEST_F(Lv2, WorkerAtomsAndSideChainsAreServed)
     VLORLV2_GetBusChannels(side.get(), &inputs, &outputs);
     EXPECT_EQ(inputs, 1) << "a side chain is no main input";
     EXPECT_EQ(outputs, 1);
+}
+
+// The mixer's effect: every channel of the track, the filter's configuration
+// and its own state text, samples that are no numbers silenced, and a plugin
+// that cannot start told by its reason.
+TEST_F(Lv2, TheMixerEffectServesEveryChannelAndSilencesInvalidSamples)
+{
+    QVlorLv2::MixerEffect gain(QString::fromStdString(kFixture + "gain"), 48000, 2);
+    ASSERT_TRUE(gain.isOk()) << gain.error().toStdString();
+    ASSERT_TRUE(gain.reconfigure(QStringLiteral("lv2effect_params=\"[0,2,0]\"")));
+    std::vector<float> block = noise(512);
+    const std::vector<float> in = block;
+    ASSERT_EQ(gain.process(block.data(), 2, 256), 256);
+    for (size_t i = 0; i < in.size(); ++i)
+        ASSERT_EQ(block[i], in[i] * 0.5f) << i; // both channels: one instance each
+    const QString state = gain.params();
+    QVlorLv2::MixerEffect copy(QString::fromStdString(kFixture + "gain"), 48000, 2);
+    ASSERT_TRUE(copy.setParams(state));
+    EXPECT_EQ(VLORLV2_GetParam(copy.instance(), 1), 2.0f);
+    EXPECT_FALSE(copy.setParams(QStringLiteral("not a state")));
+
+    QVlorLv2::MixerEffect nan(QString::fromStdString(kFixture + "nan"), 48000, 1);
+    std::vector<float> mono = noise(128);
+    ASSERT_EQ(nan.process(mono.data(), 1, 128), 128);
+    for (float v : mono)
+        ASSERT_EQ(v, 0.0f);
+
+    QVlorLv2::MixerEffect lacking(QString::fromStdString(kFixture + "needs-feature"), 48000, 2);
+    EXPECT_FALSE(lacking.isOk());
+    EXPECT_EQ(lacking.error().toStdString(),
+              "the plugin requires a feature this host does not offer: urn:vlor:fixture#unoffered");
+    EXPECT_EQ(lacking.process(block.data(), 2, 256), 0);
 }
 
 // Non-default values for every continuous parameter, the same for each instance.

@@ -4,7 +4,7 @@
 #include "lv2filter.h"
 
 #include "lv2engine.h"
-#include "../channelsplit_p.h"
+#include "lv2track_p.h"
 #include "../fxlock_p.h"
 
 #include "bldebug.h"
@@ -21,90 +21,21 @@ constexpr int kBlock = 4096;
 
 struct Lv2Filter {
     AUDIO_FORMAT format{};
-    std::vector<_Lv2Instance*> instances; // one, or one a channel
-    ChannelSplitter splitter;
-
-    ~Lv2Filter()
-    {
-        for (_Lv2Instance* fx : instances)
-            VLORLV2_DestroyInstance(fx);
-    }
+    Lv2Track track;
     // Every instance made, set from config and activated; why, when not.
     bool open(const char* uri, const char* config, std::string* why);
-    bool configure(const char* config);
 };
 
 Mutex _FxLock = nullptr;
 
-// A key's whole value, however long (a state runs to megabytes); empty when absent.
-std::string textOf(const char* config, const char* key)
-{
-    if (!BLSTRING_HasKeyInString(config, key))
-        return std::string();
-    for (size_t size = 4096; size <= (size_t(1) << 28); size *= 4) {
-        std::vector<char> text(size);
-        if (BLSTRING_GetStringValueFromString(config, key, "", text.data(), int(size)))
-            return text.data();
-    }
-    return std::string();
-}
-
-std::string fromBase64(const std::string& text)
-{
-    int length = 0;
-    void* bytes = BLSTRING_FromBase64(text.c_str(), &length);
-    std::string out = bytes ? std::string(static_cast<const char*>(bytes), size_t(length)) : std::string();
-    std::free(bytes);
-    return out;
-}
-
-bool Lv2Filter::configure(const char* config)
-{
-    const std::string state = fromBase64(textOf(config, "lv2effect_state"));
-    const std::string params = textOf(config, "lv2effect_params");
-    for (_Lv2Instance* fx : instances) {
-        if (BLSTRING_HasKeyInString(config, "lv2effect_state") && !VLORLV2_SetState(fx, state.c_str()))
-            return false;
-        if (!params.empty()) {
-            std::vector<float> values(size_t(VLORLV2_GetNumParams(fx)));
-            const int n = BLSTRING_GetFloatVectorValuesFromString(params.c_str(), values.data(), int(values.size()));
-            for (int i = 0; i < n; ++i)
-                VLORLV2_SetParam(fx, i, values[size_t(i)]);
-        }
-    }
-    return true;
-}
-
 bool Lv2Filter::open(const char* uri, const char* config, std::string* why)
 {
-    char error[512] = "";
-    _Lv2Instance* first = VLORLV2_CreateInstance(uri, format.sampleRate, kBlock, error, sizeof(error));
-    if (!first) {
-        *why = error;
+    if (!track.open(uri, format.sampleRate, format.numChannels, kBlock, why))
         return false;
-    }
-    instances.push_back(first);
-    int inputs = 0, outputs = 0;
-    VLORLV2_GetBusChannels(first, &inputs, &outputs);
-    const ChannelPlan plan = PlanChannels(format.numChannels, inputs, outputs);
-    if (plan.instances == 0) {
-        *why = WhyNoChannelPlan(inputs, outputs);
-        return false;
-    }
-    while (int(instances.size()) < plan.instances) {
-        _Lv2Instance* fx = VLORLV2_CreateInstance(uri, format.sampleRate, kBlock, error, sizeof(error));
-        if (!fx) {
-            *why = error;
-            return false;
-        }
-        instances.push_back(fx);
-    }
-    if (!configure(config)) {
+    if (!track.configure(config)) {
         *why = "the saved state of the effect does not read";
         return false;
     }
-    for (_Lv2Instance* fx : instances)
-        VLORLV2_Activate(fx);
     return true;
 }
 
@@ -128,7 +59,7 @@ void* AUDIO_fxCreateSecure(void*, const AUDIO_FORMAT* format, const char* config
     FxLocked l(_FxLock);
     if (!format || !config)
         return nullptr;
-    const std::string uri = textOf(config, "lv2effect_uri");
+    const std::string uri = Lv2ConfigText(config, "lv2effect_uri");
     if (uri.empty())
         return nullptr;
     auto fx = std::make_unique<Lv2Filter>();
@@ -152,7 +83,7 @@ int AUDIO_fxDestroySecure(void* instance)
 int AUDIO_fxConfigure(void* instance, const char* config)
 {
     auto* fx = static_cast<Lv2Filter*>(instance);
-    return fx && config && fx->configure(config) ? 1 : 0;
+    return fx && config && fx->track.configure(config) ? 1 : 0;
 }
 
 int AUDIO_fxReset(void* instance)
@@ -160,10 +91,7 @@ int AUDIO_fxReset(void* instance)
     auto* fx = static_cast<Lv2Filter*>(instance);
     if (!fx)
         return 0;
-    for (_Lv2Instance* i : fx->instances) {
-        VLORLV2_Deactivate(i);
-        VLORLV2_Activate(i);
-    }
+    fx->track.reset();
     return 1;
 }
 
@@ -172,22 +100,12 @@ int AUDIO_fxBlockSize(void* instance) { return instance ? kBlock : 0; }
 double AUDIO_fxLatency(void* instance)
 {
     auto* fx = static_cast<Lv2Filter*>(instance);
-    return fx && !fx->instances.empty() && fx->format.sampleRate > 0
-               ? double(VLORLV2_GetLatency(fx->instances.front())) / fx->format.sampleRate
+    return fx && fx->track.first() && fx->format.sampleRate > 0
+               ? double(VLORLV2_GetLatency(fx->track.first())) / fx->format.sampleRate
                : 0.0;
 }
 
 double AUDIO_fxTailTime(void*) { return 0.0; }
-
-bool processBlock(Lv2Filter* fx, const float* in, float* out, int frames)
-{
-    const int channels = fx->format.numChannels;
-    if (fx->instances.size() == 1)
-        return VLORLV2_ProcessAudio(fx->instances.front(), in, out, channels, frames) == 1;
-    return fx->splitter.process(in, out, channels, frames, [fx](int k, const float* i, float* o, int n) {
-        return VLORLV2_ProcessAudio(fx->instances[size_t(k)], i, o, 1, n) == 1;
-    });
-}
 
 int AUDIO_fxProcessSamples(void* instance, const float* in, long* inFrames, float* out, long* outFrames, int)
 {
@@ -200,7 +118,7 @@ int AUDIO_fxProcessSamples(void* instance, const float* in, long* inFrames, floa
     *outFrames = *inFrames;
     if (n <= 0)
         return 1;
-    if (!processBlock(fx, in, out, int(n))) {
+    if (!fx->track.process(in, out, fx->format.numChannels, int(n))) {
         *outFrames = 0;
         return 0;
     }
