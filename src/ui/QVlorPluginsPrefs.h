@@ -119,6 +119,7 @@ private:
     void pairByHand(const QString& vst2Identity, const QString& cid, const QString& activeFormat);
     void updateVst2Rows(const QList<UnifiedRow>& rows);
     void resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows, const QStringList& shells);
+    QString formatUnder(const QPoint& pos) const;
 
     struct Data;
     Data* d;

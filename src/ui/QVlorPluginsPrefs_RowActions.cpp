@@ -283,6 +283,17 @@ void QVlorPluginsPrefs::resetRowsAndShells(const QList<QPair<UnifiedRow, QString
         m3->purgePairState(ids, {});
 }
 
+// The format of the row under the pointer, which decides a pair made of two
+// rows that agree in being on or off.
+QString QVlorPluginsPrefs::formatUnder(const QPoint& pos) const
+{
+    UnifiedRow under;
+    const QModelIndex source = d->proxy.mapToSource(d->ui.vstPluginsTreeView->indexAt(pos));
+    const bool vst3Under = ClassifyUnifiedPluginsIndex(source, &under) == UpmIndexRow && under.vst3.present &&
+                           !under.vst2.present;
+    return vst3Under ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token();
+}
+
 void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
 {
     QTreeView* tree = d->ui.vstPluginsTreeView;
@@ -352,16 +363,8 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     } else if (chosen == splitAction) {
         splitPairsOf(splitRows, entries);
     } else if (chosen == joinAction) {
-        QString format = joinFormat;
-        if (format.isEmpty()) {
-            // The two agree in being on or off: the row under the pointer decides.
-            UnifiedRow under;
-            const bool vst3Under =
-                ClassifyUnifiedPluginsIndex(d->proxy.mapToSource(tree->indexAt(pos)), &under) == UpmIndexRow &&
-                under.vst3.present && !under.vst2.present;
-            format = vst3Under ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token();
-        }
-        pairByHand(joinVst2->vst2.identity, joinVst3->vst3.identity, format);
+        pairByHand(joinVst2->vst2.identity, joinVst3->vst3.identity,
+                   joinFormat.isEmpty() ? formatUnder(pos) : joinFormat);
     } else if (partnerActions.contains(chosen)) {
         const QString other = chosen->data().toString();
         const bool selectedIsVst3 = !single->vst2.present;
