@@ -3,9 +3,11 @@
 // What a host program's child answers: one JSON line on the descriptor
 // HostChildTakeStdout kept, after whatever the plugin printed elsewhere.
 
+#include "hostchild_p.h"
 #include "utf8_p.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <unistd.h>
 
@@ -14,6 +16,17 @@ inline int& HostReplyFd()
 {
     static int fd = -1;
     return fd;
+}
+
+// What a check child does first: it dies with its parent, and standard output
+// becomes the reply's alone (run by hand, with no plugin log named, standard
+// error stays for whoever runs it). 0, or the exit status when it cannot.
+inline int HostReplyBegin()
+{
+    if (!HostChildDieWithParent())
+        return 1;
+    HostReplyFd() = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
+    return HostReplyFd() < 0 ? 3 : 0;
 }
 
 // A JSON string of text; bytes that are not UTF-8 become the replacement

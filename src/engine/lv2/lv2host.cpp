@@ -1,7 +1,6 @@
 // The child side of checking an LV2 plugin. One plugin a process: its code
 // is foreign, so whatever it does to this process (crash, abort, hang,
 // chatter) stays here, and the parent reads one line.
-#include "../hostchild_p.h"
 #include "../hostreply_p.h"
 #include "lv2engine.h"
 
@@ -101,12 +100,8 @@ int list()
 
 extern "C" VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv)
 {
-    if (!HostChildDieWithParent())
-        return 1;
-    // Run by hand (no plugin log named), standard error stays for whoever runs us.
-    HostReplyFd() = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
-    if (HostReplyFd() < 0)
-        return 3;
+    if (const int status = HostReplyBegin())
+        return status;
     int status;
     if (argc == 3 && !std::strcmp(argv[1], "--check") && VLORLV2_Initialize()) {
         status = check(argv[2]);

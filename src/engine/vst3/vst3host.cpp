@@ -1,7 +1,6 @@
 // The child side of probing and verifying a bundle. One job a process: the
 // bundle is foreign code, so whatever it does to this process (crash, hang,
 // chatter, a corrupt heap) stays here, and the parent reads one line.
-#include "../hostchild_p.h"
 #include "../hostreply_p.h"
 #include "vst3engine.h"
 #include "vst3module_p.h"
@@ -105,12 +104,8 @@ int verify(const char* bundle, const char* cid)
 
 extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
 {
-    if (!HostChildDieWithParent())
-        return 1;
-    // Run by hand (no plugin log named), standard error stays for whoever runs us.
-    HostReplyFd() = HostChildTakeStdout(std::getenv("VLOR_PLUGIN_LOG") == nullptr);
-    if (HostReplyFd() < 0)
-        return 3;
+    if (const int status = HostReplyBegin())
+        return status;
 
     int status;
     if (argc == 3 && !std::strcmp(argv[1], "--probe")) {
