@@ -74,12 +74,27 @@ char* makePathIn(LV2_State_Make_Path_Handle handle, const char* path)
 
 void freePathOf(LV2_State_Free_Path_Handle, char* path) { std::free(path); }
 
-void readPort(_Lv2Instance* instance, const float* mins, const float* maxs, const float* defaults, Port* p)
+// The bytes an atom port asks for (rsz:minimumSize), or the engine's size when more.
+size_t atomBytes(const LilvPlugin* plugin, const LilvPort* port)
 {
-    if (p->kind == Port::Audio || p->kind == Port::CV) {
-        p->samples.assign(size_t(instance->maxBlock), 0.0f);
+    size_t bytes = kAtomBufferBytes;
+    if (LilvNode* minimum = lilv_port_get(plugin, port, WorldNodes().bufferSize)) {
+        if (lilv_node_is_int(minimum) && lilv_node_as_int(minimum) > 0)
+            bytes = std::max(bytes, size_t(lilv_node_as_int(minimum)));
+        lilv_node_free(minimum);
+    }
+    return (bytes + 7) / 8 * 8;
+}
+
+void readPort(_Lv2Instance* instance, const LilvPort* port, const float* mins, const float* maxs,
+              const float* defaults, Port* p)
+{
+    if (p->kind == Port::Audio || p->kind == Port::CV || p->kind == Port::Other) {
+        // A port of a kind the engine does not know still gets memory: a
+        // plugin may write to it whatever it declares it to be.
+        p->samples.assign(size_t(instance->maxBlock) * (p->kind == Port::Other ? 4 : 1), 0.0f);
     } else if (p->kind == Port::Atom) {
-        p->atoms.assign(kAtomBufferBytes / sizeof(uint64_t), 0);
+        p->atoms.assign(atomBytes(instance->plugin, port) / sizeof(uint64_t), 0);
     } else if (p->kind == Port::Control) {
         const float lo = std::isfinite(mins[p->index]) ? mins[p->index] : 0.0f;
         const float hi = std::isfinite(maxs[p->index]) ? std::max(lo, maxs[p->index]) : std::max(lo, 1.0f);
@@ -108,14 +123,16 @@ void MakePorts(_Lv2Instance* instance)
         p.kind = kindOf(plugin, port, n);
         p.input = lilv_port_is_a(plugin, port, n.inputPort);
         p.sideChain = p.input && lilv_port_has_property(plugin, port, n.sideChain);
-        readPort(instance, mins.data(), maxs.data(), defaults.data(), &p);
+        readPort(instance, port, mins.data(), maxs.data(), defaults.data(), &p);
         if (p.kind == Port::Audio)
             (p.input ? (p.sideChain ? instance->sideInputs : instance->mainInputs) : instance->mainOutputs)
                 .push_back(int(i));
-        if (p.kind == Port::Control && !p.input &&
-            (lilv_port_has_property(plugin, port, n.reportsLatency) ||
-             lilv_port_has_property(plugin, port, n.latency)))
-            instance->latencyPort = int(i);
+    }
+    // The port that reports latency, by its property or its designation.
+    if (lilv_plugin_has_latency(plugin)) {
+        const uint32_t latency = lilv_plugin_get_latency_port_index(plugin);
+        if (latency < count && instance->ports[latency].kind == Port::Control)
+            instance->latencyPort = int(latency);
     }
 }
 
@@ -125,7 +142,7 @@ void ConnectPorts(_Lv2Instance* instance)
         void* buffer = nullptr;
         if (p.kind == Port::Control)
             buffer = &p.value;
-        else if (p.kind == Port::Audio || p.kind == Port::CV)
+        else if (p.kind == Port::Audio || p.kind == Port::CV || p.kind == Port::Other)
             buffer = p.samples.data();
         else if (p.kind == Port::Atom)
             buffer = p.atoms.data();
@@ -136,7 +153,10 @@ void ConnectPorts(_Lv2Instance* instance)
 void MakeFeatures(_Lv2Instance* d)
 {
     d->maxBlockOption = d->maxBlock;
-    d->sequenceSizeOption = int32_t(kAtomBufferBytes);
+    size_t largest = kAtomBufferBytes;
+    for (const Port& p : d->ports)
+        largest = std::max(largest, p.atoms.size() * sizeof(uint64_t));
+    d->sequenceSizeOption = int32_t(largest);
     d->sampleRateOption = float(d->sampleRate);
     const LV2_URID intType = MapUri(LV2_ATOM__Int), floatType = MapUri(LV2_ATOM__Float);
     d->options[0] = {LV2_OPTIONS_INSTANCE, 0, MapUri(LV2_BUF_SIZE__minBlockLength), sizeof(int32_t), intType,
@@ -189,7 +209,7 @@ void RunOnce(_Lv2Instance* d, int frames)
             seq->body.pad = 0;
         } else {
             // The whole buffer is the plugin's to fill.
-            seq->atom.size = uint32_t(kAtomBufferBytes - sizeof(LV2_Atom));
+            seq->atom.size = uint32_t(p.atoms.size() * sizeof(uint64_t) - sizeof(LV2_Atom));
             seq->atom.type = chunk;
         }
     }

@@ -77,8 +77,6 @@ void makeNodes(LilvWorld* w)
     s_nodes.bufferSize = uri(LV2_RESIZE_PORT__minimumSize);
     s_nodes.instrumentClass = uri(LV2_CORE__InstrumentPlugin);
     s_nodes.x11Ui = uri(LV2_UI__X11UI);
-    s_nodes.reportsLatency = uri(LV2_CORE__reportsLatency);
-    s_nodes.latency = uri(LV2_CORE__latency);
     s_nodes.name = uri(LV2_CORE__name);
 }
 

@@ -34,8 +34,6 @@ struct Nodes {
     LilvNode* bufferSize;
     LilvNode* instrumentClass;
     LilvNode* x11Ui;
-    LilvNode* reportsLatency;
-    LilvNode* latency;
     LilvNode* name;
 };
 
