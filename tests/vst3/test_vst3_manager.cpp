@@ -827,6 +827,53 @@ TEST_F(Vst3ManagerTest, ASkippedProbeEndsAtOnceAndIsTriedAgainAtTheNextRescan)
     EXPECT_FALSE(bundle(hang).probed());
 }
 
+// Failures that are no verdict on the plugin are tried again, at the scan
+// or the rescan each belongs to; a verdict stays, and so does a class that
+// did not fail whatever its last error says.
+TEST_F(Vst3ManagerTest, OnlyFailuresThatAreNoVerdictAreTriedAgain)
+{
+    struct Case {
+        const char* cid;
+        CatalogClass::State state;
+        const char* error;
+        CatalogClass::State afterScan, afterRescan;
+    } cases[] = {
+        {"A0000000000000000000000000000000", CatalogClass::Failed, "the effect fails to process audio",
+         CatalogClass::Failed, CatalogClass::Failed},
+        {"B0000000000000000000000000000000", CatalogClass::Failed,
+         "the check was ended from outside (signal 9; checked again at the next scan)", CatalogClass::New,
+         CatalogClass::New},
+        {"C0000000000000000000000000000000", CatalogClass::Failed,
+         "skipped by the user (checked again at the next rescan)", CatalogClass::Failed, CatalogClass::New},
+        {"D0000000000000000000000000000000", CatalogClass::Disabled,
+         "the check was ended from outside (signal 9; checked again at the next scan)", CatalogClass::Disabled,
+         CatalogClass::Disabled},
+    };
+    // A bundle outside the scanned root: the scan leaves it where it is.
+    CatalogBundle b;
+    b.setPath(file("elsewhere/Kept.vst3"));
+    b.setProbed(true);
+    b.setEnabled(true);
+    for (const Case& c : cases) {
+        CatalogClass k(QLatin1String(c.cid), QLatin1String(c.cid), QStringLiteral("V"), QStringLiteral("Fx"),
+                       QStringLiteral("1"));
+        k.setState(c.state);
+        k.setLastError(QLatin1String(c.error));
+        b.classes().append(k);
+    }
+    Catalog catalog;
+    catalog.bundles().append(b);
+    QString error;
+    ASSERT_TRUE(catalog.save(file("catalog_vst3.json"), &error)) << error.toStdString();
+    Manager& m = make();
+    run([](Manager& m) { m.searchPlugins(false); });
+    for (const Case& c : cases)
+        EXPECT_EQ(cls(QLatin1String(c.cid)).state(), c.afterScan) << c.cid << " after a scan";
+    run([](Manager& m) { m.rescanPlugins(); });
+    for (const Case& c : cases)
+        EXPECT_EQ(cls(QLatin1String(c.cid)).state(), c.afterRescan) << c.cid << " after a rescan";
+}
+
 // Another process switches a class off (its save replaces the file): the
 // running manager takes it in within a second or so, tells it as a change,
 // and its own next save keeps it.
