@@ -339,6 +339,27 @@ protected:
     QTreeView* view = nullptr;
 };
 
+// Each format's row names its format, and its box tells and switches that
+// format's scanning, not the other's.
+TEST_F(SearchPaths, EachFormatsRowNamesItAndShowsItsOwnScanning)
+{
+    QVlorVst::Manager::setScanEnabled(false);
+    dialog->reload();
+    struct Case {
+        const char* format;
+        const char* text;
+        const char* tip;
+        Qt::CheckState state;
+    } cases[] = {{"vst2", "VST2", "Scan VST2 plugins", Qt::Unchecked}, {"vst3", "VST3", "Scan VST3 plugins", Qt::Checked}};
+    for (const Case& c : cases) {
+        QStandardItem* parent = dialog->parentItemFor(QLatin1String(c.format));
+        ASSERT_NE(parent, nullptr) << c.format;
+        EXPECT_EQ(parent->text(), QLatin1String(c.text));
+        EXPECT_EQ(parent->toolTip(), QLatin1String(c.tip));
+        EXPECT_EQ(parent->checkState(), c.state) << c.format;
+    }
+}
+
 TEST_F(SearchPaths, NoEditCallsNothingAndAnAddedThenRemovedFolderLeavesNoTrace)
 {
     QSignalSpy changed(dialog.get(), &QVlorSearchPathsDialog::pathsChanged);
