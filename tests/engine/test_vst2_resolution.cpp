@@ -108,6 +108,10 @@ TEST_F(Resolution, AGoodPluginIsCheckedOnceDescribedAndRemembered)
     char name[1024];
     ASSERT_EQ(AUDIOVST_GetFileNameFromHash(hash, name, sizeof(name)), 1);
     EXPECT_EQ(std::string(name), file);
+    // A missing argument answers 0 and writes nothing.
+    EXPECT_EQ(AUDIOVST_GetFileNameFromHash(nullptr, name, sizeof(name)), 0);
+    EXPECT_EQ(AUDIOVST_GetFileNameFromHash(hash, nullptr, sizeof(name)), 0);
+    EXPECT_EQ(AUDIOVST_GetFileNameFromHash(hash, name, 0), 0);
     EXPECT_EQ(starts("--check"), 1);
     EXPECT_EQ(starts("--info"), 0); // the check left its description: loaded once
 
