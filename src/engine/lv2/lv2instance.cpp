@@ -128,6 +128,13 @@ void MakePorts(_Lv2Instance* instance)
             (p.input ? (p.sideChain ? instance->sideInputs : instance->mainInputs) : instance->mainOutputs)
                 .push_back(int(i));
     }
+    for (uint32_t i = 0; i < count; ++i) {
+        const Port& p = instance->ports[i];
+        if (p.input && (p.kind == Port::CV || p.sideChain))
+            instance->silentInputs.push_back(int(i));
+        if (p.kind == Port::Atom)
+            instance->atomPorts.push_back(int(i));
+    }
     // The port that reports latency, by its property or its designation.
     if (lilv_plugin_has_latency(plugin)) {
         const uint32_t latency = lilv_plugin_get_latency_port_index(plugin);
@@ -196,10 +203,9 @@ void MakeFeatures(_Lv2Instance* d)
 
 void RunOnce(_Lv2Instance* d, int frames)
 {
-    const LV2_URID sequence = MapUri(LV2_ATOM__Sequence), chunk = MapUri(LV2_ATOM__Chunk);
-    for (Port& p : d->ports) {
-        if (p.kind != Port::Atom)
-            continue;
+    static const LV2_URID sequence = MapUri(LV2_ATOM__Sequence), chunk = MapUri(LV2_ATOM__Chunk);
+    for (int at : d->atomPorts) {
+        Port& p = d->ports[size_t(at)];
         auto* seq = reinterpret_cast<LV2_Atom_Sequence*>(p.atoms.data());
         if (p.input) {
             // An empty sequence each block: nothing of ours to tell the plugin yet.
@@ -337,9 +343,8 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
         }
         // Side chains and CV inputs hear silence; a plugin may have written
         // into its inputs, so they are cleared at every block.
-        for (Port& p : d->ports)
-            if (p.input && (p.kind == Port::CV || p.sideChain))
-                std::fill(p.samples.begin(), p.samples.begin() + n, 0.0f);
+        for (int at : d->silentInputs)
+            std::fill_n(d->ports[size_t(at)].samples.begin(), n, 0.0f);
         RunOnce(d, n);
         float* out = output + size_t(done) * size_t(channels);
         for (int c = 0; c < channels; ++c) {

@@ -92,6 +92,9 @@ struct _Lv2Instance {
 
     std::vector<vlorlv2::Port> ports;
     std::vector<int> mainInputs, mainOutputs, sideInputs; // positions in ports
+    // What each block readies, listed once: a run touches no other port.
+    std::vector<int> silentInputs; // side chains and CV inputs
+    std::vector<int> atomPorts;
     std::vector<vlorlv2::Param> params;
     int latencyPort = -1;
 
