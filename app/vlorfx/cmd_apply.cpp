@@ -298,10 +298,12 @@ std::string readParam(const std::string& p, int* index, float* value)
 // Options that the other format takes, or that contradict each other.
 int checkCombination(const ApplyOptions& o)
 {
-    if (int(!o.plugin.empty()) + int(!o.bundle.empty()) + int(!o.lv2.empty()) > 1)
-        return badArgument("only one of --vst2, --vst3 and --lv2 can be used");
+    if (!o.plugin.empty() && !o.bundle.empty())
+        return badArgument("--vst2 and --vst3 cannot be used together");
+    if (!o.lv2.empty() && (!o.plugin.empty() || !o.bundle.empty()))
+        return badArgument("--lv2 cannot be used with --vst2 or --vst3");
     if (o.plugin.empty() && o.bundle.empty() && o.lv2.empty())
-        return badArgument("one of --vst2 FILE, --vst3 BUNDLE and --lv2 URI is needed");
+        return badArgument("one of --vst2 FILE and --vst3 BUNDLE is needed (or --lv2 URI)");
     if (!o.lv2.empty() && (o.idGiven || o.inProcess || !o.cid.empty() || !o.state.empty()))
         return badArgument("--id, --in-process, --cid and --state are not for --lv2");
     if (!o.bundle.empty() && (o.idGiven || o.inProcess))

@@ -67,7 +67,7 @@ TEST_F(Lv2Cli, ApplyRefusesWhatCannotRunAndWritesNothing)
         {"apply --lv2 urn:vlor:fixture:nan" + files, 1, "invalid samples"},
         {"apply --lv2 urn:vlor:fixture:gain --param 7=1" + files, 1, "parameter 7 does not exist: the effect has 3"},
         {"apply --lv2 urn:vlor:fixture:gain --param 0=x" + files, 2, "the value 'x' is no number"},
-        {"apply --lv2 urn:vlor:fixture:gain --vst2 '" + kStereo + "'" + files, 2, "only one of --vst2, --vst3 and --lv2"},
+        {"apply --lv2 urn:vlor:fixture:gain --vst2 '" + kStereo + "'" + files, 2, "--lv2 cannot be used with --vst2 or --vst3"},
         {"apply --lv2 urn:vlor:fixture:gain --cid 0" + files, 2, "are not for --lv2"},
         {"apply --vst2 '" + kStereo + "' --param 0=3" + files, 2, "bad --param '0=3': the value must be from 0 to 1"},
     };
