@@ -103,6 +103,33 @@ VLORLV2_EXPORT void VLORLV2_FreeString(char* text);
 /* Restores a text of VLORLV2_GetState; 0 when it does not read. */
 VLORLV2_EXPORT int VLORLV2_SetState(_Lv2Instance* instance, const char* state);
 
+/* ---- the plugin's own editor: its X11 UI, embedded in a window of ours ----
+ * Every call from the thread of the host's event loop. */
+
+enum { kLv2UiResize = 1, kLv2UiParamEdited = 2 };
+/* kLv2UiResize: the editor asks for a = width, b = height. kLv2UiParamEdited:
+ * the editor set parameter a (an index of VLORLV2_GetParamInfo, or -1). */
+typedef void (*Lv2UiCallback)(void* user, int event, int a, int b);
+
+/* 1 when the plugin has an X11 editor whose every required feature is offered. */
+VLORLV2_EXPORT int VLORLV2_HasUi(_Lv2Instance* instance);
+/* Loads the editor and makes it in the X11 window parent; 0 with the reason in
+ * error. Its writes reach the plugin at the next run; the plugin's outputs
+ * reach it at each VLORLV2_UiIdle. */
+VLORLV2_EXPORT int VLORLV2_UiOpen(_Lv2Instance* instance, uint64_t parent, Lv2UiCallback callback, void* user,
+                                  char* error, int errorSize);
+/* Tells the editor what changed and lets it draw; 0 when it is not open or
+ * its user closed it. Called often (30 to 60 times a second). */
+VLORLV2_EXPORT int VLORLV2_UiIdle(_Lv2Instance* instance);
+/* The editor's own X11 window, made in ours; 0 if it made none. */
+VLORLV2_EXPORT uint64_t VLORLV2_UiGetWidget(_Lv2Instance* instance);
+/* The size the editor last asked for; 0 before it asked (many never do: the
+ * size of its window then tells). */
+VLORLV2_EXPORT int VLORLV2_UiGetSize(_Lv2Instance* instance, int* width, int* height);
+/* Tells an editor that can follow it the size of its window; 0 if it cannot. */
+VLORLV2_EXPORT int VLORLV2_UiSetSize(_Lv2Instance* instance, int width, int height);
+VLORLV2_EXPORT int VLORLV2_UiClose(_Lv2Instance* instance);
+
 /* ---- the child side of checking ---- */
 
 /* The whole of a check child: "--check URI" (instantiate, activate, run

@@ -219,9 +219,11 @@ void RunOnce(_Lv2Instance* d, int frames)
             seq->atom.type = chunk;
         }
     }
+    TakeFromUi(d);
     lilv_instance_run(d->instance, uint32_t(frames));
     if (d->worker)
         d->worker->deliver();
+    ForwardToUi(d);
 }
 
 } // namespace vlorlv2
@@ -276,6 +278,7 @@ extern "C" int VLORLV2_DestroyInstance(_Lv2Instance* d)
 {
     if (!d)
         return 0;
+    EndUi(d);
     VLORLV2_Deactivate(d);
     delete d->worker;
     if (d->instance) {

@@ -24,7 +24,9 @@ class Ring {
 public:
     explicit Ring(size_t size) : m_data(size) {}
     // A message of size bytes; false when it does not fit now.
-    bool write(const void* data, uint32_t size);
+    bool write(const void* data, uint32_t size) { return write(data, size, nullptr, 0); }
+    // One message of two parts (a header and its body), written whole or not at all.
+    bool write(const void* head, uint32_t headSize, const void* body, uint32_t bodySize);
     // The next message into out; false when there is none.
     bool read(std::vector<char>* out);
 
@@ -68,6 +70,27 @@ struct Port {
     std::vector<float> samples;  // an audio or CV port's
     std::vector<uint64_t> atoms; // an atom port's sequence, 8-byte aligned
 };
+
+// The plugin's own editor, when one is open (see lv2ui.cpp).
+struct Ui;
+
+// The editor's traffic with the plugin: atoms it sends to an input port, and
+// the atoms of the plugin's output ports on their way to it. Control ports
+// need no queue: a float is written and read whole.
+struct UiQueues {
+    Ring toPlugin{1 << 16}, toUi{1 << 16};
+    std::atomic<bool> listening{false}; // whether the audio side forwards outputs
+    std::vector<char> message;          // the audio side's, reused
+};
+
+// A control port's value between threads: whole, without a lock.
+inline float LoadValue(const Port& p)
+{
+    float v;
+    __atomic_load(&p.value, &v, __ATOMIC_RELAXED);
+    return v;
+}
+inline void StoreValue(Port& p, float v) { __atomic_store(&p.value, &v, __ATOMIC_RELAXED); }
 
 struct ScalePoint {
     float value;
@@ -113,6 +136,8 @@ struct _Lv2Instance {
 
     const LV2_State_Interface* stateInterface = nullptr;
     vlorlv2::Worker* worker = nullptr;
+    vlorlv2::Ui* ui = nullptr;
+    std::atomic<vlorlv2::UiQueues*> uiQueues{nullptr}; // made with the editor, kept until the instance ends
 };
 
 namespace vlorlv2 {
@@ -133,6 +158,12 @@ void MakeFeatures(_Lv2Instance* instance);
 // One run of frames (at most maxBlock): atom buffers readied, the plugin run,
 // the worker's responses delivered, the latency read.
 void RunOnce(_Lv2Instance* instance, int frames);
+// Audio side of the editor's queues: its atoms into the input sequences
+// (after they are cleared), and the output sequences' events out to it.
+void TakeFromUi(_Lv2Instance* instance);
+void ForwardToUi(_Lv2Instance* instance);
+// The editor closed and its queues freed; before the instance ends.
+void EndUi(_Lv2Instance* instance);
 
 } // namespace vlorlv2
 

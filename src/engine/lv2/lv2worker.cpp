@@ -7,6 +7,8 @@ namespace vlorlv2 {
 
 void Ring::put(size_t at, const void* data, size_t size)
 {
+    if (size == 0)
+        return;
     const size_t n = m_data.size(), start = at % n, first = std::min(size, n - start);
     std::memcpy(&m_data[start], data, first);
     std::memcpy(&m_data[0], static_cast<const char*>(data) + first, size - first);
@@ -19,14 +21,16 @@ void Ring::get(size_t at, void* data, size_t size) const
     std::memcpy(static_cast<char*>(data) + first, &m_data[0], size - first);
 }
 
-bool Ring::write(const void* data, uint32_t size)
+bool Ring::write(const void* head, uint32_t headSize, const void* body, uint32_t bodySize)
 {
+    const uint32_t size = headSize + bodySize;
     const size_t w = m_write.load(std::memory_order_relaxed);
     const size_t r = m_read.load(std::memory_order_acquire);
-    if (m_data.size() - (w - r) < sizeof(size) + size)
+    if (size < headSize || m_data.size() - (w - r) < sizeof(size) + size)
         return false;
     put(w, &size, sizeof(size));
-    put(w + sizeof(size), data, size);
+    put(w + sizeof(size), head, headSize);
+    put(w + sizeof(size) + headSize, body, bodySize);
     m_write.store(w + sizeof(size) + size, std::memory_order_release);
     return true;
 }
