@@ -5,6 +5,7 @@
 #include "text.h"
 
 #include "QVlorApplication.h"
+#include "QVlorLv2_Widget.h"
 #include "QVlorAudio.h"
 #include "QVlorMixer.h"
 #include "QVlorSetting.h"
@@ -35,11 +36,13 @@
 namespace {
 
 const char* const kOpenHelp =
-    "usage: vlorfx open [--cid CID] [--id N] [--generic] [--theme light|dark] [--screenshot FILE] PLUGIN\n\n"
+    "usage: vlorfx open [--cid CID] [--id N] [--generic] [--theme light|dark] [--screenshot FILE] PLUGIN\n"
+    "       vlorfx open --lv2 URI [--generic] [--theme light|dark] [--screenshot FILE]\n\n"
     "Shows the effect in a window, as the editor's effect dialog does: the\n"
     "plugin's own editor when it has one and a display is there to show it,\n"
     "a panel of its parameters otherwise.\n\n"
     "  PLUGIN            a VST2 file (.so) or a VST3 bundle (.vst3)\n"
+    "  --lv2 URI         the LV2 plugin of this URI (vlorfx probe --lv2 --all lists them)\n"
     "  --cid CID         the effect class of a bundle that holds more than one\n"
     "  --id N            the plugin of a VST2 shell file\n"
     "  --generic         the parameter panel even where the plugin has an editor\n"
@@ -48,7 +51,8 @@ const char* const kOpenHelp =
     "The plugin runs in this process, as in the editor's dialog. Under xvfb-run\n"
     "the plugin's own editor is drawn on the virtual display.\n\n"
     "example:\n"
-    "  xvfb-run -a vlorfx open --screenshot comp.png /usr/lib/vst3/ZamComp.vst3\n";
+    "  xvfb-run -a vlorfx open --screenshot comp.png /usr/lib/vst3/ZamComp.vst3\n"
+    "  xvfb-run -a vlorfx open --lv2 urn:zamaudio:ZamComp --screenshot comp.png\n";
 
 int openError(const std::string& message)
 {
@@ -64,6 +68,18 @@ QPixmap picture(QWidget* window)
     if (QVlorApplication::platformName() == QLatin1String("xcb") && window->screen())
         return window->screen()->grabWindow(window->winId());
     return window->grab();
+}
+
+// The dialog's widget for the LV2 plugin of uri, loaded; null, having said why.
+QVlorFxWidget* makeLv2Widget(const std::string& uri, const QVlorAudio& audio, QWidget* parent)
+{
+    auto* lv2 = new QVlorLv2::Widget(audio, parent);
+    if (!lv2->loadPlugin(QString::fromStdString(uri))) {
+        std::fprintf(stderr, "vlorfx open: %s did not start: %s\n", uri.c_str(), vlorfx::printable(lv2->error()).constData());
+        delete lv2;
+        return nullptr;
+    }
+    return lv2;
 }
 
 // The dialog's widget for the plugin at file (a VST3 class, cid or its only
@@ -122,7 +138,7 @@ QVlorFxWidget* makeEffectWidget(const std::string& file, std::string cid, int id
 
 int cmdOpen(int argc, char** argv)
 {
-    std::string file, cid, screenshot;
+    std::string file, cid, screenshot, lv2;
     int id = 0;
     bool generic = false;
     int theme = QVlorApplication::Light;
@@ -133,7 +149,9 @@ int cmdOpen(int argc, char** argv)
             std::fputs(kOpenHelp, stdout);
             return 0;
         }
-        if (a == "--cid" && hasValue) {
+        if (a == "--lv2" && hasValue) {
+            lv2 = argv[++i];
+        } else if (a == "--cid" && hasValue) {
             cid = argv[++i];
         } else if (a == "--id" && hasValue) {
             id = std::atoi(argv[++i]);
@@ -154,9 +172,11 @@ int cmdOpen(int argc, char** argv)
             return openError("one plugin at a time");
         }
     }
-    if (file.empty())
+    if (!lv2.empty() && !file.empty())
+        return openError("one plugin at a time");
+    if (file.empty() && lv2.empty())
         return openError("no plugin given");
-    if (!QFileInfo::exists(QString::fromStdString(file)))
+    if (lv2.empty() && !QFileInfo::exists(QString::fromStdString(file)))
         return openError(file + " does not exist");
     QVlorApplication::applyTheme(theme);
     if (generic)
@@ -166,7 +186,8 @@ int cmdOpen(int argc, char** argv)
     auto* layout = new QVBoxLayout(&dialog);
     layout->setContentsMargins(0, 0, 0, 0);
     const QVlorAudio audio(QString(), 2, QVlorMixer::Mixer::instance().sampleRate(), 0);
-    QVlorFxWidget* widget = makeEffectWidget(file, cid, id, audio, &dialog);
+    QVlorFxWidget* widget =
+        lv2.empty() ? makeEffectWidget(file, cid, id, audio, &dialog) : makeLv2Widget(lv2, audio, &dialog);
     if (!widget)
         return 1;
     // What the plugin is was worth saying first; a window nobody sees is not.

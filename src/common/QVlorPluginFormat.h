@@ -47,6 +47,17 @@ inline constexpr PluginFormat kVst3Format = {
     "vlorvst3",
     "catalog_vst3.json",
 };
+inline constexpr PluginFormat kLv2Format = {
+    "lv2",
+    "LV2",
+    "lv2id-",
+    "vloraudio.plugins.scan_lv2",
+    nullptr,
+    "vloraudio.plugins.lv2_check_timeout_s",
+    "vloraudio.fx.lv2",
+    "vlorlv2",
+    "catalog_lv2.json",
+};
 
 // Settings of no one format.
 inline constexpr const char* kSupportAudioUnitSettingKey = "vloraudio.support_audio_unit_plugins";
@@ -58,6 +69,7 @@ inline constexpr const char* kPairsFile = "plugin_pairs.json";
 
 // The tokens as texts, for comparisons and the values kept in pairs.
 inline QLatin1String Vst2Token() { return QLatin1String(kVst2Format.token); }
+inline QLatin1String Lv2Token() { return QLatin1String(kLv2Format.token); }
 inline QLatin1String Vst3Token() { return QLatin1String(kVst3Format.token); }
 
 const PluginFormat& Vst2Format();

@@ -8,6 +8,9 @@
 
 #include <QDebug>
 
+#include <atomic>
+#include <cstring>
+
 
 namespace QVlorLv2 {
 
@@ -22,6 +25,7 @@ public:
     QString error;
     Lv2Track track;
     bool toldNonFinite = false;
+    std::atomic<bool> bypass{false};
 };
 
 MixerEffect::MixerEffect(const QString& uri, int sampleRate, unsigned int channels)
@@ -42,8 +46,15 @@ QString MixerEffect::error() const { return d->error; }
 QString MixerEffect::uri() const { return d->uri; }
 _Lv2Instance* MixerEffect::instance() const { return d->track.first(); }
 
+void MixerEffect::setBypass(bool on) { d->bypass.store(on); }
+
 int MixerEffect::process(float* input, float* output, int channels, int frames)
 {
+    if (isOk() && d->bypass.load()) {
+        if (output != input)
+            std::memmove(output, input, sizeof(float) * size_t(frames) * size_t(channels));
+        return frames;
+    }
     if (!isOk() || !d->track.process(input, output, channels, frames))
         return 0;
     SilenceNonFiniteBlock(output, frames * channels, d->uri, &d->toldNonFinite);

@@ -26,6 +26,8 @@ public:
     // A state of params(), or lv2effect_state/lv2effect_params as the filter reads them.
     bool reconfigure(const QString& config) override;
 
+    // Bypassed, the effect passes its input through untouched.
+    void setBypass(bool on);
     QString uri() const;
     // The instance the dialog shows and sets.
     _Lv2Instance* instance() const;

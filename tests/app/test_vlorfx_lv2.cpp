@@ -3,6 +3,8 @@
 // channel of the file.
 #include "vlorfx_fixture.h"
 
+#include <QFileInfo>
+
 using namespace vlortest;
 
 namespace {
@@ -79,3 +81,42 @@ TEST_F(Lv2Cli, ApplyRefusesWhatCannotRunAndWritesNothing)
 }
 
 } // namespace
+
+TEST_F(Lv2Cli, OpenShowsThePanelOrSaysWhyNot)
+{
+    struct Case {
+        const char* args;
+        int status;
+        const char* says;
+    } cases[] = {
+        {"open --lv2 urn:vlor:fixture:gain --screenshot '%s'", 0, ".png: 560x"},
+        {"open --lv2 urn:vlor:nothing --screenshot '%s'", 1, "urn:vlor:nothing did not start: no LV2 plugin has this URI"},
+        {"open --lv2 urn:vlor:fixture:gain /usr/lib/vst3/ZamComp.vst3", 2, "one plugin at a time"},
+    };
+    // Off any display: the panel, as where no editor can be embedded.
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
+    for (const Case& c : cases) {
+        char args[512];
+        std::snprintf(args, sizeof(args), c.args, dir.file("shot.png").c_str());
+        EXPECT_EQ(run(args), c.status) << args << "\n" << err();
+        const std::string said = c.status == 0 ? out() : err();
+        EXPECT_NE(said.find(c.says), std::string::npos) << args << "\n" << said;
+    }
+    unsetenv("QT_QPA_PLATFORM");
+}
+
+// An editor that crashes in the editor's own process takes it down; the
+// next start names the plugin, as for the other formats.
+TEST_F(Lv2Cli, AnEditorThatCrashesIsNamedAtTheNextStart)
+{
+    if (std::system("command -v xvfb-run >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "xvfb-run is not installed";
+    const std::string open = "env -u QT_QPA_PLATFORM xvfb-run -a '" + kVlorfx + "' --data '" + dir.file("data") +
+                             "' open --lv2 urn:vlor:fixture:crash-ui --screenshot '" + dir.file("shot.png") +
+                             "' >/dev/null 2>&1";
+    EXPECT_NE(std::system(open.c_str()), 0);
+    EXPECT_EQ(readFile(dir.file("data/opening_sentinel")), "lv2|urn:vlor:fixture:crash-ui|Fixture Crash UI");
+    ASSERT_EQ(run("probe --lv2 urn:vlor:fixture:gain"), 0) << err();
+    EXPECT_NE(err().find("Last run crashed while opening Fixture Crash UI"), std::string::npos) << err();
+    EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(dir.file("data/opening_sentinel"))));
+}
