@@ -163,7 +163,7 @@ TEST_F(Lv2Editor, RealEditorsOpenInOurWindowAskForASizeAndRunWhileTheAudioRuns)
 {
     int tried = 0;
     for (const char* uri : {"urn:zamaudio:ZamComp", "urn:zamaudio:ZamEQ2",
-                            "http://lsp-plug.in/plugins/lv2/compressor_stereo", "http://lsp-plug.in/plugins/lv2/para_equalizer_x8_stereo"}) {
+                            "http://lsp-plug.in/plugins/lv2/compressor_stereo", "http://lsp-plug.in/plugins/lv2/para_equalizer_x16_stereo"}) {
         Lv2PluginRecord record;
         if (VLORLV2_DescribePlugin(uri, &record) != 1)
             continue;
