@@ -115,6 +115,7 @@ TEST_F(Lv2, EachFaultOfTheFixturesIsSurvivedAndNamedByTheHostProgram)
         {"atom", 0, "\"ok\":true"},
         {"worker", 0, "\"ok\":true"},
         {"sidechain", 0, "\"sideChainInputs\":1"},
+        {"fixed-block", 0, "\"ok\":true"},
         {"no-such-plugin", 1, "no LV2 plugin has this URI"},
     };
     for (const Case& c : cases) {
@@ -259,6 +260,34 @@ TEST_F(Lv2, WorkerAtomsAndSideChainsAreServed)
     EXPECT_EQ(outputs, 1);
 }
 
+// A plugin that needs runs of one length gets them, whatever blocks it is
+// given, in place or not: its output is its input a run late, and that run
+// is counted in its latency.
+TEST_F(Lv2, APluginThatNeedsOneRunLengthGetsItAndItsLatencyCountsTheGathering)
+{
+    for (int maxBlock : {256, 1000, 4096}) {
+        Instance fx = make(kFixture + "fixed-block", maxBlock);
+        ASSERT_TRUE(fx);
+        const int late = VLORLV2_GetLatency(fx.get());
+        EXPECT_EQ(late, maxBlock == 256 ? 256 : maxBlock == 1000 ? 512 : 1024) << maxBlock;
+        const std::vector<float> in = noise(2 * 6000);
+        std::vector<float> out(in.size());
+        const int blocks[] = {1, 77, 256, 3, 1024, 500};
+        size_t at = 0;
+        for (int b = 0; at < in.size() / 2; b = (b + 1) % 6) {
+            const int n = int(std::min<size_t>(size_t(blocks[b]), in.size() / 2 - at));
+            std::copy_n(in.begin() + long(at * 2), n * 2, out.begin() + long(at * 2));
+            ASSERT_EQ(VLORLV2_ProcessAudio(fx.get(), out.data() + at * 2, out.data() + at * 2, 2, n), 1);
+            at += size_t(n);
+        }
+        for (size_t f = 0; f < in.size() / 2; ++f)
+            for (size_t c = 0; c < 2; ++c) {
+                const float expected = c == 0 && f >= size_t(late) ? in[(f - size_t(late)) * 2] : 0.0f;
+                ASSERT_EQ(out[f * 2 + c], expected) << maxBlock << " frame " << f << " channel " << c;
+            }
+    }
+}
+
 // The mixer's effect: every channel of the track, the filter's configuration
 // and its own state text, samples that are no numbers silenced, and a plugin
 // that cannot start told by its reason.
@@ -345,8 +374,9 @@ TEST_F(Lv2, EveryEffectOfTheMachineRunsTenSecondsOfNoiseAndRoundTripsItsState)
         for (float v : out)
             ASSERT_TRUE(std::isfinite(v)) << r.uri;
         // Its latency port is known by its designation alone.
-        if (!std::strcmp(r.uri, "http://lsp-plug.in/plugins/lv2/limiter_stereo"))
+        if (!std::strcmp(r.uri, "http://lsp-plug.in/plugins/lv2/limiter_stereo")) {
             EXPECT_GT(VLORLV2_GetLatency(fx.get()), 0);
+        }
         const std::vector<float> second(in.begin(), in.begin() + 48000 * channels);
         const std::vector<float> outAlike = process(alike.get(), second, channels);
         const std::vector<float> outRestored = process(restored.get(), second, channels);

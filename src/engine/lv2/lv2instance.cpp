@@ -106,6 +106,27 @@ void readPort(_Lv2Instance* instance, const LilvPort* port, const float* mins, c
     }
 }
 
+// The run length of a plugin that requires one (bufsz:fixedBlockLength or
+// powerOf2BlockLength): a power of two, at most maxBlock and at most 1024, as
+// it is also the latency the gathering adds; 0 for a plugin that does not.
+int fixedBlockOf(const LilvPlugin* plugin, int maxBlock)
+{
+    bool needs = false;
+    LilvNodes* required = lilv_plugin_get_required_features(plugin);
+    LILV_FOREACH (nodes, i, required) {
+        const char* uri = lilv_node_as_uri(lilv_nodes_get(required, i));
+        needs = needs || !std::strcmp(uri, LV2_BUF_SIZE__fixedBlockLength) ||
+                !std::strcmp(uri, LV2_BUF_SIZE__powerOf2BlockLength);
+    }
+    lilv_nodes_free(required);
+    if (!needs)
+        return 0;
+    int block = 1;
+    while (block * 2 <= std::min(maxBlock, 1024))
+        block *= 2;
+    return block;
+}
+
 } // namespace
 
 void MakePorts(_Lv2Instance* instance)
@@ -159,7 +180,8 @@ void ConnectPorts(_Lv2Instance* instance)
 
 void MakeFeatures(_Lv2Instance* d)
 {
-    d->maxBlockOption = d->maxBlock;
+    d->maxBlockOption = d->fixedBlock > 0 ? d->fixedBlock : d->maxBlock;
+    d->minBlockOption = d->fixedBlock > 0 ? d->fixedBlock : 1;
     size_t largest = kAtomBufferBytes;
     for (const Port& p : d->ports)
         largest = std::max(largest, p.atoms.size() * sizeof(uint64_t));
@@ -258,6 +280,7 @@ extern "C" _Lv2Instance* VLORLV2_CreateInstance(const char* uri, double sampleRa
     const std::string missing = MissingFeature(d->plugin);
     if (!missing.empty())
         return failWith(d, error, errorSize, "the plugin requires a feature this host does not offer: " + missing);
+    d->fixedBlock = fixedBlockOf(d->plugin, maxBlock);
     MakePorts(d);
     MakeParams(d);
     MakeFeatures(d);
@@ -296,8 +319,12 @@ extern "C" int VLORLV2_Activate(_Lv2Instance* d)
 {
     if (!d)
         return 0;
-    if (!d->active)
+    if (!d->active) {
         lilv_instance_activate(d->instance);
+        // A run gathered before is not heard after.
+        d->gathered = 0;
+        d->heldOutputs.assign(d->fixedBlock > 0 ? d->mainOutputs.size() : 0, std::vector<float>(size_t(d->fixedBlock)));
+    }
     d->active = true;
     return 1;
 }
@@ -325,16 +352,61 @@ extern "C" int VLORLV2_GetBusChannels(_Lv2Instance* d, int* inputs, int* outputs
 
 extern "C" int VLORLV2_GetLatency(_Lv2Instance* d)
 {
-    if (!d || d->latencyPort < 0)
+    if (!d)
         return 0;
+    if (d->latencyPort < 0)
+        return d->fixedBlock;
     const float frames = d->ports[size_t(d->latencyPort)].value;
-    return std::isfinite(frames) && frames > 0 ? int(std::lround(frames)) : 0;
+    return (std::isfinite(frames) && frames > 0 ? int(std::lround(frames)) : 0) + d->fixedBlock;
 }
+
+namespace {
+
+// Runs of the plugin's one length, gathered from blocks of any length: each
+// block's frames go in where the gathering stands and its output is the last
+// run's at the same place, one run late.
+void processGathered(_Lv2Instance* d, const float* input, float* output, int channels, int frames)
+{
+    const size_t ins = d->mainInputs.size(), outs = d->mainOutputs.size(), ch = size_t(channels);
+    for (int done = 0; done < frames;) {
+        const int n = std::min(d->fixedBlock - d->gathered, frames - done);
+        const size_t at = size_t(d->gathered);
+        const float* in = input + size_t(done) * ch;
+        // The input is read whole before the output is written: they may be one array.
+        for (size_t k = 0; k < ins; ++k) {
+            float* to = d->ports[size_t(d->mainInputs[k])].samples.data() + at;
+            for (int f = 0; f < n; ++f)
+                to[f] = k < ch ? in[size_t(f) * ch + k] : 0.0f;
+        }
+        float* out = output + size_t(done) * ch;
+        for (size_t c = 0; c < ch; ++c) {
+            const float* from = c < outs ? d->heldOutputs[c].data() + at : nullptr;
+            for (int f = 0; f < n; ++f)
+                out[size_t(f) * ch + c] = from ? from[f] : 0.0f;
+        }
+        d->gathered += n;
+        done += n;
+        if (d->gathered < d->fixedBlock)
+            continue;
+        for (int port : d->silentInputs)
+            std::fill_n(d->ports[size_t(port)].samples.begin(), d->fixedBlock, 0.0f);
+        RunOnce(d, d->fixedBlock);
+        for (size_t k = 0; k < outs; ++k)
+            std::copy_n(d->ports[size_t(d->mainOutputs[k])].samples.begin(), d->fixedBlock, d->heldOutputs[k].begin());
+        d->gathered = 0;
+    }
+}
+
+} // namespace
 
 extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* output, int channels, int frames)
 {
     if (!d || !d->active || !input || !output || channels <= 0 || frames < 0)
         return 0;
+    if (d->fixedBlock > 0) {
+        processGathered(d, input, output, channels, frames);
+        return 1;
+    }
     const size_t ins = d->mainInputs.size(), outs = d->mainOutputs.size();
     for (int done = 0; done < frames;) {
         const int n = std::min(d->maxBlock, frames - done);

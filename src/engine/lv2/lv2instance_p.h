@@ -121,6 +121,13 @@ struct _Lv2Instance {
     std::vector<vlorlv2::Param> params;
     int latencyPort = -1;
 
+    // For a plugin that needs runs of one length: that length, the frames
+    // gathered towards the next run, and the outputs of the last run, heard
+    // one run late. 0 for every other plugin, whose runs follow the blocks.
+    int fixedBlock = 0;
+    int gathered = 0;
+    std::vector<std::vector<float>> heldOutputs;
+
     // What the features point at; the instance never moves once made.
     int32_t minBlockOption = 1, maxBlockOption = 0, sequenceSizeOption = 0;
     float sampleRateOption = 0;

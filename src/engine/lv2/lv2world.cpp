@@ -44,6 +44,11 @@ const char* const kOffered[] = {
     LV2_URID__unmap,
     LV2_OPTIONS__options,
     LV2_BUF_SIZE__boundedBlockLength,
+    // A plugin that needs runs of one length (or of a power of two) gets runs
+    // of one power of two, gathered from the blocks it is given.
+    LV2_BUF_SIZE__fixedBlockLength,
+    LV2_BUF_SIZE__powerOf2BlockLength,
+    LV2_BUF_SIZE__coarseBlockLength,
     LV2_WORKER__schedule,
     LV2_LOG__log,
     LV2_STATE__makePath,
