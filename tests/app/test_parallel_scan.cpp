@@ -103,7 +103,7 @@ TEST(ParallelScans, OneTwoAndFourAtATimeGiveTheSameCatalogsAndPairs)
         data[n] = dir.file("data" + std::to_string(n));
         // Long enough for the slowest real plugin (a convolution reverb loads
         // its impulse) on two busy cores; only the hang fixture reaches it.
-        ASSERT_EQ(vlorfx(data[n], "scan --quiet --check-timeout 6 --parallel " + std::to_string(n) + folders), 0)
+        ASSERT_EQ(vlorfx(data[n], "scan --quiet --check-timeout 10 --parallel " + std::to_string(n) + folders), 0)
             << vlortest::readFile(data[n] + ".out");
     }
     const std::string vst2Catalog = normalized(QString::fromStdString(data[1] + "/vstxml/catalog_v2.json"));
