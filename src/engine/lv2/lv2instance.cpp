@@ -2,6 +2,7 @@
 // connected to buffers of its own, and run on interleaved audio.
 #include "lv2instance_p.h"
 #include "lv2engine_testing.h"
+#include "../interleave_p.h"
 
 #include <lv2/atom/atom.h>
 #include <lv2/buf-size/buf-size.h>
@@ -411,10 +412,15 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
     for (int done = 0; done < frames;) {
         const int n = std::min(d->maxBlock, frames - done);
         const float* in = input + size_t(done) * size_t(channels);
-        for (size_t k = 0; k < ins; ++k) {
-            float* to = d->ports[size_t(d->mainInputs[k])].samples.data();
-            for (int f = 0; f < n; ++f)
-                to[f] = int(k) < channels ? in[size_t(f) * size_t(channels) + k] : 0.0f;
+        if (channels == 2 && ins == 2) {
+            deinterleave2(in, d->ports[size_t(d->mainInputs[0])].samples.data(),
+                          d->ports[size_t(d->mainInputs[1])].samples.data(), n);
+        } else {
+            for (size_t k = 0; k < ins; ++k) {
+                float* to = d->ports[size_t(d->mainInputs[k])].samples.data();
+                for (int f = 0; f < n; ++f)
+                    to[f] = int(k) < channels ? in[size_t(f) * size_t(channels) + k] : 0.0f;
+            }
         }
         // Side chains and CV inputs hear silence; a plugin may have written
         // into its inputs, so they are cleared at every block.
@@ -422,6 +428,12 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
             std::fill_n(d->ports[size_t(at)].samples.begin(), n, 0.0f);
         RunOnce(d, n);
         float* out = output + size_t(done) * size_t(channels);
+        if (channels == 2 && outs >= 2) {
+            interleave2(d->ports[size_t(d->mainOutputs[0])].samples.data(),
+                        d->ports[size_t(d->mainOutputs[1])].samples.data(), out, n);
+            done += n;
+            continue;
+        }
         for (int c = 0; c < channels; ++c) {
             const float* from = size_t(c) < outs ? d->ports[size_t(d->mainOutputs[size_t(c)])].samples.data() : nullptr;
             for (int f = 0; f < n; ++f)
