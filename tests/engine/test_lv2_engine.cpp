@@ -301,6 +301,14 @@ TEST_F(Lv2, TheMixerEffectServesEveryChannelAndSilencesInvalidSamples)
     ASSERT_EQ(gain.process(block.data(), 2, 256), 256);
     for (size_t i = 0; i < in.size(); ++i)
         ASSERT_EQ(block[i], in[i] * 0.5f) << i; // both channels: one instance each
+    // Bypassed, the audio passes untouched; back on, the effect is heard again.
+    gain.setBypass(true);
+    block = in;
+    ASSERT_EQ(gain.process(block.data(), 2, 256), 256);
+    EXPECT_EQ(block, in);
+    gain.setBypass(false);
+    ASSERT_EQ(gain.process(block.data(), 2, 256), 256);
+    EXPECT_EQ(block[100], in[100] * 0.5f);
     const QString state = gain.params();
     QVlorLv2::MixerEffect copy(QString::fromStdString(kFixture + "gain"), 48000, 2);
     ASSERT_TRUE(copy.setParams(state));

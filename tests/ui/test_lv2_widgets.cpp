@@ -131,6 +131,31 @@ TEST_F(Lv2Widgets, ThePanelsRowsEditTheirPortsEachInItsKind)
     EXPECT_EQ(w->windowTitle(), QStringLiteral("LV2 / Vlor fixtures / Fixture Gain"));
 }
 
+// A port from zero to a hundred marked logarithmic: the slider walks the
+// ratio from a hundred-thousandth of the top, and its first step is zero.
+TEST_F(Lv2Widgets, ALogarithmicSliderWalksTheRatioAndItsFirstStepIsZero)
+{
+    const QString key = QLatin1String(QVlorAudioPlugins::kFallbackEditorSettingKey);
+    QVlorSetting::global().setForThisRun(key, true);
+    auto w = load(kFixture + "atom");
+    QVlorSetting::global().setForThisRun(key, false);
+    QVlorLv2::ParameterRow* seen = row(w.get(), "Seen:");
+    ASSERT_TRUE(seen && seen->slider());
+    struct Step {
+        int position;
+        float value;
+    } steps[] = {{1000, 100.0f}, {500, 0.316228f}, {800, 10.0f}, {1, 0.00101158f}, {0, 0.0f}};
+    for (const Step& s : steps) {
+        seen->slider()->setValue(s.position);
+        EXPECT_NEAR(value(w.get(), seen), s.value, s.value * 1e-4f) << s.position;
+    }
+    seen->valueField()->setFocus();
+    seen->valueField()->selectAll();
+    QTest::keyClicks(seen->valueField(), QStringLiteral("1"));
+    QTest::keyClick(seen->valueField(), Qt::Key_Return);
+    EXPECT_EQ(seen->slider()->value(), 600);
+}
+
 TEST_F(Lv2Widgets, WhatDoesNotStartSaysWhy)
 {
     struct Case {
