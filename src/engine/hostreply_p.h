@@ -57,6 +57,18 @@ inline std::string HostJsonString(const char* text)
     return out + "\"";
 }
 
+// A line before the reply, for a parent that follows a long job as it goes.
+inline void HostReplyLine(const std::string& object)
+{
+    const std::string line = "\n" + object + "\n";
+    for (size_t done = 0; done < line.size();) {
+        const ssize_t n = write(HostReplyFd(), line.data() + done, line.size() - done);
+        if (n < 0)
+            break;
+        done += size_t(n);
+    }
+}
+
 // The reply is the last line of our output, and nothing follows it.
 inline void HostReply(const std::string& object)
 {

@@ -31,6 +31,9 @@ typedef struct Lv2PluginRecord {
 /* The process-wide world, its folders read; 1 when it stands. LV2_PATH, where
  * set, names the folders, as lilv reads it. */
 VLORLV2_EXPORT int VLORLV2_Initialize(void);
+/* A world of the one bundle at path (a folder), for a child that checks it
+ * without reading every other; 0 when a world stands already. */
+VLORLV2_EXPORT int VLORLV2_InitializeBundle(const char* path);
 /* Frees the world (for host programs at exit); live instances must be gone. */
 VLORLV2_EXPORT void VLORLV2_Finalize(void);
 /* Writes up to limit records, in URI order; the number of plugins (which may

@@ -1,6 +1,6 @@
-// The child side of checking an LV2 plugin. One plugin a process: its code
-// is foreign, so whatever it does to this process (crash, abort, hang,
-// chatter) stays here, and the parent reads one line.
+// The child side of checking LV2 plugins: one plugin, or the plugins of one
+// bundle in turn. Their code is foreign, so whatever it does to this process
+// (crash, abort, hang, chatter) stays here, and the parent reads lines.
 #include "../hostreply_p.h"
 #include "lv2engine.h"
 
@@ -53,18 +53,19 @@ std::string processNoise(_Lv2Instance* fx, int channels, bool* changed)
     return std::string();
 }
 
-int check(const char* uri)
+// One plugin checked: its record and what the check found, as a JSON object.
+std::string checkOne(const Lv2PluginRecord& record)
 {
-    Lv2PluginRecord record;
-    if (!VLORLV2_DescribePlugin(uri, &record))
-        return HostFail("no LV2 plugin has this URI");
+    const std::string head = "{" + recordJson(record);
+    auto failed = [&head](const std::string& why) {
+        return head + ",\"ok\":false,\"error\":" + HostJsonString(why.c_str()) + "}";
+    };
     if (record.missingFeature[0])
-        return HostFail(std::string("the plugin requires a feature this host does not offer: ") +
-                        record.missingFeature);
+        return failed(std::string("the plugin requires a feature this host does not offer: ") + record.missingFeature);
     char error[512];
-    _Lv2Instance* fx = VLORLV2_CreateInstance(uri, kCheckRate, kCheckFrames, error, sizeof(error));
+    _Lv2Instance* fx = VLORLV2_CreateInstance(record.uri, kCheckRate, kCheckFrames, error, sizeof(error));
     if (!fx)
-        return HostFail(error);
+        return failed(error);
     int inputs = 0, outputs = 0;
     VLORLV2_GetBusChannels(fx, &inputs, &outputs);
     const int channels = std::max(1, std::max(inputs, outputs));
@@ -77,9 +78,44 @@ int check(const char* uri)
     VLORLV2_Deactivate(fx);
     VLORLV2_DestroyInstance(fx);
     if (!processError.empty())
-        return HostFail(processError);
-    HostReply("{\"ok\":true," + recordJson(record) + ",\"latency\":" + std::to_string(latency) +
-              ",\"changesAudio\":" + (changed ? "true" : "false") + "}");
+        return failed(processError);
+    return head + ",\"ok\":true,\"latency\":" + std::to_string(latency) +
+           ",\"changesAudio\":" + (changed ? "true" : "false") + "}";
+}
+
+int check(const char* uri)
+{
+    Lv2PluginRecord record;
+    if (!VLORLV2_DescribePlugin(uri, &record))
+        return HostFail("no LV2 plugin has this URI");
+    const std::string result = checkOne(record);
+    HostReply(result);
+    return result.find("\"ok\":true") != std::string::npos ? 0 : 1;
+}
+
+// Every plugin of one bundle, in URI order from the one after `after`: a
+// line before each check names it, a line after tells what it found, so
+// that a plugin that takes the child down is known by the parent, which
+// starts another child after it. Plugins that are no effects are not run.
+int checkBundle(const char* after)
+{
+    const int count = VLORLV2_ListPlugins(nullptr, 0);
+    std::vector<Lv2PluginRecord> records(size_t(std::max(count, 0)));
+    VLORLV2_ListPlugins(records.data(), count);
+    int checked = 0;
+    for (const Lv2PluginRecord& r : records) {
+        if (after && std::strcmp(r.uri, after) <= 0)
+            continue;
+        if (!r.isEffect) {
+            HostReplyLine("{\"plugin\":{" + recordJson(r) + ",\"ok\":false,\"error\":\"not an effect\"}}");
+            continue;
+        }
+        HostReplyLine("{\"checking\":" + HostJsonString(r.uri) + "}");
+        HostReplyLine("{\"plugin\":" + checkOne(r) + "}");
+        ++checked;
+    }
+    HostReply("{\"ok\":true,\"plugins\":" + std::to_string(records.size()) + ",\"checked\":" +
+              std::to_string(checked) + "}");
     return 0;
 }
 
@@ -105,10 +141,14 @@ extern "C" VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv)
     int status;
     if (argc == 3 && !std::strcmp(argv[1], "--check") && VLORLV2_Initialize()) {
         status = check(argv[2]);
+    } else if ((argc == 3 || (argc == 5 && !std::strcmp(argv[3], "--after"))) &&
+               !std::strcmp(argv[1], "--check-bundle") && VLORLV2_InitializeBundle(argv[2])) {
+        status = checkBundle(argc == 5 ? argv[4] : nullptr);
     } else if (argc == 2 && !std::strcmp(argv[1], "--list") && VLORLV2_Initialize()) {
         status = list();
     } else {
-        std::fprintf(stderr, "usage: %s --check URI | --list\n", argc > 0 ? argv[0] : "vlorlv2");
+        std::fprintf(stderr, "usage: %s --check URI | --check-bundle FOLDER [--after URI] | --list\n",
+                     argc > 0 ? argv[0] : "vlorlv2");
         HostFail("bad arguments to the LV2 host");
         return 2;
     }

@@ -93,9 +93,47 @@ void freeNodes()
     s_nodes = Nodes{};
 }
 
+// The plugin's own types in the core vocabulary, as a world of one bundle
+// without the class tree sees them: "http://lv2plug.in/ns/lv2core#ReverbPlugin".
+std::vector<std::string> coreTypes(const LilvPlugin* plugin)
+{
+    std::vector<std::string> types;
+    LilvNode* rdfType = lilv_new_uri(s_world, "http://www.w3.org/1999/02/22-rdf-syntax-ns#type");
+    LilvNodes* all = lilv_world_find_nodes(s_world, lilv_plugin_get_uri(plugin), rdfType, nullptr);
+    LILV_FOREACH (nodes, i, all) {
+        const LilvNode* t = lilv_nodes_get(all, i);
+        const std::string uri = lilv_node_is_uri(t) ? lilv_node_as_uri(t) : "";
+        if (uri.rfind(LV2_CORE_PREFIX, 0) == 0 && uri != LV2_CORE__Plugin)
+            types.push_back(uri);
+    }
+    lilv_nodes_free(all);
+    lilv_node_free(rdfType);
+    return types;
+}
+
+// The label of the plugin's class: from the class tree where the world holds
+// it, else from its core type ("ReverbPlugin" reads "Reverb").
+std::string classLabel(const LilvPlugin* plugin)
+{
+    const LilvPluginClass* c = lilv_plugin_get_class(plugin);
+    const char* label = c ? lilv_node_as_string(lilv_plugin_class_get_label(c)) : nullptr;
+    if (label && *label && std::strcmp(label, "Plugin") != 0)
+        return label;
+    for (std::string type : coreTypes(plugin)) {
+        type = type.substr(std::strlen(LV2_CORE_PREFIX));
+        if (type.size() > 6 && type.compare(type.size() - 6, 6, "Plugin") == 0)
+            type.resize(type.size() - 6);
+        return type;
+    }
+    return label ? label : "";
+}
+
 // Whether the plugin's class or one of its ancestors is the instrument class.
 bool isInstrument(const LilvPlugin* plugin)
 {
+    for (const std::string& type : coreTypes(plugin))
+        if (type == LV2_CORE__InstrumentPlugin)
+            return true;
     const LilvPluginClass* c = lilv_plugin_get_class(plugin);
     const LilvPluginClasses* all = lilv_world_get_plugin_classes(s_world);
     for (int depth = 0; c && depth < 16; ++depth) {
@@ -192,8 +230,7 @@ void FillRecord(const LilvPlugin* plugin, Lv2PluginRecord* record)
     LilvNode* maker = lilv_plugin_get_author_name(plugin);
     CopyText(record->maker, sizeof(record->maker), maker ? lilv_node_as_string(maker) : "");
     lilv_node_free(maker);
-    const LilvPluginClass* c = lilv_plugin_get_class(plugin);
-    CopyText(record->className, sizeof(record->className), c ? lilv_node_as_string(lilv_plugin_class_get_label(c)) : "");
+    CopyText(record->className, sizeof(record->className), classLabel(plugin).c_str());
     const Nodes& n = s_nodes;
     for (uint32_t i = 0; i < lilv_plugin_get_num_ports(plugin); ++i) {
         const LilvPort* port = lilv_plugin_get_port_by_index(plugin, i);
@@ -227,6 +264,24 @@ extern "C" int VLORLV2_Initialize(void)
     if (!s_world)
         return 0;
     lilv_world_load_all(s_world);
+    makeNodes(s_world);
+    return 1;
+}
+
+extern "C" int VLORLV2_InitializeBundle(const char* path)
+{
+    std::lock_guard<std::mutex> l(s_worldLock);
+    if (s_world || !path || !*path)
+        return 0;
+    s_world = lilv_world_new();
+    if (!s_world)
+        return 0;
+    std::string folder = path;
+    if (folder.back() != '/')
+        folder += '/';
+    LilvNode* bundle = lilv_new_file_uri(s_world, nullptr, folder.c_str());
+    lilv_world_load_bundle(s_world, bundle);
+    lilv_node_free(bundle);
     makeNodes(s_world);
     return 1;
 }
