@@ -49,6 +49,7 @@ void settle()
     for (int round = 0; round < kSettleRounds; ++round) {
         syncWith(QVlorAudioPlugins::vstManager());
         syncWith(QVlorAudioPlugins::vst3Manager());
+        syncWith(QVlorAudioPlugins::lv2Manager());
         bool told = false;
         for (int k = 0; here && k < kSettleRounds && here->processEvents(QEventLoop::ExcludeUserInputEvents); ++k)
             told = true;
@@ -129,6 +130,7 @@ ScanSummary scan(const ScanOptions& options)
 {
     QVlorVst::Manager* vst2 = options.vst2 ? QVlorAudioPlugins::vstManager() : nullptr;
     QVlorVst3::Manager* vst3 = options.vst3 ? QVlorAudioPlugins::vst3Manager() : nullptr;
+    QVlorLv2::Manager* lv2 = options.lv2 ? QVlorAudioPlugins::lv2Manager() : nullptr;
     QList<QMetaObject::Connection> connections;
     int vst2Phase = 0; // 0 finding files, 1 checking new plugins
     const bool oneLine = options.progress == ScanOptions::OneLine;
@@ -154,6 +156,21 @@ ScanSummary scan(const ScanOptions& options)
     if (options.progress != ScanOptions::Silent && vst2)
         connections << QObject::connect(vst2, &QVlorVst::Manager::progressPlugin, vst2, naming("VST2: checking"),
                                         Qt::DirectConnection);
+    if (oneLine && lv2)
+        connections << QObject::connect(lv2, &QVlorLv2::Manager::progressScan, lv2,
+                                        [](int n, int total) { line("LV2: checking bundles", n, total); },
+                                        Qt::DirectConnection);
+    if (options.progress != ScanOptions::Silent && lv2)
+        connections << QObject::connect(lv2, &QVlorLv2::Manager::progressPlugin, lv2, naming("LV2: checking"),
+                                        Qt::DirectConnection);
+    if (lv2 && !options.lv2Folders.isEmpty()) {
+        QVlorSetting& settings = QVlorSetting::global();
+        QStringList custom = settings.getStringList(QLatin1String(QVlorLv2::K_SETTING_LV2_CUSTOM_PATHS));
+        for (const QString& folder : options.lv2Folders)
+            if (!custom.contains(folder))
+                custom << folder;
+        settings.change(QLatin1String(QVlorLv2::K_SETTING_LV2_CUSTOM_PATHS), custom);
+    }
     if (options.progress != ScanOptions::Silent && vst3)
         // A bundle is probed, a class verified: either is a check in a child.
         connections << QObject::connect(vst3, &QVlorVst3::Manager::progressPlugin, vst3, naming("VST3: checking"),
@@ -183,6 +200,10 @@ ScanSummary scan(const ScanOptions& options)
     if (vst2) {
         vst2Phase = 1;
         vst2->enableNewPlugins();
+        settle();
+    }
+    if (lv2) {
+        lv2->searchPlugins(true);
         settle();
     }
     const double ms = double(timer.nsecsElapsed()) / 1e6;
@@ -247,6 +268,23 @@ ScanSummary summarize()
             if (e.vst2 != 0 && !e.vst3.isEmpty())
                 ++s.pairsByOrigin[e.origin];
     }
+    if (QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager()) {
+        const QVlorLv2::Catalog catalog = lv2->catalogCopy();
+        for (const QVlorLv2::CatalogBundle& b : catalog.bundles) {
+            ++s.lv2Bundles;
+            for (const QVlorLv2::CatalogPlugin& p : b.plugins) {
+                ++s.lv2Plugins;
+                if (p.state == QVlorLv2::CatalogPlugin::Usable) {
+                    ++(catalog.isEnabled(p.uri) ? s.lv2Usable : s.lv2Off);
+                } else if (p.state == QVlorLv2::CatalogPlugin::NotAnEffect) {
+                    ++s.lv2NotEffects;
+                } else {
+                    ++s.lv2Failed;
+                    s.failures << QStringLiteral("LV2 %1 (%2): %3").arg(p.name.isEmpty() ? p.uri : p.name, p.uri, p.reason);
+                }
+            }
+        }
+    }
     // In the order of the names, not of the folders' listing.
     std::sort(s.failures.begin(), s.failures.end());
     return s;
@@ -286,6 +324,20 @@ QString stateWord(const QVlorVst3::CatalogClass& c)
     return QString();
 }
 
+QString stateWord(const QVlorLv2::Catalog& catalog, const QVlorLv2::CatalogPlugin& p)
+{
+    switch (p.state) {
+    case QVlorLv2::CatalogPlugin::Usable:
+        return catalog.isEnabled(p.uri) ? QStringLiteral("on") : QStringLiteral("off");
+    case QVlorLv2::CatalogPlugin::NotAnEffect:
+        return QStringLiteral("not an effect");
+    case QVlorLv2::CatalogPlugin::Crashed:
+        return QStringLiteral("crashed");
+    default:
+        return QStringLiteral("failed");
+    }
+}
+
 bool reportSaveErrors(const char* who)
 {
     static QSet<QString> told;
@@ -293,6 +345,8 @@ bool reportSaveErrors(const char* who)
     if (QVlorVst::Manager* m = QVlorAudioPlugins::vstManager())
         errors << m->saveError();
     if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager())
+        errors << m->saveError();
+    if (QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager())
         errors << m->saveError();
     // Settings are written a moment after they change: now, to know.
     char settings[2048] = "";

@@ -3,6 +3,7 @@
 // library's wiring brought up: scanning both formats and summing up what the
 // catalogs and the pair store hold.
 
+#include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
@@ -14,8 +15,10 @@ namespace vlorfx {
 struct ScanOptions {
     QStringList vst2Folders; // added to the VST2 catalog before the scan
     QStringList vst3Roots;   // added to the custom VST3 roots
+    QStringList lv2Folders;  // added to the custom LV2 folders
     bool vst2 = true;
     bool vst3 = true;
+    bool lv2 = true;
     // Off, one updating line (a terminal), or a line per plugin checked.
     enum Progress { Silent, OneLine, Lines } progress = Silent;
 };
@@ -33,6 +36,12 @@ struct ScanSummary {
     int classesCrashed = 0;
     int bundlesFailed = 0;
     QMap<QString, int> pairsByOrigin;
+    int lv2Bundles = 0;
+    int lv2Plugins = 0;
+    int lv2Usable = 0;
+    int lv2Off = 0;
+    int lv2Failed = 0; // failed or crashed
+    int lv2NotEffects = 0;
     QStringList failures; // "what: why", of both formats
     double milliseconds = 0; // the managers' work: scans, probes, checks and verifications
 };
@@ -60,6 +69,7 @@ QStringList catalogFolders();
 // "new", "failed", "crashed", "missing", "verifying".
 QString stateWord(const QVlorVst::Plugin& plugin);
 QString stateWord(const QVlorVst3::CatalogClass& c);
+QString stateWord(const QVlorLv2::Catalog& catalog, const QVlorLv2::CatalogPlugin& p);
 
 // Tells, once each, which file of the catalogs and the pairs could not be
 // saved and why; true when one could not.

@@ -33,10 +33,11 @@ const char* const kListHelp =
     "       vlorfx list --rows [--wide] [--json]\n"
     "\n"
     "Prints one line per product, both formats side by side when they are\n"
-    "paired; or one JSON object with \"vst2\", \"vst3\" and \"pairs\", each as\n"
-    "its file holds it. Rows are sorted by product; a plugin that failed\n"
-    "says why after its file. States: on, off, new, failed, crashed, missing,\n"
-    "verifying (and unprobed for a VST3 bundle not opened yet).\n"
+    "paired, and LV2 plugins on rows of their own; or one JSON object with\n"
+    "\"vst2\", \"vst3\", \"pairs\" and \"lv2\", each as its file holds it.\n"
+    "Rows are sorted by product; a plugin that failed says why after its file.\n"
+    "States: on, off, new, failed, crashed, missing, verifying (and unprobed\n"
+    "for a VST3 bundle not opened yet; not an effect for an LV2 instrument).\n"
     "\n"
     "With --rows, the rows the plugin manager shows, in the same columns: a\n"
     "plugin of a shell or of a folder of new plugins says so after its file.\n"
@@ -104,6 +105,9 @@ int listFilesAsJson()
          dataFile(QLatin1String(QVlorAudioPlugins::kVst3Format.catalogFile)),
          {{QStringLiteral("bundles"), QJsonArray()}}},
         {"pairs", dataFile(QLatin1String(QVlorAudioPlugins::kPairsFile)), {{QStringLiteral("pairs"), QJsonArray()}}},
+        {QVlorAudioPlugins::kLv2Format.token,
+         dataFile(QLatin1String(QVlorAudioPlugins::kLv2Format.catalogFile)),
+         {{QStringLiteral("bundles"), QJsonArray()}}},
     };
     QJsonObject root;
     for (const auto& f : files) {
@@ -139,7 +143,7 @@ QList<Vst2Row> vst2Rows()
 }
 
 struct Row {
-    QString name, vendor, vst2, vst3, active, origin, files;
+    QString name, vendor, vst2, vst3, active, origin, files, lv2;
 };
 
 // A failure says why, after the file it concerns.
@@ -167,40 +171,67 @@ QString cut(const QString& text, int width)
 
 // The columns as wide as their widest entry, sorted by product, names
 // escaped; with a limit the files, then the names and vendors, are cut so
-// that no line is longer.
+// that no line is longer. The LV2 column shows when an LV2 plugin does.
 void printTable(QList<Row> rows, int limit)
 {
     std::sort(rows.begin(), rows.end(), [](const Row& a, const Row& b) {
         const int c = a.name.compare(b.name, Qt::CaseInsensitive);
         return c != 0 ? c < 0 : a.files < b.files;
     });
+    const bool withLv2 = std::any_of(rows.begin(), rows.end(), [](const Row& r) { return !r.lv2.isEmpty(); });
     rows.prepend(Row{QStringLiteral("PRODUCT"), QStringLiteral("VENDOR"), QStringLiteral("VST2"), QStringLiteral("VST3"),
-                     QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES")});
+                     QStringLiteral("ACTIVE"), QStringLiteral("PAIRED BY"), QStringLiteral("FILES"), QStringLiteral("LV2")});
+    QList<QString Row::*> fields{&Row::name, &Row::vendor, &Row::vst2, &Row::vst3};
+    if (withLv2)
+        fields << &Row::lv2;
+    fields << &Row::active << &Row::origin << &Row::files;
+    const int n = int(fields.size()), last = n - 1;
     QList<QStringList> cells;
-    int width[7] = {0, 0, 0, 0, 0, 0, 0};
+    QList<int> width(n, 0);
     for (const Row& r : rows) {
         QStringList line;
-        for (const QString* field : {&r.name, &r.vendor, &r.vst2, &r.vst3, &r.active, &r.origin, &r.files})
-            line << QString::fromUtf8(vlorfx::printable(*field));
-        for (int k = 0; k < 7; ++k)
+        for (QString Row::*field : fields)
+            line << QString::fromUtf8(vlorfx::printable(r.*field));
+        for (int k = 0; k < n; ++k)
             width[k] = std::max(width[k], int(line[k].size()));
         cells << line;
     }
     constexpr int kLeastFiles = 16, kLeastName = 6;
-    auto fixedWidth = [&width] { return width[0] + width[1] + width[2] + width[3] + width[4] + width[5] + 12; };
+    auto fixedWidth = [&width, last] {
+        int w = 0;
+        for (int k = 0; k < last; ++k)
+            w += width[k] + 2;
+        return w;
+    };
     if (limit > 0) {
         // Names and vendors give way only when the files alone cannot.
         while (fixedWidth() + kLeastFiles > limit && (width[0] > kLeastName || width[1] > kLeastName))
             --width[width[0] >= width[1] ? 0 : 1];
-        width[6] = std::max(3, limit - fixedWidth());
+        width[last] = std::max(3, limit - fixedWidth());
     }
     for (const QStringList& line : cells) {
         QString text;
-        for (int k = 0; k < 6; ++k)
+        for (int k = 0; k < last; ++k)
             text += cut(line[k], width[k]).leftJustified(width[k] + 2);
-        text += cut(line[6], limit > 0 ? width[6] : 0);
+        text += cut(line[last], limit > 0 ? width[last] : 0);
         std::printf("%s\n", text.toUtf8().constData());
     }
+}
+
+// Each LV2 plugin on a row of its own, its bundle as its file.
+void addLv2Rows(QList<Row>* rows)
+{
+    QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
+    if (!m)
+        return;
+    const QVlorLv2::Catalog catalog = m->catalogCopy();
+    const QString none = QStringLiteral("-");
+    for (const QVlorLv2::CatalogBundle& b : catalog.bundles)
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
+            *rows << Row{p.name.isEmpty() ? p.uri : p.name, p.maker, none, none, QVlorAudioPlugins::Lv2Token(), none,
+                         QFileInfo(b.path).fileName() + QStringLiteral(" ") + p.uri +
+                             why(p.state == QVlorLv2::CatalogPlugin::Usable ? QString() : p.reason),
+                         vlorfx::stateWord(catalog, p)};
 }
 
 // One row a product: a pair on one row, what is in one format only on its own.
@@ -233,7 +264,7 @@ int listTable(int limit)
         const auto& b = vst3ByCid[e.vst3];
         const QString reason = a.plugin.isFailed() ? a.plugin.failReason() : b.first.lastError();
         rows << Row{b.first.name(), b.first.vendor(), vlorfx::stateWord(a.plugin), vlorfx::stateWord(b.first),
-                    e.activeFormat, e.origin, a.file + QStringLiteral(" + ") + b.second + why(reason)};
+                    e.activeFormat, e.origin, a.file + QStringLiteral(" + ") + b.second + why(reason), {}};
         shown2.insert(e.vst2);
         shown3.insert(e.vst3);
     }
@@ -241,18 +272,19 @@ int listTable(int limit)
         if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
             rows << Row{a.plugin.name().isEmpty() ? a.file : a.plugin.name(), a.plugin.vendor(),
                         vlorfx::stateWord(a.plugin), none, QVlorAudioPlugins::Vst2Token(), none,
-                        a.file + why(a.plugin.failReason())};
+                        a.file + why(a.plugin.failReason()), {}};
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
         const QString file = QFileInfo(b.path()).fileName();
         if (b.classes().isEmpty())
             rows << Row{QFileInfo(b.path()).completeBaseName(), QString(), none,
                         b.failed() ? QStringLiteral("failed") : QStringLiteral("unprobed"),
-                        QVlorAudioPlugins::Vst3Token(), none, file + why(b.failed() ? b.lastError() : QString())};
+                        QVlorAudioPlugins::Vst3Token(), none, file + why(b.failed() ? b.lastError() : QString()), {}};
         for (const QVlorVst3::CatalogClass& c : b.classes())
             if (!shown3.contains(c.cid()))
                 rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QVlorAudioPlugins::Vst3Token(), none,
-                            file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString())};
+                            file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()), {}};
     }
+    addLv2Rows(&rows);
     printTable(rows, limit);
     return 0;
 }
@@ -317,7 +349,7 @@ QList<Row> rowsAsTable(const QList<UnifiedRow>& rows, const QVlorVst3::Catalog& 
                                : r.vst2.present && r.vst2.active ? QVlorAudioPlugins::Vst2Token()
                                                                  : QStringLiteral("-");
         table << Row{r.name, r.vendor, stateOf(r.vst2, isNew), stateOf(r.vst3, isNew), active,
-                     r.pairId.isEmpty() ? QStringLiteral("-") : origins.value(r.pairId, QStringLiteral("-")), place};
+                     r.pairId.isEmpty() ? QStringLiteral("-") : origins.value(r.pairId, QStringLiteral("-")), place, {}};
     }
     return table;
 }

@@ -30,8 +30,8 @@ void help(Action a, FILE* out)
     std::fprintf(out,
                  "usage: vlorfx %s PLUGIN...\n\n%s\n"
                  "PLUGIN is a VST2 plugin file, a VST3 bundle, a VST3 class ID (32 hexadecimal\n"
-                 "digits) or a name as vlorfx list shows it; a name matches every format of\n"
-                 "that product.\n\n"
+                 "digits), an LV2 URI or bundle, or a name as vlorfx list shows it; a name\n"
+                 "matches every format of that product.\n\n"
                  "example:\n  vlorfx %s /usr/lib/vst/ZamComp-vst.so\n  vlorfx %s \"ZamComp\"\n",
                  nameOf(a), what[int(a)], nameOf(a), nameOf(a));
 }
@@ -39,6 +39,7 @@ void help(Action a, FILE* out)
 // One plugin the argument names.
 struct Target {
     bool vst3 = false;
+    QString lv2; // an LV2 plugin's URI: the target is that plugin
     QVlorVst::Plugin plugin; // VST2
     QVlorVst::Path path;     // VST2
     QString bundle;          // VST3: the bundle, and the class when one is named
@@ -70,9 +71,9 @@ QList<Target> vst2Targets(const QList<QVlorVst::Path>& paths, const QString& arg
             const QList<QVlorVst::Plugin> members = p.isShell() ? p.plugins() : QList<QVlorVst::Plugin>{p};
             for (const QVlorVst::Plugin& m : members)
                 if (byFile || m.name().compare(arg, Qt::CaseInsensitive) == 0)
-                    out << Target{false, m, path, {}, {}};
+                    out << Target{false, {}, m, path, {}, {}};
             if (byFile && p.isShell() && members.isEmpty())
-                out << Target{false, p, path, {}, {}};
+                out << Target{false, {}, p, path, {}, {}};
         }
     return out;
 }
@@ -87,14 +88,59 @@ QList<Target> vst3Targets(const QString& arg, const QString& file)
     const QVlorVst3::Catalog catalog = m->catalogCopy();
     for (const QVlorVst3::CatalogBundle& b : catalog.bundles()) {
         if ((!file.isEmpty() && b.path() == file) || namesFile(arg, b.path(), QString())) {
-            out << Target{true, {}, {}, b.path(), {}};
+            out << Target{true, {}, {}, {}, b.path(), {}};
             continue;
         }
         for (const QVlorVst3::CatalogClass& c : b.classes())
             if (c.cid() == cid || c.name().compare(arg, Qt::CaseInsensitive) == 0)
-                out << Target{true, {}, {}, b.path(), c.cid()};
+                out << Target{true, {}, {}, {}, b.path(), c.cid()};
     }
     return out;
+}
+
+QList<Target> lv2Targets(const QString& arg, const QString& file)
+{
+    QList<Target> out;
+    QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
+    if (!m)
+        return out;
+    const QVlorLv2::Catalog catalog = m->catalogCopy();
+    for (const QVlorLv2::CatalogBundle& b : catalog.bundles) {
+        const bool wholeBundle = (!file.isEmpty() && b.path == file) || namesFile(arg, b.path, QString());
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
+            if (wholeBundle || p.uri == arg || p.name.compare(arg, Qt::CaseInsensitive) == 0)
+                out << Target{false, p.uri, {}, {}, {}, {}};
+    }
+    return out;
+}
+
+// An LV2 plugin: switched by its URI; one that failed is checked again first.
+void actLv2(Action a, const Target& t)
+{
+    QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
+    const QVlorLv2::Catalog catalog = m->catalogCopy();
+    const QVlorLv2::CatalogPlugin* p = catalog.findPlugin(t.lv2);
+    if (a == Action::Recheck || (a == Action::Enable && p && p->state != QVlorLv2::CatalogPlugin::Usable)) {
+        m->recheckPlugin(t.lv2);
+        vlorfx::settle();
+    }
+    if (a != Action::Recheck)
+        m->setPluginEnabled(t.lv2, a == Action::Enable);
+}
+
+bool reportLv2(Action a, const Target& t)
+{
+    vlorfx::settle();
+    const QVlorLv2::Catalog catalog = QVlorAudioPlugins::lv2Manager()->catalogCopy();
+    const QVlorLv2::CatalogPlugin* p = catalog.findPlugin(t.lv2);
+    if (!p) {
+        std::printf("%s: no longer in the catalog\n", vlorfx::printable(t.lv2).constData());
+        return false;
+    }
+    const QString why = p->reason.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(p->reason);
+    std::printf("%s: LV2 %s, %s%s\n", vlorfx::printable(p->name).constData(), vlorfx::printable(p->uri).constData(),
+                qPrintable(vlorfx::stateWord(catalog, *p)), vlorfx::printable(why).constData());
+    return a == Action::Disable ? !catalog.isEnabled(p->uri) : catalog.isOffered(p->uri);
 }
 
 QStringList classesOf(QVlorVst3::Manager* m, const QString& bundle)
@@ -110,6 +156,10 @@ QStringList classesOf(QVlorVst3::Manager* m, const QString& bundle)
 
 void act(Action a, const Target& t)
 {
+    if (!t.lv2.isEmpty()) {
+        actLv2(a, t);
+        return;
+    }
     if (!t.vst3) {
         QVlorVst::Manager* m = QVlorAudioPlugins::vstManager();
         QVlorVst::Plugin p = t.plugin;
@@ -150,6 +200,8 @@ void act(Action a, const Target& t)
 // What the catalog says of the target now; false when it is not as asked.
 bool report(Action a, const Target& t, const QList<QVlorVst::Path>& paths)
 {
+    if (!t.lv2.isEmpty())
+        return reportLv2(a, t);
     if (!t.vst3) {
         for (const QVlorVst::Path& path : paths)
             for (const QVlorVst::Plugin& p : path.plugins()) {
@@ -219,10 +271,10 @@ int run(Action a, int argc, char** argv)
     for (int i = 0; i < argc; ++i) {
         const QString arg = QString::fromLocal8Bit(argv[i]);
         const QString file = absolute(arg);
-        const QList<Target> found = vst2Targets(before, arg, file) + vst3Targets(arg, file);
+        const QList<Target> found = vst2Targets(before, arg, file) + vst3Targets(arg, file) + lv2Targets(arg, file);
         if (found.isEmpty()) {
             std::fprintf(stderr,
-                         "vlorfx %s: nothing in the catalog is '%s' (a plugin file, a bundle, a class ID or a "
+                         "vlorfx %s: nothing in the catalog is '%s' (a plugin file, a bundle, a class ID, an LV2 URI or a "
                          "name that vlorfx list shows; vlorfx scan finds new ones)\n",
                          nameOf(a), vlorfx::printable(arg).constData());
             return 1;

@@ -28,7 +28,8 @@
 namespace {
 
 const char* const kScanHelp =
-    "usage: vlorfx scan [--vst2-path DIR]... [--vst3-path DIR]... [--no-vst2] [--no-vst3]\n"
+    "usage: vlorfx scan [--vst2-path DIR]... [--vst3-path DIR]... [--lv2-path DIR]...\n"
+    "                   [--no-vst2] [--no-vst3] [--no-lv2]\n"
     "                   [--parallel N] [--check-timeout SECONDS]\n"
     "\n"
     "Finds the plugins of both formats and checks every new one in a host\n"
@@ -36,8 +37,11 @@ const char* const kScanHelp =
     "scan, beside the standard folders that exist, or those VST_PATH names,\n"
     "separated by ':'). A folder that is not searched (the root of the file\n"
     "system, one that cannot be read) is named after the summary. VST3: the standard roots (~/.vst3, /usr/lib/vst3, /usr/local/lib/vst3)\n"
-    "and the folders given, which stay among the roots. Twins of one product\n"
-    "are paired. Known plugins are not loaded again.\n"
+    "and the folders given, which stay among the roots. LV2: LV2_PATH when set,\n"
+    "else ~/.lv2, /usr/local/lib/lv2, /usr/lib/lv2 and the multiarch folder,\n"
+    "and the folders given; each new or changed bundle is checked in a host\n"
+    "program, an unchanged one passed by. Twins of one product are paired.\n"
+    "Known plugins are not loaded again.\n"
     "\n"
     "Each plugin checked is named as it is (one updating line on a terminal),\n"
     "and the failures are listed with their reasons after the summary.\n"
@@ -67,6 +71,9 @@ void printSummary(const vlorfx::ScanSummary& s)
                 s.failed, int(s.shells.size()));
     std::printf("VST3: %d bundles, %d classes: %d enabled, %d failed, %d crashed\n", s.bundles, s.classes,
                 s.classesEnabled, s.classesFailed, s.classesCrashed);
+    if (s.lv2Bundles > 0 || s.lv2Plugins > 0)
+        std::printf("LV2: %d bundles, %d plugins: %d on, %d off, %d failed, %d not effects\n", s.lv2Bundles,
+                    s.lv2Plugins, s.lv2Usable, s.lv2Off, s.lv2Failed, s.lv2NotEffects);
     int pairs = 0;
     QStringList origins;
     for (auto it = s.pairsByOrigin.begin(); it != s.pairsByOrigin.end(); ++it) {
@@ -99,6 +106,11 @@ int cmdScan(int argc, char** argv)
         } else if (!std::strcmp(argv[i], "--vst3-path") && i + 1 < argc) {
             if (!addFolder(argv[++i], &options.vst3Roots))
                 return 1;
+        } else if (!std::strcmp(argv[i], "--lv2-path") && i + 1 < argc) {
+            if (!addFolder(argv[++i], &options.lv2Folders))
+                return 1;
+        } else if (!std::strcmp(argv[i], "--no-lv2")) {
+            options.lv2 = false;
         } else if (!std::strcmp(argv[i], "--no-vst2")) {
             options.vst2 = false;
         } else if (!std::strcmp(argv[i], "--no-vst3")) {

@@ -26,7 +26,7 @@ bool after(const QString& text, const char* prefix, QString* rest)
 
 const PluginFormat& Vst2Format() { return kVst2; }
 const PluginFormat& Vst3Format() { return kVst3; }
-QList<const PluginFormat*> PluginFormats() { return {&kVst2, &kVst3}; }
+QList<const PluginFormat*> PluginFormats() { return {&kVst2, &kVst3, &kLv2Format}; }
 
 QString BadgeText(const PluginFormat& format, bool is32Bit)
 {

@@ -8,6 +8,7 @@
 #include "QVlorPluginsPrefs.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Widget.h"
 #include "QVlorVst_Manager.h"
 #include "QVlorVst_Widget.h"
@@ -42,6 +43,7 @@ Host* s_host = nullptr;
 QObject* s_wiring = nullptr; // the context of every connection made here; set means installed
 QVlorVst::Manager* s_vstManager = nullptr;
 QVlorVst3::Manager* s_vst3Manager = nullptr;
+QVlorLv2::Manager* s_lv2Manager = nullptr;
 MenuController* s_menuController = nullptr;
 
 void _AnnounceNewPlugins(const QList<QString>& names)
@@ -171,6 +173,7 @@ int Finalize() { return AUDIOVST_Finalize(); }
 
 QVlorVst::Manager* vstManager() { return s_vstManager; }
 QVlorVst3::Manager* vst3Manager() { return s_vst3Manager; }
+QVlorLv2::Manager* lv2Manager() { return s_lv2Manager; }
 Host* host() { return s_host; }
 
 void AboutToQuit()
@@ -181,6 +184,8 @@ void AboutToQuit()
         s_vstManager->cancel();
     if (s_vst3Manager)
         s_vst3Manager->aboutToQuit();
+    if (s_lv2Manager)
+        s_lv2Manager->aboutToQuit();
     if (s_vstManager) {
         s_vstManager->aboutToQuit();
         s_vstManager->saveCatalog(QString());
@@ -231,6 +236,16 @@ void install(Host* host)
     s_vst3Manager->setVst2FailedSetter([](qint64 id) {
         if (s_vstManager)
             s_vstManager->markPluginCrashed(id);
+    });
+    if (QVlorLv2::Manager::isFormatEnabled()) {
+        s_lv2Manager = new QVlorLv2::Manager(nullptr, data.absoluteFilePath(QLatin1String(kLv2Format.catalogFile)));
+        QObject::connect(s_lv2Manager, &QVlorLv2::Manager::newPluginsFound, s_wiring,
+                         [](const QList<QString>& names) { _AnnounceNewPlugins(names); }, Qt::QueuedConnection);
+    }
+    // The sentinel is read by the VST3 manager; a crash it pins on an LV2 plugin is the LV2 manager's.
+    s_vst3Manager->setOtherFailedSetter([](const QString& format, const QString& key) {
+        if (s_lv2Manager && format == Lv2Token())
+            s_lv2Manager->markCrashed(key);
     });
 
     _MigrateFixedPluginActionKeybindings();
@@ -303,6 +318,10 @@ void uninstall(Host*)
     if (s_menuController) {
         delete s_menuController;
         s_menuController = nullptr;
+    }
+    if (s_lv2Manager) {
+        delete s_lv2Manager;
+        s_lv2Manager = nullptr;
     }
     if (s_vst3Manager) {
         delete s_vst3Manager;

@@ -15,6 +15,9 @@ class Manager;
 namespace QVlorVst3 {
 class Manager;
 }
+namespace QVlorLv2 {
+class Manager;
+}
 
 namespace QVlorAudioPlugins {
 
@@ -56,6 +59,8 @@ void AboutToQuit();
 // for the whole run when VST support is off.
 QVlorVst::Manager* vstManager();
 QVlorVst3::Manager* vst3Manager();
+// Null also for the whole run when the LV2 format is switched off.
+QVlorLv2::Manager* lv2Manager();
 Host* host();
 
 namespace UI {

@@ -178,6 +178,13 @@ void Manager::setVst2FailedSetter(const Vst2FailedSetter& setter)
     d->pairHooks.vst2Failed = setter;
 }
 
+void Manager::setOtherFailedSetter(const OtherFailedSetter& setter)
+{
+    if (d->post([this, setter] { setOtherFailedSetter(setter); }))
+        return;
+    d->otherFailed = setter;
+}
+
 void Manager::setHostBinary(const QString& path, const QStringList& arguments)
 {
     if (d->post([this, path, arguments] { setHostBinary(path, arguments); }))

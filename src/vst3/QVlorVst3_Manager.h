@@ -43,6 +43,9 @@ public:
     };
     using Vst2ItemsProvider = std::function<QList<Vst2PluginInfo>()>;
     using Vst2FailedSetter = std::function<void(qint64)>;
+    // Told of a crash the sentinel pins on a plugin of another format than
+    // these two: its format's token and the plugin's key.
+    using OtherFailedSetter = std::function<void(const QString& format, const QString& key)>;
 
     Manager(QObject* parent, const QString& catalogPath, const QString& pairsPath, qint32 verifierBuild,
             const QString& sentinelPath);
@@ -64,6 +67,7 @@ public:
     // Setters; from another thread they are posted to the manager's.
     void setVst2ItemsProvider(const Vst2ItemsProvider& provider);
     void setVst2FailedSetter(const Vst2FailedSetter& setter);
+    void setOtherFailedSetter(const OtherFailedSetter& setter);
     void setHostBinary(const QString& path, const QStringList& arguments);
     void setHostBinaryForTesting(const QString& path);
     void setSearchPathsForTesting(const QStringList& paths);

@@ -31,6 +31,7 @@ public:
     ManagedCatalog store;
     HostRuns runs;
     PairHooks pairHooks;
+    Manager::OtherFailedSetter otherFailed;
 
     void publish() { store.publish(); }
     // What a dropped piece of work leaves: the marks of the rows it would

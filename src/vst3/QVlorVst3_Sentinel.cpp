@@ -42,6 +42,8 @@ QString Manager::consumeCrashSentinel()
         }
     } else if (format == QVlorAudioPlugins::Vst2Token()) {
         d->pairHooks.markVst2Crashed(key.toLongLong(nullptr, 10));
+    } else if (d->otherFailed) {
+        d->otherFailed(format, key);
     }
     return name;
 }

@@ -11,7 +11,11 @@ namespace {
 
 class Lv2Cli : public Cli {
 protected:
-    static void SetUpTestSuite() { setenv("LV2_PATH", VLOR_FIXTURE_LV2_DIR ":/usr/lib/lv2", 1); }
+    void SetUp() override
+    {
+        Cli::SetUp();
+        setenv("LV2_PATH", VLOR_FIXTURE_LV2_DIR ":/usr/lib/lv2", 1);
+    }
 };
 
 TEST_F(Lv2Cli, ProbeTellsAPluginOrWhyItFails)

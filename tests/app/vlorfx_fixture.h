@@ -28,6 +28,8 @@ protected:
     {
         // The standard VST2 folders are the machine's: a test names its own.
         setenv("VST_PATH", "", 1);
+        // And the LV2 folders: none, unless a test names its own.
+        setenv("LV2_PATH", ":", 1);
         SF_INFO info{};
         info.samplerate = 44100;
         info.channels = 2;

@@ -110,7 +110,7 @@ int checkBundle(const char* after)
             HostReplyLine("{\"plugin\":{" + recordJson(r) + ",\"ok\":false,\"error\":\"not an effect\"}}");
             continue;
         }
-        HostReplyLine("{\"checking\":" + HostJsonString(r.uri) + "}");
+        HostReplyLine("{\"checking\":" + HostJsonString(r.uri) + ",\"record\":{" + recordJson(r) + "}}");
         HostReplyLine("{\"plugin\":" + checkOne(r) + "}");
         ++checked;
     }

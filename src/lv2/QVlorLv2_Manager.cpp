@@ -1,0 +1,291 @@
+// The LV2 manager: the scan (folders walked, bundles stamped, the changed
+// ones checked in children ahead of their turn), the user's switches and
+// the saves.
+#include "QVlorLv2_Manager.h"
+
+#include "QVlorLv2_BundleCheck.h"
+#include "QVlorManagerCore_p.h"
+#include "QVlorDataFile_p.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QHash>
+#include <QSet>
+
+#include <mutex>
+
+namespace QVlorLv2 {
+
+const char* const K_SETTING_LV2_CUSTOM_PATHS = "vloraudio.plugins.lv2_custom_paths";
+const char* const K_SETTING_LV2_DISABLED_PATHS = "vloraudio.plugins.lv2_disabled_paths";
+
+namespace {
+
+QLatin1String formatKey() { return QLatin1String(QVlorAudioPlugins::kLv2Format.supportSettingKey); }
+
+// The bundles directly under a folder: folders holding a manifest.
+QStringList bundlesUnder(const QString& folder)
+{
+    QStringList found;
+    const QFileInfoList entries = QDir(folder).entryInfoList(QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QFileInfo& e : entries)
+        if (QFileInfo::exists(e.absoluteFilePath() + QStringLiteral("/manifest.ttl")))
+            found.append(e.absoluteFilePath());
+    return found;
+}
+
+} // namespace
+
+class Manager::Data : public ManagerCore<Manager, Manager::Data> {
+public:
+    QString catalogPath;
+    Catalog live;              // the manager's thread's
+    Catalog published;         // under publishLock
+    QStringList pathsOverride; // under publishLock
+    bool pathsOverridden = false;
+    std::mutex resultsLock;
+    QHash<QString, BundleCheck> results; // bundle checks run ahead, by path
+
+    void publish()
+    {
+        QMutexLocker l(&publishLock);
+        published = live;
+    }
+    void dropCancelledWork() {}
+};
+
+Manager::Manager(QObject* parent, const QString& catalogPath) : QObject(parent), d(new Data)
+{
+    d->q = this;
+    d->catalogPath = catalogPath;
+    if (!d->live.load(catalogPath))
+        qWarning().noquote() << "QVlorLv2::Manager: the catalog" << catalogPath << "could not be read";
+    d->publish();
+    d->startThread(QStringLiteral("vlor-lv2-manager"), [this] { saveCatalog(); });
+}
+
+Manager::~Manager()
+{
+    aboutToQuit();
+    delete d;
+}
+
+Catalog Manager::catalogCopy() const
+{
+    QMutexLocker l(&d->publishLock);
+    return d->published;
+}
+
+bool Manager::isScanning() const { return d->scanning.loadAcquire() != 0; }
+QList<QVlorRunningCheck> Manager::runningChecks() const { return d->runningChecks(); }
+bool Manager::skipCheck(const QString& name) { return d->ahead.skip(name); }
+QString Manager::saveError() const { return d->lastSaveError(); }
+
+QStringList Manager::SystemPaths()
+{
+    const QByteArray env = qgetenv("LV2_PATH");
+    if (!env.isEmpty())
+        return QString::fromLocal8Bit(env).split(QLatin1Char(':'), Qt::SkipEmptyParts);
+    QStringList paths{QDir::homePath() + QStringLiteral("/.lv2"), QStringLiteral("/usr/local/lib/lv2"),
+                      QStringLiteral("/usr/lib/lv2")};
+    // The multiarch folder of this machine's architecture.
+    for (const QFileInfo& arch : QDir(QStringLiteral("/usr/lib")).entryInfoList({QStringLiteral("*-linux-gnu*")},
+                                                                                  QDir::Dirs))
+        if (QFileInfo(arch.absoluteFilePath() + QStringLiteral("/lv2")).isDir())
+            paths.append(arch.absoluteFilePath() + QStringLiteral("/lv2"));
+    return paths;
+}
+
+QStringList Manager::searchPaths() const
+{
+    {
+        QMutexLocker l(&d->publishLock);
+        if (d->pathsOverridden)
+            return d->pathsOverride;
+    }
+    QStringList paths = SystemPaths();
+    QVlorSetting& settings = QVlorSetting::global();
+    for (const QString& custom : settings.getStringList(QLatin1String(K_SETTING_LV2_CUSTOM_PATHS)))
+        if (!paths.contains(custom))
+            paths.append(custom);
+    for (const QString& off : settings.getStringList(QLatin1String(K_SETTING_LV2_DISABLED_PATHS)))
+        paths.removeAll(off);
+    return paths;
+}
+
+bool Manager::isFormatEnabled() { return QVlorSetting::global().getBool(formatKey(), true); }
+void Manager::setFormatEnabled(bool on) { QVlorSetting::global().change(formatKey(), on); }
+
+void Manager::setSearchPathsForTesting(const QStringList& paths)
+{
+    QMutexLocker l(&d->publishLock);
+    d->pathsOverride = paths;
+    d->pathsOverridden = true;
+}
+
+/* ---- the scan ---------------------------------------------------------------- */
+
+void Manager::searchPlugins(bool notifyNew)
+{
+    if (d->postWork([this, notifyNew] { searchPlugins(notifyNew); }))
+        return;
+    d->cancelled.storeRelease(0);
+    d->scanning.storeRelease(1);
+    emit beginScan();
+    QStringList found;
+    for (const QString& folder : searchPaths())
+        for (const QString& bundle : bundlesUnder(folder))
+            if (!found.contains(bundle))
+                found.append(bundle);
+    // Gone bundles leave; the user's switches, kept by URI, stay for their return.
+    const int before = int(d->live.bundles.size());
+    d->live.bundles.erase(std::remove_if(d->live.bundles.begin(), d->live.bundles.end(),
+                                         [&found](const CatalogBundle& b) { return !found.contains(b.path); }),
+                          d->live.bundles.end());
+    if (int(d->live.bundles.size()) != before)
+        d->commit();
+    // An unchanged bundle is passed by on its stamp alone: no child, no metadata read.
+    QList<QPair<QString, QString>> changed;
+    for (const QString& path : found) {
+        const QString stamp = BundleStamp(path);
+        const CatalogBundle* known = d->live.findBundle(path);
+        if (!known || known->stamp != stamp)
+            changed.append({path, stamp});
+    }
+    QList<QString> newNames;
+    checkBundles(changed, &newNames);
+    d->scanning.storeRelease(0);
+    emit endScan(!newNames.isEmpty());
+    if (notifyNew && !newNames.isEmpty())
+        emit newPluginsFound(newNames);
+}
+
+// The bundles' checks, started ahead up to the parallel limit and taken in
+// order: the catalog changes as a one-at-a-time scan would change it.
+void Manager::checkBundles(const QList<QPair<QString, QString>>& bundles, QList<QString>* newNames)
+{
+    const int timeoutMs = TimeoutSecondsSetting(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey) * 1000;
+    d->ahead.setParallel(ParallelChecks());
+    for (const auto& [path, stamp] : bundles) {
+        d->ahead.submit(path, QFileInfo(path).fileName(), [this, path = path, timeoutMs](const QAtomicInt* stop) {
+            BundleCheck check = CheckBundle(path, timeoutMs, stop);
+            std::lock_guard<std::mutex> l(d->resultsLock);
+            d->results.insert(path, check);
+        });
+    }
+    for (int i = 0; i < bundles.size(); ++i) {
+        const QString& path = bundles[i].first;
+        emit progressScan(i, int(bundles.size()));
+        emit progressPlugin(QFileInfo(path).fileName());
+        const bool ran = d->ahead.take(path);
+        BundleCheck check;
+        {
+            std::lock_guard<std::mutex> l(d->resultsLock);
+            check = d->results.take(path);
+        }
+        if (d->cancelled.loadAcquire())
+            break;
+        // Skipped, or read by no child: its stamp stays unknown, so the next scan tries again.
+        CatalogBundle bundle{path, ran && !check.stopped && check.error.isEmpty() ? bundles[i].second : QString(), {}};
+        for (const QJsonObject& report : check.reports) {
+            const CatalogPlugin p = CatalogPlugin::fromCheck(report);
+            if (!d->live.findPlugin(p.uri) && p.state == CatalogPlugin::Usable)
+                newNames->append(p.name);
+            bundle.plugins.append(p);
+        }
+        if (CatalogBundle* known = d->live.findBundle(path))
+            *known = bundle;
+        else
+            d->live.bundles.append(bundle);
+        d->commit();
+    }
+    d->ahead.forgetUntaken();
+    emit progressScan(int(bundles.size()), int(bundles.size()));
+}
+
+void Manager::recheckAll()
+{
+    if (d->postWork([this] { recheckAll(); }))
+        return;
+    for (CatalogBundle& b : d->live.bundles)
+        b.stamp.clear();
+    searchPlugins(false);
+}
+
+void Manager::recheckPlugin(const QString& uriOrBundle)
+{
+    if (d->postWork([this, uriOrBundle] { recheckPlugin(uriOrBundle); }))
+        return;
+    const CatalogBundle* b = d->live.bundleOf(uriOrBundle);
+    const QString path = b ? b->path : uriOrBundle;
+    if (!QFileInfo(path + QStringLiteral("/manifest.ttl")).exists())
+        return;
+    d->scanning.storeRelease(1);
+    emit beginScan();
+    QList<QString> newNames;
+    checkBundles({{path, BundleStamp(path)}}, &newNames);
+    d->scanning.storeRelease(0);
+    emit endScan(!newNames.isEmpty());
+}
+
+/* ---- the user's switches ------------------------------------------------------ */
+
+void Manager::setPluginEnabled(const QString& uri, bool on)
+{
+    if (d->post([this, uri, on] { setPluginEnabled(uri, on); }))
+        return;
+    if (on == d->live.isEnabled(uri))
+        return;
+    if (on)
+        d->live.disabledUris.removeAll(uri);
+    else
+        d->live.disabledUris.append(uri);
+    d->commit();
+    if (on)
+        emit pluginEnabled(uri);
+    else
+        emit pluginDisabled(uri);
+}
+
+void Manager::markCrashed(const QString& uri)
+{
+    if (d->post([this, uri] { markCrashed(uri); }))
+        return;
+    CatalogPlugin* p = d->live.findPlugin(uri);
+    if (!p)
+        return;
+    p->state = CatalogPlugin::Crashed;
+    p->reason = QStringLiteral("it crashed the editor while it opened");
+    // Its bundle is checked again at the next scan.
+    if (CatalogBundle* b = d->live.findBundle(d->live.bundleOf(uri)->path))
+        b->stamp.clear();
+    d->commit();
+}
+
+/* ---- the end ---------------------------------------------------------------- */
+
+void Manager::cancel() { d->cancel(); }
+
+bool Manager::saveCatalog()
+{
+    if (d->awayFromThread()) {
+        bool ok = false;
+        QMetaObject::invokeMethod(this, [this, &ok] { ok = saveCatalog(); }, Qt::BlockingQueuedConnection);
+        return ok;
+    }
+    if (!d->changed.loadAcquire())
+        return true;
+    QString error;
+    const bool ok = d->live.save(d->catalogPath, &error);
+    return d->recordSave(ok, error);
+}
+
+void Manager::aboutToQuit()
+{
+    d->saveIfDue([this] { saveCatalog(); });
+    if (d->endThread())
+        saveCatalog();
+    d->ahead.close();
+}
+
+} // namespace QVlorLv2

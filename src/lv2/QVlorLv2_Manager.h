@@ -1,0 +1,78 @@
+#ifndef QVLORLV2_MANAGER_H
+#define QVLORLV2_MANAGER_H
+// Owns the live LV2 catalog. It lives on a thread of its own: folder walks
+// and the children that check bundles never block the user interface. Its
+// calls, made from another thread, post themselves there and return at
+// once, and report through signals; readers take the published copy.
+
+#include "QVlorLv2_Catalog.h"
+#include "QVlorRunningCheck.h"
+
+#include <QList>
+#include <QObject>
+#include <QStringList>
+
+namespace QVlorLv2 {
+
+extern const char* const K_SETTING_LV2_CUSTOM_PATHS;   // "vloraudio.plugins.lv2_custom_paths"
+extern const char* const K_SETTING_LV2_DISABLED_PATHS; // "vloraudio.plugins.lv2_disabled_paths"
+
+class Manager : public QObject {
+    Q_OBJECT
+public:
+    Manager(QObject* parent, const QString& catalogPath);
+    ~Manager() override;
+
+    // Any thread.
+    Catalog catalogCopy() const;
+    bool isScanning() const;
+    QList<QVlorRunningCheck> runningChecks() const;
+    // Ends the child checking the bundle of that name now; its plugins are
+    // checked again at the next scan. Any thread.
+    bool skipCheck(const QString& name);
+    // LV2_PATH when set, else the standard folders that exist or may.
+    static QStringList SystemPaths();
+    // The folders a scan walks: the system's and the user's, less those switched off.
+    QStringList searchPaths() const;
+    // The format's switch ("vloraudio.plugins.lv2_enabled", on by default).
+    static bool isFormatEnabled();
+    static void setFormatEnabled(bool on);
+    void setSearchPathsForTesting(const QStringList& paths);
+    QString saveError() const;
+
+signals:
+    void beginScan();
+    void endScan(bool hasNewPlugins);
+    void progressScan(int n, int total);
+    // Names the bundle a child is about to check, so that one that hangs is known.
+    void progressPlugin(const QString& name);
+    void catalogChanged();
+    void saveFailed(const QString& error);
+    void pluginEnabled(const QString& uri);
+    void pluginDisabled(const QString& uri);
+    void newPluginsFound(const QList<QString>& names);
+
+public slots:
+    // A scan: new and changed bundles are checked in children, unchanged ones passed by.
+    void searchPlugins(bool notifyNew = true);
+    // The same, after every bundle's stamp is forgotten: everything is checked again.
+    void recheckAll();
+    // The bundle holding that plugin (or at that path) checked again at once.
+    void recheckPlugin(const QString& uriOrBundle);
+    void setPluginEnabled(const QString& uri, bool on);
+    // A plugin that took the editor down while it opened: checked again at the next scan.
+    void markCrashed(const QString& uri);
+    void cancel();
+    void aboutToQuit();
+    bool saveCatalog();
+
+private:
+    void checkBundles(const QList<QPair<QString, QString>>& bundles, QList<QString>* newNames);
+
+    class Data;
+    Data* d;
+};
+
+} // namespace QVlorLv2
+
+#endif
