@@ -578,10 +578,14 @@ TEST(PluginFormats, IdsAreMadeAndReadBackThroughOneDescription)
                               QLatin1String(f->checkTimeoutSettingKey), QLatin1String(f->hostProgram),
                               QLatin1String(f->catalogFile)}
                       .join(QLatin1Char(' '));
-    // The saved names of both formats, as catalogs and settings of earlier versions hold them.
+    // The saved names of the VST formats, as catalogs and settings of earlier
+    // versions hold them; LV2's in the "vloraudio.plugins.lv2_" family.
     EXPECT_EQ(tokens,
               (QStringList{QStringLiteral("vst2 vloraudio.plugins.scan_vst2 vloraudio.plugins.vst2_check_timeout_s "
                                           "vlorvst vstxml/catalog_v2.json"),
                            QStringLiteral("vst3 vloraudio.plugins.scan_vst3 vloraudio.plugins.vst3_probe_timeout_s "
-                                          "vlorvst3 catalog_vst3.json")}));
+                                          "vlorvst3 catalog_vst3.json"),
+                           QStringLiteral("lv2 vloraudio.plugins.lv2_scan vloraudio.plugins.lv2_check_timeout_s "
+                                          "vlorlv2 catalog_lv2.json")}));
+    EXPECT_STREQ(kLv2Format.supportSettingKey, "vloraudio.plugins.lv2_enabled");
 }
