@@ -167,9 +167,13 @@ void MakePorts(_Lv2Instance* instance)
 
 void ConnectPorts(_Lv2Instance* instance)
 {
+    instance->silence.assign(instance->silentInputs.empty() ? 0 : size_t(instance->maxBlock), 0.0f);
     for (Port& p : instance->ports) {
         void* buffer = nullptr;
-        if (p.kind == Port::Control)
+        const bool silent = p.input && (p.kind == Port::CV || p.sideChain);
+        if (silent && p.kind != Port::Control)
+            buffer = instance->silence.data();
+        else if (p.kind == Port::Control)
             buffer = &p.value;
         else if (p.kind == Port::Audio || p.kind == Port::CV || p.kind == Port::Other)
             buffer = p.samples.data();
@@ -389,8 +393,8 @@ void processGathered(_Lv2Instance* d, const float* input, float* output, int cha
         done += n;
         if (d->gathered < d->fixedBlock)
             continue;
-        for (int port : d->silentInputs)
-            std::fill_n(d->ports[size_t(port)].samples.begin(), d->fixedBlock, 0.0f);
+        if (!d->silence.empty())
+            std::fill_n(d->silence.begin(), d->fixedBlock, 0.0f);
         RunOnce(d, d->fixedBlock);
         for (size_t k = 0; k < outs; ++k)
             std::copy_n(d->ports[size_t(d->mainOutputs[k])].samples.begin(), d->fixedBlock, d->heldOutputs[k].begin());
@@ -424,8 +428,8 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
         }
         // Side chains and CV inputs hear silence; a plugin may have written
         // into its inputs, so they are cleared at every block.
-        for (int at : d->silentInputs)
-            std::fill_n(d->ports[size_t(at)].samples.begin(), n, 0.0f);
+        if (!d->silence.empty())
+            std::fill_n(d->silence.begin(), n, 0.0f);
         RunOnce(d, n);
         float* out = output + size_t(done) * size_t(channels);
         if (channels == 2 && outs >= 2) {

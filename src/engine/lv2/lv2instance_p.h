@@ -117,6 +117,8 @@ struct _Lv2Instance {
     std::vector<int> mainInputs, mainOutputs, sideInputs; // positions in ports
     // What each block readies, listed once: a run touches no other port.
     std::vector<int> silentInputs; // side chains and CV inputs
+    // The one buffer they all hear: cleared once a block, however many there are.
+    std::vector<float> silence;
     std::vector<int> atomPorts;
     std::vector<vlorlv2::Param> params;
     int latencyPort = -1;
