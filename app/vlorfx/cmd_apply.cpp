@@ -53,7 +53,8 @@ const char* const kHelp =
     "  --cid CID            its effect class, 32 hexadecimal digits; needed when it has several\n"
     "  --param ID=VALUE     for VST3, a normalised value for the parameter with that ID\n"
     "  --state STRING       for VST3, a saved state (presetsize=...,presetdata=\"...\",...)\n"
-    "  --lv2 URI            an LV2 plugin (checked in the host program, then run in this process;\n"
+    "  --lv2 URI            an LV2 plugin by its URI, or by its name or bundle in the catalog\n"
+    "                       (checked in the host program, then run in this process;\n"
     "                       vlorfx probe --lv2 --all lists them)\n"
     "  --param INDEX=VALUE  for LV2, the value of control input INDEX (from 0) in its own unit\n"
     "  --float              write OUT as 32-bit float\n"
@@ -332,7 +333,7 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
         } else if (a == "--vst2" && i + 1 < argc) {
             o->plugin = argv[++i];
         } else if (a == "--lv2" && i + 1 < argc) {
-            o->lv2 = argv[++i];
+            o->lv2 = vlorfx::Lv2UriOf(argv[++i]);
         } else if (a == "--id" && i + 1 < argc) {
             char* end = nullptr;
             o->id = int(std::strtol(argv[++i], &end, 0));

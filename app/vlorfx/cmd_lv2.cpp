@@ -5,14 +5,36 @@
 #include "lv2.h"
 #include "text.h"
 
+#include "QVlorAudioPlugins.h"
 #include "QVlorLv2_Check.h"
+#include "QVlorLv2_Manager.h"
 #include "lv2engine.h"
 
+#include <QFileInfo>
 #include <QJsonArray>
 
 #include <cstdio>
 #include <cstring>
 #include <vector>
+
+std::string vlorfx::Lv2UriOf(const std::string& arg)
+{
+    QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
+    if (!m)
+        return arg;
+    const QString text = QString::fromStdString(arg);
+    const QString folder = QFileInfo(text).isDir() ? QFileInfo(text).absoluteFilePath() : QString();
+    const QVlorLv2::Catalog catalog = m->catalogCopy();
+    if (catalog.findPlugin(text))
+        return arg;
+    QStringList found;
+    for (const QVlorLv2::CatalogBundle& b : catalog.bundles)
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
+            if (p.name.compare(text, Qt::CaseInsensitive) == 0 || (!folder.isEmpty() && b.path == folder))
+                found << p.uri;
+    // A name or folder of several plugins names none of them: the argument stands.
+    return found.size() == 1 ? found.first().toStdString() : arg;
+}
 
 namespace {
 

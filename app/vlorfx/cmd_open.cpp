@@ -1,6 +1,7 @@
 // vlorfx open: one effect's widget in a window, as the editor's effect
 // dialog shows it, on a display or off one for a picture.
 #include "commands.h"
+#include "lv2.h"
 #include "QVlorPluginFormat.h"
 #include "text.h"
 
@@ -42,7 +43,8 @@ const char* const kOpenHelp =
     "plugin's own editor when it has one and a display is there to show it,\n"
     "a panel of its parameters otherwise.\n\n"
     "  PLUGIN            a VST2 file (.so) or a VST3 bundle (.vst3)\n"
-    "  --lv2 URI         the LV2 plugin of this URI (vlorfx probe --lv2 --all lists them)\n"
+    "  --lv2 URI         the LV2 plugin of this URI, or of this name or bundle in the\n"
+    "                    catalog (vlorfx probe --lv2 --all lists them)\n"
     "  --cid CID         the effect class of a bundle that holds more than one\n"
     "  --id N            the plugin of a VST2 shell file\n"
     "  --generic         the parameter panel even where the plugin has an editor\n"
@@ -150,7 +152,7 @@ int cmdOpen(int argc, char** argv)
             return 0;
         }
         if (a == "--lv2" && hasValue) {
-            lv2 = argv[++i];
+            lv2 = vlorfx::Lv2UriOf(argv[++i]);
         } else if (a == "--cid" && hasValue) {
             cid = argv[++i];
         } else if (a == "--id" && hasValue) {

@@ -9,6 +9,9 @@
 #include <vector>
 
 namespace vlorfx {
+// The URI of the LV2 plugin an argument names: a URI as it stands, or the
+// name (any case) or the bundle folder of one plugin of the LV2 catalog.
+std::string Lv2UriOf(const std::string& arg);
 // The host program's check of one plugin (see QVlorLv2::CheckPlugin).
 bool CheckLv2(const char* uri, QJsonObject* report, QString* error);
 // vlorfx probe --lv2 with the arguments behind it.

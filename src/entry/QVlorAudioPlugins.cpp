@@ -165,6 +165,14 @@ int Initialize()
     OpenPluginLog();
     AUDIOVST_Initialize();
     AUDIO_AddEffectFilter(&VSTEffect);
+    // The LV2 world and the host programs read LV2_PATH: the folders the user
+    // added are found by them too, not by the scan alone. Before the filter,
+    // which makes the world.
+    if (QVlorLv2::Manager::isFormatEnabled()) {
+        const QStringList folders = QVlorLv2::Manager::ConfiguredPaths();
+        if (!folders.isEmpty())
+            qputenv("LV2_PATH", folders.join(QLatin1Char(':')).toLocal8Bit());
+    }
     AUDIO_AddEffectFilter(&LV2Effect);
     return AUDIO_AddEffectFilter(&VST3Effect);
 }

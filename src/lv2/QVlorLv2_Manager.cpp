@@ -103,6 +103,11 @@ QStringList Manager::searchPaths() const
         if (d->pathsOverridden)
             return d->pathsOverride;
     }
+    return ConfiguredPaths();
+}
+
+QStringList Manager::ConfiguredPaths()
+{
     QStringList paths = SystemPaths();
     QVlorSetting& settings = QVlorSetting::global();
     for (const QString& custom : settings.getStringList(QLatin1String(K_SETTING_LV2_CUSTOM_PATHS)))

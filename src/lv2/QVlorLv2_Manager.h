@@ -34,6 +34,8 @@ public:
     static QStringList SystemPaths();
     // The folders a scan walks: the system's and the user's, less those switched off.
     QStringList searchPaths() const;
+    // The same, from the settings alone (no test's override).
+    static QStringList ConfiguredPaths();
     // The format's switch ("vloraudio.plugins.lv2_enabled", on by default).
     static bool isFormatEnabled();
     static void setFormatEnabled(bool on);

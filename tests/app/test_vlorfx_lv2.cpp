@@ -124,3 +124,37 @@ TEST_F(Lv2Cli, AnEditorThatCrashesIsNamedAtTheNextStart)
     EXPECT_NE(err().find("Last run crashed while opening Fixture Crash UI"), std::string::npos) << err();
     EXPECT_FALSE(QFileInfo::exists(QString::fromStdString(dir.file("data/opening_sentinel"))));
 }
+
+// The LV2 catalog through vlorfx: a scan of the fixture folder names every
+// fault, and the plugins are switched, listed and applied by name or URI.
+TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
+{
+    setenv("LV2_PATH", ":", 1);
+    ASSERT_EQ(run("scan --no-vst2 --no-vst3 --check-timeout 2 --lv2-path '" VLOR_FIXTURE_LV2_DIR "'"), 0) << err();
+    EXPECT_NE(out().find("LV2: 1 bundles, 11 plugins: 6 on, 0 off, 5 failed, 0 not effects"), std::string::npos)
+        << out();
+    EXPECT_NE(out().find("LV2 Fixture Crash Run (urn:vlor:fixture:crash-run): the plugin crashed during its check"),
+              std::string::npos)
+        << out();
+    struct Step {
+        const char* args;
+        int status;
+        const char* says;
+    } steps[] = {
+        {"disable 'Fixture Gain'", 0, "Fixture Gain: LV2 urn:vlor:fixture:gain, off"},
+        {"list --wide", 0, "off"},
+        {"enable urn:vlor:fixture:gain", 0, "Fixture Gain: LV2 urn:vlor:fixture:gain, on"},
+        {"enable urn:vlor:fixture:nan", 1, "Fixture Nan: LV2 urn:vlor:fixture:nan, failed"},
+        {"list --json", 0, "\"lv2\": {"},
+        {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 11 plugins: 6 on, 0 off, 5 failed"},
+    };
+    for (const Step& s : steps) {
+        EXPECT_EQ(run(s.args), s.status) << s.args << "\n" << err();
+        EXPECT_NE(out().find(s.says), std::string::npos) << s.args << "\n" << out();
+    }
+    // The catalog's folder reaches the engine too: applied by name.
+    ASSERT_EQ(run("apply --lv2 'Fixture Gain' --param 0=6 '" + dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"),
+              0)
+        << err();
+    EXPECT_EQ(read("out.wav").size(), input.size());
+}
