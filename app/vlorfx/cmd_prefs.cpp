@@ -7,6 +7,7 @@
 #include "QVlorApplication.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorPluginsPrefs.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 
@@ -205,7 +206,8 @@ int cmdPrefs(int argc, char** argv)
     QDialog dialog;
     dialog.setWindowTitle(QStringLiteral("Preferences"));
     auto* layout = new QVBoxLayout(&dialog);
-    auto* page = new QVlorPluginsPrefs({QVlorAudioPlugins::vstManager(), QVlorAudioPlugins::vst3Manager()}, &dialog);
+    auto* page = new QVlorPluginsPrefs(
+        {QVlorAudioPlugins::vstManager(), QVlorAudioPlugins::vst3Manager(), QVlorAudioPlugins::lv2Manager()}, &dialog);
     layout->addWidget(page, 1);
     auto* buttons = new QDialogButtonBox(QDialogButtonBox::Close, &dialog);
     layout->addWidget(buttons);

@@ -260,7 +260,7 @@ void install(Host* host)
     if (s_vst3Manager)
         QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
 
-    PluginManagers::setInstalled({s_vstManager, s_vst3Manager});
+    PluginManagers::setInstalled({s_vstManager, s_vst3Manager, s_lv2Manager});
     QVlorPreferencesTabFactory::registerTab(QLatin1String(QVlorPluginsPrefs::Factory::Name),
                                             &QVlorPluginsPrefs::Factory::create);
     // Last, so that it finds both managers in place.

@@ -9,6 +9,8 @@
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
+#include "QVlorLv2_Manager.h"
+#include "QVlorLv2_Widget.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_Widget.h"
 #include "QVlorVst_Manager.h"
@@ -93,7 +95,7 @@ public:
         QString pairId;
         QString format;
         QVlorVst::Plugin plugin;
-        QString cid;
+        QString cid; // a VST3 class ID, or an LV2 plugin's URI
     };
 
     Host* host = nullptr;
@@ -146,7 +148,7 @@ MenuController::MenuController(Host* host) : d(new Data)
 {
     d->host = host;
     // Under the progress line, the plugin whose check has run for a while can be skipped.
-    d->slowChecks = new QVlorSlowCheckWatch({vstManager(), vst3Manager()}, this);
+    d->slowChecks = new QVlorSlowCheckWatch({vstManager(), vst3Manager(), lv2Manager()}, this);
     connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
         if (!d->skipCheckAction)
             return;
@@ -158,6 +160,8 @@ MenuController::MenuController(Host* host) : d(new Data)
         connect(m, &QVlorVst::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
         connect(m, &QVlorVst::Manager::endScan, this, &MenuController::rebuildPluginsMenu);
     }
+    if (QVlorLv2::Manager* m = lv2Manager())
+        connect(m, &QVlorLv2::Manager::catalogChanged, this, &MenuController::rebuildPluginsMenu);
     if (QVlorVst3::Manager* m = vst3Manager()) {
         connect(m, &QVlorVst3::Manager::pluginEnabled, this, &MenuController::rebuildPluginsMenu);
         connect(m, &QVlorVst3::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
@@ -194,7 +198,7 @@ QAction* MenuController::cancelScanAction() const { return d->cancelScanAction; 
 
 void MenuController::createPluginsMenu()
 {
-    if (d->pluginsMenu || (!vstManager() && !vst3Manager()) || !d->host)
+    if (d->pluginsMenu || (!vstManager() && !vst3Manager() && !lv2Manager()) || !d->host)
         return;
     QMenu* main = d->host->mainMenu();
     if (!main)
@@ -250,7 +254,8 @@ void MenuController::rebuildPluginsMenuNow()
     } else {
         d->catalog = QVlorVst3::Catalog();
     }
-    d->rows = QVlorUnifiedPluginsModel::composeRows(paths, d->catalog, pairs, {}, {}, {}, {}, true);
+    d->rows = QVlorUnifiedPluginsModel::composeRows(paths, d->catalog, pairs, {}, {}, {}, {}, true,
+                                                    lv2Manager() ? lv2Manager()->catalogCopy() : QVlorLv2::Catalog());
 
     const UpmVst2Index vst2Index(paths);
     const QVlorAudio audio = d->host->currentAudio();
@@ -259,9 +264,9 @@ void MenuController::rebuildPluginsMenuNow()
     QMap<QString, QList<const UnifiedRow*>> byVendor;
     int entryCount = 0;
     for (const UnifiedRow& row : qAsConst(d->rows)) {
-        if (row.isShellHeader || (!row.vst2.active && !row.vst3.active) || !row.inUse())
+        if (row.isShellHeader || (!row.vst2.active && !row.vst3.active && !row.lv2.active) || !row.inUse())
             continue;
-        const UnifiedFormatInfo& active = row.vst2.active ? row.vst2 : row.vst3;
+        const UnifiedFormatInfo& active = row.vst2.active ? row.vst2 : row.vst3.active ? row.vst3 : row.lv2;
         if (active.state == QLatin1String("missing") || active.state == QLatin1String("failed"))
             continue;
         byVendor[row.vendorKey] << &row;
@@ -298,11 +303,16 @@ void MenuController::rebuildPluginsMenuNow()
                     continue;
                 formatLabel = BadgeText(Vst2Format(), row->vst2.is32Bit);
                 formatId = row->vst2.identity;
-            } else {
+            } else if (row->vst3.active) {
                 entry.format = QLatin1String(Vst3Format().token);
                 entry.cid = row->vst3.identity;
                 formatLabel = BadgeText(Vst3Format(), false);
                 formatId = Vst3ActionId(entry.cid);
+            } else {
+                entry.format = Lv2Token();
+                entry.cid = row->lv2.identity;
+                formatLabel = BadgeText(kLv2Format, false);
+                formatId = QLatin1String(kLv2Format.actionIdPrefix) + entry.cid;
             }
             QAction* action = EntryAction(row->name, formatLabel, vendorMenu);
             action->setEnabled(canApply);
@@ -317,8 +327,9 @@ void MenuController::rebuildPluginsMenuNow()
             url.removeIf([](QChar c) { return c.isSpace(); });
             const QString description =
                 QStringLiteral("%1: %2 by %3")
-                    .arg(entry.format == QVlorAudioPlugins::Vst2Token() ? QStringLiteral("VST")
-                                                                        : QStringLiteral("VST3"),
+                    .arg(entry.format == QVlorAudioPlugins::Vst2Token()   ? QStringLiteral("VST")
+                         : entry.format == QVlorAudioPlugins::Lv2Token() ? QStringLiteral("LV2")
+                                                                         : QStringLiteral("VST3"),
                          row->name, label);
             d->host->registerQuickOpen(2, action, QStringLiteral("fx://%1").arg(url), title, description,
                                        QStringLiteral("QtVlor"), QStringLiteral("quickopen/vst"));
@@ -360,6 +371,10 @@ void MenuController::openEntry(QAction* action)
         return;
     }
 
+    if (entry.format == QVlorAudioPlugins::Lv2Token()) {
+        openLv2(action, entry.cid, entry.pairId);
+        return;
+    }
     QVlorVst3::Plugin plugin;
     const QVlorVst3::CatalogClass* found = nullptr;
     for (const QVlorVst3::CatalogBundle& bundle : d->catalog.bundles())
@@ -389,6 +404,32 @@ void MenuController::openEntry(QAction* action)
                                  trMain("The VST3 %1 plug-in could not be loaded (or crash during this process).")
                                      .arg(plugin.name()),
                                  QMessageBox::Ok, informative);
+    delete widget;
+}
+
+// An LV2 effect opens in this process, as the others' dialogs do; one that
+// took the editor down before is opened only when the user says so.
+void MenuController::openLv2(QAction* action, const QString& uri, const QString& pairId)
+{
+    QMenu* main = d->host->mainMenu();
+    QWidget* parent = main ? main->window() : nullptr;
+    const QVlorLv2::Catalog catalog = lv2Manager() ? lv2Manager()->catalogCopy() : QVlorLv2::Catalog();
+    const QVlorLv2::CatalogPlugin* plugin = catalog.findPlugin(uri);
+    if (!plugin)
+        return;
+    if (plugin->state == QVlorLv2::CatalogPlugin::Crashed &&
+        QVlorMessageBox::windowModal(parent, QMessageBox::Warning, trMain("Question"),
+                                     trMain("This plugin crashed vloraudio the last time it was opened. Open it anyway?"),
+                                     QMessageBox::Yes | QMessageBox::No, QString(), QMessageBox::No) != QMessageBox::Yes)
+        return;
+    auto* widget = new QVlorLv2::Widget(d->host->currentAudio());
+    if (widget->loadPlugin(uri)) {
+        d->host->presentEffectWidget(widget, action, pairId, QVlorAudioPlugins::Lv2Token());
+        return;
+    }
+    QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("LV2 Load Error"),
+                                 trMain("The LV2 %1 plug-in could not be loaded: %2.").arg(plugin->name, widget->error()),
+                                 QMessageBox::Ok);
     delete widget;
 }
 

@@ -40,6 +40,7 @@ public slots:
 
 private:
     void openEntry(QAction* action);
+    void openLv2(QAction* action, const QString& uri, const QString& pairId);
     class Data;
     Data* d;
 };

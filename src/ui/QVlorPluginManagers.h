@@ -12,12 +12,16 @@ class Manager;
 namespace QVlorVst3 {
 class Manager;
 }
+namespace QVlorLv2 {
+class Manager;
+}
 
 namespace QVlorAudioPlugins {
 
 struct PluginManagers {
     QPointer<QVlorVst::Manager> vst2;
     QPointer<QVlorVst3::Manager> vst3;
+    QPointer<QVlorLv2::Manager> lv2; // null when the LV2 format is off
 
     // The managers the library was installed with: what the pages and
     // dialogs made by name (the preferences dialog's factory) show. Set by

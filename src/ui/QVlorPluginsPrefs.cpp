@@ -1,4 +1,5 @@
 #include "QVlorPluginsPrefs.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorPluginFormat.h"
 
 #include "QVlorPluginsTreeView.h"
@@ -63,62 +64,9 @@ void QVlorPluginsPrefs::setUpTree()
     tree->setItemDelegateForColumn(2, d->stateDelegate);
 }
 
-// The progress line's Cancel and "Skip" of a slow check.
-void QVlorPluginsPrefs::setUpProgressButtons()
-{
-    // Cancel stops what either manager has under way or waiting: a scan, or checks.
-    connect(d->ui.scanCancelButton, &QPushButton::clicked, this, [this] {
-        if (QVlorVst::Manager* m2 = vst2())
-            m2->cancel();
-        if (QVlorVst3::Manager* m3 = vst3())
-            m3->cancel();
-    });
-    d->ui.skipCheckButton->hide();
-    d->slowChecks = new QVlorSlowCheckWatch(d->managers, this);
-    connect(d->slowChecks, &QVlorSlowCheckWatch::changed, this, [this](const QString& name) {
-        QPushButton* skip = d->ui.skipCheckButton;
-        skip->setVisible(!name.isEmpty());
-        if (name.isEmpty())
-            return;
-        skip->setText(tr("Skip %1").arg(skip->fontMetrics().elidedText(name, Qt::ElideMiddle, 180)));
-        skip->setToolTip(tr("The check of %1 has taken more than %2 seconds: end it now. The plugin is checked "
-                            "again at the next rescan.")
-                             .arg(name)
-                             .arg(QVlorSlowCheckWatch::kSlowMs / 1000));
-    });
-    connect(d->ui.skipCheckButton, &QPushButton::clicked, d->slowChecks, &QVlorSlowCheckWatch::skip);
-}
-
-// The managers' scans and changes reach the page: progress, and a rebuild
-// of the rows at every change.
-void QVlorPluginsPrefs::followManagers(QVlorVst::Manager* m2, QVlorVst3::Manager* m3)
-{
-    if (m2) {
-        connect(m2, &QVlorVst::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
-        connect(m2, &QVlorVst::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
-        connect(m2, &QVlorVst::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
-        connect(m2, &QVlorVst::Manager::pluginEnabled, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::pluginDisabled, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::pluginFailed, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m2, &QVlorVst::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
-        for (auto signal : {&QVlorVst::Manager::vendorEnabledChanged, &QVlorVst::Manager::pathAdded,
-                            &QVlorVst::Manager::pathDeleted, &QVlorVst::Manager::pathEnabled,
-                            &QVlorVst::Manager::pathDisabled})
-            connect(m2, signal, this, &QVlorPluginsPrefs::rebuildRows);
-    }
-    if (m3) {
-        connect(m3, &QVlorVst3::Manager::beginScan, this, &QVlorPluginsPrefs::onBeginScan);
-        connect(m3, &QVlorVst3::Manager::progressScan, this, &QVlorPluginsPrefs::onProgressScan);
-        connect(m3, &QVlorVst3::Manager::endScan, this, &QVlorPluginsPrefs::onEndScan);
-        for (auto signal : {&QVlorVst3::Manager::pluginEnabled, &QVlorVst3::Manager::pluginDisabled,
-                            &QVlorVst3::Manager::pluginFailed, &QVlorVst3::Manager::pluginStateChanged})
-            connect(m3, signal, this, &QVlorPluginsPrefs::rebuildRows);
-        connect(m3, &QVlorVst3::Manager::catalogChanged, this, &QVlorPluginsPrefs::rebuildRows);
-    }
-}
-
 QVlorVst::Manager* QVlorPluginsPrefs::vst2() const { return d->managers.vst2; }
 QVlorVst3::Manager* QVlorPluginsPrefs::vst3() const { return d->managers.vst3; }
+QVlorLv2::Manager* QVlorPluginsPrefs::lv2() const { return d->managers.lv2; }
 
 QVlorPluginsPrefs::QVlorPluginsPrefs(QWidget* parent)
     : QVlorPluginsPrefs(QVlorAudioPlugins::PluginManagers::installed(), parent)
@@ -149,7 +97,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& ma
     };
     QVlorVst::Manager* m2 = vst2();
     QVlorVst3::Manager* m3 = vst3();
-    if (!m2 && !m3) {
+    if (!m2 && !m3 && !lv2()) {
         tree->hide();
         ui.refreshProgressLabel->hide();
         ui.scanProgressBar->hide();
@@ -183,6 +131,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& ma
     });
 
     followManagers(m2, m3);
+    followLv2();
 
     d->proxy.setSourceModel(&d->model);
     tree->setModel(&d->proxy);
@@ -280,7 +229,7 @@ void QVlorPluginsPrefs::rebuildRowsNow()
     d->rebuildPending = false;
     QVlorVst::Manager* m2 = vst2();
     QVlorVst3::Manager* m3 = vst3();
-    if (!m2 && !m3)
+    if (!m2 && !m3 && !lv2())
         return;
     QList<QVlorVst::Path> paths;
     if (m2)
@@ -301,7 +250,8 @@ void QVlorPluginsPrefs::rebuildRowsNow()
     d->paths = paths;
     d->vst2Index.reset();
     d->rows = QVlorUnifiedPluginsModel::composeRows(d->paths, catalog, pairs, searchPaths, d->hiddenNewPaths,
-                                                    pendingVst2Ids, pendingCids, QVlorVst::Manager::isScanEnabled());
+                                                    pendingVst2Ids, pendingCids, QVlorVst::Manager::isScanEnabled(),
+                                                    lv2() ? lv2()->catalogCopy() : QVlorLv2::Catalog());
     QTreeView* tree = d->ui.vstPluginsTreeView;
     d->captureExpansion(tree);
     d->model.setRows(d->rows);
@@ -313,6 +263,8 @@ void QVlorPluginsPrefs::rebuildRowsNow()
 
 void QVlorPluginsPrefs::rescanAll()
 {
+    if (QVlorLv2::Manager* m = lv2())
+        m->searchPlugins(false);
     if (QVlorVst::Manager* m2 = vst2())
         m2->rescanPlugins();
     if (QVlorVst3::Manager* m3 = vst3())
@@ -438,6 +390,11 @@ void QVlorPluginsPrefs::onPairCheckToggled(const QString&, const UnifiedRow& row
         return;
     QVlorVst3::Manager* m3 = vst3();
     QVlorVst::Manager* m2 = vst2();
+    if (row.lv2.active) {
+        if (QVlorLv2::Manager* m = lv2())
+            m->setPluginEnabled(row.lv2.identity, checked);
+        return;
+    }
     if (row.vst3.active && m3) {
         if (checked) {
             m3->markClassesVerifying({row.vst3.identity});

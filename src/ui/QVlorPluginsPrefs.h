@@ -18,6 +18,9 @@ class Manager;
 namespace QVlorVst3 {
 class Manager;
 }
+namespace QVlorLv2 {
+class Manager;
+}
 class QMenu;
 class QVlorPreferencesTab;
 
@@ -100,6 +103,7 @@ public slots:
 private:
     QVlorVst::Manager* vst2() const;
     QVlorVst3::Manager* vst3() const;
+    QVlorLv2::Manager* lv2() const;
     void populateStatusFilterCombo();
     // The progress line for checks of plugins (enabling, updating) under way.
     void updateCheckProgress();
@@ -110,6 +114,7 @@ private:
     void setUpTree();
     void setUpProgressButtons();
     void followManagers(QVlorVst::Manager* m2, QVlorVst3::Manager* m3);
+    void followLv2();
     // Parts of the row menu.
     void takeMenuSelection(QList<UnifiedRow>* rows, QStringList* shells, QList<UnifiedRow>* shellChildren) const;
     QList<QAction*> addPartnerMenu(QMenu* menu, const UnifiedRow& single,

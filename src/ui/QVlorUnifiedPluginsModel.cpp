@@ -34,7 +34,7 @@ Node* addNode(Node* parent, QVlorUnifiedPluginsModel::NodeKind kind, const QStri
 
 const UnifiedFormatInfo* activeFormat(const UnifiedRow& row)
 {
-    return row.vst3.active ? &row.vst3 : row.vst2.active ? &row.vst2 : nullptr;
+    return row.vst3.active ? &row.vst3 : row.vst2.active ? &row.vst2 : row.lv2.active ? &row.lv2 : nullptr;
 }
 
 bool rawRow(const Node* node) { return node->hasRow && node->row.newSection != UpmNewSectionNone; }
@@ -333,8 +333,9 @@ QList<UnifiedRow> QVlorUnifiedPluginsModel::composeRows(const QList<QVlorVst::Pa
                                                         const QList<QString>& vst3SearchPaths,
                                                         const QSet<QString>& hiddenNewPaths,
                                                         const QSet<qint64>& pendingVst2Ids,
-                                                        const QSet<QString>& pendingCids, bool vst2ScanEnabled)
+                                                        const QSet<QString>& pendingCids, bool vst2ScanEnabled,
+                                                        const QVlorLv2::Catalog& lv2Catalog)
 {
     return ComposeUnifiedRows(paths, catalog, pairs, vst3SearchPaths, hiddenNewPaths, pendingVst2Ids, pendingCids,
-                              vst2ScanEnabled);
+                              vst2ScanEnabled, lv2Catalog);
 }

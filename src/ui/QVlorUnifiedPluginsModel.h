@@ -50,7 +50,8 @@ public:
     static QList<UnifiedRow> composeRows(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog,
                                          const QVlorPluginPairs& pairs, const QList<QString>& vst3SearchPaths,
                                          const QSet<QString>& hiddenNewPaths, const QSet<qint64>& pendingVst2Ids,
-                                         const QSet<QString>& pendingCids, bool vst2ScanEnabled);
+                                         const QSet<QString>& pendingCids, bool vst2ScanEnabled,
+                                         const QVlorLv2::Catalog& lv2Catalog = QVlorLv2::Catalog());
 
 signals:
     void pairCheckToggled(const QString& pairId, const UnifiedRow& row, bool checked);

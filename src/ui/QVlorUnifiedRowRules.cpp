@@ -10,7 +10,9 @@ bool UpmRowNotAnEffect(const UnifiedRow& row)
     // The checks word every such verdict with these words; a check made
     // again cannot turn an instrument into an effect.
     const QLatin1String words("not an effect");
-    const UnifiedFormatInfo& f = row.vst3.present && (row.vst3.active || !row.vst2.present) ? row.vst3 : row.vst2;
+    const UnifiedFormatInfo& f = row.lv2.present                                         ? row.lv2
+                                 : row.vst3.present && (row.vst3.active || !row.vst2.present) ? row.vst3
+                                                                                              : row.vst2;
     return f.present && f.state == QLatin1String("failed") && f.error.contains(words, Qt::CaseInsensitive);
 }
 
@@ -163,4 +165,28 @@ bool UpmJoinPairEligible(const UnifiedRow& a, const UnifiedRow& b, const Unified
                         : r2->vst2.enabled                   ? QVlorAudioPlugins::Vst2Token()
                                                              : QVlorAudioPlugins::Vst3Token();
     return true;
+}
+
+QList<UnifiedRow> Lv2Rows(const QVlorLv2::Catalog& catalog)
+{
+    QList<UnifiedRow> rows;
+    for (const QVlorLv2::CatalogBundle& b : catalog.bundles)
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins) {
+            UnifiedRow row;
+            row.name = p.name.isEmpty() ? p.uri : p.name;
+            row.vendor = p.maker;
+            row.vendorKey = p.maker.toLower();
+            row.lv2.present = true;
+            row.lv2.active = true;
+            row.lv2.enabled = catalog.isEnabled(p.uri);
+            row.lv2.identity = p.uri;
+            row.lv2.error = p.reason;
+            // The page's words: an instrument is a check that failed for that reason.
+            if (p.state == QVlorLv2::CatalogPlugin::Crashed)
+                row.lv2.state = QStringLiteral("crashed");
+            else if (p.state != QVlorLv2::CatalogPlugin::Usable)
+                row.lv2.state = QStringLiteral("failed");
+            rows << row;
+        }
+    return rows;
 }

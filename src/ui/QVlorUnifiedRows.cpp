@@ -195,6 +195,8 @@ QString UnifiedRow::rowStateText() const
         return vst3.state;
     if (vst2.active)
         return vst2.state;
+    if (lv2.active)
+        return lv2.state;
     return QString();
 }
 
@@ -202,7 +204,7 @@ bool UnifiedRow::inUse() const
 {
     if (newSection != UpmNewSectionNone || isShellHeader)
         return false;
-    const UnifiedFormatInfo* f = vst3.active ? &vst3 : vst2.active ? &vst2 : nullptr;
+    const UnifiedFormatInfo* f = vst3.active ? &vst3 : vst2.active ? &vst2 : lv2.active ? &lv2 : nullptr;
     if (!f || !f->present || f->gated)
         return false;
     return f->enabled;
@@ -462,12 +464,14 @@ QMap<QString, QList<UnifiedRow>> NewVst3Rows(const QVlorVst3::Catalog& catalog, 
 QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog,
                                      const QVlorPluginPairs& pairs, const QList<QString>& vst3SearchPaths,
                                      const QSet<QString>& hiddenNewPaths, const QSet<qint64>& pendingVst2Ids,
-                                     const QSet<QString>& pendingCids, bool vst2ScanEnabled)
+                                     const QSet<QString>& pendingCids, bool vst2ScanEnabled,
+                                     const QVlorLv2::Catalog& lv2Catalog)
 {
     using namespace UnifiedRowSteps;
     const Flattened flat = FlattenBoth(paths, catalog, vst2ScanEnabled);
     QList<UnifiedRow> result = PlainThenShells(ProductRows(flat, pairs, {pendingVst2Ids, pendingCids}), flat.groups);
     GateVendors(&result, flat.disabledVendors, paths);
+    result += Lv2Rows(lv2Catalog);
     // The sections of new plugins, VST2 first.
     QStringList folders2, folders3;
     const QMap<QString, QList<UnifiedRow>> raw2 =

@@ -5,6 +5,7 @@
 // a plugin found on disk and never probed. The composition of the rows from
 // the copies of both catalogs and the pair store, and what a row may do.
 
+#include "QVlorLv2_Catalog.h"
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"
 #include "QVlorVst_Path.h"
@@ -29,7 +30,7 @@ struct UnifiedFormatInfo {
     bool is32Bit = false;  // VST2 only
     QString state;         // "verifying", "failed", "missing", "crashed", or empty
     QString error;         // VST3 only: the last error, for a tooltip
-    QString identity;      // "vstid-N", "vsthash-H:N", a class ID, or "vst3path-PATH"
+    QString identity;      // "vstid-N", "vsthash-H:N", a class ID, "vst3path-PATH", or an LV2 URI
 };
 
 struct UnifiedRow {
@@ -40,6 +41,7 @@ struct UnifiedRow {
     bool isNew = false;
     UnifiedFormatInfo vst2;
     UnifiedFormatInfo vst3;
+    UnifiedFormatInfo lv2; // a row of its own: the LV2 form of a product is not paired yet
     QString shellKey;
     bool isShellHeader = false;
     bool vendorEnabled = true;
@@ -49,7 +51,7 @@ struct UnifiedRow {
     bool isNewPathHeader = false;
     bool newPathShown = true;
 
-    // The state of the active format, VST3 first.
+    // The state of the active format, VST3 first, then VST2, then LV2.
     QString rowStateText() const;
     // Whether the row's active format is on and nothing above switches it off.
     bool inUse() const;
@@ -57,15 +59,18 @@ struct UnifiedRow {
 
 Q_DECLARE_METATYPE(UnifiedRow)
 
-// Plain rows, then shell groups, then the VST2 and VST3 new-plugin
-// sections; reads only the copies it is handed. pendingVst2Ids and
+// Plain rows (an LV2 plugin each among them), then shell groups, then the
+// VST2 and VST3 new-plugin sections; reads only the copies it is handed. pendingVst2Ids and
 // pendingCids are the plugins a pair operation is running on;
 // hiddenNewPaths holds "vst2|FOLDER" and "vst3|FOLDER"; vst3SearchPaths
 // is empty when VST3 scanning is off.
 QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog,
                                      const QVlorPluginPairs& pairs, const QList<QString>& vst3SearchPaths,
                                      const QSet<QString>& hiddenNewPaths, const QSet<qint64>& pendingVst2Ids,
-                                     const QSet<QString>& pendingCids, bool vst2ScanEnabled);
+                                     const QSet<QString>& pendingCids, bool vst2ScanEnabled,
+                                     const QVlorLv2::Catalog& lv2Catalog = QVlorLv2::Catalog());
+// The row of each LV2 plugin of the catalog, active in its one format.
+QList<UnifiedRow> Lv2Rows(const QVlorLv2::Catalog& catalog);
 
 // What a row may do, shared by the delegates and the row menu.
 bool UpmRowBusy(const UnifiedRow& row);

@@ -100,6 +100,7 @@ TEST_F(Lv2Manager, AScanNamesEachFaultOfTheFixturesAndKeepsTheRest)
         {"crash-run", CatalogPlugin::Crashed, "the plugin crashed during its check"},
         {"hang", CatalogPlugin::Failed, "its check did not end within 2 s"},
         {"nan", CatalogPlugin::Failed, "invalid samples"},
+        {"instrument", CatalogPlugin::NotAnEffect, "not an effect"},
     };
     for (const Case& k : cases) {
         const CatalogPlugin* p = c.findPlugin(kFixture + QLatin1String(k.fixture));
@@ -111,6 +112,8 @@ TEST_F(Lv2Manager, AScanNamesEachFaultOfTheFixturesAndKeepsTheRest)
     // What a crash or a hang cut short still has its name, from the metadata.
     EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("crash-run"))->name, QStringLiteral("Fixture Crash Run"));
     EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("gain"))->latency, 16);
+    // The class as its core type says, read in a world of that bundle alone.
+    EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("gain"))->className, QStringLiteral("Amplifier"));
     EXPECT_EQ(c.pluginCount(), int(std::size(cases)));
 }
 

@@ -529,7 +529,7 @@ TEST_F(Prefs, APageShowsTheManagersItIsHandedAndOutlivesThem)
         return std::count_if(rows.begin(), rows.end(), [&](const UnifiedRow& r) { return (r.*format).present; });
     };
     ASSERT_GT(present(page->rows(), &UnifiedRow::vst2), 0);
-    QVlorPluginsPrefs vst3Only({nullptr, vst3});
+    QVlorPluginsPrefs vst3Only({nullptr, vst3, {}});
     vst3Only.rebuildRowsNow();
     EXPECT_EQ(present(vst3Only.rows(), &UnifiedRow::vst2), 0);
     EXPECT_EQ(present(vst3Only.rows(), &UnifiedRow::vst3), present(page->rows(), &UnifiedRow::vst3));
