@@ -4,6 +4,10 @@
 // the menu's life when the host tears it down.
 #include "QVlorAudioPlugins.h"
 #include "QVlorDialogs.h"
+#include "QVlorLv2_Manager.h"
+#include "QVlorLv2_Widget.h"
+#include "QVlorPluginFormat.h"
+#include "QVlorSetting.h"
 #include "QVlorPluginsMenu.h"
 #include "QVlorPluginsPrefs.h"
 #include "QVlorVst3_Manager.h"
@@ -102,7 +106,12 @@ QAction* find(const QMenu* menu, const QString& text)
 
 class Menu : public ::testing::Test {
 protected:
-    static void SetUpTestSuite() { QVlorAudioPlugins::Initialize(); }
+    static void SetUpTestSuite()
+    {
+        // The LV2 folders are the fixtures' alone: no test scans the machine's.
+        setenv("LV2_PATH", VLOR_FIXTURE_LV2_DIR, 1);
+        QVlorAudioPlugins::Initialize();
+    }
     static void TearDownTestSuite() { QVlorAudioPlugins::Finalize(); }
     void SetUp() override
     {
@@ -579,4 +588,54 @@ TEST_F(Menu, AChangedPluginIsCheckedAwayFromTheMainThreadWithProgressAndCancel)
             EXPECT_TRUE(asked[0].text.contains(c.told)) << asked[0].text.toStdString();
         }
     }
+}
+
+// LV2 plugins reach the menu from their catalog: each usable one an entry
+// under its maker with its own id, opening the LV2 dialog; failed ones, no
+// effects and switched-off ones stay out; one that crashed asks first.
+TEST_F(Menu, Lv2EffectsAreEntriesOfTheirOwnThatOpenTheLv2Dialog)
+{
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+    QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
+    ASSERT_NE(lv2, nullptr);
+    lv2->searchPlugins(false);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return lv2->catalogCopy().isOffered(QStringLiteral("urn:vlor:fixture:gain"));
+    }, 30000));
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
+    lv2->setPluginEnabled(QStringLiteral("urn:vlor:fixture:atom"), false);
+    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
+    // The manager's thread takes the switch; the copy shows it after.
+    ASSERT_TRUE(waitFor([&] { return !lv2->catalogCopy().isEnabled(QStringLiteral("urn:vlor:fixture:atom")); }, 5000));
+    settle();
+    controller->rebuildPluginsMenu();
+    settle();
+    for (const char* absent : {"Fixture Nan \u00B7 LV2", "Fixture Instrument \u00B7 LV2", "Fixture Atom \u00B7 LV2"})
+        EXPECT_EQ(find(controller->pluginsMenu(), QString::fromUtf8(absent)), nullptr) << absent;
+    QAction* gain = find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 LV2"));
+    ASSERT_NE(gain, nullptr);
+    EXPECT_EQ(host.ids.value(gain), QStringLiteral("lv2id-urn:vlor:fixture:gain"));
+    gain->trigger();
+    ASSERT_NE(host.presented, nullptr);
+    EXPECT_EQ(host.presentedFormat, QStringLiteral("lv2"));
+    auto* dialog = qobject_cast<QVlorLv2::Widget*>(host.presented.get());
+    ASSERT_NE(dialog, nullptr);
+    EXPECT_EQ(dialog->uri(), QStringLiteral("urn:vlor:fixture:gain"));
+    host.presented.reset();
+
+    lv2->markCrashed(QStringLiteral("urn:vlor:fixture:gain"));
+    ASSERT_TRUE(waitFor([&] {
+        return lv2->catalogCopy().findPlugin(QStringLiteral("urn:vlor:fixture:gain"))->state ==
+               QVlorLv2::CatalogPlugin::Crashed;
+    }, 5000));
+    settle();
+    controller->rebuildPluginsMenu();
+    settle();
+    gain = find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 LV2"));
+    ASSERT_NE(gain, nullptr);
+    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::No, QString()}; });
+    gain->trigger();
+    ASSERT_EQ(QVlorDialogs::takeAsked().size(), 1);
+    EXPECT_EQ(host.presented, nullptr);
 }

@@ -88,7 +88,8 @@ inline bool copyTree(const QString& from, const QString& to)
 inline void removeCatalogs()
 {
     const QDir data(QString::fromStdString(dataDir()));
-    for (const char* file : {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json"})
+    for (const char* file :
+         {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json", "catalog_lv2.json"})
         QFile::remove(data.filePath(QLatin1String(file)));
 }
 
