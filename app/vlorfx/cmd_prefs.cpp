@@ -35,7 +35,8 @@
 namespace {
 
 const char* const kPrefsHelp =
-    "usage: vlorfx prefs [--theme light|dark] [--filter TEXT] [--status all|new|failed|enabled]\n"
+    "usage: vlorfx prefs [--theme light|dark] [--filter TEXT]\n"
+    "                    [--status all|new|failed|enabled|vst2|vst3|lv2]\n"
     "                    [--rescan] [--size WxH] [--context-menu NAME] [--search-paths]\n"
     "                    [--screenshot FILE]\n\n"
     "Shows the plugin manager page on this machine's catalogs: one tree of both\n"
@@ -45,7 +46,7 @@ const char* const kPrefsHelp =
     "and the rescan.\n\n"
     "  --theme T          light (the default) or dark\n"
     "  --filter TEXT      type TEXT into the filter\n"
-    "  --status S         pick the status filter\n"
+    "  --status S         pick the status filter (or the format filter: vst2, vst3, lv2)\n"
     "  --rescan           start \"Rescan Plugins\" at once\n"
     "  --size WxH         the window's size (default 760x620)\n"
     "  --context-menu NAME  select the product NAME and open its context menu\n"
@@ -107,12 +108,12 @@ int readPrefsOptions(int argc, char** argv, PrefsOptions* o)
             o->filter = argv[++i];
         } else if (a == "--status" && hasValue) {
             const std::string s = argv[++i];
-            const char* const names[] = {"all", "new", "failed", "enabled"};
-            for (int k = 0; k < 4; ++k)
+            const char* const names[] = {"all", "new", "failed", "enabled", "vst2", "vst3", "lv2"};
+            for (int k = 0; k < 7; ++k)
                 if (s == names[k])
                     o->status = k;
             if (o->status < 0)
-                return prefsError("--status is all, new, failed or enabled");
+                return prefsError("--status is all, new, failed, enabled, vst2, vst3 or lv2");
         } else if (a == "--rescan") {
             o->rescan = true;
         } else if (a == "--size" && hasValue) {

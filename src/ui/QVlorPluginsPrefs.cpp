@@ -175,6 +175,11 @@ void QVlorPluginsPrefs::populateStatusFilterCombo()
     combo->addItem(tr("Failed"), int(ProxyFilter::StatusFailed));
     combo->addItem(tr("Enabled"), int(ProxyFilter::StatusEnabled));
     combo->insertSeparator(1);
+    // The formats after the states: a row shows under each format it is there in.
+    combo->insertSeparator(combo->count());
+    combo->addItem(QStringLiteral("VST2"), int(ProxyFilter::FormatVst2));
+    combo->addItem(QStringLiteral("VST3"), int(ProxyFilter::FormatVst3));
+    combo->addItem(QStringLiteral("LV2"), int(ProxyFilter::FormatLv2));
 }
 
 void QVlorPluginsPrefs::showStatus(ProxyFilter::StatusFilter filter)

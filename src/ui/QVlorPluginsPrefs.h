@@ -32,7 +32,16 @@ class QVlorPluginsPrefs : public QVlorPreferencesTab {
 public:
     class ProxyFilter : public QSortFilterProxyModel {
     public:
-        enum StatusFilter { StatusAll = 0, StatusNew = 1, StatusFailed = 2, StatusEnabled = 3 };
+        // What a row is, or in which format it is there.
+        enum StatusFilter {
+            StatusAll = 0,
+            StatusNew = 1,
+            StatusFailed = 2,
+            StatusEnabled = 3,
+            FormatVst2 = 4,
+            FormatVst3 = 5,
+            FormatLv2 = 6
+        };
 
         explicit ProxyFilter(QObject* parent = nullptr);
         void setFilterString(const QString& text);

@@ -43,11 +43,19 @@ bool QVlorPluginsPrefs::ProxyFilter::acceptStatus(const UnifiedRow& row, StatusF
     case StatusNew:
         return row.isNew;
     case StatusFailed:
-        return isFailedState(row.vst2) || isFailedState(row.vst3);
+        return isFailedState(row.vst2) || isFailedState(row.vst3) || isFailedState(row.lv2);
     case StatusEnabled:
         if (row.vst2.active)
             return row.vst2.enabled;
+        if (row.lv2.active)
+            return row.lv2.enabled && row.lv2.state.isEmpty();
         return row.vst3.active && row.vst3.enabled;
+    case FormatVst2:
+        return row.vst2.present;
+    case FormatVst3:
+        return row.vst3.present;
+    case FormatLv2:
+        return row.lv2.present;
     }
     return false;
 }

@@ -662,7 +662,7 @@ TEST_F(Cli, PrefsShowsThePluginManagerPageAndSavesAPictureOfIt)
     };
     const std::vector<Case> cases = {
         {"prefs --theme pink", "--theme is light or dark"},
-        {"prefs --status lost", "--status is all, new, failed or enabled"},
+        {"prefs --status lost", "--status is all, new, failed, enabled, vst2, vst3 or lv2"},
         {"prefs --size 10x10", "--size is WIDTHxHEIGHT"},
         {"prefs --what", "unknown argument --what"},
     };

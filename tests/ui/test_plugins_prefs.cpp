@@ -608,3 +608,31 @@ TEST_F(Prefs, AddPluginsMarksEveryRowBusyAtOnceAndBringsEachIn)
         return added([](const QVlorVst::Plugin& p) { return p.isEnabled() && !p.verifying(); }) == faults.size();
     }, 30000));
 }
+
+// The status filter's format choices: a row shows under each format it is there in.
+TEST(PrefsFilter, TheFormatChoicesKeepTheRowsOfThatFormat)
+{
+    using F = QVlorPluginsPrefs::ProxyFilter;
+    UnifiedRow vst2, pair, lv2, lv2Failed;
+    vst2.vst2 = {true, true, true, false, false, {}, {}, QStringLiteral("vstid-1")};
+    pair.vst2 = vst2.vst2;
+    pair.vst2.active = false;
+    pair.vst3 = {true, true, true, false, false, {}, {}, QStringLiteral("A")};
+    lv2.lv2 = {true, true, true, false, false, {}, {}, QStringLiteral("urn:a")};
+    lv2Failed.lv2 = {true, true, true, false, false, QStringLiteral("failed"), QStringLiteral("invalid samples"),
+                     QStringLiteral("urn:b")};
+    struct Case {
+        F::StatusFilter filter;
+        bool vst2, pair, lv2, lv2Failed;
+    } cases[] = {
+        {F::FormatVst2, true, true, false, false},   {F::FormatVst3, false, true, false, false},
+        {F::FormatLv2, false, false, true, true},    {F::StatusFailed, false, false, false, true},
+        {F::StatusEnabled, true, true, true, false}, {F::StatusAll, true, true, true, true},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(F::acceptStatus(vst2, c.filter), c.vst2) << c.filter;
+        EXPECT_EQ(F::acceptStatus(pair, c.filter), c.pair) << c.filter;
+        EXPECT_EQ(F::acceptStatus(lv2, c.filter), c.lv2) << c.filter;
+        EXPECT_EQ(F::acceptStatus(lv2Failed, c.filter), c.lv2Failed) << c.filter;
+    }
+}
