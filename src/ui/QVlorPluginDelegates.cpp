@@ -191,7 +191,9 @@ void QVlorPluginBadgeDelegate::drawBadge(QPainter* painter, const QRectF& rect, 
 }
 
 void QVlorPluginBadgeDelegate::paintBadgeSlot(QPainter* painter, const QPalette& palette, const QRectF& rect,
-                                              const UnifiedFormatInfo& info, int slot, bool gray, bool pressed) const
+                                              const UnifiedFormatInfo& info,
+                                              const QVlorAudioPlugins::PluginFormat& format, bool gray,
+                                              bool pressed) const
 {
     if (!info.present)
         return;
@@ -236,9 +238,7 @@ void QVlorPluginBadgeDelegate::paintBadgeSlot(QPainter* painter, const QPalette&
     if (info.state == kMissing)
         text.setAlphaF(0.4f);
     painter->setPen(text);
-    const QString label = QVlorAudioPlugins::BadgeText(slot == 1 ? QVlorAudioPlugins::Vst3Format()
-                                                                 : QVlorAudioPlugins::Vst2Format(),
-                                                       info.is32Bit);
+    const QString label = QVlorAudioPlugins::BadgeText(format, info.is32Bit);
     painter->drawText(rect, Qt::AlignCenter, label);
     painter->restore();
 }
@@ -282,15 +282,19 @@ void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewIt
         painter->setPen(Qt::white);
         painter->drawText(rect, Qt::AlignCenter, tr("Add"));
     } else {
-        const UnifiedFormatInfo& active = row.vst3.active ? row.vst3 : row.vst2;
+        const UnifiedFormatInfo& active = row.vst3.active ? row.vst3 : row.vst2.active ? row.vst2 : row.lv2;
         const bool gray = !(option.state & QStyle::State_Enabled) || !active.present || !active.enabled || active.gated;
-        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 0, metrics, h), row.vst2, 0, gray,
-                       pressedHere && pressedSlot == 0);
-        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.vst3, 1, gray,
-                       pressedHere && pressedSlot == 1);
+        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 0, metrics, h), row.vst2,
+                       QVlorAudioPlugins::Vst2Format(), gray, pressedHere && pressedSlot == 0);
+        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.vst3,
+                       QVlorAudioPlugins::Vst3Format(), gray, pressedHere && pressedSlot == 1);
+        // An LV2 row, of its one format, has its badge in the place of VST3's: the rightmost.
+        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.lv2,
+                       QVlorAudioPlugins::kLv2Format, gray, false);
         // On a selected row the blue badge would melt into the selection: a white edge keeps it apart.
         if ((option.state & QStyle::State_Selected) && active.present && !gray) {
-            const QRectF rect = slotRect(option.rect, row.vst3.active ? 1 : 0, metrics, h).adjusted(0.5, 0.5, -0.5, -0.5);
+            const QRectF rect =
+                slotRect(option.rect, row.vst2.active ? 0 : 1, metrics, h).adjusted(0.5, 0.5, -0.5, -0.5);
             const double radius = 0.22 * rect.height();
             painter->setPen(QPen(QColor(255, 255, 255, 200), 1.0));
             painter->setBrush(Qt::NoBrush);
@@ -395,8 +399,8 @@ bool QVlorPluginBadgeDelegate::helpEvent(QHelpEvent* event, QAbstractItemView* v
         }
     } else if (row.vst2.present && slotRect(option.rect, 0, metrics, h).contains(point)) {
         text = row.vst2.error;
-    } else if (row.vst3.present && slotRect(option.rect, 1, metrics, h).contains(point)) {
-        text = row.vst3.error;
+    } else if ((row.vst3.present || row.lv2.present) && slotRect(option.rect, 1, metrics, h).contains(point)) {
+        text = row.vst3.present ? row.vst3.error : row.lv2.error;
     }
     if (text.isEmpty())
         return QStyledItemDelegate::helpEvent(event, view, option, index);

@@ -4,6 +4,7 @@
 // also the switch of a pair's active format, or a raw row's "Add" button),
 // the state icon or wheel, and the name column's margin.
 
+#include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
 
 #include <QFont>
@@ -45,7 +46,7 @@ signals:
 
 private:
     void paintBadgeSlot(QPainter* painter, const QPalette& palette, const QRectF& rect, const UnifiedFormatInfo& info,
-                        int slot, bool gray, bool pressed) const;
+                        const QVlorAudioPlugins::PluginFormat& format, bool gray, bool pressed) const;
 
     QPersistentModelIndex pressedIndex;
     int pressedSlot = -1;
