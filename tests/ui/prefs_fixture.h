@@ -3,6 +3,8 @@
 // scans of real managers, and the hands of a user on it: clicks on check
 // boxes and badges, right clicks, and the rows found by name.
 #include "QVlorApplication.h"
+#include "QVlorLv2_Manager.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorPluginDelegates.h"
 #include "QVlorPluginsPrefs.h"

@@ -636,3 +636,27 @@ TEST(PrefsFilter, TheFormatChoicesKeepTheRowsOfThatFormat)
         EXPECT_EQ(F::acceptStatus(lv2Failed, c.filter), c.lv2Failed) << c.filter;
     }
 }
+
+// An LV2 plugin's row: its box reaches the LV2 manager, and the row follows.
+TEST_F(Prefs, AnLv2RowsBoxReachesTheLv2Manager)
+{
+    QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
+    ASSERT_NE(lv2, nullptr);
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+    lv2->setSearchPathsForTesting({QStringLiteral(VLOR_FIXTURE_LV2_DIR)});
+    lv2->searchPlugins(false);
+    const QString atom = QStringLiteral("urn:vlor:fixture:atom");
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return lv2->catalogCopy().isOffered(atom) && row(QStringLiteral("Fixture Atom")).isValid();
+    }, 30000));
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
+    EXPECT_TRUE(rowOf(row(QStringLiteral("Fixture Atom"))).lv2.present);
+    EXPECT_EQ(rowOf(row(QStringLiteral("Fixture Nan"))).rowStateText(), QStringLiteral("failed"));
+    click(checkBox(row(QStringLiteral("Fixture Atom"))));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return !lv2->catalogCopy().isEnabled(atom) &&
+               row(QStringLiteral("Fixture Atom")).data(Qt::CheckStateRole).toInt() == Qt::Unchecked;
+    }, 5000));
+}
