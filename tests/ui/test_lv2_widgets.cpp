@@ -156,6 +156,22 @@ TEST_F(Lv2Widgets, ALogarithmicSliderWalksTheRatioAndItsFirstStepIsZero)
     EXPECT_EQ(seen->slider()->value(), 600);
 }
 
+// What an editor asks is heard only while it is open, and only within bounds.
+TEST_F(Lv2Widgets, ResizeRequestsWithoutAnOpenEditorOrOutOfBoundsAreIgnored)
+{
+    auto w = load(kFixture + "gain");
+    QSignalSpy resized(w.get(), &QVlorFxWidget::fxResized);
+    const QSize before = w->size();
+    for (const QSize asked : {QSize(320, 180), QSize(0, 100), QSize(99999, 100)})
+        w->onUiEvent(kLv2UiResize, asked.width(), asked.height());
+    EXPECT_EQ(resized.count(), 0);
+    EXPECT_EQ(w->size(), before);
+    // A parameter the editor set reaches the configuration's listeners.
+    QSignalSpy changed(w.get(), &QVlorFxWidget::fxConfigChanged);
+    w->onUiEvent(kLv2UiParamEdited, 0, 0);
+    EXPECT_EQ(changed.count(), 1);
+}
+
 TEST_F(Lv2Widgets, WhatDoesNotStartSaysWhy)
 {
     struct Case {
