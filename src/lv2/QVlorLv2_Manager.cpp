@@ -118,6 +118,14 @@ QStringList Manager::ConfiguredPaths()
     return paths;
 }
 
+bool Manager::isScanEnabled()
+{
+    return QVlorSetting::global().getBool(QLatin1String(QVlorAudioPlugins::kLv2Format.scanSettingKey), true);
+}
+void Manager::setScanEnabled(bool on)
+{
+    QVlorSetting::global().change(QLatin1String(QVlorAudioPlugins::kLv2Format.scanSettingKey), on);
+}
 bool Manager::isFormatEnabled() { return QVlorSetting::global().getBool(formatKey(), true); }
 void Manager::setFormatEnabled(bool on) { QVlorSetting::global().change(formatKey(), on); }
 
@@ -138,6 +146,12 @@ void Manager::searchPlugins(bool notifyNew)
     d->scanning.storeRelease(1);
     emit beginScan();
     QStringList found;
+    // Scanning switched off: the catalog stays as it is.
+    if (!isScanEnabled()) {
+        d->scanning.storeRelease(0);
+        emit endScan(false);
+        return;
+    }
     for (const QString& folder : searchPaths())
         for (const QString& bundle : bundlesUnder(folder))
             if (!found.contains(bundle))

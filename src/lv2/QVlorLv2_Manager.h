@@ -36,6 +36,9 @@ public:
     QStringList searchPaths() const;
     // The same, from the settings alone (no test's override).
     static QStringList ConfiguredPaths();
+    // Whether a scan walks the folders ("vloraudio.plugins.lv2_scan", on by default).
+    static bool isScanEnabled();
+    static void setScanEnabled(bool on);
     // The format's switch ("vloraudio.plugins.lv2_enabled", on by default).
     static bool isFormatEnabled();
     static void setFormatEnabled(bool on);

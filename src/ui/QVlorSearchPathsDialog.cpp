@@ -5,6 +5,7 @@
 #include "QVlorPluginDelegates.h"
 #include "QVlorPluginsTreeView.h"
 #include "QVlorSetting.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
 #include "QVlorWidgets.h"
@@ -27,7 +28,7 @@
 
 namespace {
 
-constexpr int kFormatRole = Qt::UserRole;        // "vst2" or "vst3"
+constexpr int kFormatRole = Qt::UserRole;        // "vst2", "vst3" or "lv2"
 constexpr int kFolderRole = Qt::UserRole + 1;    // a folder row's folder
 constexpr int kUserAddedRole = Qt::UserRole + 2; // the user added the folder
 constexpr int kParentRole = Qt::UserRole + 3;    // a format's row
@@ -67,6 +68,31 @@ QString tagText(bool userAdded)
 
 QStringList settingList(const char* key) { return QVlorSetting::global().getStringList(QLatin1String(key)); }
 void writeSettingList(const char* key, const QStringList& list) { QVlorSetting::global().change(QLatin1String(key), list); }
+
+// A format whose folders are kept in settings: the system's, and those the
+// user added or switched off. (VST2's live in its catalog.)
+struct ListedFormat {
+    QString token;
+    const char* customKey;
+    const char* disabledKey;
+    bool (*scanEnabled)();
+    void (*setScanEnabled)(bool);
+    QStringList (*systemPaths)();
+};
+
+QList<ListedFormat> listedFormats(const QVlorAudioPlugins::PluginManagers& m)
+{
+    QList<ListedFormat> formats;
+    if (m.vst3)
+        formats.append({QVlorAudioPlugins::Vst3Token(), QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS,
+                        QVlorVst3::K_SETTING_VST3_DISABLED_PATHS, &QVlorVst3::Manager::isScanEnabled,
+                        &QVlorVst3::Manager::setScanEnabled, &QVlorVst3::Manager::SystemPaths});
+    if (m.lv2)
+        formats.append({QVlorAudioPlugins::Lv2Token(), QVlorLv2::K_SETTING_LV2_CUSTOM_PATHS,
+                        QVlorLv2::K_SETTING_LV2_DISABLED_PATHS, &QVlorLv2::Manager::isScanEnabled,
+                        &QVlorLv2::Manager::setScanEnabled, &QVlorLv2::Manager::SystemPaths});
+    return formats;
+}
 
 } // namespace
 
@@ -218,10 +244,9 @@ struct QVlorSearchPathsDialog::Data {
     QVlorAudioPlugins::PluginManagers managers;
     QVlorPluginsTreeView* view = nullptr;
     QStandardItemModel* model = nullptr;
-    bool originalScanVst2 = true;
-    bool originalScanVst3 = true;
-    QMap<QString, bool> originalVst2Paths;
-    QMap<QString, bool> originalVst3Paths;
+    // By format: whether it was scanned, and its folders and whether each was on, as last applied.
+    QMap<QString, bool> originalScan;
+    QMap<QString, QMap<QString, bool>> originalPaths;
     bool reloading = false;
 };
 
@@ -297,12 +322,9 @@ QStandardItem* QVlorSearchPathsDialog::buildParent(const QString& format)
 {
     auto* item = new QStandardItem(format.toUpper());
     item->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
-    const bool scan = format == QVlorAudioPlugins::Vst2Token() ? QVlorVst::Manager::isScanEnabled()
-                                                               : QVlorVst3::Manager::isScanEnabled();
-    item->setCheckState(scan ? Qt::Checked : Qt::Unchecked);
+    item->setCheckState(d->originalScan.value(format) ? Qt::Checked : Qt::Unchecked);
     item->setData(format, kFormatRole);
-    item->setData(format == QVlorAudioPlugins::Vst2Token() ? tr("Scan VST2 plugins") : tr("Scan VST3 plugins"),
-                  Qt::ToolTipRole);
+    item->setData(tr("Scan %1 plugins").arg(format.toUpper()), Qt::ToolTipRole);
     item->setData(true, kParentRole);
     auto* origin = new QStandardItem;
     origin->setFlags(Qt::ItemIsEnabled);
@@ -342,10 +364,9 @@ void QVlorSearchPathsDialog::dimChildren(QStandardItem* parent, bool dim)
 
 void QVlorSearchPathsDialog::reload()
 {
-    d->originalVst2Paths.clear();
-    d->originalVst3Paths.clear();
-    d->originalScanVst2 = QVlorVst::Manager::isScanEnabled();
-    d->originalScanVst3 = QVlorVst3::Manager::isScanEnabled();
+    d->originalPaths.clear();
+    d->originalScan.clear();
+    d->originalScan.insert(QVlorAudioPlugins::Vst2Token(), QVlorVst::Manager::isScanEnabled());
     {
         // The view must hear of the new rows; only the reactions to edits wait.
         const QScopedValueRollback<bool> reloading(d->reloading, true);
@@ -356,28 +377,26 @@ void QVlorSearchPathsDialog::reload()
             for (const QVlorVst::Path& path : m2->pathsCopy()) {
                 if (!path.isSearched())
                     continue;
-                d->originalVst2Paths.insert(path.absolutePath(), path.isEnabled());
+                d->originalPaths[QVlorAudioPlugins::Vst2Token()].insert(path.absolutePath(), path.isEnabled());
                 appendPathRow(parent, QVlorAudioPlugins::Vst2Token(), path.absolutePath(), path.isEnabled(),
                               path.kind() != QVlorVst::SystemPath);
             }
             dimChildren(parent, !QVlorVst::Manager::isScanEnabled());
         }
-        if (d->managers.vst3.data()) {
-            QStandardItem* parent = buildParent(QVlorAudioPlugins::Vst3Token());
-            const QStringList custom = settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
-            const QStringList disabled = settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
-            const QStringList system = QVlorVst3::Manager::SystemPaths();
-            for (const QString& folder : system) {
-                d->originalVst3Paths.insert(folder, !disabled.contains(folder));
-                appendPathRow(parent, QVlorAudioPlugins::Vst3Token(), folder, !disabled.contains(folder), false);
-            }
-            for (const QString& folder : custom) {
-                if (system.contains(folder))
+        for (const ListedFormat& f : listedFormats(d->managers)) {
+            d->originalScan.insert(f.token, f.scanEnabled());
+            QStandardItem* parent = buildParent(f.token);
+            const QStringList custom = settingList(f.customKey);
+            const QStringList disabled = settingList(f.disabledKey);
+            const QStringList system = f.systemPaths();
+            QMap<QString, bool>& original = d->originalPaths[f.token];
+            for (const QString& folder : system + custom) {
+                if (original.contains(folder))
                     continue;
-                d->originalVst3Paths.insert(folder, !disabled.contains(folder));
-                appendPathRow(parent, QVlorAudioPlugins::Vst3Token(), folder, !disabled.contains(folder), true);
+                original.insert(folder, !disabled.contains(folder));
+                appendPathRow(parent, f.token, folder, !disabled.contains(folder), !system.contains(folder));
             }
-            dimChildren(parent, !QVlorVst3::Manager::isScanEnabled());
+            dimChildren(parent, !f.scanEnabled());
         }
     }
     d->view->header()->setStretchLastSection(false);
@@ -440,89 +459,86 @@ void QVlorSearchPathsDialog::showContextMenu(const QPoint& pos)
         removePath(format, folder);
 }
 
+// One format's edits: its scan switch, and its folders added, removed,
+// switched on and off. Whether a scan is due; *changed when anything was.
+bool QVlorSearchPathsDialog::applyFormat(QStandardItem* parent, bool* changed)
+{
+    const QString token = parent->data(kFormatRole).toString();
+    const bool vst2 = token == QVlorAudioPlugins::Vst2Token();
+    QVlorVst::Manager* m2 = d->managers.vst2.data();
+    const QList<ListedFormat> formats = listedFormats(d->managers);
+    const auto listed = std::find_if(formats.begin(), formats.end(), [&](const ListedFormat& f) { return f.token == token; });
+    if (vst2 ? !m2 : listed == formats.end())
+        return false;
+    bool needScan = false;
+    const bool scan = parent->checkState() == Qt::Checked;
+    if (scan != d->originalScan.value(token)) {
+        if (vst2)
+            QVlorVst::Manager::setScanEnabled(scan);
+        else
+            listed->setScanEnabled(scan);
+        *changed = true;
+        needScan = scan;
+    }
+    QMap<QString, bool> current;
+    for (int row = 0; row < parent->rowCount(); ++row) {
+        const QStandardItem* child = parent->child(row, 0);
+        current.insert(child->data(kFolderRole).toString(), child->checkState() == Qt::Checked);
+    }
+    QMap<QString, bool>& original = d->originalPaths[token];
+    QStringList custom = vst2 ? QStringList() : settingList(listed->customKey);
+    QStringList disabled = vst2 ? QStringList() : settingList(listed->disabledKey);
+    const QStringList customBefore = custom, disabledBefore = disabled;
+    for (auto it = original.constBegin(); it != original.constEnd(); ++it) {
+        if (current.contains(it.key()))
+            continue;
+        *changed = true;
+        if (vst2) {
+            m2->deletePath(it.key());
+            continue;
+        }
+        custom.removeAll(it.key());
+        if (QVlorVst3::Manager* m3 = d->managers.vst3.data(); m3 && token == QVlorAudioPlugins::Vst3Token())
+            m3->purgeUnprobedUnder(it.key());
+    }
+    for (auto it = current.constBegin(); it != current.constEnd(); ++it) {
+        const bool added = !original.contains(it.key());
+        if (!added && original.value(it.key()) == it.value())
+            continue;
+        *changed = true;
+        needScan = needScan || it.value();
+        if (vst2)
+            added ? m2->addPath(it.key()) : it.value() ? m2->enablePath(it.key()) : m2->disablePath(it.key());
+        else if (added && !custom.contains(it.key()))
+            custom << it.key();
+        else if (!added && it.value())
+            disabled.removeAll(it.key());
+        else if (!added && !disabled.contains(it.key()))
+            disabled << it.key();
+    }
+    // What is applied is the new starting point: a second close finds nothing to do.
+    original = current;
+    d->originalScan.insert(token, scan);
+    if (!vst2 && custom != customBefore)
+        writeSettingList(listed->customKey, custom);
+    if (!vst2 && disabled != disabledBefore)
+        writeSettingList(listed->disabledKey, disabled);
+    return needScan;
+}
+
 void QVlorSearchPathsDialog::applyChanges()
 {
-    bool needScanVst2 = false;
-    bool needScanVst3 = false;
     bool changed = false;
-    QVlorVst::Manager* m2 = d->managers.vst2.data();
-    QVlorVst3::Manager* m3 = d->managers.vst3.data();
-    for (int i = 0; i < d->model->rowCount(); ++i) {
-        QStandardItem* parent = d->model->item(i, 0);
-        const bool vst2 = parent->data(kFormatRole).toString() == QVlorAudioPlugins::Vst2Token();
-        if ((vst2 && !m2) || (!vst2 && !m3))
-            continue;
-        bool& needScan = vst2 ? needScanVst2 : needScanVst3;
-        const bool scan = parent->checkState() == Qt::Checked;
-        if (scan != (vst2 ? d->originalScanVst2 : d->originalScanVst3)) {
-            if (vst2)
-                QVlorVst::Manager::setScanEnabled(scan);
-            else
-                QVlorVst3::Manager::setScanEnabled(scan);
-            changed = true;
-            needScan = needScan || scan;
-        }
-        QMap<QString, bool> current;
-        for (int row = 0; row < parent->rowCount(); ++row) {
-            const QStandardItem* child = parent->child(row, 0);
-            current.insert(child->data(kFolderRole).toString(), child->checkState() == Qt::Checked);
-        }
-        QMap<QString, bool>& original = vst2 ? d->originalVst2Paths : d->originalVst3Paths;
-        QStringList custom = vst2 ? QStringList() : settingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS);
-        QStringList disabled = vst2 ? QStringList() : settingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS);
-        const QStringList customBefore = custom;
-        const QStringList disabledBefore = disabled;
-        for (auto it = original.constBegin(); it != original.constEnd(); ++it) {
-            if (current.contains(it.key()))
-                continue;
-            changed = true;
-            if (vst2) {
-                m2->deletePath(it.key());
-            } else {
-                custom.removeAll(it.key());
-                writeSettingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS, custom);
-                m3->purgeUnprobedUnder(it.key());
-            }
-        }
-        for (auto it = current.constBegin(); it != current.constEnd(); ++it) {
-            if (!original.contains(it.key())) {
-                needScan = true;
-                changed = true;
-                if (vst2)
-                    m2->addPath(it.key());
-                else if (!custom.contains(it.key()))
-                    custom << it.key();
-                continue;
-            }
-            if (original.value(it.key()) == it.value())
-                continue;
-            changed = true;
-            if (it.value()) {
-                needScan = true;
-                if (vst2)
-                    m2->enablePath(it.key());
-                else
-                    disabled.removeAll(it.key());
-            } else if (vst2) {
-                m2->disablePath(it.key());
-            } else if (!disabled.contains(it.key())) {
-                disabled << it.key();
-            }
-        }
-        // What is applied is the new starting point: a second close finds nothing to do.
-        original = current;
-        (vst2 ? d->originalScanVst2 : d->originalScanVst3) = scan;
-        if (!vst2) {
-            if (custom != customBefore)
-                writeSettingList(QVlorVst3::K_SETTING_VST3_CUSTOM_PATHS, custom);
-            if (disabled != disabledBefore)
-                writeSettingList(QVlorVst3::K_SETTING_VST3_DISABLED_PATHS, disabled);
-        }
-    }
-    if (needScanVst2 && m2)
+    QSet<QString> scans;
+    for (int i = 0; i < d->model->rowCount(); ++i)
+        if (applyFormat(d->model->item(i, 0), &changed))
+            scans.insert(d->model->item(i, 0)->data(kFormatRole).toString());
+    if (QVlorVst::Manager* m2 = d->managers.vst2.data(); m2 && scans.contains(QVlorAudioPlugins::Vst2Token()))
         m2->updatePlugins(false, false);
-    if (needScanVst3 && m3)
+    if (QVlorVst3::Manager* m3 = d->managers.vst3.data(); m3 && scans.contains(QVlorAudioPlugins::Vst3Token()))
         m3->searchPlugins(false);
-    if (!needScanVst2 && !needScanVst3 && changed)
+    if (QVlorLv2::Manager* lv2 = d->managers.lv2.data(); lv2 && scans.contains(QVlorAudioPlugins::Lv2Token()))
+        lv2->searchPlugins(false);
+    if (scans.isEmpty() && changed)
         emit pathsChanged();
 }

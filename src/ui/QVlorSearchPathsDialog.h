@@ -1,6 +1,6 @@
 #ifndef QVLORSEARCHPATHSDIALOG_H
 #define QVLORSEARCHPATHSDIALOG_H
-// The search folders of both formats in one tree: a parent per format whose
+// The search folders of every format in one tree: a parent per format whose
 // box turns its scanning on and off, and its folders below with their own
 // boxes. Edits are staged in the tree and applied together when the dialog
 // closes, however it closes; a scan starts only where something was added
@@ -69,6 +69,7 @@ private:
     void appendPathRow(QStandardItem* parent, const QString& format, const QString& path, bool enabled, bool userAdded);
     void dimChildren(QStandardItem* parent, bool dim);
     void onItemChanged(QStandardItem* item);
+    bool applyFormat(QStandardItem* parent, bool* changed);
     void showContextMenu(const QPoint& pos);
 
     struct Data;

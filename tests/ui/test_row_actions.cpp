@@ -6,6 +6,7 @@
 
 #include "QVlorDialogs.h"
 #include "QVlorPluginsMenu.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorSearchPathsDialog.h"
 
 #include <QApplication>
@@ -350,7 +351,9 @@ TEST_F(SearchPaths, EachFormatsRowNamesItAndShowsItsOwnScanning)
         const char* text;
         const char* tip;
         Qt::CheckState state;
-    } cases[] = {{"vst2", "VST2", "Scan VST2 plugins", Qt::Unchecked}, {"vst3", "VST3", "Scan VST3 plugins", Qt::Checked}};
+    } cases[] = {{"vst2", "VST2", "Scan VST2 plugins", Qt::Unchecked},
+                 {"vst3", "VST3", "Scan VST3 plugins", Qt::Checked},
+                 {"lv2", "LV2", "Scan LV2 plugins", Qt::Checked}};
     for (const Case& c : cases) {
         QStandardItem* parent = dialog->parentItemFor(QLatin1String(c.format));
         ASSERT_NE(parent, nullptr) << c.format;
@@ -384,6 +387,27 @@ TEST_F(SearchPaths, NoEditCallsNothingAndAnAddedThenRemovedFolderLeavesNoTrace)
     EXPECT_EQ(changed.count(), 0);
     EXPECT_EQ(added.count(), 0);
     EXPECT_EQ(began.count(), 0);
+}
+
+// An LV2 folder the user adds is kept in its settings and scanned at the close.
+TEST_F(SearchPaths, AnLv2FolderAddedIsKeptAndScanned)
+{
+    QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
+    ASSERT_NE(lv2, nullptr);
+    QSignalSpy began(lv2, &QVlorLv2::Manager::beginScan);
+    const TempDir extra;
+    // The scan walks that folder alone, not the machine's.
+    lv2->setSearchPathsForTesting({QString::fromStdString(extra.path())});
+    answerFolder(QString::fromStdString(extra.path()));
+    QStandardItem* parent = dialog->parentItemFor(QStringLiteral("lv2"));
+    ASSERT_NE(parent, nullptr);
+    clickIn(button(parent->index()));
+    ASSERT_TRUE(folderRow(parent, QString::fromStdString(extra.path())).isValid());
+    dialog->accept();
+    const QLatin1String key(QVlorLv2::K_SETTING_LV2_CUSTOM_PATHS);
+    EXPECT_TRUE(QVlorSetting::global().getStringList(key).contains(QString::fromStdString(extra.path())));
+    EXPECT_TRUE(began.count() == 1 || began.wait(5000));
+    QVlorSetting::global().remove(key);
 }
 
 TEST_F(SearchPaths, ASystemFolderCanBeSwitchedOffButNotRemoved)
