@@ -2,6 +2,7 @@
 // (a slider, a typed value, a list of labelled values, a toggle), its
 // configuration carried to a fresh dialog, and, where an X display is there,
 // the fixture's editor and real plugins' editors embedded and painted.
+#include "QVlorApplication.h"
 #include "QVlorLv2_MixerEffect.h"
 #include "QVlorLv2_Widget.h"
 #include "QVlorMixer.h"
@@ -170,6 +171,20 @@ TEST_F(Lv2Widgets, ResizeRequestsWithoutAnOpenEditorOrOutOfBoundsAreIgnored)
     QSignalSpy changed(w.get(), &QVlorFxWidget::fxConfigChanged);
     w->onUiEvent(kLv2UiParamEdited, 0, 0);
     EXPECT_EQ(changed.count(), 1);
+}
+
+// A change of theme reaches the panel's fields: their ground follows the palette.
+TEST_F(Lv2Widgets, ThePanelsFieldsFollowAChangeOfTheme)
+{
+    QVlorApplication::applyTheme(QVlorApplication::Light);
+    auto w = load(kFixture + "gain");
+    QLineEdit* field = row(w.get(), "Gain:")->valueField();
+    const QString light = field->styleSheet();
+    QVlorApplication::applyTheme(QVlorApplication::Dark);
+    QCoreApplication::processEvents();
+    EXPECT_NE(field->styleSheet(), light);
+    EXPECT_TRUE(field->styleSheet().contains(w->palette().color(QPalette::Base).name())) << field->styleSheet().toStdString();
+    QVlorApplication::applyTheme(QVlorApplication::Light);
 }
 
 TEST_F(Lv2Widgets, WhatDoesNotStartSaysWhy)
