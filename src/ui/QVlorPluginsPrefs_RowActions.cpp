@@ -3,6 +3,7 @@
 // so that all of them turn busy at once, before any work starts.
 #include "QVlorApplication.h"
 #include "QVlorPluginFormat.h"
+#include "QVlorLv2_Manager.h"
 #include "QVlorPluginsPrefs_p.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
@@ -39,7 +40,7 @@ bool canRemove(const UnifiedRow& row) { return row.newSection == UpmNewSectionNo
 // "Update Plugin(s)" checks again a known VST2 plugin that is on.
 bool canUpdate(const UnifiedRow& row)
 {
-    return row.vst2.present && row.vst2.enabled && row.newSection == UpmNewSectionNone;
+    return (row.vst2.present && row.vst2.enabled && row.newSection == UpmNewSectionNone) || row.lv2.present;
 }
 
 template <typename Predicate> QList<UnifiedRow> rowsWhere(const QList<UnifiedRow>& rows, Predicate keep)
@@ -63,6 +64,12 @@ QAction* addApart(QMenu* menu, const QString& text)
 
 QString QVlorPluginsPrefs::Data::revealPathForRow(const UnifiedRow& row) const
 {
+    // An LV2 plugin's place is its bundle.
+    if (row.lv2.present && managers.lv2) {
+        const QVlorLv2::Catalog catalog = managers.lv2->catalogCopy();
+        const QVlorLv2::CatalogBundle* bundle = catalog.bundleOf(row.lv2.identity);
+        return bundle ? bundle->path : QString();
+    }
     if (row.isShellHeader || (!row.vst2.present && !row.vst3.present))
         return QString();
     const bool useVst3 = (row.vst3.present && !row.vst2.present) || row.vst3.active;
@@ -200,6 +207,11 @@ void QVlorPluginsPrefs::pairByHand(const QString& vst2Identity, const QString& c
 // "Update Plugin(s)": each VST2 plugin of the rows checked again, all marked first.
 void QVlorPluginsPrefs::updateVst2Rows(const QList<UnifiedRow>& rows)
 {
+    // An LV2 plugin is checked again with its bundle.
+    if (QVlorLv2::Manager* m = lv2())
+        for (const UnifiedRow& row : rows)
+            if (row.lv2.present)
+                m->recheckPlugin(row.lv2.identity);
     QVlorVst::Manager* m2 = vst2();
     if (!m2)
         return;

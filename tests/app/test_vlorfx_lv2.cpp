@@ -162,11 +162,16 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
         {"enable urn:vlor:fixture:nan", 1, "Fixture Nan: LV2 urn:vlor:fixture:nan, failed"},
         {"list --json", 0, "\"lv2\": {"},
         {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 12 plugins: 6 on, 0 off, 5 failed"},
+        {"menu --with-audio", 0, "Fixture Gain \u00B7 LV2  [lv2id-urn:vlor:fixture:gain]"},
+        {"prefs --status lv2 --context-menu 'Fixture Atom' --screenshot menu.png", 0,
+         "menu: Update Plugin | Open file location"},
     };
+    setenv("QT_QPA_PLATFORM", "offscreen", 1);
     for (const Step& s : steps) {
         EXPECT_EQ(run(s.args), s.status) << s.args << "\n" << err();
         EXPECT_NE(out().find(s.says), std::string::npos) << s.args << "\n" << out();
     }
+    unsetenv("QT_QPA_PLATFORM");
     // The catalog's folder reaches the engine too: applied by name.
     ASSERT_EQ(run("apply --lv2 'Fixture Gain' --param 0=6 '" + dir.file("in.wav") + "' '" + dir.file("out.wav") + "'"),
               0)
