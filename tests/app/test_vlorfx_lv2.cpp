@@ -130,6 +130,10 @@ TEST_F(Lv2Cli, AnEditorThatCrashesIsNamedAtTheNextStart)
     const size_t line = listed.find("Fixture Crash UI");
     ASSERT_NE(line, std::string::npos) << listed;
     EXPECT_NE(listed.substr(line, listed.find('\n', line) - line).find("crashed"), std::string::npos) << listed;
+    // Switched on again, it is checked again first (its code is sound), and offered.
+    writeFile(dir.file("data/settings.conf"), "vloraudio.plugins.lv2_check_timeout_s=2\n");
+    ASSERT_EQ(run("enable 'Fixture Crash UI'"), 0) << out() << err();
+    EXPECT_NE(out().find("Fixture Crash UI: LV2 urn:vlor:fixture:crash-ui, on"), std::string::npos) << out();
     // With the LV2 format switched off, a crash pinned on an LV2 plugin is still told, and nothing else.
     writeFile(dir.file("data/settings.conf"), "vloraudio.plugins.lv2_enabled=false\n");
     writeFile(dir.file("data/opening_sentinel"), "lv2|urn:vlor:fixture:crash-ui|Fixture Crash UI");
