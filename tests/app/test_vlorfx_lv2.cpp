@@ -150,7 +150,7 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
     mkdir(dir.file("data").c_str(), 0700);
     writeFile(dir.file("data/settings.conf"), "vloraudio.plugins.lv2_check_timeout_s=2\n");
     ASSERT_EQ(run("scan --no-vst2 --no-vst3 --check-timeout 2 --lv2-path '" VLOR_FIXTURE_LV2_DIR "'"), 0) << err();
-    EXPECT_NE(out().find("LV2: 1 bundles, 12 plugins: 6 on, 0 off, 5 failed, 1 not effects"), std::string::npos)
+    EXPECT_NE(out().find("LV2: 1 bundles, 13 plugins: 7 on, 0 off, 5 failed, 1 not effects"), std::string::npos)
         << out();
     EXPECT_NE(out().find("LV2 Fixture Crash Run (urn:vlor:fixture:crash-run): the plugin crashed during its check"),
               std::string::npos)
@@ -165,7 +165,7 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
         {"enable urn:vlor:fixture:gain", 0, "Fixture Gain: LV2 urn:vlor:fixture:gain, on"},
         {"enable urn:vlor:fixture:nan", 1, "Fixture Nan: LV2 urn:vlor:fixture:nan, failed"},
         {"list --json", 0, "\"lv2\": {"},
-        {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 12 plugins: 6 on, 0 off, 5 failed"},
+        {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 13 plugins: 7 on, 0 off, 5 failed"},
         {"menu --with-audio", 0, "Fixture Gain \u00B7 LV2  [lv2id-urn:vlor:fixture:gain]"},
         {"prefs --status lv2 --context-menu 'Fixture Atom' --screenshot menu.png", 0,
          "menu: Update Plugin | Open file location"},

@@ -95,6 +95,7 @@ TEST_F(Lv2Manager, AScanNamesEachFaultOfTheFixturesAndKeepsTheRest)
         {"sidechain", CatalogPlugin::Usable, ""},
         {"fixed-block", CatalogPlugin::Usable, ""},
         {"crash-ui", CatalogPlugin::Usable, ""},
+        {"ui-refuses", CatalogPlugin::Usable, ""},
         {"needs-feature", CatalogPlugin::Failed, "requires a feature this host does not offer: urn:vlor:fixture#unoffered"},
         {"crash-instantiate", CatalogPlugin::Crashed, "the plugin crashed during its check"},
         {"crash-run", CatalogPlugin::Crashed, "the plugin crashed during its check"},

@@ -234,6 +234,22 @@ TEST_F(Lv2Widgets, TheFixturesEditorIsEmbeddedSizedAndHeardAndTheSwitchToPanelsH
     EXPECT_EQ(panel->parameterRows().size(), 4); // gain, mode, mute, seen: the latency is an output
 }
 
+// An editor that will not be made leaves the user the panel.
+TEST_F(Lv2Widgets, AnEditorThatRefusesToOpenLeavesThePanel)
+{
+    if (!onX11())
+        GTEST_SKIP() << "no X display: this runs under xvfb-run";
+    auto w = load(kFixture + "ui-refuses");
+    ASSERT_TRUE(w->hasEditor());
+    EXPECT_FALSE(w->openEditor());
+    EXPECT_FALSE(w->editorOpen());
+    EXPECT_FALSE(w->hasEditor());
+    EXPECT_EQ(w->parameterRows().size(), 3);
+    w->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(w.get()));
+    EXPECT_FALSE(w->editorOpen());
+}
+
 TEST_F(Lv2Widgets, RealEditorsAreEmbeddedAndPainted)
 {
     if (!onX11())
