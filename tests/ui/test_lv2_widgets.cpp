@@ -200,6 +200,9 @@ TEST_F(Lv2Widgets, WhatDoesNotStartSaysWhy)
         QVlorLv2::Widget w(kStereoAudio);
         EXPECT_FALSE(w.loadPlugin(QString::fromLatin1(c.uri)));
         EXPECT_TRUE(w.error().contains(QLatin1String(c.why))) << c.uri << ": " << w.error().toStdString();
+        // Nothing started: no configuration to give, none taken.
+        EXPECT_TRUE(w.presetConfig(0, QString()).isEmpty());
+        EXPECT_FALSE(w.setPresetConfig(QString(), QStringLiteral("lv2effect_state=\"\"")));
     }
 }
 
