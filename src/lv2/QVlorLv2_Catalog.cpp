@@ -35,6 +35,7 @@ QJsonObject CatalogPlugin::toJsonObject() const
                   {QStringLiteral("name"), name},
                   {QStringLiteral("maker"), maker},
                   {QStringLiteral("class"), className},
+                  {QStringLiteral("binary"), binary},
                   {QStringLiteral("audioInputs"), audioInputs},
                   {QStringLiteral("audioOutputs"), audioOutputs},
                   {QStringLiteral("sideChainInputs"), sideChainInputs},
@@ -54,6 +55,7 @@ CatalogPlugin CatalogPlugin::fromJsonObject(const QJsonObject& o)
     p.name = text(o, "name");
     p.maker = text(o, "maker");
     p.className = text(o, "class");
+    p.binary = text(o, "binary");
     p.audioInputs = number(o, "audioInputs");
     p.audioOutputs = number(o, "audioOutputs");
     p.sideChainInputs = number(o, "sideChainInputs");

@@ -21,6 +21,7 @@ struct CatalogPlugin {
     QString name;
     QString maker;
     QString className; // "Compressor", "Reverb"
+    QString binary;    // its code's library
     int audioInputs = 0;
     int audioOutputs = 0;
     int sideChainInputs = 0;

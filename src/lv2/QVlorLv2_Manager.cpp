@@ -266,6 +266,17 @@ void Manager::setPluginEnabled(const QString& uri, bool on)
         emit pluginDisabled(uri);
 }
 
+void Manager::resetPlugin(const QString& uri)
+{
+    if (d->postWork([this, uri] { resetPlugin(uri); }))
+        return;
+    if (d->live.disabledUris.removeAll(uri) > 0) {
+        d->commit();
+        emit pluginEnabled(uri);
+    }
+    recheckPlugin(uri);
+}
+
 void Manager::markCrashed(const QString& uri)
 {
     if (d->post([this, uri] { markCrashed(uri); }))

@@ -65,6 +65,8 @@ public slots:
     // The bundle holding that plugin (or at that path) checked again at once.
     void recheckPlugin(const QString& uriOrBundle);
     void setPluginEnabled(const QString& uri, bool on);
+    // What the catalog knew of the plugin forgotten: switched on again, and its bundle checked again.
+    void resetPlugin(const QString& uri);
     // A plugin that took the editor down while it opened: checked again at the next scan.
     void markCrashed(const QString& uri);
     void cancel();

@@ -160,6 +160,10 @@ QList<QPair<UnifiedRow, QString>> QVlorPluginsPrefs::resettableRows(const QList<
     std::unique_ptr<QVlorVst3::Catalog> catalog;
     QList<QPair<UnifiedRow, QString>> out;
     for (const UnifiedRow& row : rows) {
+        if (row.lv2.present) {
+            out << qMakePair(row, QString());
+            continue;
+        }
         if (!catalog && row.vst3.present && row.newSection == UpmNewSectionNone && row.shellKey.isEmpty())
             catalog = std::make_unique<QVlorVst3::Catalog>(m3 ? m3->catalogCopy() : QVlorVst3::Catalog());
         QString bundle;
@@ -237,6 +241,9 @@ void QVlorPluginsPrefs::updateVst2Rows(const QList<UnifiedRow>& rows)
 void QVlorPluginsPrefs::resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows,
                                            const QStringList& shells)
 {
+    for (const auto& reset : resetRows)
+        if (QVlorLv2::Manager* m = lv2(); m && reset.first.lv2.present)
+            m->resetPlugin(reset.first.lv2.identity);
     QVlorVst::Manager* m2 = vst2();
     QVlorVst3::Manager* m3 = vst3();
     QList<qint64> ids;

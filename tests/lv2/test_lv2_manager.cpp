@@ -113,6 +113,7 @@ TEST_F(Lv2Manager, AScanNamesEachFaultOfTheFixturesAndKeepsTheRest)
     // What a crash or a hang cut short still has its name, from the metadata.
     EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("crash-run"))->name, QStringLiteral("Fixture Crash Run"));
     EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("gain"))->latency, 16);
+    EXPECT_TRUE(c.findPlugin(kFixture + QStringLiteral("gain"))->binary.endsWith(QStringLiteral("/vlor-lv2-fixtures.so")));
     // The class as its core type says, read in a world of that bundle alone.
     EXPECT_EQ(c.findPlugin(kFixture + QStringLiteral("gain"))->className, QStringLiteral("Amplifier"));
     EXPECT_EQ(c.pluginCount(), int(std::size(cases)));
@@ -180,7 +181,10 @@ TEST_F(Lv2Manager, APluginSwitchedOffStaysOffThroughRescansRestartsACorruptCatal
     auto m = manager({folder});
     EXPECT_FALSE(m->catalogCopy().isEnabled(gain)) << "a corrupt catalog";
     EXPECT_GT(m->catalogCopy().pluginCount(), 0);
-    m->setPluginEnabled(gain, true);
+    // A reset forgets the switch and checks the plugin's bundle again.
+    checked.clear();
+    m->resetPlugin(gain);
     sync(*m);
     EXPECT_TRUE(m->catalogCopy().isOffered(gain));
+    EXPECT_EQ(checked, QStringList{QStringLiteral("vlor-lv2-fixtures.lv2")});
 }

@@ -26,6 +26,7 @@ typedef struct Lv2PluginRecord {
     int32_t isEffect;       /* audio in and out, and no instrument class */
     int32_t hasX11Ui;
     char missingFeature[256]; /* the first required feature the engine does not offer, or empty */
+    char binary[1024];        /* the path of its code's library, or empty */
 } Lv2PluginRecord;
 
 /* The process-wide world, its folders read; 1 when it stands. LV2_PATH, where

@@ -27,7 +27,7 @@ std::string recordJson(const Lv2PluginRecord& r)
            ",\"audioInputs\":" + std::to_string(r.audioInputs) + ",\"audioOutputs\":" + std::to_string(r.audioOutputs) +
            ",\"sideChainInputs\":" + std::to_string(r.sideChainInputs) +
            ",\"parameters\":" + std::to_string(r.controlInputs) + ",\"effect\":" + (r.isEffect ? "true" : "false") +
-           ",\"x11Ui\":" + (r.hasX11Ui ? "true" : "false");
+           ",\"x11Ui\":" + (r.hasX11Ui ? "true" : "false") + ",\"binary\":" + HostJsonString(r.binary);
 }
 
 // Noise through the running instance: the failure's text, or empty; whether

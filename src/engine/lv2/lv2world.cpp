@@ -248,6 +248,10 @@ void FillRecord(const LilvPlugin* plugin, Lv2PluginRecord* record)
     }
     record->isEffect = record->audioInputs > 0 && record->audioOutputs > 0 && !isInstrument(plugin);
     record->hasX11Ui = hasX11Ui(plugin);
+    const LilvNode* library = lilv_plugin_get_library_uri(plugin);
+    char* binary = library ? lilv_file_uri_parse(lilv_node_as_uri(library), nullptr) : nullptr;
+    CopyText(record->binary, sizeof(record->binary), binary ? binary : "");
+    lilv_free(binary);
     CopyText(record->missingFeature, sizeof(record->missingFeature), MissingFeature(plugin).c_str());
 }
 
