@@ -59,9 +59,9 @@ bool takeLines(QProcess* process, ChildRun* run, BundleCheck* check, QElapsedTim
     return true;
 }
 
-// One child from the plugin after `after` (all, when empty).
-ChildRun runChild(const QString& path, const QString& after, int perPluginMs, const QAtomicInt* stop,
-                  BundleCheck* check, const std::function<void(const QString&)>& onChecking)
+// One child from the plugin after `after` (all, when empty), or of `only`.
+ChildRun runChild(const QString& path, const QString& after, const QString& only, int perPluginMs,
+                  const QAtomicInt* stop, BundleCheck* check, const std::function<void(const QString&)>& onChecking)
 {
     QString program;
     QStringList arguments;
@@ -69,6 +69,8 @@ ChildRun runChild(const QString& path, const QString& after, int perPluginMs, co
     arguments << QStringLiteral("--check-bundle") << path;
     if (!after.isEmpty())
         arguments << QStringLiteral("--after") << after;
+    if (!only.isEmpty())
+        arguments << QStringLiteral("--only") << only;
     QProcess process;
     process.setProgram(program);
     process.setArguments(arguments);
@@ -107,14 +109,14 @@ ChildRun runChild(const QString& path, const QString& after, int perPluginMs, co
 } // namespace
 
 BundleCheck CheckBundle(const QString& path, int perPluginMs, const QAtomicInt* stop,
-                        const std::function<void(const QString&)>& onChecking)
+                        const std::function<void(const QString&)>& onChecking, const QString& only)
 {
     BundleCheck check;
     QString after;
     // Each round goes on after the plugin that ended the one before; the
     // URIs only grow, so the rounds end.
     for (;;) {
-        const ChildRun run = runChild(path, after, perPluginMs, stop, &check, onChecking);
+        const ChildRun run = runChild(path, after, only, perPluginMs, stop, &check, onChecking);
         if (run.ending == Ending::Done)
             return check;
         if (run.ending == Ending::Stopped) {
@@ -139,6 +141,8 @@ BundleCheck CheckBundle(const QString& path, int perPluginMs, const QAtomicInt* 
             culprit.insert(QStringLiteral("error"), QStringLiteral("the plugin crashed during its check"));
         }
         check.reports.append(culprit);
+        if (!only.isEmpty())
+            return check;
         after = run.checking;
     }
 }

@@ -26,8 +26,9 @@ struct BundleCheck {
 // Checks the bundle at path; perPluginMs bounds each plugin's check. A
 // non-zero *stop ends the child (1: skipped by the user, 2: cancelled).
 // onChecking hears each plugin's URI as its check begins (from this thread).
+// With `only`, the plugin of that URI alone is checked.
 BundleCheck CheckBundle(const QString& path, int perPluginMs, const QAtomicInt* stop = nullptr,
-                        const std::function<void(const QString&)>& onChecking = {});
+                        const std::function<void(const QString&)>& onChecking = {}, const QString& only = {});
 
 } // namespace QVlorLv2
 

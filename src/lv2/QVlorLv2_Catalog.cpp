@@ -113,9 +113,15 @@ const CatalogPlugin* Catalog::findPlugin(const QString& uri) const
     return nullptr;
 }
 
+// The writable finders walk with the lists' own writable iterators: a copy
+// handed to another thread shares them until then, and must not change.
 CatalogPlugin* Catalog::findPlugin(const QString& uri)
 {
-    return const_cast<CatalogPlugin*>(static_cast<const Catalog*>(this)->findPlugin(uri));
+    for (CatalogBundle& b : bundles)
+        for (CatalogPlugin& p : b.plugins)
+            if (p.uri == uri)
+                return &p;
+    return nullptr;
 }
 
 const CatalogBundle* Catalog::findBundle(const QString& path) const
@@ -128,7 +134,10 @@ const CatalogBundle* Catalog::findBundle(const QString& path) const
 
 CatalogBundle* Catalog::findBundle(const QString& path)
 {
-    return const_cast<CatalogBundle*>(static_cast<const Catalog*>(this)->findBundle(path));
+    for (CatalogBundle& b : bundles)
+        if (b.path == path)
+            return &b;
+    return nullptr;
 }
 
 const CatalogBundle* Catalog::bundleOf(const QString& uri) const
@@ -141,11 +150,12 @@ const CatalogBundle* Catalog::bundleOf(const QString& uri) const
 }
 
 bool Catalog::isEnabled(const QString& uri) const { return !disabledUris.contains(uri); }
+bool Catalog::isVendorEnabled(const QString& maker) const { return !disabledVendors.contains(maker.toLower()); }
 
 bool Catalog::isOffered(const QString& uri) const
 {
     const CatalogPlugin* p = findPlugin(uri);
-    return p && p->state == CatalogPlugin::Usable && isEnabled(uri);
+    return p && p->state == CatalogPlugin::Usable && isEnabled(uri) && isVendorEnabled(p->maker);
 }
 
 int Catalog::pluginCount() const
@@ -163,13 +173,15 @@ QJsonObject Catalog::toJson() const
         list.append(b.toJsonObject());
     return {{QStringLiteral("version"), 1},
             {QStringLiteral("bundles"), list},
-            {QStringLiteral("disabled"), QJsonArray::fromStringList(disabledUris)}};
+            {QStringLiteral("disabled"), QJsonArray::fromStringList(disabledUris)},
+            {QStringLiteral("disabledVendors"), QJsonArray::fromStringList(disabledVendors)}};
 }
 
 void Catalog::fromJson(const QJsonObject& root)
 {
     bundles.clear();
     disabledUris.clear();
+    disabledVendors.clear();
     for (const QJsonValue& v : root.value(QStringLiteral("bundles")).toArray()) {
         const CatalogBundle b = CatalogBundle::fromJsonObject(v.toObject());
         if (!b.path.isEmpty())
@@ -178,6 +190,9 @@ void Catalog::fromJson(const QJsonObject& root)
     for (const QJsonValue& v : root.value(QStringLiteral("disabled")).toArray())
         if (v.isString() && !disabledUris.contains(v.toString()))
             disabledUris.append(v.toString());
+    for (const QJsonValue& v : root.value(QStringLiteral("disabledVendors")).toArray())
+        if (v.isString() && !disabledVendors.contains(v.toString().toLower()))
+            disabledVendors.append(v.toString().toLower());
 }
 
 bool Catalog::load(const QString& fileName)

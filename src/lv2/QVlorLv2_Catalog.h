@@ -49,6 +49,7 @@ class Catalog {
 public:
     QList<CatalogBundle> bundles;
     QStringList disabledUris; // switched off by the user, in the order they were
+    QStringList disabledVendors; // makers switched off whole, in lower case
 
     const CatalogPlugin* findPlugin(const QString& uri) const;
     CatalogPlugin* findPlugin(const QString& uri);
@@ -56,7 +57,8 @@ public:
     CatalogBundle* findBundle(const QString& path);
     const CatalogBundle* bundleOf(const QString& uri) const;
     bool isEnabled(const QString& uri) const;
-    // Usable and switched on: what the menu offers.
+    bool isVendorEnabled(const QString& maker) const;
+    // Usable and switched on, itself and its maker: what the menu offers.
     bool isOffered(const QString& uri) const;
     int pluginCount() const;
 

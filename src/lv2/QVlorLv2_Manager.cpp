@@ -45,6 +45,7 @@ public:
     bool pathsOverridden = false;
     std::mutex resultsLock;
     QHash<QString, BundleCheck> results; // bundle checks run ahead, by path
+    DataFileWatch catalogWatch;
 
     void publish()
     {
@@ -52,6 +53,16 @@ public:
         published = live;
     }
     void dropCancelledWork() {}
+    // A switch flipped or a scan saved by another process (vlorfx beside the editor).
+    void absorbChangesElsewhere()
+    {
+        QJsonObject merged;
+        if (!catalogWatch.takeIn(catalogPath, [this] { return live.toJson(); }, &merged))
+            return;
+        live.fromJson(merged);
+        qInfo().noquote() << "QVlorLv2::Manager: took in what another process saved in" << catalogPath;
+        show();
+    }
 };
 
 Manager::Manager(QObject* parent, const QString& catalogPath) : QObject(parent), d(new Data)
@@ -61,6 +72,7 @@ Manager::Manager(QObject* parent, const QString& catalogPath) : QObject(parent),
     if (!d->live.load(catalogPath))
         qWarning().noquote() << "QVlorLv2::Manager: the catalog" << catalogPath << "could not be read";
     d->publish();
+    d->startLookingAtDisk([this] { d->absorbChangesElsewhere(); });
     d->startThread(QStringLiteral("vlor-lv2-manager"), [this] { saveCatalog(); });
 }
 
@@ -138,6 +150,14 @@ void Manager::setSearchPathsForTesting(const QStringList& paths)
 
 /* ---- the scan ---------------------------------------------------------------- */
 
+// A bundle to check: all of it, or the one plugin `only` of it.
+struct Manager::Work {
+    QString path;
+    QString stamp;
+    QString only;
+    QString name; // what the progress line and a skip know it by
+};
+
 void Manager::searchPlugins(bool notifyNew)
 {
     if (d->postWork([this, notifyNew] { searchPlugins(notifyNew); }))
@@ -164,12 +184,12 @@ void Manager::searchPlugins(bool notifyNew)
     if (int(d->live.bundles.size()) != before)
         d->commit();
     // An unchanged bundle is passed by on its stamp alone: no child, no metadata read.
-    QList<QPair<QString, QString>> changed;
+    QList<Work> changed;
     for (const QString& path : found) {
         const QString stamp = BundleStamp(path);
         const CatalogBundle* known = d->live.findBundle(path);
         if (!known || known->stamp != stamp)
-            changed.append({path, stamp});
+            changed.append(Work{path, stamp, {}, QFileInfo(path).fileName()});
     }
     QList<QString> newNames;
     checkBundles(changed, &newNames);
@@ -181,45 +201,64 @@ void Manager::searchPlugins(bool notifyNew)
 
 // The bundles' checks, started ahead up to the parallel limit and taken in
 // order: the catalog changes as a one-at-a-time scan would change it.
-void Manager::checkBundles(const QList<QPair<QString, QString>>& bundles, QList<QString>* newNames)
+void Manager::checkBundles(const QList<Work>& work, QList<QString>* newNames)
 {
     const int timeoutMs = TimeoutSecondsSetting(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey) * 1000;
     d->ahead.setParallel(ParallelChecks());
-    for (const auto& [path, stamp] : bundles) {
-        d->ahead.submit(path, QFileInfo(path).fileName(), [this, path = path, timeoutMs](const QAtomicInt* stop) {
-            BundleCheck check = CheckBundle(path, timeoutMs, stop);
+    for (const Work& w : work) {
+        d->ahead.submit(w.path, w.name, [this, w, timeoutMs](const QAtomicInt* stop) {
+            BundleCheck check = CheckBundle(w.path, timeoutMs, stop, {}, w.only);
             std::lock_guard<std::mutex> l(d->resultsLock);
-            d->results.insert(path, check);
+            d->results.insert(w.path, check);
         });
     }
-    for (int i = 0; i < bundles.size(); ++i) {
-        const QString& path = bundles[i].first;
-        emit progressScan(i, int(bundles.size()));
-        emit progressPlugin(QFileInfo(path).fileName());
-        const bool ran = d->ahead.take(path);
+    for (int i = 0; i < work.size(); ++i) {
+        emit progressScan(i, int(work.size()));
+        emit progressPlugin(work[i].name);
+        const bool ran = d->ahead.take(work[i].path);
         BundleCheck check;
         {
             std::lock_guard<std::mutex> l(d->resultsLock);
-            check = d->results.take(path);
+            check = d->results.take(work[i].path);
         }
         if (d->cancelled.loadAcquire())
             break;
-        // Skipped, or read by no child: its stamp stays unknown, so the next scan tries again.
-        CatalogBundle bundle{path, ran && !check.stopped && check.error.isEmpty() ? bundles[i].second : QString(), {}};
-        for (const QJsonObject& report : check.reports) {
-            const CatalogPlugin p = CatalogPlugin::fromCheck(report);
-            if (!d->live.findPlugin(p.uri) && p.state == CatalogPlugin::Usable)
-                newNames->append(p.name);
-            bundle.plugins.append(p);
-        }
-        if (CatalogBundle* known = d->live.findBundle(path))
-            *known = bundle;
-        else
-            d->live.bundles.append(bundle);
+        takeInCheck(work[i], ran, check, newNames);
         d->commit();
     }
     d->ahead.forgetUntaken();
-    emit progressScan(int(bundles.size()), int(bundles.size()));
+    emit progressScan(int(work.size()), int(work.size()));
+}
+
+void Manager::takeInCheck(const Work& work, bool ran, const BundleCheck& check, QList<QString>* newNames)
+{
+    const bool whole = ran && !check.stopped && check.error.isEmpty();
+    QList<CatalogPlugin> found;
+    for (const QJsonObject& report : check.reports) {
+        const CatalogPlugin p = CatalogPlugin::fromCheck(report);
+        if (!d->live.findPlugin(p.uri) && p.state == CatalogPlugin::Usable)
+            newNames->append(p.name);
+        found.append(p);
+    }
+    CatalogBundle* known = d->live.findBundle(work.path);
+    if (!work.only.isEmpty() && known) {
+        // One plugin of an unchanged bundle: its siblings and the stamp stay.
+        auto it = std::find_if(known->plugins.begin(), known->plugins.end(),
+                               [&work](const CatalogPlugin& p) { return p.uri == work.only; });
+        if (!found.isEmpty() && it != known->plugins.end())
+            *it = found.first();
+        else if (!found.isEmpty())
+            known->plugins.append(found.first());
+        else if (whole && it != known->plugins.end())
+            known->plugins.erase(it); // the bundle no longer holds it
+        return;
+    }
+    // Skipped, or read by no child: its stamp stays unknown, so the next scan tries again.
+    const CatalogBundle bundle{work.path, whole ? work.stamp : QString(), found};
+    if (known)
+        *known = bundle;
+    else
+        d->live.bundles.append(bundle);
 }
 
 void Manager::recheckAll()
@@ -239,10 +278,16 @@ void Manager::recheckPlugin(const QString& uriOrBundle)
     const QString path = b ? b->path : uriOrBundle;
     if (!QFileInfo(path + QStringLiteral("/manifest.ttl")).exists())
         return;
+    Work work{path, BundleStamp(path), {}, QFileInfo(path).fileName()};
+    const CatalogPlugin* plugin = d->live.findPlugin(uriOrBundle);
+    if (plugin && b->plugins.size() > 1 && b->stamp == work.stamp) {
+        work.only = uriOrBundle;
+        work.name = plugin->name.isEmpty() ? uriOrBundle : plugin->name;
+    }
     d->scanning.storeRelease(1);
     emit beginScan();
     QList<QString> newNames;
-    checkBundles({{path, BundleStamp(path)}}, &newNames);
+    checkBundles({work}, &newNames);
     d->scanning.storeRelease(0);
     emit endScan(!newNames.isEmpty());
 }
@@ -264,6 +309,20 @@ void Manager::setPluginEnabled(const QString& uri, bool on)
         emit pluginEnabled(uri);
     else
         emit pluginDisabled(uri);
+}
+
+void Manager::setVendorEnabled(const QString& maker, bool on)
+{
+    if (d->post([this, maker, on] { setVendorEnabled(maker, on); }))
+        return;
+    const QString key = maker.toLower();
+    if (key.isEmpty() || on == d->live.isVendorEnabled(key))
+        return;
+    if (on)
+        d->live.disabledVendors.removeAll(key);
+    else
+        d->live.disabledVendors.append(key);
+    d->commit();
 }
 
 void Manager::resetPlugin(const QString& uri)
@@ -312,6 +371,7 @@ bool Manager::saveCatalog()
 
 void Manager::aboutToQuit()
 {
+    d->stopLookingAtDisk();
     d->saveIfDue([this] { saveCatalog(); });
     if (d->endThread())
         saveCatalog();

@@ -16,6 +16,7 @@ namespace QVlorLv2 {
 
 extern const char* const K_SETTING_LV2_CUSTOM_PATHS;   // "vloraudio.plugins.lv2_custom_paths"
 extern const char* const K_SETTING_LV2_DISABLED_PATHS; // "vloraudio.plugins.lv2_disabled_paths"
+struct BundleCheck;
 
 class Manager : public QObject {
     Q_OBJECT
@@ -62,9 +63,12 @@ public slots:
     void searchPlugins(bool notifyNew = true);
     // The same, after every bundle's stamp is forgotten: everything is checked again.
     void recheckAll();
-    // The bundle holding that plugin (or at that path) checked again at once.
+    // That plugin checked again at once, alone while its bundle is unchanged;
+    // given a bundle's path, or a plugin of a changed bundle, the whole bundle.
     void recheckPlugin(const QString& uriOrBundle);
     void setPluginEnabled(const QString& uri, bool on);
+    // Every plugin of that maker switched off or on again, as in the other formats.
+    void setVendorEnabled(const QString& maker, bool on);
     // What the catalog knew of the plugin forgotten: switched on again, and its bundle checked again.
     void resetPlugin(const QString& uri);
     // A plugin that took the editor down while it opened: checked again at the next scan.
@@ -74,7 +78,9 @@ public slots:
     bool saveCatalog();
 
 private:
-    void checkBundles(const QList<QPair<QString, QString>>& bundles, QList<QString>* newNames);
+    struct Work;
+    void checkBundles(const QList<Work>& work, QList<QString>* newNames);
+    void takeInCheck(const Work& work, bool ran, const BundleCheck& check, QList<QString>* newNames);
 
     class Data;
     Data* d;

@@ -428,6 +428,8 @@ void QVlorPluginsPrefs::onVendorCheckToggled(const QString& vendorKey, bool chec
             m2->setVendorEnabled(path.absolutePath(), vendorKey, checked);
     if (QVlorVst3::Manager* m3 = vst3())
         m3->setVendorEnabled(vendorKey, checked);
+    if (QVlorLv2::Manager* m = lv2())
+        m->setVendorEnabled(vendorKey, checked);
 }
 
 void QVlorPluginsPrefs::onShellGateToggled(const QString& shellKey, const UnifiedRow&, bool checked)

@@ -355,8 +355,8 @@ QList<UnifiedRow> PlainThenShells(QList<UnifiedRow> rows, const QList<ShellGroup
     return result;
 }
 
-// The vendor gate: a vendor switched off in the VST3 catalog or on any VST2
-// path gates every row of it.
+// The vendor gate: a vendor switched off in the VST3 or the LV2 catalog or
+// on any VST2 path gates every row of it, in every format.
 void GateVendors(QList<UnifiedRow>* rows, const QSet<QString>& disabledVendors, const QList<QVlorVst::Path>& paths)
 {
     QSet<QString> vendorsOff;
@@ -379,6 +379,8 @@ void GateVendors(QList<UnifiedRow>* rows, const QSet<QString>& disabledVendors, 
             r.vst2.gated = true;
         if (r.vst3.present)
             r.vst3.gated = true;
+        if (r.lv2.present)
+            r.lv2.gated = true;
     }
 }
 
@@ -470,8 +472,11 @@ QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const Q
     using namespace UnifiedRowSteps;
     const Flattened flat = FlattenBoth(paths, catalog, vst2ScanEnabled);
     QList<UnifiedRow> result = PlainThenShells(ProductRows(flat, pairs, {pendingVst2Ids, pendingCids}), flat.groups);
-    GateVendors(&result, flat.disabledVendors, paths);
     result += Lv2Rows(lv2Catalog);
+    QSet<QString> vendorsOff = flat.disabledVendors;
+    for (const QString& v : lv2Catalog.disabledVendors)
+        vendorsOff.insert(v);
+    GateVendors(&result, vendorsOff, paths);
     // The sections of new plugins, VST2 first.
     QStringList folders2, folders3;
     const QMap<QString, QList<UnifiedRow>> raw2 =

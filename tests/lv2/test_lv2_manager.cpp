@@ -3,6 +3,7 @@
 // starts no child, a touched bundle alone is checked again, and a plugin the
 // user switched off stays off through rescans, restarts, a corrupt catalog
 // and another process's scan.
+#include "QVlorLv2_BundleCheck.h"
 #include "QVlorLv2_Manager.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorSetting.h"
@@ -186,5 +187,117 @@ TEST_F(Lv2Manager, APluginSwitchedOffStaysOffThroughRescansRestartsACorruptCatal
     m->resetPlugin(gain);
     sync(*m);
     EXPECT_TRUE(m->catalogCopy().isOffered(gain));
+    EXPECT_EQ(checked, QStringList{QStringLiteral("Fixture Gain")}) << "the plugin alone, its bundle unchanged";
+}
+
+// A check of one plugin of a bundle runs that plugin alone, whatever it does;
+// one the bundle does not hold gives no report and no error.
+TEST_F(Lv2Manager, ACheckOfOnePluginRunsItAlone)
+{
+    const QString bundle = folder + QStringLiteral("/vlor-lv2-fixtures.lv2");
+    struct Case {
+        const char* fixture;
+        int reports;
+        bool ok;
+        const char* reason;
+    } cases[] = {
+        {"gain", 1, true, ""},
+        {"crash-run", 1, false, "the plugin crashed during its check"},
+        {"hang", 1, false, "its check did not end within 2 s"},
+        {"instrument", 1, false, "not an effect"},
+        {"no-such-plugin", 0, true, ""},
+    };
+    for (const Case& c : cases) {
+        const QString uri = kFixture + QLatin1String(c.fixture);
+        QStringList began;
+        const BundleCheck check = CheckBundle(bundle, 2000, nullptr, [&](const QString& u) { began << u; }, uri);
+        EXPECT_TRUE(check.error.isEmpty()) << c.fixture << ": " << check.error.toStdString();
+        ASSERT_EQ(check.reports.size(), c.reports) << c.fixture;
+        for (const QString& u : began)
+            EXPECT_EQ(u, uri) << c.fixture;
+        if (!c.reports)
+            continue;
+        const QJsonObject r = check.reports.first();
+        EXPECT_EQ(r.value(QStringLiteral("uri")).toString(), uri) << c.fixture;
+        EXPECT_EQ(r.value(QStringLiteral("ok")).toBool(), c.ok) << c.fixture;
+        EXPECT_TRUE(r.value(QStringLiteral("error")).toString().contains(QLatin1String(c.reason))) << c.fixture;
+    }
+}
+
+// Update of one plugin checks it alone and leaves its siblings' records; once
+// its bundle changed on disk, the whole bundle is checked.
+TEST_F(Lv2Manager, UpdatingOnePluginChecksItAloneWhileItsBundleIsUnchanged)
+{
+    auto m = manager({folder});
+    scan(*m);
+    const QString gain = kFixture + QStringLiteral("gain");
+    const QString hang = kFixture + QStringLiteral("hang");
+    const Catalog before = m->catalogCopy();
+    checked.clear();
+    m->recheckPlugin(gain);
+    sync(*m);
+    EXPECT_EQ(checked, QStringList{QStringLiteral("Fixture Gain")});
+    const Catalog after = m->catalogCopy();
+    EXPECT_TRUE(after.isOffered(gain));
+    EXPECT_EQ(after.pluginCount(), before.pluginCount());
+    EXPECT_EQ(after.findPlugin(hang)->toJsonObject(), before.findPlugin(hang)->toJsonObject());
+    EXPECT_EQ(after.bundleOf(gain)->stamp, before.bundleOf(gain)->stamp);
+    // The bundle's files change: the plugin's update checks all of it.
+    const QString ttl = folder + QStringLiteral("/vlor-lv2-fixtures.lv2/manifest.ttl");
+    struct timespec times[2] = {{0, UTIME_NOW}, {2, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, ttl.toUtf8().constData(), times, 0), 0);
+    checked.clear();
+    m->recheckPlugin(gain);
+    sync(*m);
     EXPECT_EQ(checked, QStringList{QStringLiteral("vlor-lv2-fixtures.lv2")});
+    EXPECT_NE(m->catalogCopy().bundleOf(gain)->stamp.toStdString(), before.bundleOf(gain)->stamp.toStdString());
+    EXPECT_TRUE(scan(*m).isEmpty()) << "the whole bundle's check stamped it";
+}
+
+// A maker switched off holds every plugin of it out of the menu, outlives a
+// restart, and leaves the plugins' own switches as they were.
+TEST_F(Lv2Manager, AMakerSwitchedOffHoldsItsPluginsBackThroughARestart)
+{
+    const QString gain = kFixture + QStringLiteral("gain");
+    {
+        auto m = manager({folder});
+        scan(*m);
+        m->setVendorEnabled(QStringLiteral("VLOR Fixtures"), false);
+        sync(*m);
+        EXPECT_FALSE(m->catalogCopy().isOffered(gain));
+        EXPECT_TRUE(m->catalogCopy().isEnabled(gain));
+        ASSERT_TRUE(m->saveCatalog());
+    }
+    auto m = manager({folder});
+    EXPECT_FALSE(m->catalogCopy().isOffered(gain)) << "a restart";
+    EXPECT_EQ(m->catalogCopy().disabledVendors, QStringList{QStringLiteral("vlor fixtures")});
+    m->setVendorEnabled(QStringLiteral("Vlor fixtures"), true);
+    sync(*m);
+    EXPECT_TRUE(m->catalogCopy().isOffered(gain));
+}
+
+// A switch flipped by another process reaches a running manager within a
+// second or so, and the running manager's next save keeps it.
+TEST_F(Lv2Manager, AChoiceSavedByAnotherProcessReachesARunningManager)
+{
+    const QString atom = kFixture + QStringLiteral("atom");
+    auto m = manager({folder});
+    scan(*m);
+    ASSERT_TRUE(m->saveCatalog());
+    int changed = 0;
+    QObject::connect(m.get(), &Manager::catalogChanged, m.get(), [&changed] { ++changed; }, Qt::DirectConnection);
+    QProcess other;
+    other.start(QStringLiteral(VLOR_BIN_DIR "/vlorfx"), {QStringLiteral("--data"), QString::fromStdString(dir.path()),
+                                                         QStringLiteral("disable"), atom});
+    ASSERT_TRUE(other.waitForFinished(60000));
+    ASSERT_EQ(other.exitCode(), 0) << other.readAllStandardError().toStdString();
+    EXPECT_TRUE(waitFor([&] { return !m->catalogCopy().isEnabled(atom); }, 3000)) << "not taken in";
+    EXPECT_GT(changed, 0);
+    m->setPluginEnabled(kFixture + QStringLiteral("gain"), false);
+    sync(*m);
+    ASSERT_TRUE(m->saveCatalog());
+    Catalog disk;
+    ASSERT_TRUE(disk.load(catalogPath));
+    EXPECT_FALSE(disk.isEnabled(atom)) << "the other process's choice";
+    EXPECT_FALSE(disk.isEnabled(kFixture + QStringLiteral("gain"))) << "this one's";
 }

@@ -333,51 +333,6 @@ TEST(UnifiedRows, InUseAndTheStateOfTheActiveFormat)
 
 // An LV2 plugin is a row of its own under its maker, active in its one
 // format, with the page's words for its state.
-TEST(UnifiedRows, Lv2PluginsAreRowsOfTheirOwnWithTheirStates)
-{
-    QVlorLv2::Catalog lv2;
-    QVlorLv2::CatalogBundle bundle;
-    bundle.path = QStringLiteral("/lv2/x.lv2");
-    struct Case {
-        const char* uri;
-        QVlorLv2::CatalogPlugin::State state;
-        const char* reason;
-        const char* rowState;
-        bool inUse;
-        bool notAnEffect;
-    } cases[] = {
-        {"urn:a", QVlorLv2::CatalogPlugin::Usable, "", "", true, false},
-        {"urn:b", QVlorLv2::CatalogPlugin::Failed, "invalid samples", "failed", true, false},
-        {"urn:c", QVlorLv2::CatalogPlugin::Crashed, "the plugin crashed during its check", "crashed", true, false},
-        {"urn:d", QVlorLv2::CatalogPlugin::NotAnEffect, "not an effect (an instrument)", "failed", true, true},
-        {"urn:off", QVlorLv2::CatalogPlugin::Usable, "", "", false, false},
-    };
-    for (const Case& c : cases) {
-        QVlorLv2::CatalogPlugin p;
-        p.uri = QLatin1String(c.uri);
-        p.name = p.uri.mid(4).toUpper();
-        p.maker = QStringLiteral("Some Maker");
-        p.state = c.state;
-        p.reason = QLatin1String(c.reason);
-        bundle.plugins << p;
-    }
-    lv2.bundles << bundle;
-    lv2.disabledUris << QStringLiteral("urn:off");
-    const QList<UnifiedRow> rows = ComposeUnifiedRows({}, QVlorVst3::Catalog(), QVlorPluginPairs(), {}, {}, {}, {},
-                                                      true, lv2);
-    ASSERT_EQ(rows.size(), int(std::size(cases)));
-    for (int i = 0; i < rows.size(); ++i) {
-        const UnifiedRow& r = rows[i];
-        const Case& c = cases[i];
-        EXPECT_TRUE(r.lv2.present && r.lv2.active && !r.vst2.present && !r.vst3.present) << c.uri;
-        EXPECT_EQ(r.lv2.identity, QLatin1String(c.uri));
-        EXPECT_EQ(r.vendorKey, QStringLiteral("some maker"));
-        EXPECT_EQ(r.rowStateText(), QLatin1String(c.rowState)) << c.uri;
-        EXPECT_EQ(r.inUse(), c.inUse) << c.uri;
-        EXPECT_EQ(UpmRowNotAnEffect(r), c.notAnEffect) << c.uri;
-    }
-}
-
 namespace {
 
 UnifiedRow plain(const QString& name, const QString& vendorKey, bool enabled, const QString& state = QString())

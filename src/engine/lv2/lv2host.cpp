@@ -97,14 +97,16 @@ int check(const char* uri)
 // line before each check names it, a line after tells what it found, so
 // that a plugin that takes the child down is known by the parent, which
 // starts another child after it. Plugins that are no effects are not run.
-int checkBundle(const char* after)
+// With `only`, that plugin alone: a user's recheck of one plugin of a large
+// bundle need not wait for all of its siblings.
+int checkBundle(const char* after, const char* only)
 {
     const int count = VLORLV2_ListPlugins(nullptr, 0);
     std::vector<Lv2PluginRecord> records(size_t(std::max(count, 0)));
     VLORLV2_ListPlugins(records.data(), count);
     int checked = 0;
     for (const Lv2PluginRecord& r : records) {
-        if (after && std::strcmp(r.uri, after) <= 0)
+        if ((after && std::strcmp(r.uri, after) <= 0) || (only && std::strcmp(r.uri, only) != 0))
             continue;
         if (!r.isEffect) {
             HostReplyLine("{\"plugin\":{" + recordJson(r) + ",\"ok\":false,\"error\":\"not an effect\"}}");
@@ -117,6 +119,18 @@ int checkBundle(const char* after)
     HostReply("{\"ok\":true,\"plugins\":" + std::to_string(records.size()) + ",\"checked\":" +
               std::to_string(checked) + "}");
     return 0;
+}
+
+// The options after --check-bundle FOLDER: --after URI and --only URI, each at most once.
+bool bundleOptions(int argc, char** argv, const char** after, const char** only)
+{
+    for (int i = 3; i < argc; i += 2) {
+        const char** slot = !std::strcmp(argv[i], "--after") ? after : !std::strcmp(argv[i], "--only") ? only : nullptr;
+        if (!slot || *slot || i + 1 >= argc)
+            return false;
+        *slot = argv[i + 1];
+    }
+    return true;
 }
 
 int list()
@@ -139,15 +153,17 @@ extern "C" VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv)
     if (const int status = HostReplyBegin())
         return status;
     int status;
+    const char* after = nullptr;
+    const char* only = nullptr;
     if (argc == 3 && !std::strcmp(argv[1], "--check") && VLORLV2_Initialize()) {
         status = check(argv[2]);
-    } else if ((argc == 3 || (argc == 5 && !std::strcmp(argv[3], "--after"))) &&
-               !std::strcmp(argv[1], "--check-bundle") && VLORLV2_InitializeBundle(argv[2])) {
-        status = checkBundle(argc == 5 ? argv[4] : nullptr);
+    } else if (argc >= 3 && !std::strcmp(argv[1], "--check-bundle") && bundleOptions(argc, argv, &after, &only) &&
+               VLORLV2_InitializeBundle(argv[2])) {
+        status = checkBundle(after, only);
     } else if (argc == 2 && !std::strcmp(argv[1], "--list") && VLORLV2_Initialize()) {
         status = list();
     } else {
-        std::fprintf(stderr, "usage: %s --check URI | --check-bundle FOLDER [--after URI] | --list\n",
+        std::fprintf(stderr, "usage: %s --check URI | --check-bundle FOLDER [--after URI] [--only URI] | --list\n",
                      argc > 0 ? argv[0] : "vlorlv2");
         HostFail("bad arguments to the LV2 host");
         return 2;
