@@ -6,6 +6,7 @@
 #include "QVlorLv2_BundleCheck.h"
 #include "QVlorManagerCore_p.h"
 #include "QVlorDataFile_p.h"
+#include "lv2engine.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -240,6 +241,9 @@ void Manager::takeInCheck(const Work& work, bool ran, const BundleCheck& check, 
             newNames->append(p.name);
         found.append(p);
     }
+    // A folder added since the world was made: what it holds opens now, not after a restart.
+    if (std::any_of(found.begin(), found.end(), [](const CatalogPlugin& p) { return p.state == CatalogPlugin::Usable; }))
+        VLORLV2_AddBundle(work.path.toUtf8().constData());
     CatalogBundle* known = d->live.findBundle(work.path);
     if (!work.only.isEmpty() && known) {
         // One plugin of an unchanged bundle: its siblings and the stamp stay.

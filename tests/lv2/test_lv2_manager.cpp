@@ -7,6 +7,7 @@
 #include "QVlorLv2_Manager.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorSetting.h"
+#include "lv2engine.h"
 #include "testsupport.h"
 
 #include <QDir>
@@ -300,4 +301,28 @@ TEST_F(Lv2Manager, AChoiceSavedByAnotherProcessReachesARunningManager)
     ASSERT_TRUE(disk.load(catalogPath));
     EXPECT_FALSE(disk.isEnabled(atom)) << "the other process's choice";
     EXPECT_FALSE(disk.isEnabled(kFixture + QStringLiteral("gain"))) << "this one's";
+}
+
+// A bundle a scan found in a folder the process's world was not made from
+// (one the user added since the start) opens in this process at once; read
+// once, however often it is named.
+TEST_F(Lv2Manager, WhatAScanFoundInAFolderAddedSinceTheStartOpensInThisProcess)
+{
+    auto m = manager({folder});
+    scan(*m);
+    qputenv("LV2_PATH", ":");
+    ASSERT_EQ(VLORLV2_Initialize(), 1);
+    Lv2PluginRecord record{};
+    EXPECT_EQ(VLORLV2_DescribePlugin("urn:vlor:fixture:gain", &record), 1) << "the scan's bundle is in the world";
+    const int count = VLORLV2_ListPlugins(nullptr, 0);
+    EXPECT_EQ(count, m->catalogCopy().pluginCount());
+    // Named again, by a rescan of everything and by hand: nothing is read twice.
+    m->recheckAll();
+    sync(*m);
+    EXPECT_EQ(VLORLV2_AddBundle((folder + QStringLiteral("/vlor-lv2-fixtures.lv2")).toUtf8().constData()), 1);
+    EXPECT_EQ(VLORLV2_ListPlugins(nullptr, 0), count);
+    char error[256];
+    _Lv2Instance* fx = VLORLV2_CreateInstance("urn:vlor:fixture:gain", 48000, 64, error, sizeof(error));
+    ASSERT_NE(fx, nullptr) << error;
+    VLORLV2_DestroyInstance(fx);
 }

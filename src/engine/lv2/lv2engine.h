@@ -35,6 +35,10 @@ VLORLV2_EXPORT int VLORLV2_Initialize(void);
 /* A world of the one bundle at path (a folder), for a child that checks it
  * without reading every other; 0 when a world stands already. */
 VLORLV2_EXPORT int VLORLV2_InitializeBundle(const char* path);
+/* A bundle found after the world was made (in a folder the user added since)
+ * read into it, or into the world when it is made; 1 when taken. One the
+ * world holds already is left as it is. */
+VLORLV2_EXPORT int VLORLV2_AddBundle(const char* path);
 /* Frees the world (for host programs at exit); live instances must be gone. */
 VLORLV2_EXPORT void VLORLV2_Finalize(void);
 /* Writes up to limit records, in URI order; the number of plugins (which may

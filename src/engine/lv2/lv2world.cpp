@@ -17,6 +17,9 @@
 #include <algorithm>
 #include <deque>
 #include <cstring>
+#include <string>
+#include <unistd.h>
+#include <vector>
 
 namespace vlorlv2 {
 
@@ -24,6 +27,8 @@ namespace {
 
 std::mutex s_worldLock;
 LilvWorld* s_world = nullptr;
+// Bundles named before the world stood (see VLORLV2_AddBundle).
+std::vector<std::string> s_pendingBundles;
 Nodes s_nodes{};
 
 // The URID map, shared by every instance: a plugin may hand an id to
@@ -259,6 +264,27 @@ void FillRecord(const LilvPlugin* plugin, Lv2PluginRecord* record)
 
 using namespace vlorlv2;
 
+namespace {
+
+// Into the world, under its lock; a bundle whose plugins it holds already
+// (read from LV2_PATH, or added before) is not read twice.
+void loadBundle(const std::string& path)
+{
+    std::string folder = path;
+    if (folder.back() != '/')
+        folder += '/';
+    LilvNode* bundle = lilv_new_file_uri(s_world, nullptr, folder.c_str());
+    bool known = false;
+    const LilvPlugins* all = lilv_world_get_all_plugins(s_world);
+    LILV_FOREACH (plugins, i, all)
+        known = known || lilv_node_equals(lilv_plugin_get_bundle_uri(lilv_plugins_get(all, i)), bundle);
+    if (!known)
+        lilv_world_load_bundle(s_world, bundle);
+    lilv_node_free(bundle);
+}
+
+} // namespace
+
 extern "C" int VLORLV2_Initialize(void)
 {
     std::lock_guard<std::mutex> l(s_worldLock);
@@ -268,6 +294,11 @@ extern "C" int VLORLV2_Initialize(void)
     if (!s_world)
         return 0;
     lilv_world_load_all(s_world);
+    // A bundle named while no world stood may have gone since.
+    for (const std::string& path : s_pendingBundles)
+        if (access((path + "/manifest.ttl").c_str(), R_OK) == 0)
+            loadBundle(path);
+    s_pendingBundles.clear();
     makeNodes(s_world);
     return 1;
 }
@@ -280,13 +311,22 @@ extern "C" int VLORLV2_InitializeBundle(const char* path)
     s_world = lilv_world_new();
     if (!s_world)
         return 0;
-    std::string folder = path;
-    if (folder.back() != '/')
-        folder += '/';
-    LilvNode* bundle = lilv_new_file_uri(s_world, nullptr, folder.c_str());
-    lilv_world_load_bundle(s_world, bundle);
-    lilv_node_free(bundle);
+    loadBundle(path);
     makeNodes(s_world);
+    return 1;
+}
+
+extern "C" int VLORLV2_AddBundle(const char* path)
+{
+    std::lock_guard<std::mutex> l(s_worldLock);
+    if (!path || !*path)
+        return 0;
+    if (!s_world) {
+        if (std::find(s_pendingBundles.begin(), s_pendingBundles.end(), path) == s_pendingBundles.end())
+            s_pendingBundles.emplace_back(path);
+        return 1;
+    }
+    loadBundle(path);
     return 1;
 }
 
