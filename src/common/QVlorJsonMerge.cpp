@@ -9,7 +9,7 @@
 namespace {
 
 // What names a record in the library's files, in the order the files use.
-const char* const kIdentityFields[] = {"pairId", "cid", "path", "filename", "plugin_id", "vst2", "vst3"};
+const char* const kIdentityFields[] = {"pairId", "cid", "path", "filename", "plugin_id", "vst2", "vst3", "lv2"};
 
 QString identityOf(const QJsonValue& v)
 {

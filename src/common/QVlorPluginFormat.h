@@ -64,6 +64,9 @@ inline constexpr const char* kSupportAudioUnitSettingKey = "vloraudio.support_au
 // Shows the generated editor in place of every plugin's own.
 inline constexpr const char* kFallbackEditorSettingKey = "vloraudio.fx.vst.use_fallback_editor";
 inline constexpr const char* kParallelChecksSettingKey = "vloraudio.plugins.parallel_checks";
+// The formats a new family takes first, when the user uses none of its forms:
+// tokens separated by commas, "vst3,lv2,vst2" unless set.
+inline constexpr const char* kFormatOrderSettingKey = "vloraudio.plugins.format_order";
 // The pairs' file, in the application's data folder.
 inline constexpr const char* kPairsFile = "plugin_pairs.json";
 

@@ -13,9 +13,11 @@ const char* const K_PLUGIN_PAIR_ID = "pluginPairId";
 const char* const K_PLUGIN_PAIR_FORMAT = "pluginPairFormat";
 
 struct QVlorPluginPairs::Data {
+    // Two forms the user broke apart; the third field is empty.
     struct Split {
         qint64 vst2 = 0;
         QString vst3;
+        QString lv2;
     };
     QList<Entry> entries;
     QList<Split> splits;
@@ -25,6 +27,7 @@ namespace {
 
 const QString kVst2 = QVlorAudioPlugins::Vst2Token();
 const QString kVst3 = QVlorAudioPlugins::Vst3Token();
+const QString kLv2 = QVlorAudioPlugins::Lv2Token();
 
 // Ids travel as decimal strings: no JSON reader may round a 64-bit value.
 QJsonValue idValue(qint64 id) { return id ? QJsonValue(QString::number(id)) : QJsonValue(QJsonValue::Null); }
@@ -32,7 +35,15 @@ qint64 idFrom(const QJsonValue& v) { return v.isString() ? v.toString().toLongLo
 QJsonValue cidValue(const QString& cid) { return cid.isEmpty() ? QJsonValue(QJsonValue::Null) : QJsonValue(cid); }
 QString cidFrom(const QJsonValue& v) { return v.isString() ? v.toString() : QString(); }
 
+// The file's version: 2 added the LV2 form; a version 1 file reads as families without one.
+constexpr int kFileVersion = 2;
+
 } // namespace
+
+bool QVlorPluginPairs::Entry::holds(const QString& format) const
+{
+    return format == kVst2 ? vst2 != 0 : format == kVst3 ? !vst3.isEmpty() : format == kLv2 && !lv2.isEmpty();
+}
 
 QVlorPluginPairs::QVlorPluginPairs()
     : d(new Data)
@@ -73,13 +84,13 @@ void QVlorPluginPairs::fromJson(const QJsonObject& root)
         e.manualOverride = o.value(QStringLiteral("manualOverride")).toBool(false);
         e.activeFormat = o.value(QStringLiteral("activeFormat")).toString();
         e.vetoedAutoEnable = o.value(QStringLiteral("vetoedAutoEnable")).toBool(false);
+        e.lv2 = cidFrom(o.value(kLv2));
         entries.append(e);
     }
     QList<Data::Split> splits;
     for (const QJsonValue& v : root.value(QStringLiteral("splits")).toArray()) {
         const QJsonObject o = v.toObject();
-        splits.append(
-            {idFrom(o.value(QVlorAudioPlugins::Vst2Token())), cidFrom(o.value(QVlorAudioPlugins::Vst3Token()))});
+        splits.append({idFrom(o.value(kVst2)), cidFrom(o.value(kVst3)), cidFrom(o.value(kLv2))});
     }
     d->entries = entries;
     d->splits = splits;
@@ -102,6 +113,7 @@ QJsonObject QVlorPluginPairs::toJson() const
         o.insert(QStringLiteral("manualOverride"), e.manualOverride);
         o.insert(QStringLiteral("activeFormat"), e.activeFormat);
         o.insert(QStringLiteral("vetoedAutoEnable"), e.vetoedAutoEnable);
+        o.insert(kLv2, cidValue(e.lv2));
         pairs.append(o);
     }
     QJsonArray splits;
@@ -109,10 +121,11 @@ QJsonObject QVlorPluginPairs::toJson() const
         QJsonObject o;
         o.insert(QVlorAudioPlugins::Vst2Token(), idValue(s.vst2));
         o.insert(QVlorAudioPlugins::Vst3Token(), cidValue(s.vst3));
+        o.insert(kLv2, cidValue(s.lv2));
         splits.append(o);
     }
     QJsonObject root;
-    root.insert(QStringLiteral("version"), 1);
+    root.insert(QStringLiteral("version"), kFileVersion);
     root.insert(QStringLiteral("pairs"), pairs);
     root.insert(QStringLiteral("splits"), splits);
     return root;
@@ -146,10 +159,28 @@ QVlorPluginPairs::Entry* QVlorPluginPairs::findByVst3(const QString& cid)
     return nullptr;
 }
 
+QVlorPluginPairs::Entry* QVlorPluginPairs::findByLv2(const QString& uri)
+{
+    if (uri.isEmpty())
+        return nullptr;
+    for (Entry& e : d->entries)
+        if (e.lv2 == uri)
+            return &e;
+    return nullptr;
+}
+
 bool QVlorPluginPairs::isSplitBlocked(qint64 vst2, const QString& vst3) const
 {
     for (const Data::Split& s : d->splits)
-        if (s.vst2 == vst2 && s.vst3 == vst3)
+        if (s.vst2 == vst2 && s.vst3 == vst3 && s.lv2.isEmpty())
+            return true;
+    return false;
+}
+
+bool QVlorPluginPairs::isLv2SplitBlocked(const Entry& family, const QString& uri) const
+{
+    for (const Data::Split& s : d->splits)
+        if (s.lv2 == uri && ((s.vst2 != 0 && s.vst2 == family.vst2) || (!s.vst3.isEmpty() && s.vst3 == family.vst3)))
             return true;
     return false;
 }
@@ -157,19 +188,70 @@ bool QVlorPluginPairs::isSplitBlocked(qint64 vst2, const QString& vst3) const
 QVlorPluginPairs::Entry* QVlorPluginPairs::addPair(qint64 vst2, const QString& vst3, const QString& origin,
                                                    const QString& activeFormat)
 {
-    if ((vst2 == 0 && vst3.isEmpty()) || isSplitBlocked(vst2, vst3))
-        return nullptr;
-    // An identity lives in one entry at most; a one-sided leftover still holds its side.
-    if (findByVst2(vst2) || findByVst3(vst3))
-        return nullptr;
+    return addFamily(vst2, vst3, QString(), origin, activeFormat);
+}
+
+QVlorPluginPairs::Entry* QVlorPluginPairs::addFamily(qint64 vst2, const QString& vst3, const QString& lv2,
+                                                     const QString& origin, const QString& activeFormat)
+{
     Entry e;
-    e.pairId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     e.vst2 = vst2;
     e.vst3 = vst3;
+    if (e.formCount() == 0 && lv2.isEmpty())
+        return nullptr;
+    if ((vst2 != 0 && !vst3.isEmpty() && isSplitBlocked(vst2, vst3)) || (!lv2.isEmpty() && isLv2SplitBlocked(e, lv2)))
+        return nullptr;
+    // An identity lives in one entry at most; a one-sided leftover still holds its side.
+    if (findByVst2(vst2) || findByVst3(vst3) || findByLv2(lv2))
+        return nullptr;
+    e.lv2 = lv2;
+    e.pairId = QUuid::createUuid().toString(QUuid::WithoutBraces);
     e.origin = origin;
     e.activeFormat = activeFormat;
     d->entries.append(e);
     return &d->entries.last();
+}
+
+QVlorPluginPairs::Entry* QVlorPluginPairs::addLv2Form(const QString& pairId, const QString& uri)
+{
+    Entry* e = findByPairId(pairId);
+    if (!e || uri.isEmpty() || !e->lv2.isEmpty() || findByLv2(uri) || isLv2SplitBlocked(*e, uri))
+        return nullptr;
+    e->lv2 = uri;
+    return e;
+}
+
+void QVlorPluginPairs::splitForm(const QString& pairId, const QString& letGoFormat)
+{
+    Entry* e = findByPairId(pairId);
+    if (!e || !e->holds(letGoFormat) || e->formCount() < 2)
+        return;
+    // Apart from each form that stays.
+    if (letGoFormat == kLv2) {
+        if (e->vst2 != 0)
+            d->splits.append({e->vst2, QString(), e->lv2});
+        if (!e->vst3.isEmpty())
+            d->splits.append({0, e->vst3, e->lv2});
+        e->lv2.clear();
+    } else {
+        const qint64 vst2 = letGoFormat == kVst2 ? e->vst2 : 0;
+        const QString vst3 = letGoFormat == kVst3 ? e->vst3 : QString();
+        if (letGoFormat == kVst2 ? !e->vst3.isEmpty() : e->vst2 != 0)
+            d->splits.append({e->vst2, e->vst3, QString()});
+        if (!e->lv2.isEmpty())
+            d->splits.append({vst2, vst3, e->lv2});
+        if (letGoFormat == kVst2)
+            e->vst2 = 0;
+        else
+            e->vst3.clear();
+    }
+    e->manualOverride = true;
+    if (e->activeFormat == letGoFormat)
+        for (const QString& f : {kVst3, kLv2, kVst2})
+            if (e->holds(f)) {
+                e->activeFormat = f;
+                break;
+            }
 }
 
 QVlorPluginPairs::Entry* QVlorPluginPairs::rejoinPair(qint64 vst2, const QString& vst3, const QString& activeFormat)
@@ -196,7 +278,11 @@ QVlorPluginPairs::Entry* QVlorPluginPairs::rejoinPair(qint64 vst2, const QString
     if (!leftover2.isEmpty() && !leftover3.isEmpty()) {
         kept = activeFormat == kVst3 ? leftover3 : leftover2;
         const QString dropped = kept == leftover2 ? leftover3 : leftover2;
+        // An LV2 form of the dropped leftover stays with the product.
+        const QString lv2 = findByPairId(dropped)->lv2;
         d->entries.removeIf([&dropped](const Entry& e) { return e.pairId == dropped; });
+        if (Entry* k = findByPairId(kept); k && k->lv2.isEmpty())
+            k->lv2 = lv2;
     }
     if (kept.isEmpty())
         return addPair(vst2, vst3, QStringLiteral("manual"), activeFormat);
@@ -210,27 +296,27 @@ QVlorPluginPairs::Entry* QVlorPluginPairs::rejoinPair(qint64 vst2, const QString
 
 void QVlorPluginPairs::splitPair(const QString& pairId, const QString& keepFormat)
 {
-    if (keepFormat != kVst2 && keepFormat != kVst3)
+    if (keepFormat != kVst2 && keepFormat != kVst3 && keepFormat != kLv2)
         return;
     Entry* e = findByPairId(pairId);
-    if (!e || e->vst2 == 0 || e->vst3.isEmpty())
+    if (!e || !e->holds(keepFormat) || e->formCount() < 2)
         return;
-    d->splits.append({e->vst2, e->vst3});
-    if (keepFormat == kVst2)
-        e->vst3.clear();
-    else
-        e->vst2 = 0;
-    e->manualOverride = true;
+    for (const QString& f : {kVst2, kVst3, kLv2})
+        if (f != keepFormat && e->holds(f))
+            splitForm(pairId, f);
     e->activeFormat = keepFormat;
 }
 
-bool QVlorPluginPairs::purgeIdentities(const QList<qint64>& vst2Ids, const QList<QString>& vst3Cids)
+bool QVlorPluginPairs::purgeIdentities(const QList<qint64>& vst2Ids, const QList<QString>& vst3Cids,
+                                       const QList<QString>& lv2Uris)
 {
-    auto named = [&](qint64 vst2, const QString& vst3) {
-        return (vst2 != 0 && vst2Ids.contains(vst2)) || (!vst3.isEmpty() && vst3Cids.contains(vst3));
+    auto named = [&](qint64 vst2, const QString& vst3, const QString& lv2) {
+        return (vst2 != 0 && vst2Ids.contains(vst2)) || (!vst3.isEmpty() && vst3Cids.contains(vst3)) ||
+               (!lv2.isEmpty() && lv2Uris.contains(lv2));
     };
-    const qsizetype removed = d->entries.removeIf([&](const Entry& e) { return named(e.vst2, e.vst3); }) +
-                              d->splits.removeIf([&](const Data::Split& s) { return named(s.vst2, s.vst3); });
+    const qsizetype removed =
+        d->entries.removeIf([&](const Entry& e) { return named(e.vst2, e.vst3, e.lv2); }) +
+        d->splits.removeIf([&](const Data::Split& s) { return named(s.vst2, s.vst3, s.lv2); });
     return removed > 0;
 }
 

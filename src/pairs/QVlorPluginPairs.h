@@ -1,7 +1,9 @@
 #ifndef QVLORPLUGINPAIRS_H
 #define QVLORPLUGINPAIRS_H
-// The record of which VST2 plugin and which VST3 class are one product, and
-// of the pairs the user broke. Held by identity, so it survives moved files.
+// The record of which VST2 plugin, VST3 class and LV2 plugin are one product
+// (a family of up to three forms; "pair" stays its name in the code and the
+// file), and of the forms the user broke apart. Held by identity, so it
+// survives moved files.
 
 #include <QByteArray>
 #include <QList>
@@ -21,8 +23,12 @@ public:
         QString vst3;
         QString origin; // "compat", "fourcc", "heuristic" or "manual"
         bool manualOverride = false;
-        QString activeFormat; // "vst2" or "vst3"
+        QString activeFormat; // "vst2", "vst3" or "lv2"
         bool vetoedAutoEnable = false;
+        QString lv2; // the LV2 plugin's URI; empty when the family has none
+        // How many of the three forms it holds.
+        int formCount() const { return (vst2 != 0) + !vst3.isEmpty() + !lv2.isEmpty(); }
+        bool holds(const QString& format) const;
     };
     struct Data;
 
@@ -45,12 +51,24 @@ public:
     Entry* findByPairId(const QString& pairId);
     Entry* findByVst2(qint64 id);
     Entry* findByVst3(const QString& cid);
+    Entry* findByLv2(const QString& uri);
     bool isSplitBlocked(qint64 vst2, const QString& vst3) const;
+    // Whether the user broke that LV2 plugin apart from any form the entry holds.
+    bool isLv2SplitBlocked(const Entry& family, const QString& uri) const;
 
     Entry* addPair(qint64 vst2, const QString& vst3, const QString& origin, const QString& activeFormat);
+    // A family of any two or three forms; null when a form is held already or a split forbids it.
+    Entry* addFamily(qint64 vst2, const QString& vst3, const QString& lv2, const QString& origin,
+                     const QString& activeFormat);
+    // The LV2 plugin joins the family of that id; null when it is held or a split forbids it.
+    Entry* addLv2Form(const QString& pairId, const QString& uri);
+    // One form let go of its family ("vst2", "vst3" or "lv2"); the others stay together,
+    // and the form is never joined to them again by the matcher.
+    void splitForm(const QString& pairId, const QString& letGoFormat);
     Entry* rejoinPair(qint64 vst2, const QString& vst3, const QString& activeFormat);
     void splitPair(const QString& pairId, const QString& keepFormat);
-    bool purgeIdentities(const QList<qint64>& vst2Ids, const QList<QString>& vst3Cids);
+    bool purgeIdentities(const QList<qint64>& vst2Ids, const QList<QString>& vst3Cids,
+                         const QList<QString>& lv2Uris = {});
 
 private:
     Data* d;

@@ -268,7 +268,7 @@ TEST(PairStoreFile, RoundTripAndTheIdAsText)
     ASSERT_TRUE(pairs.save(file));
 
     const QJsonObject root = QJsonDocument::fromJson(readFile(file)).object();
-    EXPECT_EQ(root.value(QStringLiteral("version")).toInt(), 1);
+    EXPECT_EQ(root.value(QStringLiteral("version")).toInt(), 2) << "the version that added the LV2 form";
     EXPECT_EQ(root.value(QStringLiteral("pairs")).toArray().at(0).toObject().value(QStringLiteral("vst2")).toString(),
               QString::number(big));
     EXPECT_TRUE(root.value(QStringLiteral("pairs")).toArray().at(1).toObject().value(QStringLiteral("vst2")).isNull());
