@@ -6,6 +6,7 @@
 
 #include "QVlorAudioPlugins.h"
 
+#include <QSet>
 #include <QDir>
 #include <QFileInfo>
 
@@ -42,7 +43,7 @@ struct Target {
     QString lv2; // an LV2 plugin's URI: the target is that plugin
     QVlorVst::Plugin plugin; // VST2
     QVlorVst::Path path;     // VST2
-    QString bundle;          // VST3: the bundle, and the class when one is named
+    QString bundle;          // VST3: the bundle, and the class when one is named; LV2: the bundle when it was named
     QString cid;
 };
 
@@ -109,7 +110,7 @@ QList<Target> lv2Targets(const QString& arg, const QString& file)
         const bool wholeBundle = (!file.isEmpty() && b.path == file) || namesFile(arg, b.path, QString());
         for (const QVlorLv2::CatalogPlugin& p : b.plugins)
             if (wholeBundle || p.uri == arg || p.name.compare(arg, Qt::CaseInsensitive) == 0)
-                out << Target{false, p.uri, {}, {}, {}, {}};
+                out << Target{false, p.uri, {}, {}, wholeBundle ? b.path : QString(), {}};
     }
     return out;
 }
@@ -120,7 +121,15 @@ void actLv2(Action a, const Target& t)
     QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
     const QVlorLv2::Catalog catalog = m->catalogCopy();
     const QVlorLv2::CatalogPlugin* p = catalog.findPlugin(t.lv2);
-    if (a == Action::Recheck || (a == Action::Enable && p && p->state != QVlorLv2::CatalogPlugin::Usable)) {
+    // A bundle named whole is checked once, in one child, not once a plugin.
+    static QSet<QString> bundlesChecked;
+    if (a == Action::Recheck && !t.bundle.isEmpty()) {
+        if (!bundlesChecked.contains(t.bundle)) {
+            bundlesChecked.insert(t.bundle);
+            m->recheckPlugin(t.bundle);
+            vlorfx::settle();
+        }
+    } else if (a == Action::Recheck || (a == Action::Enable && p && p->state != QVlorLv2::CatalogPlugin::Usable)) {
         m->recheckPlugin(t.lv2);
         vlorfx::settle();
     }

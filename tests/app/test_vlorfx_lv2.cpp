@@ -164,6 +164,9 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
         {"list --wide", 0, "off"},
         {"enable urn:vlor:fixture:gain", 0, "Fixture Gain: LV2 urn:vlor:fixture:gain, on"},
         {"enable urn:vlor:fixture:nan", 1, "Fixture Nan: LV2 urn:vlor:fixture:nan, failed"},
+        // A bundle named whole is checked again whole: every plugin told, the failed ones too.
+        {"recheck '" VLOR_FIXTURE_LV2_DIR "/vlor-lv2-fixtures.lv2'", 1,
+         "Fixture Hang: LV2 urn:vlor:fixture:hang, failed (its check did not end within 2 s)"},
         {"list --json", 0, "\"lv2\": {"},
         {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 13 plugins: 7 on, 0 off, 5 failed"},
         {"menu --with-audio", 0, "Fixture Gain \u00B7 LV2  [lv2id-urn:vlor:fixture:gain]"},
