@@ -680,6 +680,10 @@ TEST(JsonMerge, ChoicesOfBothSidesAreKeptAndTheLaterSaveWinsAConflict)
          R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":4},{"cid":"2","state":2}]}]})",
          R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":2},{"cid":"2","state":4}]}]})",
          R"({"bundles":[{"path":"/x.vst3","classes":[{"cid":"1","state":4},{"cid":"2","state":4}]}]})"},
+        {"splits of one VST2 plugin from two LV2 plugins, one made on each side",
+         R"({"splits":[]})", R"({"splits":[{"vst2":"1","vst3":null,"lv2":"urn:u"}]})",
+         R"({"splits":[{"vst2":"1","vst3":null,"lv2":"urn:w"}]})",
+         R"({"splits":[{"vst2":"1","vst3":null,"lv2":"urn:u"},{"vst2":"1","vst3":null,"lv2":"urn:w"}]})"},
         {"unchanged here: theirs", R"({"v":1})", R"({"v":1})", R"({"v":2})", R"({"v":2})"},
     };
     for (const Case& c : cases)
