@@ -101,9 +101,17 @@ int check(const char* uri)
 // bundle need not wait for all of its siblings.
 int checkBundle(const char* after, const char* only)
 {
-    const int count = VLORLV2_ListPlugins(nullptr, 0);
-    std::vector<Lv2PluginRecord> records(size_t(std::max(count, 0)));
-    VLORLV2_ListPlugins(records.data(), count);
+    // One plugin's data alone is read for `only`: lilv reads a plugin's files
+    // when it is first asked of, and a large bundle's take seconds.
+    std::vector<Lv2PluginRecord> records;
+    if (only) {
+        records.resize(1);
+        if (!VLORLV2_DescribePlugin(only, records.data()))
+            records.clear();
+    } else {
+        records.resize(size_t(std::max(VLORLV2_ListPlugins(nullptr, 0), 0)));
+        VLORLV2_ListPlugins(records.data(), int(records.size()));
+    }
     int checked = 0;
     for (const Lv2PluginRecord& r : records) {
         if ((after && std::strcmp(r.uri, after) <= 0) || (only && std::strcmp(r.uri, only) != 0))
