@@ -82,10 +82,11 @@ struct HostAnswer {
     std::string line;
 };
 
-HostAnswer checkInHost(const std::string& uri)
+// The host program run with those arguments (quoted by the caller); its last line.
+HostAnswer runHost(const std::string& arguments)
 {
     const std::string cmd = "LV2_PATH='" + kFixtures + ":/usr/lib/lv2' VLOR_PLUGIN_LOG=/dev/null timeout -s KILL 4 '" +
-                            kHost + "' --check '" + uri + "'";
+                            kHost + "' " + arguments;
     FILE* pipe = popen(cmd.c_str(), "r");
     std::string all;
     char buffer[4096];
@@ -97,6 +98,8 @@ HostAnswer checkInHost(const std::string& uri)
         all.pop_back();
     return {status, all.substr(all.rfind('\n') == std::string::npos ? 0 : all.rfind('\n') + 1)};
 }
+
+HostAnswer checkInHost(const std::string& uri) { return runHost("--check '" + uri + "'"); }
 
 TEST_F(Lv2, EachFaultOfTheFixturesIsSurvivedAndNamedByTheHostProgram)
 {
@@ -123,6 +126,32 @@ TEST_F(Lv2, EachFaultOfTheFixturesIsSurvivedAndNamedByTheHostProgram)
         // The timeout ends the hang with its own status when the child dies by our signal.
         EXPECT_EQ(a.status, c.status) << c.fixture;
         EXPECT_NE(a.line.find(c.says), std::string::npos) << c.fixture << ": " << a.line;
+    }
+}
+
+// A bundle's check takes --after and --only once each, each with its URI;
+// anything else is refused with the usage, and nothing is checked.
+TEST_F(Lv2, TheBundleCheckTakesItsOptionsOnceEachAndRefusesTheRest)
+{
+    const std::string bundle = "--check-bundle '" + kFixtures + "/vlor-lv2-fixtures.lv2'";
+    const std::string gain = " '" + kFixture + "gain'";
+    struct Case {
+        std::string options;
+        int status;
+        const char* says;
+    } cases[] = {
+        {" --only" + gain, 0, "\"checked\":1}"},
+        {" --only" + gain + " --after 'urn:a'", 0, "\"checked\":1}"},
+        {" --after", 2, "bad arguments to the LV2 host"},
+        {" --only", 2, "bad arguments to the LV2 host"},
+        {" --only" + gain + " --only" + gain, 2, "bad arguments to the LV2 host"},
+        {" --after 'urn:a' --after 'urn:b'", 2, "bad arguments to the LV2 host"},
+        {" --first" + gain, 2, "bad arguments to the LV2 host"},
+    };
+    for (const Case& c : cases) {
+        const HostAnswer a = runHost(bundle + c.options);
+        EXPECT_EQ(a.status, c.status) << c.options;
+        EXPECT_NE(a.line.find(c.says), std::string::npos) << c.options << ": " << a.line;
     }
 }
 
