@@ -33,6 +33,19 @@ QString BadgeText(const PluginFormat& format, bool is32Bit)
     return QLatin1String(format.badge) + (is32Bit ? QStringLiteral("\u00B732") : QString());
 }
 
+QStringList ParseFormatOrder(const QString& text)
+{
+    const QStringList known = {Vst3Token(), Lv2Token(), Vst2Token()};
+    QStringList order;
+    for (const QString& part : text.split(QLatin1Char(',')))
+        if (const QString token = part.trimmed().toLower(); known.contains(token) && !order.contains(token))
+            order << token;
+    for (const QString& token : known)
+        if (!order.contains(token))
+            order << token;
+    return order;
+}
+
 QString PairActionId(const QString& pairId) { return QLatin1String(K_PAIR_ACTION_ID_PREFIX) + pairId; }
 bool IsPairActionId(const QString& actionId) { return after(actionId, K_PAIR_ACTION_ID_PREFIX, nullptr); }
 

@@ -8,6 +8,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 namespace QVlorAudioPlugins {
 
@@ -67,6 +68,9 @@ inline constexpr const char* kParallelChecksSettingKey = "vloraudio.plugins.para
 // The formats a new family takes first, when the user uses none of its forms:
 // tokens separated by commas, "vst3,lv2,vst2" unless set.
 inline constexpr const char* kFormatOrderSettingKey = "vloraudio.plugins.format_order";
+// The formats of a format order's text, known tokens once each in its order,
+// then those it leaves out in the default order.
+QStringList ParseFormatOrder(const QString& text);
 // The pairs' file, in the application's data folder.
 inline constexpr const char* kPairsFile = "plugin_pairs.json";
 

@@ -83,7 +83,7 @@ void _MigratePluginKeybindings()
     QVlorSetting& settings = QVlorSetting::global();
     QMap<QString, QString> existing;
     for (const QVlorPluginPairs::Entry& e : entries) {
-        for (const QString& id : {Vst2ActionId(e.vst2), Vst3ActionId(e.vst3)})
+        for (const QString& id : {Vst2ActionId(e.vst2), Vst3ActionId(e.vst3), Lv2ActionId(e.lv2)})
             if (!id.isEmpty() && settings.exists(ShortcutSettingKey(id)))
                 existing.insert(id, settings.getString(ShortcutSettingKey(id), QString()));
     }
@@ -126,6 +126,21 @@ QList<QVlorVst3::Manager::Vst2PluginInfo> _Vst2Items()
             for (const QVlorVst::Plugin& child : p.plugins())
                 items.append(_Vst2Info(child, p.exists()));
         }
+    return items;
+}
+
+// The LV2 side as the matcher sees it: every plugin that is an effect, a
+// failed one too, so that its family shows it failed rather than a row apart.
+QList<QVlorVst3::Manager::Lv2PluginInfo> _Lv2Items()
+{
+    QList<QVlorVst3::Manager::Lv2PluginInfo> items;
+    if (!s_lv2Manager)
+        return items;
+    const QVlorLv2::Catalog catalog = s_lv2Manager->catalogCopy();
+    for (const QVlorLv2::CatalogBundle& b : catalog.bundles)
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
+            if (p.state != QVlorLv2::CatalogPlugin::NotAnEffect)
+                items.append({p.uri, p.name, p.maker, catalog.isOffered(p.uri)});
     return items;
 }
 
@@ -249,6 +264,12 @@ void install(Host* host)
         s_lv2Manager = new QVlorLv2::Manager(nullptr, data.absoluteFilePath(QLatin1String(kLv2Format.catalogFile)));
         QObject::connect(s_lv2Manager, &QVlorLv2::Manager::newPluginsFound, s_wiring,
                          [](const QList<QString>& names) { _AnnounceNewPlugins(names); }, Qt::QueuedConnection);
+        s_vst3Manager->setLv2ItemsProvider(&_Lv2Items);
+        // An LV2 scan's plugins join their families.
+        QObject::connect(s_lv2Manager, &QVlorLv2::Manager::endScan, s_vst3Manager, [](bool) {
+            if (s_vst3Manager)
+                s_vst3Manager->queueRematch(0);
+        });
     }
     // The sentinel is read by the VST3 manager; a crash it pins on an LV2 plugin is the LV2 manager's.
     s_vst3Manager->setOtherFailedSetter([](const QString& format, const QString& key) {
@@ -257,8 +278,10 @@ void install(Host* host)
     });
 
     _MigrateFixedPluginActionKeybindings();
-    if (s_vst3Manager)
-        QObject::connect(s_vst3Manager, &QVlorVst3::Manager::endScan, s_wiring, [](bool) { _MigratePluginKeybindings(); });
+    // Pairs are made at the end of a scan of any format, and by the user:
+    // bindings follow their plugins in whenever the store changed.
+    QObject::connect(s_vst3Manager, &QVlorVst3::Manager::catalogChanged, s_wiring, [] { _MigratePluginKeybindings(); },
+                     Qt::QueuedConnection);
 
     PluginManagers::setInstalled({s_vstManager, s_vst3Manager, s_lv2Manager});
     QVlorPreferencesTabFactory::registerTab(QLatin1String(QVlorPluginsPrefs::Factory::Name),

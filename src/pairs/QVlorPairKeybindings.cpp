@@ -11,6 +11,10 @@ QString Vst2ActionId(qint64 uniqueId)
     return uniqueId != 0 ? QLatin1String(Vst2Format().actionIdPrefix) + QString::number(uniqueId) : QString();
 }
 QString Vst3ActionId(const QString& cid) { return cid.isEmpty() ? QString() : QLatin1String(Vst3Format().actionIdPrefix) + cid; }
+QString Lv2ActionId(const QString& uri)
+{
+    return uri.isEmpty() ? QString() : QLatin1String(kLv2Format.actionIdPrefix) + uri;
+}
 QString ShortcutSettingKey(const QString& actionId) { return QLatin1String(K_SHORTCUT_SETTING_PREFIX) + actionId; }
 
 KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& existing,
@@ -21,25 +25,24 @@ KeybindingMigration MigratePluginPairKeybindings(const QMap<QString, QString>& e
         return result;
     result.ran = true;
     for (const QVlorPluginPairs::Entry& e : entries) {
-        const QString id2 = Vst2ActionId(e.vst2);
-        const QString id3 = Vst3ActionId(e.vst3);
-        const bool has2 = !id2.isEmpty() && existing.contains(id2);
-        const bool has3 = !id3.isEmpty() && existing.contains(id3);
-        if (!has2 && !has3)
-            continue;
-        // Both bound: the format the user plays decides; the other binding goes.
+        const QString ids[] = {Vst2ActionId(e.vst2), Vst3ActionId(e.vst3), Lv2ActionId(e.lv2)};
+        const QString formats[] = {Vst2Token(), Vst3Token(), Lv2Token()};
         QString taken;
-        if (has2 && has3)
-            taken = e.activeFormat == QVlorAudioPlugins::Vst3Token() ? existing.value(id3) : existing.value(id2);
-        else
-            taken = has2 ? existing.value(id2) : existing.value(id3);
+        bool any = false;
+        for (int i = 0; i < 3; ++i) {
+            if (ids[i].isEmpty() || !existing.contains(ids[i]))
+                continue;
+            // Several bound: the format the user plays decides, else the oldest; the others go.
+            if (!any || formats[i] == e.activeFormat)
+                taken = existing.value(ids[i]);
+            any = true;
+            result.removed << ids[i];
+        }
+        if (!any)
+            continue;
         const QString newId = PairActionId(e.pairId);
         if (!result.added.contains(newId))
             result.added.insert(newId, taken);
-        if (has2)
-            result.removed << id2;
-        if (has3)
-            result.removed << id3;
     }
     return result;
 }

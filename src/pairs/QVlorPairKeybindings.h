@@ -19,6 +19,7 @@ extern const char* const K_SHORTCUT_SETTING_PREFIX;      // "vloraudio.shortcuts
 // "vst3id-CID" for a VST3 class; empty for no plugin (0, or an empty id).
 QString Vst2ActionId(qint64 uniqueId);
 QString Vst3ActionId(const QString& cid);
+QString Lv2ActionId(const QString& uri); // "lv2id-URI"
 // The settings key of the shortcut bound to an action.
 QString ShortcutSettingKey(const QString& actionId);
 

@@ -26,6 +26,21 @@ QString activeFormatFor(const QVlorPluginMatcher::Vst2Item& a, const QVlorPlugin
     return a.enabled && !b.enabled ? QVlorAudioPlugins::Vst2Token() : QVlorAudioPlugins::Vst3Token();
 }
 
+// A new pair, or the form a family of the other form lacks; two families are never merged.
+bool joinOrPair(QVlorPluginPairs& pairs, const QVlorPluginMatcher::Vst2Item& a, const QVlorPluginMatcher::Vst3Item& b,
+                const QString& origin)
+{
+    const QVlorPluginPairs::Entry* withA = pairs.findByVst2(a.uniqueId);
+    const QVlorPluginPairs::Entry* withB = pairs.findByVst3(b.cid);
+    if (withA && withB)
+        return false;
+    if (withA)
+        return pairs.addVst3Form(withA->pairId, b.cid) != nullptr;
+    if (withB)
+        return pairs.addVst2Form(withB->pairId, a.uniqueId) != nullptr;
+    return pairs.addPair(a.uniqueId, b.cid, origin, activeFormatFor(a, b)) != nullptr;
+}
+
 } // namespace
 
 QString QVlorPluginMatcher::fuidFromVst2(qint64 uniqueId, const QString& name)
@@ -76,12 +91,15 @@ void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item
                                const QSet<QString>& onlyCids, const QSet<qint64>& onlyVst2)
 {
     // What is paired, as sets: the pair store answers by walking its entries.
+    // A VST form in a family with an LV2 plugin but not the other VST form
+    // is still free to take it; a leftover of a split is not.
     QSet<qint64> pairedVst2;
     QSet<QString> pairedVst3;
     for (const QVlorPluginPairs::Entry& e : pairs.entries()) {
-        if (e.vst2 != 0)
+        const bool open = !e.lv2.isEmpty() && (e.vst2 == 0 || e.vst3.isEmpty());
+        if (e.vst2 != 0 && !open)
             pairedVst2.insert(e.vst2);
-        if (!e.vst3.isEmpty())
+        if (!e.vst3.isEmpty() && !open)
             pairedVst3.insert(e.vst3);
     }
 
@@ -116,7 +134,7 @@ void QVlorPluginMatcher::match(const QList<Vst2Item>& vst2, const QList<Vst3Item
         return nullptr;
     };
     auto pair = [&](const Vst2Item* a, const Vst3Item& b, const char* origin) {
-        if (!pairs.addPair(a->uniqueId, b.cid, QLatin1String(origin), activeFormatFor(*a, b)))
+        if (!joinOrPair(pairs, *a, b, QLatin1String(origin)))
             return false;
         pairedVst2.insert(a->uniqueId);
         pairedVst3.insert(b.cid);

@@ -221,6 +221,34 @@ QVlorPluginPairs::Entry* QVlorPluginPairs::addLv2Form(const QString& pairId, con
     return e;
 }
 
+QVlorPluginPairs::Entry* QVlorPluginPairs::addVst2Form(const QString& pairId, qint64 vst2)
+{
+    Entry* e = findByPairId(pairId);
+    if (!e || vst2 == 0 || e->vst2 != 0 || findByVst2(vst2) ||
+        (!e->vst3.isEmpty() && isSplitBlocked(vst2, e->vst3)))
+        return nullptr;
+    Entry probe;
+    probe.vst2 = vst2;
+    if (!e->lv2.isEmpty() && isLv2SplitBlocked(probe, e->lv2))
+        return nullptr;
+    e->vst2 = vst2;
+    return e;
+}
+
+QVlorPluginPairs::Entry* QVlorPluginPairs::addVst3Form(const QString& pairId, const QString& cid)
+{
+    Entry* e = findByPairId(pairId);
+    if (!e || cid.isEmpty() || !e->vst3.isEmpty() || findByVst3(cid) ||
+        (e->vst2 != 0 && isSplitBlocked(e->vst2, cid)))
+        return nullptr;
+    Entry probe;
+    probe.vst3 = cid;
+    if (!e->lv2.isEmpty() && isLv2SplitBlocked(probe, e->lv2))
+        return nullptr;
+    e->vst3 = cid;
+    return e;
+}
+
 void QVlorPluginPairs::splitForm(const QString& pairId, const QString& letGoFormat)
 {
     Entry* e = findByPairId(pairId);

@@ -62,6 +62,9 @@ public:
                      const QString& activeFormat);
     // The LV2 plugin joins the family of that id; null when it is held or a split forbids it.
     Entry* addLv2Form(const QString& pairId, const QString& uri);
+    // The same for a VST2 plugin and a VST3 class joining a family that lacks its format.
+    Entry* addVst2Form(const QString& pairId, qint64 vst2);
+    Entry* addVst3Form(const QString& pairId, const QString& cid);
     // One form let go of its family ("vst2", "vst3" or "lv2"); the others stay together,
     // and the form is never joined to them again by the matcher.
     void splitForm(const QString& pairId, const QString& letGoFormat);

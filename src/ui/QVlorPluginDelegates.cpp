@@ -117,14 +117,14 @@ QRectF QVlorPluginBadgeDelegate::slotRect(const QRect& cell, int slot, const QFo
     const int advance = metrics.horizontalAdvance(QStringLiteral("VST2"));
     const int width = advance + 20;
     const int height = badgeHeight < 0 ? metrics.height() + 3 : badgeHeight;
-    const double x = cell.right() - 4 - (advance + 26) * (1 - slot) - width + 1;
+    const double x = cell.right() - 4 - (advance + 26) * (kSlots - 1 - slot) - width + 1;
     const double y = (cell.top() + cell.bottom()) / 2 - 0.5 * height + 1.0;
     return QRectF(x, y, width, height);
 }
 
 int QVlorPluginBadgeDelegate::preferredColumnWidth(const QFontMetrics& metrics)
 {
-    return metrics.horizontalAdvance(QStringLiteral("VST2")) * 2 + 54;
+    return (metrics.horizontalAdvance(QStringLiteral("VST2")) + 26) * kSlots + 2;
 }
 
 void QVlorPluginBadgeDelegate::drawBadge(QPainter* painter, const QRectF& rect, const QColor& color, BadgeBodyState state,
@@ -275,26 +275,26 @@ void QVlorPluginBadgeDelegate::paint(QPainter* painter, const QStyleOptionViewIt
         if (rawAddInert(row, option))
             painter->setOpacity(0.5);
         QColor colour = kActiveBlue;
-        if (pressedHere && pressedSlot == 1)
+        if (pressedHere && pressedSlot == kAddSlot)
             colour = colour.lighter(112);
-        const QRectF rect = slotRect(option.rect, 1, metrics, h);
+        const QRectF rect = slotRect(option.rect, kAddSlot, metrics, h);
         drawBadge(painter, rect, colour, BadgeBodyActive, dark, -1.0);
         painter->setPen(Qt::white);
         painter->drawText(rect, Qt::AlignCenter, tr("Add"));
     } else {
         const UnifiedFormatInfo& active = row.vst3.active ? row.vst3 : row.vst2.active ? row.vst2 : row.lv2;
         const bool gray = !(option.state & QStyle::State_Enabled) || !active.present || !active.enabled || active.gated;
-        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 0, metrics, h), row.vst2,
-                       QVlorAudioPlugins::Vst2Format(), gray, pressedHere && pressedSlot == 0);
-        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.vst3,
-                       QVlorAudioPlugins::Vst3Format(), gray, pressedHere && pressedSlot == 1);
-        // An LV2 row, of its one format, has its badge in the place of VST3's: the rightmost.
-        paintBadgeSlot(painter, option.palette, slotRect(option.rect, 1, metrics, h), row.lv2,
-                       QVlorAudioPlugins::kLv2Format, gray, false);
+        // Each format in a column of its own: VST2, VST3, LV2.
+        const UnifiedFormatInfo* forms[kSlots] = {&row.vst2, &row.vst3, &row.lv2};
+        const QVlorAudioPlugins::PluginFormat* formats[kSlots] = {
+            &QVlorAudioPlugins::Vst2Format(), &QVlorAudioPlugins::Vst3Format(), &QVlorAudioPlugins::kLv2Format};
+        for (int slot = 0; slot < kSlots; ++slot)
+            paintBadgeSlot(painter, option.palette, slotRect(option.rect, slot, metrics, h), *forms[slot],
+                           *formats[slot], gray, pressedHere && pressedSlot == slot);
         // On a selected row the blue badge would melt into the selection: a white edge keeps it apart.
         if ((option.state & QStyle::State_Selected) && active.present && !gray) {
-            const QRectF rect =
-                slotRect(option.rect, row.vst2.active ? 0 : 1, metrics, h).adjusted(0.5, 0.5, -0.5, -0.5);
+            const int slot = row.vst2.active ? 0 : row.vst3.active ? 1 : 2;
+            const QRectF rect = slotRect(option.rect, slot, metrics, h).adjusted(0.5, 0.5, -0.5, -0.5);
             const double radius = 0.22 * rect.height();
             painter->setPen(QPen(QColor(255, 255, 255, 200), 1.0));
             painter->setBrush(Qt::NoBrush);
@@ -347,7 +347,7 @@ bool QVlorPluginBadgeDelegate::editorEvent(QEvent* event, QAbstractItemModel* mo
     const QWidget* view = option.widget;
 
     if (isRawRow(row)) {
-        if (!slotRect(option.rect, 1, metrics, h).contains(point))
+        if (!slotRect(option.rect, kAddSlot, metrics, h).contains(point))
             return QStyledItemDelegate::editorEvent(event, model, option, index);
         const bool inert = rawAddInert(row, option) || UpmRowNotAnEffect(row);
         if (release) {
@@ -355,26 +355,26 @@ bool QVlorPluginBadgeDelegate::editorEvent(QEvent* event, QAbstractItemModel* mo
             if (!inert)
                 emit rawAddClicked(index);
         } else if (!inert) {
-            setPressed(view, index, 1);
+            setPressed(view, index, kAddSlot);
         }
         return true;
     }
 
+    const UnifiedFormatInfo* forms[kSlots] = {&row.vst2, &row.vst3, &row.lv2};
     int slot = -1;
-    if (row.vst2.present && slotRect(option.rect, 0, metrics, h).contains(point))
-        slot = 0;
-    else if (row.vst3.present && slotRect(option.rect, 1, metrics, h).contains(point))
-        slot = 1;
+    for (int i = 0; i < kSlots && slot < 0; ++i)
+        if (forms[i]->present && slotRect(option.rect, i, metrics, h).contains(point))
+            slot = i;
     if (slot < 0)
         return QStyledItemDelegate::editorEvent(event, model, option, index);
     if (press) {
         setPressed(view, index, slot);
     } else {
         clearPressed(view);
-        const UnifiedFormatInfo& target = slot == 1 ? row.vst3 : row.vst2;
-        if (!row.pairId.isEmpty() && !target.active)
-            emit activeFormatClicked(index,
-                                     slot == 1 ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token());
+        const QLatin1String tokens[kSlots] = {QVlorAudioPlugins::Vst2Token(), QVlorAudioPlugins::Vst3Token(),
+                                              QVlorAudioPlugins::Lv2Token()};
+        if (!row.pairId.isEmpty() && !forms[slot]->active)
+            emit activeFormatClicked(index, tokens[slot]);
     }
     return true;
 }
@@ -391,16 +391,17 @@ bool QVlorPluginBadgeDelegate::helpEvent(QHelpEvent* event, QAbstractItemView* v
     const QString failed = QStringLiteral("failed");
     QString text;
     if (isRawRow(row)) {
-        if (slotRect(option.rect, 1, metrics, h).contains(point)) {
+        if (slotRect(option.rect, kAddSlot, metrics, h).contains(point)) {
             if (row.vst3.present && row.vst3.state == failed)
                 text = row.vst3.error;
             else if (row.vst2.present && row.vst2.state == failed)
                 text = row.vst2.error;
         }
-    } else if (row.vst2.present && slotRect(option.rect, 0, metrics, h).contains(point)) {
-        text = row.vst2.error;
-    } else if ((row.vst3.present || row.lv2.present) && slotRect(option.rect, 1, metrics, h).contains(point)) {
-        text = row.vst3.present ? row.vst3.error : row.lv2.error;
+    } else {
+        const UnifiedFormatInfo* forms[kSlots] = {&row.vst2, &row.vst3, &row.lv2};
+        for (int slot = 0; slot < kSlots; ++slot)
+            if (forms[slot]->present && slotRect(option.rect, slot, metrics, h).contains(point))
+                text = forms[slot]->error;
     }
     if (text.isEmpty())
         return QStyledItemDelegate::helpEvent(event, view, option, index);

@@ -31,7 +31,10 @@ public:
     bool helpEvent(QHelpEvent* event, QAbstractItemView* view, const QStyleOptionViewItem& option,
                    const QModelIndex& index) override;
 
-    // Slot 0 holds the VST2 badge, slot 1 the VST3 badge or a raw row's button.
+    // Slot 0 holds the VST2 badge, slot 1 the VST3 badge, slot 2 the LV2
+    // badge or a raw row's button: the rightmost.
+    static constexpr int kSlots = 3;
+    static constexpr int kAddSlot = kSlots - 1;
     static QRectF slotRect(const QRect& cell, int slot, const QFontMetrics& metrics, int badgeHeight);
     static int preferredColumnWidth(const QFontMetrics& metrics);
     static void drawBadge(QPainter* painter, const QRectF& rect, const QColor& color, BadgeBodyState state, bool dark,

@@ -523,19 +523,25 @@ void QVlorPluginsPrefs::onActiveFormatClicked(const QModelIndex& index, const QS
     UnifiedRow row;
     if (ClassifyUnifiedPluginsIndex(index, &row) != UpmIndexRow || row.pairId.isEmpty() || UpmRowBusy(row))
         return;
-    const bool toVst3 = format == QVlorAudioPlugins::Vst3Token();
-    const UnifiedFormatInfo& target = toVst3 ? row.vst3 : row.vst2;
-    if (target.state == QLatin1String("failed") || target.state == QLatin1String("missing") ||
+    const UnifiedFormatInfo& target = format == QVlorAudioPlugins::Vst3Token()  ? row.vst3
+                                      : format == QVlorAudioPlugins::Lv2Token() ? row.lv2
+                                                                                : row.vst2;
+    if (!target.present || target.state == QLatin1String("failed") || target.state == QLatin1String("missing") ||
         target.state == QLatin1String("crashed"))
         return;
     QVlorVst3::Manager* m3 = vst3();
     if (m3)
         m3->setPairActiveFormat(row.pairId, format);
-    const UnifiedFormatInfo& source = row.vst3.active ? row.vst3 : row.vst2;
+    const UnifiedFormatInfo& source = row.vst3.active ? row.vst3 : row.lv2.active ? row.lv2 : row.vst2;
     if (source.enabled == target.enabled)
         return;
-    // Switching format never changes whether the pair is in use.
-    if (toVst3) {
+    // Switching format never changes whether the product is in use.
+    if (&target == &row.lv2) {
+        if (QVlorLv2::Manager* m = lv2())
+            m->setPluginEnabled(row.lv2.identity, source.enabled);
+        return;
+    }
+    if (&target == &row.vst3) {
         if (!m3)
             return;
         if (source.enabled) {

@@ -291,7 +291,9 @@ bool QVlorUnifiedPluginsModel::formatAvailableForPair(const QList<UnifiedRow>& r
     for (const UnifiedRow& r : rows) {
         if (r.pairId != pairId)
             continue;
-        const UnifiedFormatInfo& f = format == QVlorAudioPlugins::Vst3Token() ? r.vst3 : r.vst2;
+        const UnifiedFormatInfo& f = format == QVlorAudioPlugins::Vst3Token()  ? r.vst3
+                                     : format == QVlorAudioPlugins::Lv2Token() ? r.lv2
+                                                                               : r.vst2;
         return f.present && f.enabled && !f.gated && f.state != QLatin1String("missing") &&
                f.state != QLatin1String("failed");
     }

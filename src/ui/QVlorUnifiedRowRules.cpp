@@ -10,7 +10,7 @@ bool UpmRowNotAnEffect(const UnifiedRow& row)
     // The checks word every such verdict with these words; a check made
     // again cannot turn an instrument into an effect.
     const QLatin1String words("not an effect");
-    const UnifiedFormatInfo& f = row.lv2.present                                         ? row.lv2
+    const UnifiedFormatInfo& f = row.lv2.active                                          ? row.lv2
                                  : row.vst3.present && (row.vst3.active || !row.vst2.present) ? row.vst3
                                                                                               : row.vst2;
     return f.present && f.state == QLatin1String("failed") && f.error.contains(words, Qt::CaseInsensitive);

@@ -461,6 +461,39 @@ QMap<QString, QList<UnifiedRow>> NewVst3Rows(const QVlorVst3::Catalog& catalog, 
     return raw;
 }
 
+// The LV2 rows of plugins a family holds join that family's row, active when
+// the family plays its LV2 form; a family of its LV2 form alone keeps its id.
+void JoinLv2Forms(QList<UnifiedRow>* rows, const QList<UnifiedRow>& lv2Rows, const QVlorPluginPairs& pairs)
+{
+    QHash<QString, const QVlorPluginPairs::Entry*> familyOf;
+    for (const QVlorPluginPairs::Entry& e : pairs.entries())
+        if (!e.lv2.isEmpty())
+            familyOf.insert(e.lv2, &e);
+    QHash<QString, int> rowOf;
+    for (int i = 0; i < rows->size(); ++i)
+        if (!rows->at(i).pairId.isEmpty())
+            rowOf.insert(rows->at(i).pairId, i);
+    for (UnifiedRow lv2 : lv2Rows) {
+        const QVlorPluginPairs::Entry* e = familyOf.value(lv2.lv2.identity);
+        const int i = e ? rowOf.value(e->pairId, -1) : -1;
+        if (i < 0) {
+            if (e)
+                lv2.pairId = e->pairId;
+            rows->append(std::move(lv2));
+            continue;
+        }
+        UnifiedRow& row = (*rows)[i];
+        row.lv2 = lv2.lv2;
+        row.lv2.active = e->activeFormat == QVlorAudioPlugins::Lv2Token();
+        if (!row.lv2.active)
+            continue;
+        row.vst2.active = row.vst3.active = false;
+        row.name = lv2.name;
+        row.vendor = lv2.vendor;
+        row.vendorKey = lv2.vendorKey;
+    }
+}
+
 } // namespace UnifiedRowSteps
 
 QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catalog& catalog,
@@ -472,7 +505,7 @@ QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const Q
     using namespace UnifiedRowSteps;
     const Flattened flat = FlattenBoth(paths, catalog, vst2ScanEnabled);
     QList<UnifiedRow> result = PlainThenShells(ProductRows(flat, pairs, {pendingVst2Ids, pendingCids}), flat.groups);
-    result += Lv2Rows(lv2Catalog);
+    JoinLv2Forms(&result, Lv2Rows(lv2Catalog), pairs);
     QSet<QString> vendorsOff = flat.disabledVendors;
     for (const QString& v : lv2Catalog.disabledVendors)
         vendorsOff.insert(v);

@@ -41,7 +41,7 @@ struct UnifiedRow {
     bool isNew = false;
     UnifiedFormatInfo vst2;
     UnifiedFormatInfo vst3;
-    UnifiedFormatInfo lv2; // a row of its own: the LV2 form of a product is not paired yet
+    UnifiedFormatInfo lv2;
     QString shellKey;
     bool isShellHeader = false;
     bool vendorEnabled = true;
@@ -59,7 +59,7 @@ struct UnifiedRow {
 
 Q_DECLARE_METATYPE(UnifiedRow)
 
-// Plain rows (an LV2 plugin each among them), then shell groups, then the
+// Plain rows, then shell groups, then LV2 plugins no family holds, then the
 // VST2 and VST3 new-plugin sections; reads only the copies it is handed. pendingVst2Ids and
 // pendingCids are the plugins a pair operation is running on;
 // hiddenNewPaths holds "vst2|FOLDER" and "vst3|FOLDER"; vst3SearchPaths

@@ -51,6 +51,9 @@ Flattened FlattenBoth(const QList<QVlorVst::Path>& paths, const QVlorVst3::Catal
 // A row for every pair whose plugins are there (the last occurrence of an
 // id pairs), then one for each plugin no pair claimed.
 QList<UnifiedRow> ProductRows(const Flattened& f, const QVlorPluginPairs& pairs, const Pending& pending);
+// The LV2 rows joined to the rows of the families that hold their plugins;
+// the others appended as rows of their own.
+void JoinLv2Forms(QList<UnifiedRow>* rows, const QList<UnifiedRow>& lv2Rows, const QVlorPluginPairs& pairs);
 // Plain rows in order, then each shell group behind its headers.
 QList<UnifiedRow> PlainThenShells(QList<UnifiedRow> rows, const QList<ShellGroup>& groups);
 // The vendor gate: a vendor switched off in the VST3 catalog or on any VST2

@@ -178,6 +178,13 @@ void Manager::setVst2FailedSetter(const Vst2FailedSetter& setter)
     d->pairHooks.vst2Failed = setter;
 }
 
+void Manager::setLv2ItemsProvider(const Lv2ItemsProvider& provider)
+{
+    if (d->post([this, provider] { setLv2ItemsProvider(provider); }))
+        return;
+    d->pairHooks.lv2Items = provider;
+}
+
 void Manager::setOtherFailedSetter(const OtherFailedSetter& setter)
 {
     if (d->post([this, setter] { setOtherFailedSetter(setter); }))

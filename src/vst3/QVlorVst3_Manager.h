@@ -42,6 +42,14 @@ public:
         bool failed = false;
     };
     using Vst2ItemsProvider = std::function<QList<Vst2PluginInfo>()>;
+    // What the manager is told of one LV2 plugin that may join a family.
+    struct Lv2PluginInfo {
+        QString uri;
+        QString name;
+        QString maker;
+        bool enabled = false;
+    };
+    using Lv2ItemsProvider = std::function<QList<Lv2PluginInfo>()>;
     using Vst2FailedSetter = std::function<void(qint64)>;
     // Told of a crash the sentinel pins on a plugin of another format than
     // these two: its format's token and the plugin's key.
@@ -67,6 +75,8 @@ public:
     // Setters; from another thread they are posted to the manager's.
     void setVst2ItemsProvider(const Vst2ItemsProvider& provider);
     void setVst2FailedSetter(const Vst2FailedSetter& setter);
+    // The LV2 plugins the matcher may join to families; none without one.
+    void setLv2ItemsProvider(const Lv2ItemsProvider& provider);
     void setOtherFailedSetter(const OtherFailedSetter& setter);
     void setHostBinary(const QString& path, const QStringList& arguments);
     void setHostBinaryForTesting(const QString& path);

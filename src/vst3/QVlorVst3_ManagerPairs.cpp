@@ -49,10 +49,17 @@ void Manager::drainQueuedRematches()
     bool all = false;
     if (!d->pairHooks.take(&ids, &all))
         return;
-    const qsizetype before = d->store.pairs.entries().size();
+    // The matcher only ever adds forms: their count tells whether it changed anything.
+    auto forms = [this] {
+        qsizetype n = 0;
+        for (const QVlorPluginPairs::Entry& e : d->store.pairs.entries())
+            n += e.formCount();
+        return n;
+    };
+    const qsizetype before = forms();
     runMatcher({}, all ? QSet<qint64>() : ids);
     // Nothing paired, nothing to publish: a start announces every plugin.
-    if (d->store.pairs.entries().size() != before)
+    if (forms() != before)
         d->commit();
 }
 
@@ -60,10 +67,8 @@ void Manager::setPairActiveFormat(const QString& pairId, const QString& format)
 {
     if (d->post([this, pairId, format] { setPairActiveFormat(pairId, format); }))
         return;
-    if (format != QVlorAudioPlugins::Vst2Token() && format != QVlorAudioPlugins::Vst3Token())
-        return;
     QVlorPluginPairs::Entry* entry = d->store.pairs.findByPairId(pairId);
-    if (!entry)
+    if (!entry || !entry->holds(format))
         return;
     entry->activeFormat = format;
     d->commit();

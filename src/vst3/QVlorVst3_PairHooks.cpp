@@ -1,6 +1,8 @@
 #include "QVlorVst3_PairHooks_p.h"
 
+#include "QVlorPluginFormat.h"
 #include "QVlorPluginMatcher.h"
+#include "QVlorSetting.h"
 
 #include <QHash>
 
@@ -25,6 +27,14 @@ void PairHooks::match(const Catalog& catalog, QVlorPluginPairs& pairs, const QSe
         if (info.exists)
             vst2.append({info.uniqueId, info.name, info.vendor, info.enabled});
     QVlorPluginMatcher::match(vst2, vst3, pairs, cids, vst2UniqueIds);
+    if (!lv2Items)
+        return;
+    QList<QVlorPluginMatcher::Lv2Item> lv2;
+    for (const Manager::Lv2PluginInfo& info : lv2Items())
+        lv2.append({info.uri, info.name, info.maker, info.enabled});
+    const QString order = QVlorSetting::global().getString(QLatin1String(QVlorAudioPlugins::kFormatOrderSettingKey),
+                                                           QString());
+    QVlorPluginMatcher::matchLv2(vst2, vst3, lv2, pairs, QVlorAudioPlugins::ParseFormatOrder(order));
 }
 
 bool PairHooks::queue(qint64 vst2UniqueId)

@@ -15,6 +15,7 @@ class PairHooks {
 public:
     Manager::Vst2ItemsProvider vst2Items;
     Manager::Vst2FailedSetter vst2Failed;
+    Manager::Lv2ItemsProvider lv2Items;
 
     // The VST2 plugins as the provider tells them; none without one.
     QList<Manager::Vst2PluginInfo> vst2Plugins() const
@@ -29,7 +30,8 @@ public:
     }
 
     // The matcher over the catalog and both sides' plugins, into pairs: for
-    // those classes and VST2 plugins, or every one when both sets are empty.
+    // those classes and VST2 plugins, or every one when both sets are empty;
+    // then the LV2 plugins into the families of their products.
     void match(const Catalog& catalog, QVlorPluginPairs& pairs, const QSet<QString>& cids,
                const QSet<qint64>& vst2UniqueIds) const;
 

@@ -1,5 +1,6 @@
 // Shortcuts follow a plugin into its pair; the fixed commands' bindings move
 // once; an effect window learns whether its twin format holds user presets.
+#include <QCoreApplication>
 #include "QVlorAudioPlugins.h"
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
@@ -86,7 +87,7 @@ protected:
     TestHost host;
 };
 
-TEST_F(Installed, TheFixedCommandsMoveOnceAndPairedBindingsMoveAfterEachVst3Scan)
+TEST_F(Installed, TheFixedCommandsMoveOnceAndPairedBindingsMoveWhenThePairsChange)
 {
     QVlorSetting& s = QVlorSetting::global();
     s.remove(QLatin1String(QVlorAudioPlugins::K_SETTING_FIXED_MIGRATION_DONE));
@@ -107,7 +108,7 @@ TEST_F(Installed, TheFixedCommandsMoveOnceAndPairedBindingsMoveAfterEachVst3Scan
     EXPECT_EQ(s.getString(key(QStringLiteral("Vst_SearchPlugins"))), QStringLiteral("F5"));
     EXPECT_FALSE(s.exists(key(QStringLiteral("Plugins_SearchPlugins"))));
 
-    // A pair made by hand; the end of a VST3 scan moves its bindings, then finds nothing more.
+    // A pair made by hand; a change of the pairs moves its bindings, then finds nothing more.
     QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager();
     vst3->addManualPair(1234, kGain, QStringLiteral("vst3"));
     settle();
@@ -115,12 +116,14 @@ TEST_F(Installed, TheFixedCommandsMoveOnceAndPairedBindingsMoveAfterEachVst3Scan
     ASSERT_EQ(entries.size(), 1);
     s.change(key(QStringLiteral("vstid-1234")), QStringLiteral("Ctrl+2"));
     s.change(key(QStringLiteral("vst3id-") + kGain), QStringLiteral("Ctrl+3"));
-    emit vst3->endScan(false);
+    emit vst3->catalogChanged();
+    QCoreApplication::sendPostedEvents();
     EXPECT_EQ(s.getString(key(QStringLiteral("plugid-") + entries[0].pairId)), QStringLiteral("Ctrl+3"));
     EXPECT_FALSE(s.exists(key(QStringLiteral("vstid-1234"))));
     EXPECT_FALSE(s.exists(key(QStringLiteral("vst3id-") + kGain)));
     s.change(key(QStringLiteral("plugid-") + entries[0].pairId), QStringLiteral("Ctrl+9")); // the user's later choice
-    emit vst3->endScan(false);
+    emit vst3->catalogChanged();
+    QCoreApplication::sendPostedEvents();
     EXPECT_EQ(s.getString(key(QStringLiteral("plugid-") + entries[0].pairId)), QStringLiteral("Ctrl+9"));
 }
 

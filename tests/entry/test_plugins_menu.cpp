@@ -590,20 +590,29 @@ TEST_F(Menu, AChangedPluginIsCheckedAwayFromTheMainThreadWithProgressAndCancel)
     }
 }
 
-// LV2 plugins reach the menu from their catalog: each usable one an entry
-// under its maker with its own id, opening the LV2 dialog; failed ones, no
-// effects and switched-off ones stay out; one that crashed asks first.
-TEST_F(Menu, Lv2EffectsAreEntriesOfTheirOwnThatOpenTheLv2Dialog)
+// LV2 plugins reach the menu from their catalog, under their maker, opening
+// the LV2 dialog; failed ones, no effects and switched-off ones stay out; one
+// that crashed asks first. The LV2 gain joins the VST3 gain's family (same
+// name and maker), whose one entry plays LV2, first in the format order.
+TEST_F(Menu, Lv2EffectsAreEntriesThatOpenTheLv2Dialog)
 {
-    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+    QVlorSetting& settings = QVlorSetting::global();
+    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kFormatOrderSettingKey), QStringLiteral("lv2,vst3"));
     QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
     ASSERT_NE(lv2, nullptr);
     lv2->searchPlugins(false);
+    const QString uri = QStringLiteral("urn:vlor:fixture:gain");
+    QString pairId;
     ASSERT_TRUE(waitFor([&] {
         settle();
-        return lv2->catalogCopy().isOffered(QStringLiteral("urn:vlor:fixture:gain"));
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.lv2 == uri && !e.vst3.isEmpty())
+                pairId = e.pairId;
+        return lv2->catalogCopy().isOffered(uri) && !pairId.isEmpty();
     }, 30000));
-    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
+    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
+    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kFormatOrderSettingKey), QVariant());
     lv2->setPluginEnabled(QStringLiteral("urn:vlor:fixture:atom"), false);
     host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
     // The manager's thread takes the switch; the copy shows it after.
@@ -615,7 +624,8 @@ TEST_F(Menu, Lv2EffectsAreEntriesOfTheirOwnThatOpenTheLv2Dialog)
         EXPECT_EQ(find(controller->pluginsMenu(), QString::fromUtf8(absent)), nullptr) << absent;
     QAction* gain = find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 LV2"));
     ASSERT_NE(gain, nullptr);
-    EXPECT_EQ(host.ids.value(gain), QStringLiteral("lv2id-urn:vlor:fixture:gain"));
+    EXPECT_EQ(host.ids.value(gain), QStringLiteral("plugid-") + pairId);
+    EXPECT_EQ(find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 VST3")), nullptr);
     gain->trigger();
     ASSERT_NE(host.presented, nullptr);
     EXPECT_EQ(host.presentedFormat, QStringLiteral("lv2"));

@@ -327,7 +327,7 @@ TEST_F(Prefs, TheAddButtonOfANewPluginChecksItAndBringsItIn)
     EXPECT_FALSE(raw.data(Qt::CheckStateRole).isValid()) << "a raw row has a button, not a box";
     EXPECT_TRUE(raw.parent().data(UpmNewPathRole).isValid()) << "under its folder";
 
-    click(badge(raw, 1).center().toPoint());
+    click(badge(raw, QVlorPluginBadgeDelegate::kAddSlot).center().toPoint());
     ASSERT_TRUE(waitFor([&] {
         settle();
         for (const QVlorVst::Path& path : vst2->pathsCopy())

@@ -343,7 +343,7 @@ TEST_F(RowActions, ResetForgetsAPluginAndOffersItAsNew)
         return false;
     }, 20000));
     // Its Add button brings it back as it was.
-    click(badge(rawRow(UpmNewSectionVst2), 1).center().toPoint());
+    click(badge(rawRow(UpmNewSectionVst2), QVlorPluginBadgeDelegate::kAddSlot).center().toPoint());
     ASSERT_TRUE(waitFor([&] {
         settle();
         return stereoPlugin(vst2).isEnabled() && row(QStringLiteral("Vlor Fixture Stereo")).isValid();
