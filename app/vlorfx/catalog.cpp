@@ -264,9 +264,12 @@ ScanSummary summarize()
                                                                                           : c.lastError());
             }
         }
+        // A product counts once, in two formats or three.
         for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
-            if (e.vst2 != 0 && !e.vst3.isEmpty())
+            if (e.formCount() >= 2) {
                 ++s.pairsByOrigin[e.origin];
+                s.inThreeFormats += e.formCount() == 3 ? 1 : 0;
+            }
     }
     if (QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager()) {
         const QVlorLv2::Catalog catalog = lv2->catalogCopy();

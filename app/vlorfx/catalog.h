@@ -35,7 +35,8 @@ struct ScanSummary {
     int classesFailed = 0;
     int classesCrashed = 0;
     int bundlesFailed = 0;
-    QMap<QString, int> pairsByOrigin;
+    QMap<QString, int> pairsByOrigin; // products in several formats, by the rule that found them
+    int inThreeFormats = 0;
     int lv2Bundles = 0;
     int lv2Plugins = 0;
     int lv2Usable = 0;

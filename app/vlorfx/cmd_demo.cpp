@@ -161,7 +161,10 @@ void printScanSummary(const vlorfx::ScanSummary& s)
         pairs += it.value();
         origins << QStringLiteral("%1 by %2").arg(it.value()).arg(it.key());
     }
-    std::printf("pairs: %d products exist in both formats (%s)\n", pairs, qPrintable(origins.join(QStringLiteral(", "))));
+    if (s.inThreeFormats > 0)
+        origins << QStringLiteral("%1 in all three").arg(s.inThreeFormats);
+    std::printf("pairs: %d products exist in several formats (%s)\n", pairs,
+                qPrintable(origins.join(QStringLiteral(", "))));
     std::printf("all of it in %.0f ms\n", s.milliseconds);
     if (!s.failures.isEmpty()) {
         std::printf("what failed, and why:\n");

@@ -32,9 +32,10 @@ const char* const kListHelp =
     "usage: vlorfx list [--wide] [--json]\n"
     "       vlorfx list --rows [--wide] [--json]\n"
     "\n"
-    "Prints one line per product, both formats side by side when they are\n"
-    "paired, and LV2 plugins on rows of their own; or one JSON object with\n"
-    "\"vst2\", \"vst3\", \"pairs\" and \"lv2\", each as its file holds it.\n"
+    "Prints one line per product: the forms of one product (VST2, VST3, LV2)\n"
+    "side by side with the one in use under ACTIVE, a plugin of one format on\n"
+    "a line of its own; or one JSON object with \"vst2\", \"vst3\", \"pairs\"\n"
+    "and \"lv2\", each as its file holds it (a family's forms in \"pairs\").\n"
     "Rows are sorted by product; a plugin that failed says why after its file.\n"
     "States: on, off, new, failed, crashed, missing, verifying (and unprobed\n"
     "for a VST3 bundle not opened yet; not an effect for an LV2 instrument).\n"
@@ -218,55 +219,112 @@ void printTable(QList<Row> rows, int limit)
     }
 }
 
-// Each LV2 plugin on a row of its own, its bundle as its file.
-void addLv2Rows(QList<Row>* rows)
+struct Lv2Row {
+    QVlorLv2::CatalogPlugin plugin;
+    QString file; // its bundle's folder name
+};
+
+// The plugins of the three catalogs by identity, with their files.
+struct Lookups {
+    QHash<qint64, Vst2Row> vst2ById;
+    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
+    QVlorLv2::Catalog lv2Catalog;
+    QHash<QString, Lv2Row> lv2ByUri;
+};
+
+template <class Hash, class Key>
+const typename Hash::mapped_type* valueIn(const Hash& hash, const Key& key)
 {
-    QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager();
-    if (!m)
-        return;
-    const QVlorLv2::Catalog catalog = m->catalogCopy();
-    const QString none = QStringLiteral("-");
-    for (const QVlorLv2::CatalogBundle& b : catalog.bundles)
-        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
-            *rows << Row{p.name.isEmpty() ? p.uri : p.name, p.maker, none, none, QVlorAudioPlugins::Lv2Token(), none,
-                         QFileInfo(b.path).fileName() + QStringLiteral(" ") + p.uri +
-                             why(p.state == QVlorLv2::CatalogPlugin::Usable ? QString() : p.reason),
-                         vlorfx::stateWord(catalog, p)};
+    const auto it = hash.constFind(key);
+    return it == hash.constEnd() ? nullptr : &it.value();
 }
 
-// One row a product: a pair on one row, what is in one format only on its own.
+// The line of a family of which two forms or more are in the catalogs; its
+// name and vendor are those of the form in use where it is there.
+bool familyRow(const Lookups& in, const QVlorPluginPairs::Entry& e, Row* row)
+{
+    const Vst2Row* a = e.vst2 != 0 ? valueIn(in.vst2ById, e.vst2) : nullptr;
+    const auto* b = valueIn(in.vst3ByCid, e.vst3);
+    const Lv2Row* l = valueIn(in.lv2ByUri, e.lv2);
+    if ((a != nullptr) + (b != nullptr) + (l != nullptr) < 2)
+        return false;
+    const QString none = QStringLiteral("-");
+    *row = Row{QString(), QString(), none, none, e.activeFormat, e.origin, QString(), none};
+    QStringList files;
+    QString reason;
+    const bool lv2Plays = l && (!b || e.activeFormat == QVlorAudioPlugins::Lv2Token());
+    if (a) {
+        row->vst2 = vlorfx::stateWord(a->plugin);
+        files << a->file;
+        reason = a->plugin.isFailed() ? a->plugin.failReason() : QString();
+        row->name = a->plugin.name();
+        row->vendor = a->plugin.vendor();
+    }
+    if (b) {
+        row->vst3 = vlorfx::stateWord(b->first);
+        files << b->second;
+        if (reason.isEmpty())
+            reason = b->first.lastError();
+        if (!lv2Plays) {
+            row->name = b->first.name();
+            row->vendor = b->first.vendor();
+        }
+    }
+    if (l) {
+        row->lv2 = vlorfx::stateWord(in.lv2Catalog, l->plugin);
+        files << l->file + QStringLiteral(" ") + l->plugin.uri;
+        if (reason.isEmpty() && l->plugin.state != QVlorLv2::CatalogPlugin::Usable)
+            reason = l->plugin.reason;
+        if (lv2Plays) {
+            row->name = l->plugin.name;
+            row->vendor = l->plugin.maker;
+        }
+    }
+    row->files = files.join(QStringLiteral(" + ")) + why(reason);
+    return true;
+}
+
+Lookups lookups(const QList<Vst2Row>& vst2, const QVlorVst3::Catalog& catalog)
+{
+    Lookups in;
+    for (const Vst2Row& row : vst2)
+        if (row.plugin.uniqueId() != 0)
+            in.vst2ById.insert(row.plugin.uniqueId(), row);
+    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
+        for (const QVlorVst3::CatalogClass& c : b.classes())
+            in.vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
+    if (QVlorLv2::Manager* m = QVlorAudioPlugins::lv2Manager())
+        in.lv2Catalog = m->catalogCopy();
+    for (const QVlorLv2::CatalogBundle& b : in.lv2Catalog.bundles)
+        for (const QVlorLv2::CatalogPlugin& p : b.plugins)
+            in.lv2ByUri.insert(p.uri, {p, QFileInfo(b.path).fileName()});
+    return in;
+}
+
+// One row a product: a family on one row, what is in one format only on its own.
 int listTable(int limit)
 {
     const QList<Vst2Row> vst2 = vst2Rows();
-    QHash<qint64, Vst2Row> vst2ById;
-    for (const Vst2Row& row : vst2)
-        if (row.plugin.uniqueId() != 0)
-            vst2ById.insert(row.plugin.uniqueId(), row);
     QVlorVst3::Catalog catalog;
     QList<QVlorPluginPairs::Entry> pairs;
     if (QVlorVst3::Manager* m = QVlorAudioPlugins::vst3Manager()) {
         catalog = m->catalogCopy();
         pairs = m->pairsEntriesCopy();
     }
-    QHash<QString, QPair<QVlorVst3::CatalogClass, QString>> vst3ByCid;
-    for (const QVlorVst3::CatalogBundle& b : catalog.bundles())
-        for (const QVlorVst3::CatalogClass& c : b.classes())
-            vst3ByCid.insert(c.cid(), {c, QFileInfo(b.path()).fileName()});
+    const Lookups in = lookups(vst2, catalog);
     const QString none = QStringLiteral("-");
 
     QList<Row> rows;
     QSet<qint64> shown2;
-    QSet<QString> shown3;
+    QSet<QString> shown3, shownLv2;
     for (const QVlorPluginPairs::Entry& e : pairs) {
-        if (e.vst2 == 0 || e.vst3.isEmpty() || !vst2ById.contains(e.vst2) || !vst3ByCid.contains(e.vst3))
+        Row row;
+        if (!familyRow(in, e, &row))
             continue;
-        const Vst2Row& a = vst2ById[e.vst2];
-        const auto& b = vst3ByCid[e.vst3];
-        const QString reason = a.plugin.isFailed() ? a.plugin.failReason() : b.first.lastError();
-        rows << Row{b.first.name(), b.first.vendor(), vlorfx::stateWord(a.plugin), vlorfx::stateWord(b.first),
-                    e.activeFormat, e.origin, a.file + QStringLiteral(" + ") + b.second + why(reason), {}};
+        rows << row;
         shown2.insert(e.vst2);
         shown3.insert(e.vst3);
+        shownLv2.insert(e.lv2);
     }
     for (const Vst2Row& a : vst2)
         if (a.plugin.uniqueId() == 0 || !shown2.contains(a.plugin.uniqueId()))
@@ -284,7 +342,14 @@ int listTable(int limit)
                 rows << Row{c.name(), c.vendor(), none, vlorfx::stateWord(c), QVlorAudioPlugins::Vst3Token(), none,
                             file + why(c.state() == QVlorVst3::CatalogClass::Failed ? c.lastError() : QString()), {}};
     }
-    addLv2Rows(&rows);
+    // Each LV2 plugin of no family on a row of its own, its bundle as its file.
+    for (const Lv2Row& l : in.lv2ByUri)
+        if (!shownLv2.contains(l.plugin.uri))
+            rows << Row{l.plugin.name.isEmpty() ? l.plugin.uri : l.plugin.name, l.plugin.maker, none, none,
+                        QVlorAudioPlugins::Lv2Token(), none,
+                        l.file + QStringLiteral(" ") + l.plugin.uri +
+                            why(l.plugin.state == QVlorLv2::CatalogPlugin::Usable ? QString() : l.plugin.reason),
+                        vlorfx::stateWord(in.lv2Catalog, l.plugin)};
     printTable(rows, limit);
     return 0;
 }
@@ -337,19 +402,25 @@ QList<Row> rowsAsTable(const QList<UnifiedRow>& rows, const QVlorVst3::Catalog& 
             where << files.value(r.vst2.identity, r.vst2.identity);
         if (r.vst3.present)
             where << files.value(r.vst3.identity, r.vst3.identity);
+        if (r.lv2.present)
+            where << r.lv2.identity;
         QString place = where.join(QStringLiteral(" + "));
         if (!r.shellKey.isEmpty())
             place += QStringLiteral("  (in shell %1)").arg(r.shellKey);
         if (isNew)
             place += QStringLiteral("  (new in %1)").arg(r.newPath);
-        const UnifiedFormatInfo& failed = r.vst3.state == QLatin1String("failed") ? r.vst3 : r.vst2;
-        if (failed.state == QLatin1String("failed") && !failed.error.isEmpty())
-            place += why(failed.error);
+        for (const UnifiedFormatInfo* f : {&r.vst2, &r.vst3, &r.lv2})
+            if (f->state == QLatin1String("failed") && !f->error.isEmpty()) {
+                place += why(f->error);
+                break;
+            }
         const QString active = r.vst3.present && r.vst3.active   ? QVlorAudioPlugins::Vst3Token()
                                : r.vst2.present && r.vst2.active ? QVlorAudioPlugins::Vst2Token()
+                               : r.lv2.present && r.lv2.active   ? QVlorAudioPlugins::Lv2Token()
                                                                  : QStringLiteral("-");
         table << Row{r.name, r.vendor, stateOf(r.vst2, isNew), stateOf(r.vst3, isNew), active,
-                     r.pairId.isEmpty() ? QStringLiteral("-") : origins.value(r.pairId, QStringLiteral("-")), place, {}};
+                     r.pairId.isEmpty() ? QStringLiteral("-") : origins.value(r.pairId, QStringLiteral("-")), place,
+                     r.lv2.present ? stateOf(r.lv2, isNew) : QString()};
     }
     return table;
 }
@@ -363,7 +434,8 @@ int listRows(bool json, int limit)
     pairs.entries() = m3->pairsEntriesCopy();
     const QList<UnifiedRow> rows = QVlorUnifiedPluginsModel::composeRows(
         vlorfx::vst2Paths(), m3->catalogCopy(), pairs, m3->isScanEnabled() ? m3->searchPaths() : QStringList(), {},
-        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled());
+        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled(),
+        QVlorAudioPlugins::lv2Manager() ? QVlorAudioPlugins::lv2Manager()->catalogCopy() : QVlorLv2::Catalog());
     if (json) {
         QJsonArray list;
         for (const UnifiedRow& r : rows) {
@@ -376,6 +448,8 @@ int listRows(bool json, int limit)
                 o.insert(QVlorAudioPlugins::Vst2Token(), formatJson(r.vst2));
             if (r.vst3.present)
                 o.insert(QVlorAudioPlugins::Vst3Token(), formatJson(r.vst3));
+            if (r.lv2.present)
+                o.insert(QVlorAudioPlugins::Lv2Token(), formatJson(r.lv2));
             list.append(o);
         }
         std::fputs(QJsonDocument(list).toJson(QJsonDocument::Indented).constData(), stdout);

@@ -85,6 +85,8 @@ void printSummary(const vlorfx::ScanSummary& s)
                                                       {QStringLiteral("manual"), QStringLiteral("by hand")}};
         origins << QStringLiteral("%1 %2").arg(it.value()).arg(words.value(it.key(), QStringLiteral("by ") + it.key()));
     }
+    if (s.inThreeFormats > 0)
+        origins << QStringLiteral("%1 in three formats").arg(s.inThreeFormats);
     std::printf("pairs: %d%s\n", pairs,
                 origins.isEmpty() ? "" : qPrintable(QStringLiteral(" (%1)").arg(origins.join(QStringLiteral(", ")))));
     std::printf("time: %.1f s\n", s.milliseconds / 1000.0);
