@@ -88,7 +88,7 @@ void _MigratePluginKeybindings()
                 existing.insert(id, settings.getString(ShortcutSettingKey(id), QString()));
     }
     const KeybindingMigration moves = MigratePluginPairKeybindings(existing, entries);
-    if (!moves.ran)
+    if (!moves.ran || (moves.added.isEmpty() && moves.removed.isEmpty()))
         return;
     for (auto it = moves.added.constBegin(); it != moves.added.constEnd(); ++it)
         settings.change(ShortcutSettingKey(it.key()), it.value());

@@ -340,8 +340,10 @@ void Manager::loadCatalog(const QString& filename)
         return;
     }
     QJsonObject root;
-    if (Data::readCatalog(name, &root))
-        d->replacePaths(root);
+    // Shown at once: the menu, the page and the matcher read the published
+    // copy, and a start without a scan would leave them without VST2 plugins.
+    if (Data::readCatalog(name, &root) && d->replacePaths(root))
+        d->show();
 }
 
 void Manager::loadCatalog_v1(const QString& filename)

@@ -16,6 +16,7 @@
 #include "QVlorVst_Widget.h"
 
 #include "audiovst.h"
+#include "menu_fixture.h"
 #include "testhost.h"
 #include "testsupport.h"
 
@@ -39,120 +40,7 @@
 
 using namespace vlortest;
 
-namespace {
-
-const QString kGain = QStringLiteral("51000000000000000000000000000001");
-
-class MenuHost : public QVlorAudioPlugins::Host {
-public:
-    void announceNewPlugins(const QList<QString>&) override {}
-    QMenu* mainMenu() override { return main; }
-    void registerAction(QAction* action, const QString& id, const QString&, const QString&) override { ids[action] = id; }
-    void registerQuickOpen(int, QAction* action, const QString& url, const QString&, const QString&, const QString&,
-                           const QString&) override
-    {
-        urls[action] = url;
-    }
-    void unregisterAction(QAction* action) override { ids.remove(action); }
-    void unregisterQuickOpen(QAction* action) override { urls.remove(action); }
-    QVlorAudio currentAudio() override
-    {
-        ++audioAsked;
-        return audio;
-    }
-    void presentEffectWidget(QVlorFxWidget* widget, QAction*, const QString& pairId, const QString& format) override
-    {
-        presented.reset(widget);
-        presentedFormat = format;
-        presentedPair = pairId;
-    }
-
-    QMenu* main = nullptr;
-    QVlorAudio audio;
-    QHash<QAction*, QString> ids;
-    QHash<QAction*, QString> urls;
-    int audioAsked = 0;
-    std::unique_ptr<QVlorFxWidget> presented;
-    QString presentedFormat, presentedPair;
-};
-
-// The managers' work, then what it posted to this thread (the menu's rebuild among it).
-void settle()
-{
-    settleManagers();
-    QCoreApplication::processEvents();
-    QCoreApplication::processEvents();
-}
-
-QStringList texts(const QMenu* menu)
-{
-    QStringList t;
-    for (QAction* a : menu->actions())
-        t << (a->isSeparator() ? QStringLiteral("--") : a->text());
-    return t;
-}
-
-QAction* find(const QMenu* menu, const QString& text)
-{
-    for (QAction* a : menu->actions()) {
-        if (a->menu())
-            if (QAction* inner = find(a->menu(), text))
-                return inner;
-        if (a->text() == text)
-            return a;
-    }
-    return nullptr;
-}
-
-class Menu : public ::testing::Test {
-protected:
-    static void SetUpTestSuite()
-    {
-        // The LV2 folders are the fixtures' alone: no test scans the machine's.
-        setenv("LV2_PATH", VLOR_FIXTURE_LV2_DIR, 1);
-        QVlorAudioPlugins::Initialize();
-    }
-    static void TearDownTestSuite() { QVlorAudioPlugins::Finalize(); }
-    void SetUp() override
-    {
-        AUDIOVST_SetVlorVstPath(VLOR_BIN_DIR);
-        bar = std::make_unique<QMenuBar>();
-        host.main = new QMenu(QStringLiteral("Main"), bar.get());
-        removeCatalogs();
-        QVlorAudioPlugins::UI::install(&host);
-        vst2 = QVlorAudioPlugins::vstManager();
-        vst3 = QVlorAudioPlugins::vst3Manager();
-        plugins.scanWithInstalledManagers();
-        ASSERT_TRUE(waitFor([&] {
-            settle();
-            const QVlorVst3::Catalog catalog = vst3->catalogCopy();
-            const QVlorVst3::CatalogClass* c = catalog.findClass(kGain);
-            return c && c->state() == QVlorVst3::CatalogClass::Enabled;
-        }, 20000));
-        controller = QVlorAudioPlugins::UI::menuController();
-        ASSERT_NE(controller, nullptr);
-        controller->rebuildPluginsMenu();
-        settle();
-        QVlorDialogs::takeAsked();
-    }
-    void TearDown() override
-    {
-        QVlorDialogs::setAnswerer({});
-        host.presented.reset();
-        QVlorAudioPlugins::AboutToQuit();
-        QVlorAudioPlugins::UI::uninstall(&host);
-    }
-    const FixturePlugins plugins;
-    const QString& vst2File = plugins.vst2File;
-    const QString& bundle = plugins.bundle;
-    std::unique_ptr<QMenuBar> bar;
-    MenuHost host;
-    QVlorVst::Manager* vst2 = nullptr;
-    QVlorVst3::Manager* vst3 = nullptr;
-    QVlorAudioPlugins::MenuController* controller = nullptr;
-};
-
-} // namespace
+using namespace menutest;
 
 TEST_F(Menu, VendorsEntriesAndFixedCommandsInTheirOrderAndEntriesOpenOnlyWithAudio)
 {
@@ -588,64 +476,4 @@ TEST_F(Menu, AChangedPluginIsCheckedAwayFromTheMainThreadWithProgressAndCancel)
             EXPECT_TRUE(asked[0].text.contains(c.told)) << asked[0].text.toStdString();
         }
     }
-}
-
-// LV2 plugins reach the menu from their catalog, under their maker, opening
-// the LV2 dialog; failed ones, no effects and switched-off ones stay out; one
-// that crashed asks first. The LV2 gain joins the VST3 gain's family (same
-// name and maker), whose one entry plays LV2, first in the format order.
-TEST_F(Menu, Lv2EffectsAreEntriesThatOpenTheLv2Dialog)
-{
-    QVlorSetting& settings = QVlorSetting::global();
-    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
-    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kFormatOrderSettingKey), QStringLiteral("lv2,vst3"));
-    QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
-    ASSERT_NE(lv2, nullptr);
-    lv2->searchPlugins(false);
-    const QString uri = QStringLiteral("urn:vlor:fixture:gain");
-    QString pairId;
-    ASSERT_TRUE(waitFor([&] {
-        settle();
-        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
-            if (e.lv2 == uri && !e.vst3.isEmpty())
-                pairId = e.pairId;
-        return lv2->catalogCopy().isOffered(uri) && !pairId.isEmpty();
-    }, 30000));
-    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
-    settings.setForThisRun(QLatin1String(QVlorAudioPlugins::kFormatOrderSettingKey), QVariant());
-    lv2->setPluginEnabled(QStringLiteral("urn:vlor:fixture:atom"), false);
-    host.audio = QVlorAudio(QStringLiteral("a.wav"), 2, 44100, 44100);
-    // The manager's thread takes the switch; the copy shows it after.
-    ASSERT_TRUE(waitFor([&] { return !lv2->catalogCopy().isEnabled(QStringLiteral("urn:vlor:fixture:atom")); }, 5000));
-    settle();
-    controller->rebuildPluginsMenu();
-    settle();
-    for (const char* absent : {"Fixture Nan \u00B7 LV2", "Fixture Instrument \u00B7 LV2", "Fixture Atom \u00B7 LV2"})
-        EXPECT_EQ(find(controller->pluginsMenu(), QString::fromUtf8(absent)), nullptr) << absent;
-    QAction* gain = find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 LV2"));
-    ASSERT_NE(gain, nullptr);
-    EXPECT_EQ(host.ids.value(gain), QStringLiteral("plugid-") + pairId);
-    EXPECT_EQ(find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 VST3")), nullptr);
-    gain->trigger();
-    ASSERT_NE(host.presented, nullptr);
-    EXPECT_EQ(host.presentedFormat, QStringLiteral("lv2"));
-    auto* dialog = qobject_cast<QVlorLv2::Widget*>(host.presented.get());
-    ASSERT_NE(dialog, nullptr);
-    EXPECT_EQ(dialog->uri(), QStringLiteral("urn:vlor:fixture:gain"));
-    host.presented.reset();
-
-    lv2->markCrashed(QStringLiteral("urn:vlor:fixture:gain"));
-    ASSERT_TRUE(waitFor([&] {
-        return lv2->catalogCopy().findPlugin(QStringLiteral("urn:vlor:fixture:gain"))->state ==
-               QVlorLv2::CatalogPlugin::Crashed;
-    }, 5000));
-    settle();
-    controller->rebuildPluginsMenu();
-    settle();
-    gain = find(controller->pluginsMenu(), QString::fromUtf8("Fixture Gain \u00B7 LV2"));
-    ASSERT_NE(gain, nullptr);
-    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::No, QString()}; });
-    gain->trigger();
-    ASSERT_EQ(QVlorDialogs::takeAsked().size(), 1);
-    EXPECT_EQ(host.presented, nullptr);
 }
