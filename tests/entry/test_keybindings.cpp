@@ -28,13 +28,15 @@ namespace {
 
 const QString kGain = QStringLiteral("51000000000000000000000000000001");
 
-QVlorPluginPairs::Entry entry(const QString& pairId, qint64 vst2, const QString& vst3, const QString& active)
+QVlorPluginPairs::Entry entry(const QString& pairId, qint64 vst2, const QString& vst3, const QString& active,
+                              const QString& lv2 = QString())
 {
     QVlorPluginPairs::Entry e;
     e.pairId = pairId;
     e.vst2 = vst2;
     e.vst3 = vst3;
     e.activeFormat = active;
+    e.lv2 = lv2;
     return e;
 }
 
@@ -66,6 +68,15 @@ TEST(Keybindings, MovesOfPairedPluginsFollowTheActiveFormatAndRunOnce)
         {"a one-sided leftover", {{"vstid-7", "Ctrl+7"}}, {entry("p1", 7, "", "vst2")}, {{"plugid-p1", "Ctrl+7"}}, {"vstid-7"}, true},
         {"the first entry of a pair id keeps it", both, {entry("p1", 7, "", "vst2"), entry("p1", 0, "AB", "vst3")},
          {{"plugid-p1", "Ctrl+7"}}, {"vstid-7", "vst3id-AB"}, true},
+        // Families with an LV2 form: its "lv2id-" binding moves in too.
+        {"an LV2 binding alone", {{"lv2id-urn:z", "Ctrl+L"}}, {entry("p1", 7, "AB", "vst3", "urn:z")},
+         {{"plugid-p1", "Ctrl+L"}}, {"lv2id-urn:z"}, true},
+        {"three bound, LV2 active", {{"vstid-7", "Ctrl+7"}, {"vst3id-AB", "Ctrl+B"}, {"lv2id-urn:z", "Ctrl+L"}},
+         {entry("p1", 7, "AB", "lv2", "urn:z")}, {{"plugid-p1", "Ctrl+L"}}, {"vstid-7", "vst3id-AB", "lv2id-urn:z"}, true},
+        {"VST2 and LV2 bound, VST3 active: the oldest", {{"vstid-7", "Ctrl+7"}, {"lv2id-urn:z", "Ctrl+L"}},
+         {entry("p1", 7, "AB", "vst3", "urn:z")}, {{"plugid-p1", "Ctrl+7"}}, {"vstid-7", "lv2id-urn:z"}, true},
+        {"an LV2 plugin of no family stays", {{"lv2id-urn:y", "Ctrl+Y"}}, {entry("p1", 7, "AB", "vst3", "urn:z")},
+         {}, {}, true},
     };
     for (const Case& c : cases) {
         const KeybindingMigration m = MigratePluginPairKeybindings(c.existing, c.entries);

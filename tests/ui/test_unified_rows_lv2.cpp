@@ -116,3 +116,57 @@ TEST(UnifiedRows, AMakerSwitchedOffInAnyCatalogGatesItsLv2AndVst3Rows)
         EXPECT_TRUE(lv2.isOffered(QStringLiteral("urn:other"))) << c.what;
     }
 }
+
+// An LV2 plugin a family holds is a badge of the family's one row, active
+// when the family plays LV2 (its name and maker then the row's); a failed LV2
+// form shows on that row; a family whose other forms are gone keeps its id.
+TEST(UnifiedRows, AFamilysLv2FormIsABadgeOfItsOneRow)
+{
+    struct Case {
+        const char* name;
+        const char* familyCid; // the VST3 class the family holds, "" for none in the catalog
+        const char* active;
+        QVlorLv2::CatalogPlugin::State state;
+        int rows;
+        bool lv2Active;
+        const char* rowName;
+    } cases[] = {
+        {"VST3 active", "C1", "vst3", QVlorLv2::CatalogPlugin::Usable, 1, false, "Comp"},
+        {"LV2 active", "C1", "lv2", QVlorLv2::CatalogPlugin::Usable, 1, true, "COMP"},
+        {"LV2 failed, VST3 active", "C1", "vst3", QVlorLv2::CatalogPlugin::Failed, 1, false, "Comp"},
+        {"the VST3 form gone", "C9", "vst3", QVlorLv2::CatalogPlugin::Usable, 2, true, "COMP"},
+    };
+    for (const Case& c : cases) {
+        QVlorPluginPairs pairs;
+        QVlorPluginPairs::Entry* e = pairs.addFamily(0, QLatin1String(c.familyCid), QStringLiteral("urn:comp"),
+                                                     QStringLiteral("heuristic"), QLatin1String(c.active));
+        ASSERT_NE(e, nullptr);
+        const QString pairId = e->pairId;
+        QVlorLv2::Catalog lv2;
+        QVlorLv2::CatalogBundle bundle;
+        bundle.path = QStringLiteral("/lv2/comp.lv2");
+        bundle.plugins << lv2Plugin("urn:comp", "Acme LV2");
+        bundle.plugins.last().state = c.state;
+        bundle.plugins << lv2Plugin("urn:solo", "Acme LV2");
+        lv2.bundles << bundle;
+        const QList<UnifiedRow> rows =
+            ComposeUnifiedRows({}, vst3Catalog(QStringLiteral("Acme")), pairs, {}, {}, {}, {}, true, lv2);
+        // The lone LV2 plugin always has its own row, last.
+        ASSERT_EQ(rows.size(), c.rows + 1) << c.name;
+        EXPECT_EQ(rows.last().lv2.identity, QStringLiteral("urn:solo")) << c.name;
+        EXPECT_TRUE(rows.last().pairId.isEmpty()) << c.name;
+        const UnifiedRow* family = nullptr;
+        for (const UnifiedRow& r : rows)
+            if (r.lv2.identity == QLatin1String("urn:comp"))
+                family = &r;
+        ASSERT_NE(family, nullptr) << c.name;
+        EXPECT_EQ(family->pairId, pairId) << c.name;
+        EXPECT_EQ(family->lv2.active, c.lv2Active) << c.name;
+        EXPECT_EQ(family->vst3.present, c.rows == 1) << c.name;
+        EXPECT_EQ(family->vst3.active, c.rows == 1 && !c.lv2Active) << c.name;
+        EXPECT_EQ(family->name, QLatin1String(c.rowName)) << c.name;
+        EXPECT_EQ(family->lv2.state, QLatin1String(c.state == QVlorLv2::CatalogPlugin::Failed ? "failed" : ""))
+            << c.name;
+        EXPECT_EQ(family->vendorKey, QLatin1String(c.lv2Active ? "acme lv2" : "acme")) << c.name;
+    }
+}

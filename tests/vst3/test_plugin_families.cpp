@@ -1,6 +1,7 @@
 // Families of up to three forms: the store's file across versions, a form
 // split off a family, and the LV2 forms the matcher joins to their products
 // by the names and makers the makers' own packages use.
+#include "QVlorPluginFormat.h"
 #include "QVlorPluginMatcher.h"
 #include "testsupport.h"
 
@@ -10,6 +11,8 @@
 #include <QJsonObject>
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 using M = QVlorPluginMatcher;
 using Entry = QVlorPluginPairs::Entry;
@@ -218,4 +221,155 @@ TEST(FamilyMatcher, TheFormatOrderDecidesWhereTheUserUsesNeitherForm)
         EXPECT_EQ(pairs.entries().first().activeFormat, QLatin1String(c.active))
             << c.order.join(QLatin1Char(',')).toStdString() << c.vst2Enabled << c.lv2Enabled;
     }
+}
+
+// A family of an LV2 plugin and one VST form takes the other VST form when it
+// comes; a split's leftover does not, and two families are never merged.
+TEST(FamilyMatcher, AVstFormCompletesAFamilyWithAnLv2Form)
+{
+    const M::Vst2Item comp2{7, QStringLiteral("ZamComp"), QStringLiteral("Damien Zammit"), true};
+    const M::Vst3Item comp3{QStringLiteral("C7"), QStringLiteral("ZamComp"), QStringLiteral("Damien Zammit"), {}, true};
+    const QString uri = QStringLiteral("urn:zam:comp");
+    struct Case {
+        const char* name;
+        std::function<void(QVlorPluginPairs&)> before;
+        QStringList after;
+    } cases[] = {
+        {"VST2 and LV2, then VST3", [&](QVlorPluginPairs& p) { p.addFamily(7, QString(), uri, "heuristic", "lv2"); },
+         {QStringLiteral("7|C7|urn:zam:comp lv2")}},
+        {"VST3 and LV2, then VST2", [&](QVlorPluginPairs& p) { p.addFamily(0, QStringLiteral("C7"), uri, "heuristic", "vst3"); },
+         {QStringLiteral("7|C7|urn:zam:comp vst3")}},
+        {"the VST3 form split off before",
+         [&](QVlorPluginPairs& p) {
+             p.addFamily(7, QStringLiteral("C7"), uri, "heuristic", "vst3");
+             p.splitForm(p.entries().first().pairId, QStringLiteral("vst3"));
+         },
+         {QStringLiteral("7||urn:zam:comp lv2")}},
+        {"a leftover of two VST forms split apart",
+         [&](QVlorPluginPairs& p) {
+             p.addPair(7, QStringLiteral("C0"), "heuristic", "vst2");
+             p.splitPair(p.entries().first().pairId, QStringLiteral("vst2"));
+         },
+         {QStringLiteral("7|| vst2")}},
+        {"each VST form in a family of its own with an LV2 plugin",
+         [&](QVlorPluginPairs& p) {
+             p.addFamily(7, QString(), uri, "heuristic", "lv2");
+             p.addFamily(0, QStringLiteral("C7"), QStringLiteral("urn:other"), "heuristic", "vst3");
+         },
+         {QStringLiteral("7||urn:zam:comp lv2"), QStringLiteral("0|C7|urn:other vst3")}},
+    };
+    for (const Case& c : cases) {
+        QVlorPluginPairs pairs;
+        c.before(pairs);
+        M::match({comp2}, {comp3}, pairs, {}, 0);
+        M::match({comp2}, {comp3}, pairs, {}, 0); // a rescan's
+        EXPECT_EQ(describeAll(pairs), c.after) << c.name;
+    }
+}
+
+// VST2 names come cut by their field: LSP's long names, as its packages
+// here give them, join their LV2 forms by their beginning where it is unique
+// both ways; four names cut alike, or a short name, prove nothing.
+TEST(FamilyMatcher, CutVst2NamesJoinByTheirBeginning)
+{
+    const QString vst = QStringLiteral("LSP VST"), lv2Maker = QStringLiteral("LSP LV2");
+    struct Case {
+        const char* name;
+        QStringList vst2Names;
+        QStringList lv2Names;
+        int joined;
+    } cases[] = {
+        {"a cut name", {QStringLiteral("Multiband Dynamic Processor Lef")},
+         {QStringLiteral("LSP Multiband Dynamic Processor LeftRight x8"),
+          QStringLiteral("LSP Multiband Dynamic Processor MidSide x8")},
+         1},
+        {"a name cut at a blank", {QStringLiteral("Multiband Compressor LeftRight")},
+         {QStringLiteral("LSP Multiband Compressor LeftRight x8")}, 1},
+        {"four names cut alike",
+         QStringList(4, QStringLiteral("Sidechain Multiband Compressor")),
+         {QStringLiteral("LSP Sidechain Multiband Compressor LeftRight x8"),
+          QStringLiteral("LSP Sidechain Multiband Compressor MidSide x8"),
+          QStringLiteral("LSP Sidechain Multiband Compressor Mono x8"),
+          QStringLiteral("LSP Sidechain Multiband Compressor Stereo x8")},
+         0},
+        {"two LV2 names begin so", {QStringLiteral("Multiband Dynamic Processor Mo")},
+         {QStringLiteral("LSP Multiband Dynamic Processor Mono x8"),
+          QStringLiteral("LSP Multiband Dynamic Processor Mono x16")},
+         0},
+        {"a name too short to be cut", {QStringLiteral("Compressor")}, {QStringLiteral("LSP Compressor Mono")}, 0},
+        {"another maker's", {QStringLiteral("Multiband Dynamic Processor Lef")},
+         {QStringLiteral("Multiband Dynamic Processor LeftRight x8")}, 0},
+    };
+    for (const Case& c : cases) {
+        QList<M::Vst2Item> vst2;
+        for (const QString& n : c.vst2Names)
+            vst2.append({100 + vst2.size(), n, vst, false});
+        QList<M::Lv2Item> lv2;
+        for (const QString& n : c.lv2Names)
+            lv2.append({QStringLiteral("urn:lsp:%1").arg(lv2.size()), n,
+                        QLatin1String(c.name) == QLatin1String("another maker's") ? QStringLiteral("Other") : lv2Maker,
+                        false});
+        QVlorPluginPairs pairs;
+        M::matchLv2(vst2, {}, lv2, pairs, kOrder);
+        EXPECT_EQ(pairs.entries().size(), c.joined) << c.name;
+        if (c.joined == 1)
+            EXPECT_EQ(pairs.entries().first().lv2, QStringLiteral("urn:lsp:0")) << c.name;
+    }
+}
+
+// The user's split of one form: kept through rescans, a restart, and a
+// store whose file was then found broken (read back from its last good copy).
+TEST(FamilyStore, ASplitFormStaysApartThroughRescansRestartsAndABrokenFile)
+{
+    const QList<M::Vst2Item> vst2 = {{7, QStringLiteral("ZamComp"), QStringLiteral("Damien Zammit"), true}};
+    const QList<M::Vst3Item> vst3 = {
+        {QStringLiteral("C7"), QStringLiteral("ZamComp"), QStringLiteral("Damien Zammit"), {}, true}};
+    const QList<M::Lv2Item> lv2Items = {lv2("urn:zam:comp", "ZamComp", "Damien Zammit", true)};
+    auto rescan = [&](QVlorPluginPairs& pairs) {
+        M::match(vst2, vst3, pairs, {}, 0);
+        M::matchLv2(vst2, vst3, lv2Items, pairs, kOrder);
+    };
+    vlortest::TempDir dir;
+    const QString file = QString::fromStdString(dir.file("plugin_pairs.json"));
+    QVlorPluginPairs pairs;
+    rescan(pairs);
+    ASSERT_EQ(describeAll(pairs), QStringList{QStringLiteral("7|C7|urn:zam:comp vst3")});
+    pairs.splitForm(pairs.entries().first().pairId, QStringLiteral("lv2"));
+    const QStringList split = {QStringLiteral("7|C7| vst3")};
+    rescan(pairs);
+    rescan(pairs);
+    EXPECT_EQ(describeAll(pairs), split);
+    ASSERT_TRUE(pairs.save(file));
+
+    QVlorPluginPairs restarted;
+    ASSERT_TRUE(restarted.load(file));
+    rescan(restarted);
+    EXPECT_EQ(describeAll(restarted), split);
+
+    QFile broken(file);
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    broken.write("{\"version\": 2, \"pairs\": [");
+    broken.close();
+    QVlorPluginPairs afterBreak;
+    ASSERT_TRUE(afterBreak.load(file));
+    rescan(afterBreak);
+    EXPECT_EQ(describeAll(afterBreak), split);
+}
+
+TEST(FamilyMatcher, TheFormatOrderSettingIsReadTolerantly)
+{
+    struct Case {
+        const char* text;
+        const char* order;
+    } cases[] = {
+        {"", "vst3,lv2,vst2"},
+        {"lv2", "lv2,vst3,vst2"},
+        {" VST2 , lv2", "vst2,lv2,vst3"},
+        {"vst2,vst2,au,,lv2", "vst2,lv2,vst3"},
+        {"garbage", "vst3,lv2,vst2"},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(QVlorAudioPlugins::ParseFormatOrder(QString::fromUtf8(c.text)).join(QLatin1Char(',')),
+                  QLatin1String(c.order))
+            << c.text;
 }
