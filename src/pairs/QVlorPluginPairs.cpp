@@ -322,6 +322,34 @@ QVlorPluginPairs::Entry* QVlorPluginPairs::rejoinPair(qint64 vst2, const QString
     return e;
 }
 
+QVlorPluginPairs::Entry* QVlorPluginPairs::joinLv2(const QString& uri, const QString& pairId, qint64 vst2,
+                                                   const QString& vst3, const QString& activeFormat)
+{
+    if (uri.isEmpty())
+        return nullptr;
+    if (const Entry* held = findByLv2(uri)) {
+        if (held->formCount() > 1)
+            return nullptr;
+        // A leftover of the LV2 form alone gives it up.
+        const QString leftover = held->pairId;
+        d->entries.removeIf([&leftover](const Entry& e) { return e.pairId == leftover; });
+    }
+    Entry* family = pairId.isEmpty() ? nullptr : findByPairId(pairId);
+    const qint64 with2 = family ? family->vst2 : vst2;
+    const QString with3 = family ? family->vst3 : vst3;
+    d->splits.removeIf([&](const Data::Split& s) {
+        return s.lv2 == uri && ((s.vst2 != 0 && s.vst2 == with2) || (!s.vst3.isEmpty() && s.vst3 == with3));
+    });
+    if (!family)
+        return addFamily(vst2, vst3, uri, QStringLiteral("manual"), activeFormat);
+    if (!family->lv2.isEmpty())
+        return nullptr;
+    family->lv2 = uri;
+    family->manualOverride = true;
+    family->activeFormat = activeFormat;
+    return family;
+}
+
 void QVlorPluginPairs::splitPair(const QString& pairId, const QString& keepFormat)
 {
     if (keepFormat != kVst2 && keepFormat != kVst3 && keepFormat != kLv2)

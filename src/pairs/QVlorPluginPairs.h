@@ -69,6 +69,11 @@ public:
     // and the form is never joined to them again by the matcher.
     void splitForm(const QString& pairId, const QString& letGoFormat);
     Entry* rejoinPair(qint64 vst2, const QString& vst3, const QString& activeFormat);
+    // The user's join of an LV2 plugin to a family (pairId), or to a lone VST2
+    // plugin or VST3 class: the splits between them are forgotten. Null when
+    // the plugin is in a family of two forms or more already.
+    Entry* joinLv2(const QString& uri, const QString& pairId, qint64 vst2, const QString& vst3,
+                   const QString& activeFormat);
     void splitPair(const QString& pairId, const QString& keepFormat);
     bool purgeIdentities(const QList<qint64>& vst2Ids, const QList<QString>& vst3Cids,
                          const QList<QString>& lv2Uris = {});

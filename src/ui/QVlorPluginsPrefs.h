@@ -27,6 +27,15 @@ class QVlorPreferencesTab;
 extern const char* const K_SETTING_TREE_COLLAPSED;   // "vloraudio.plugins.tree_collapsed_groups"
 extern const char* const K_SETTING_NEW_PATHS_HIDDEN; // "vloraudio.plugins.new_paths_hidden"
 
+// The row menu's items for families of several formats, and the rows they act on.
+struct FamilyMenuItems {
+    QList<QAction*> splitOff; // each with its format's token
+    QAction* join = nullptr;
+    QAction* lv2Children = nullptr;
+    UnifiedRow family, lv2Row, other;
+    QList<UnifiedRow> shellChildren;
+};
+
 class QVlorPluginsPrefs : public QVlorPreferencesTab {
     Q_OBJECT
 public:
@@ -134,6 +143,11 @@ private:
     void updateVst2Rows(const QList<UnifiedRow>& rows);
     void resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows, const QStringList& shells);
     QString formatUnder(const QPoint& pos) const;
+    FamilyMenuItems addFamilyItems(QMenu* menu, const QList<UnifiedRow>& rows, const QList<UnifiedRow>& shellChildren,
+                                   const QList<QVlorPluginPairs::Entry>& entries) const;
+    bool actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen);
+    // The format a split keeps: the row's active one.
+    static QString keptFormat(const UnifiedRow& row);
 
     struct Data;
     Data* d;

@@ -193,8 +193,7 @@ void QVlorPluginsPrefs::splitPairsOf(const QList<UnifiedRow>& rows, const QList<
         m3->markPairOpPending(ids, cids);
     for (const UnifiedRow& row : rows)
         if (const QVlorPluginPairs::Entry* e = UpmPairEntry(row.pairId, entries))
-            m3->splitPair(row.pairId, row.vst3.active ? QVlorAudioPlugins::Vst3Token() : QVlorAudioPlugins::Vst2Token(),
-                          e->vst2, e->vst3);
+            m3->splitPair(row.pairId, keptFormat(row), e->vst2, e->vst3);
 }
 
 // A pair made by hand of a VST2 row's identity and a class ID, marked first.
@@ -352,8 +351,10 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     QList<QAction*> partnerActions;
     if (!addRows.isEmpty())
         addAction = menu.addAction(addRows.size() == 1 ? tr("Add Plugin") : tr("Add Plugins"));
+    const bool families = std::any_of(splitRows.begin(), splitRows.end(), [](const UnifiedRow& r) { return r.lv2.present; });
     if (!splitRows.isEmpty())
-        splitAction = menu.addAction(splitRows.size() == 1 ? tr("Split Pair") : tr("Split Pairs"));
+        splitAction = menu.addAction(families ? (splitRows.size() == 1 ? tr("Split Family") : tr("Split Families"))
+                                              : (splitRows.size() == 1 ? tr("Split Pair") : tr("Split Pairs")));
     if (pairWith)
         partnerActions = addPartnerMenu(&menu, *single, entries);
     if (join)
@@ -370,6 +371,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         vst3ChildrenAction = addApart(&menu, tr("Use VST3 in all children"));
         vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
     }
+    const FamilyMenuItems family = addFamilyItems(&menu, rows, shellChildren, entries);
     if (menu.isEmpty())
         return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());
@@ -377,7 +379,9 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     if (!chosen)
         return;
 
-    if (chosen == addAction) {
+    if (actOnFamilyItem(family, chosen)) {
+        return;
+    } else if (chosen == addAction) {
         addPlugins(addRows);
     } else if (chosen == splitAction) {
         splitPairsOf(splitRows, entries);

@@ -116,7 +116,7 @@ bool UpmRowEffectivelyUnpaired(const UnifiedRow& row, const QList<QVlorPluginPai
 bool UpmRowSplitEligible(const UnifiedRow& row, const QList<QVlorPluginPairs::Entry>& entries)
 {
     const QVlorPluginPairs::Entry* e = row.pairId.isEmpty() ? nullptr : UpmPairEntry(row.pairId, entries);
-    return e && e->vst2 != 0 && !e->vst3.isEmpty();
+    return e && e->formCount() >= 2;
 }
 
 bool UpmRowResetEligible(const UnifiedRow& row, const QVlorVst3::Catalog& catalog, QString* bundlePath)

@@ -142,6 +142,11 @@ public slots:
                    const QString& pendingVst3Cid = QString());
     void markPairOpPending(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
     void addManualPair(qint64 vst2UniqueId, const QString& vst3Cid, const QString& activeFormat);
+    // One form ("vst2", "vst3" or "lv2") let go of its family, the others kept together.
+    void splitForm(const QString& pairId, const QString& format);
+    // An LV2 plugin joined by the user to a family, or to a lone VST2 plugin or VST3 class.
+    void joinLv2Form(const QString& uri, const QString& pairId, qint64 vst2UniqueId, const QString& vst3Cid,
+                     const QString& activeFormat);
     void purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids);
 
 private:

@@ -114,6 +114,23 @@ void Manager::addManualPair(qint64 vst2UniqueId, const QString& vst3Cid, const Q
     d->commit();
 }
 
+void Manager::splitForm(const QString& pairId, const QString& format)
+{
+    if (d->post([=] { splitForm(pairId, format); }))
+        return;
+    d->store.pairs.splitForm(pairId, format);
+    d->commit();
+}
+
+void Manager::joinLv2Form(const QString& uri, const QString& pairId, qint64 vst2UniqueId, const QString& vst3Cid,
+                          const QString& activeFormat)
+{
+    if (d->post([=] { joinLv2Form(uri, pairId, vst2UniqueId, vst3Cid, activeFormat); }))
+        return;
+    d->store.pairs.joinLv2(uri, pairId, vst2UniqueId, vst3Cid, activeFormat);
+    d->commit();
+}
+
 void Manager::purgePairState(const QList<qint64>& vst2UniqueIds, const QStringList& vst3Cids)
 {
     if (d->post([=] { purgePairState(vst2UniqueIds, vst3Cids); }))

@@ -166,6 +166,24 @@ protected:
         settle();
     }
     QModelIndex row(const QString& name) const { return findRow(tree->model(), name); }
+    // The fixture bundle scanned by the installed LV2 manager, its rows on the page.
+    QVlorLv2::Manager* scanLv2Fixtures()
+    {
+        QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
+        if (!lv2)
+            return nullptr;
+        const QString atom = QStringLiteral("urn:vlor:fixture:atom");
+        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+        lv2->setSearchPathsForTesting({QStringLiteral(VLOR_FIXTURE_LV2_DIR)});
+        lv2->searchPlugins(false);
+        const bool shown = waitFor([&] {
+            settle();
+            return lv2->catalogCopy().isOffered(atom) && row(QStringLiteral("Fixture Atom")).isValid();
+        }, 30000);
+        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey),
+                                             QVariant());
+        return shown ? lv2 : nullptr;
+    }
 
     // Where a user clicks: the row's check box, a badge.
     QPoint checkBox(const QModelIndex& index) const { return checkBoxAt(tree, index); }

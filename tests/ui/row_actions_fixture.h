@@ -127,6 +127,18 @@ protected:
         const QRect cell = tree->visualRect(index);
         return QPoint(cell.left() + 60, cell.center().y());
     }
+    // Every row of that name, in groups too.
+    QList<QPersistentModelIndex> rowsNamed(const QString& name, const QModelIndex& parent = QModelIndex()) const
+    {
+        QList<QPersistentModelIndex> found;
+        for (int i = 0; i < tree->model()->rowCount(parent); ++i) {
+            const QModelIndex child = tree->model()->index(i, 0, parent);
+            if (child.data(UpmRowRole).isValid() && child.data().toString() == name)
+                found << child;
+            found += rowsNamed(name, child);
+        }
+        return found;
+    }
     // The whole pairs of a VST2 plugin (a split leaves a one-sided entry behind).
     QList<QVlorPluginPairs::Entry> pairsOf(qint64 vst2Id) const
     {

@@ -11,26 +11,7 @@ namespace {
 
 const QString kAtom = QStringLiteral("urn:vlor:fixture:atom");
 
-class PrefsLv2 : public Prefs {
-protected:
-    // The fixture bundle scanned by the installed LV2 manager, its rows on the page.
-    QVlorLv2::Manager* scanLv2Fixtures()
-    {
-        QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
-        if (!lv2)
-            return nullptr;
-        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
-        lv2->setSearchPathsForTesting({QStringLiteral(VLOR_FIXTURE_LV2_DIR)});
-        lv2->searchPlugins(false);
-        const bool shown = waitFor([&] {
-            settle();
-            return lv2->catalogCopy().isOffered(kAtom) && row(QStringLiteral("Fixture Atom")).isValid();
-        }, 30000);
-        QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey),
-                                             QVariant());
-        return shown ? lv2 : nullptr;
-    }
-};
+using PrefsLv2 = Prefs;
 
 } // namespace
 

@@ -209,17 +209,6 @@ protected:
                 return e.pairId;
         return QString();
     }
-    QList<QPersistentModelIndex> rowsNamed(const QString& name, const QModelIndex& parent = QModelIndex()) const
-    {
-        QList<QPersistentModelIndex> found;
-        for (int i = 0; i < tree->model()->rowCount(parent); ++i) {
-            const QModelIndex child = tree->model()->index(i, 0, parent);
-            if (child.data(UpmRowRole).isValid() && child.data().toString() == name)
-                found << child;
-            found += rowsNamed(name, child);
-        }
-        return found;
-    }
     // What each of the three says of a product: its rows on the page, its
     // entries in the menu, and whether `vlorfx list` holds the pair.
     struct Told {
