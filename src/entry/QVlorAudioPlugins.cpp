@@ -10,6 +10,7 @@
 #include "QVlorVst3_Manager.h"
 #include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Widget.h"
+#include "QVlorLv2_Widget.h"
 #include "QVlorVst_Manager.h"
 #include "QVlorVst_Widget.h"
 
@@ -142,6 +143,29 @@ QList<QVlorVst3::Manager::Lv2PluginInfo> _Lv2Items()
             if (p.state != QVlorLv2::CatalogPlugin::NotAnEffect)
                 items.append({p.uri, p.name, p.maker, catalog.isOffered(p.uri)});
     return items;
+}
+
+// Where the presets of a family's form are kept: empty when its plugin is in no catalog.
+QString _PresetsRootOf(const PluginFormat& format, const QVlorPluginPairs::Entry& e)
+{
+    if (&format == &kVst3Format)
+        return s_vst3Manager->catalogCopy().findClass(e.vst3)
+                   ? QLatin1String(kVst3Format.effectSettingsPrefix) + QLatin1Char('.') + e.vst3.toLower()
+                   : QString();
+    if (&format == &kLv2Format)
+        return s_lv2Manager && s_lv2Manager->catalogCopy().findPlugin(e.lv2) ? QVlorLv2::Widget::SettingsRoot(e.lv2)
+                                                                             : QString();
+    const QList<QVlorVst::Path> paths = s_vstManager ? s_vstManager->pathsCopy() : QList<QVlorVst::Path>();
+    for (const QVlorVst::Path& path : paths)
+        for (const QVlorVst::Plugin& p : path.plugins()) {
+            QList<QVlorVst::Plugin> candidates{p};
+            candidates += p.plugins();
+            for (const QVlorVst::Plugin& c : candidates)
+                if (c.uniqueId() == e.vst2)
+                    return QStringLiteral("%1.%2").arg(QLatin1String(kVst2Format.effectSettingsPrefix),
+                                                       QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
+        }
+    return QString();
 }
 
 // The stamp of the host program that verifies, from the application when it is ours.
@@ -292,54 +316,44 @@ void install(Host* host)
 
 bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount)
 {
-    if (!widget)
+    if (!widget || !s_vst3Manager)
         return false;
-    const QList<QVlorPluginPairs::Entry> entries =
-        s_vst3Manager ? s_vst3Manager->pairsEntriesCopy() : QList<QVlorPluginPairs::Entry>();
-    QString root, label;
+    // Which form the dialog plays, and the family that holds it.
+    QString own, key;
+    qint64 uniqueId = 0;
     if (auto* vst2 = qobject_cast<QVlorVst::Widget*>(widget)) {
-        const qint64 id = vst2->pluginUniqueId();
-        for (const QVlorPluginPairs::Entry& e : entries) {
-            if (e.vst2 != id || e.vst3.isEmpty())
-                continue;
-            if (s_vst3Manager && s_vst3Manager->catalogCopy().findClass(e.vst3)) {
-                root = QLatin1String(kVst3Format.effectSettingsPrefix) + QLatin1Char('.') + e.vst3.toLower();
-                label = QLatin1String(kVst3Format.badge);
-            }
-            break;
-        }
+        own = Vst2Token();
+        uniqueId = vst2->pluginUniqueId();
     } else if (auto* vst3 = qobject_cast<QVlorVst3::Widget*>(widget)) {
-        const QString uid = vst3->pluginUid();
-        for (const QVlorPluginPairs::Entry& e : entries) {
-            if (e.vst3 != uid || e.vst2 == 0)
-                continue;
-            const QList<QVlorVst::Path> paths = s_vstManager ? s_vstManager->pathsCopy() : QList<QVlorVst::Path>();
-            for (const QVlorVst::Path& path : paths) {
-                for (const QVlorVst::Plugin& p : path.plugins()) {
-                    QList<QVlorVst::Plugin> candidates{p};
-                    candidates += p.plugins();
-                    for (const QVlorVst::Plugin& c : candidates)
-                        if (root.isEmpty() && c.uniqueId() == e.vst2)
-                            root =
-                                QStringLiteral("%1.%2").arg(QLatin1String(kVst2Format.effectSettingsPrefix),
-                                                            QVlorVst::PluginSettingsHash(c.filename(), c.uniqueId()));
-                }
-            }
-            if (!root.isEmpty())
-                label = QLatin1String(kVst2Format.badge);
-            break;
-        }
+        own = Vst3Token();
+        key = vst3->pluginUid();
+    } else if (auto* lv2 = qobject_cast<QVlorLv2::Widget*>(widget)) {
+        own = Lv2Token();
+        key = lv2->uri();
+    } else {
+        return false;
     }
-    if (root.isEmpty())
+    for (const QVlorPluginPairs::Entry& e : s_vst3Manager->pairsEntriesCopy()) {
+        const bool holdsOwn = own == Vst2Token() ? e.vst2 == uniqueId : own == Vst3Token() ? e.vst3 == key : e.lv2 == key;
+        if (!holdsOwn)
+            continue;
+        // The other forms in the order of preference, the first with presets of the user's.
+        for (const PluginFormat* format : {&kVst3Format, &kLv2Format, &kVst2Format}) {
+            if (QLatin1String(format->token) == own || !e.holds(QLatin1String(format->token)))
+                continue;
+            const QString root = _PresetsRootOf(*format, e);
+            const int count = root.isEmpty() ? 0 : QVlorFxPresets(root).userPresetCount();
+            if (count <= 0)
+                continue;
+            if (twinFormat)
+                *twinFormat = QLatin1String(format->badge);
+            if (presetCount)
+                *presetCount = count;
+            return true;
+        }
         return false;
-    const int count = QVlorFxPresets(root).userPresetCount();
-    if (count <= 0)
-        return false;
-    if (twinFormat)
-        *twinFormat = label;
-    if (presetCount)
-        *presetCount = count;
-    return true;
+    }
+    return false;
 }
 
 void uninstall(Host*)

@@ -68,8 +68,9 @@ namespace UI {
 void install(Host* host);
 void uninstall(Host* host);
 MenuController* menuController();
-// Whether the other format of this effect's pair holds user presets: its
-// label ("VST2" or "VST3") and how many, for the effect's preset menu.
+// Whether another form of this effect's family holds user presets: its
+// label ("VST3", "LV2" or "VST2", the first in that order that has some) and
+// how many, for the effect's preset menu.
 bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount);
 } // namespace UI
 

@@ -280,11 +280,13 @@ QString Widget::windowTitle() const
 QString Widget::fxLabel() const { return tr("Applying %1|%1").arg(title()); }
 
 // A URI's slashes would make groups of a settings key: it is kept encoded.
-QString Widget::uniqId() const
+QString Widget::SettingsRoot(const QString& uri)
 {
     return QLatin1String(QVlorAudioPlugins::kLv2Format.effectSettingsPrefix) + QLatin1Char('.') +
-           QString::fromLatin1(QUrl::toPercentEncoding(d->uri));
+           QString::fromLatin1(QUrl::toPercentEncoding(uri));
 }
+
+QString Widget::uniqId() const { return SettingsRoot(d->uri); }
 
 QString Widget::uri() const { return d->uri; }
 

@@ -97,6 +97,8 @@ public:
     void refresh() override;
 
     QString uri() const;
+    // The group of the settings and presets of the effect of that URI.
+    static QString SettingsRoot(const QString& uri);
     bool hasEditor() const;
     bool editorOpen() const;
     QList<ParameterRow*> parameterRows() const;

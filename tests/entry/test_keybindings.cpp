@@ -1,6 +1,9 @@
 // Shortcuts follow a plugin into its pair; the fixed commands' bindings move
 // once; an effect window learns whether its twin format holds user presets.
 #include <QCoreApplication>
+#include "QVlorLv2_Manager.h"
+#include "QVlorLv2_Widget.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorFxWidget.h"
 #include "QVlorPairKeybindings.h"
@@ -192,4 +195,30 @@ TEST_F(Installed, TheTwinPresetHintNamesTheOtherFormatOnlyWhenItHasUserPresets)
     EXPECT_EQ(format, QStringLiteral("VST2"));
     EXPECT_TRUE(QVlorAudioPlugins::UI::twinPresetHint(&w3, nullptr, &count));
     EXPECT_EQ(count, 2);
+
+    // The LV2 gain joins the family as its third form: after VST3's, its presets come first.
+    QVlorLv2::Manager* lv2 = QVlorAudioPlugins::lv2Manager();
+    ASSERT_NE(lv2, nullptr);
+    const QString uri = QStringLiteral("urn:vlor:fixture:gain");
+    // The fixtures' hang is given two seconds, not the default's thirty.
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), 2);
+    lv2->setSearchPathsForTesting({QStringLiteral(VLOR_FIXTURE_LV2_DIR)});
+    lv2->searchPlugins(false);
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return vst3->pairsEntriesCopy().value(0).lv2 == uri;
+    }, 30000));
+    QVlorSetting::global().setForThisRun(QLatin1String(QVlorAudioPlugins::kLv2Format.checkTimeoutSettingKey), QVariant());
+    QVlorLv2::Widget w4(audio);
+    ASSERT_TRUE(w4.loadPlugin(uri));
+    EXPECT_TRUE(QVlorAudioPlugins::UI::twinPresetHint(&w4, &format, &count));
+    EXPECT_EQ(format, QStringLiteral("VST3"));
+    EXPECT_EQ(count, 1);
+    for (const char* name : {"Soft", "Hard", "Loud"})
+        QVlorFxPresets(QVlorLv2::Widget::SettingsRoot(uri)).storeUserPreset(QLatin1String(name), QStringLiteral("x"));
+    EXPECT_TRUE(QVlorAudioPlugins::UI::twinPresetHint(&w3, &format, &count));
+    EXPECT_EQ(format, QStringLiteral("LV2"));
+    EXPECT_EQ(count, 3);
+    EXPECT_TRUE(QVlorAudioPlugins::UI::twinPresetHint(&w2, &format, &count));
+    EXPECT_EQ(format, QStringLiteral("VST3"));
 }
