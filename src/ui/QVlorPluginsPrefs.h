@@ -143,8 +143,9 @@ private:
     void updateVst2Rows(const QList<UnifiedRow>& rows);
     void resetRowsAndShells(const QList<QPair<UnifiedRow, QString>>& resetRows, const QStringList& shells);
     QString formatUnder(const QPoint& pos) const;
-    FamilyMenuItems addFamilyItems(QMenu* menu, const QList<UnifiedRow>& rows, const QList<UnifiedRow>& shellChildren,
+    FamilyMenuItems addFamilyItems(QMenu* menu, const QList<UnifiedRow>& rows,
                                    const QList<QVlorPluginPairs::Entry>& entries) const;
+    static void addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items);
     bool actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen);
     // The format a split keeps: the row's active one.
     static QString keptFormat(const UnifiedRow& row);

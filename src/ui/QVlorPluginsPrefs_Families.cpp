@@ -30,7 +30,6 @@ bool withoutLv2(const UnifiedRow& r)
 } // namespace
 
 FamilyMenuItems QVlorPluginsPrefs::addFamilyItems(QMenu* menu, const QList<UnifiedRow>& rows,
-                                                  const QList<UnifiedRow>& shellChildren,
                                                   const QList<QVlorPluginPairs::Entry>& entries) const
 {
     FamilyMenuItems items;
@@ -54,12 +53,16 @@ FamilyMenuItems QVlorPluginsPrefs::addFamilyItems(QMenu* menu, const QList<Unifi
             items.join = menu->addAction(tr("Join"));
         }
     }
-    if (std::any_of(shellChildren.begin(), shellChildren.end(),
-                    [](const UnifiedRow& c) { return !c.pairId.isEmpty() && c.lv2.present; })) {
-        items.shellChildren = shellChildren;
-        items.lv2Children = menu->addAction(tr("Use LV2 in all children"));
-    }
     return items;
+}
+
+void QVlorPluginsPrefs::addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items)
+{
+    if (std::none_of(shellChildren.begin(), shellChildren.end(),
+                     [](const UnifiedRow& c) { return !c.pairId.isEmpty() && c.lv2.present; }))
+        return;
+    items->shellChildren = shellChildren;
+    items->lv2Children = menu->addAction(tr("Use LV2 in all children"));
 }
 
 bool QVlorPluginsPrefs::actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen)

@@ -160,14 +160,13 @@ QList<QPair<UnifiedRow, QString>> QVlorPluginsPrefs::resettableRows(const QList<
     std::unique_ptr<QVlorVst3::Catalog> catalog;
     QList<QPair<UnifiedRow, QString>> out;
     for (const UnifiedRow& row : rows) {
-        if (row.lv2.present) {
-            out << qMakePair(row, QString());
-            continue;
-        }
         if (!catalog && row.vst3.present && row.newSection == UpmNewSectionNone && row.shellKey.isEmpty())
             catalog = std::make_unique<QVlorVst3::Catalog>(m3 ? m3->catalogCopy() : QVlorVst3::Catalog());
+        // A family's LV2 form is reset with its VST forms, or alone where they cannot be.
         QString bundle;
-        if (UpmRowResetEligible(row, catalog ? *catalog : QVlorVst3::Catalog(), &bundle))
+        const bool vst = (row.vst2.present || row.vst3.present) &&
+                         UpmRowResetEligible(row, catalog ? *catalog : QVlorVst3::Catalog(), &bundle);
+        if (vst || row.lv2.present)
             out << qMakePair(row, bundle);
     }
     return out;
@@ -355,6 +354,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     if (!splitRows.isEmpty())
         splitAction = menu.addAction(families ? (splitRows.size() == 1 ? tr("Split Family") : tr("Split Families"))
                                               : (splitRows.size() == 1 ? tr("Split Pair") : tr("Split Pairs")));
+    FamilyMenuItems family = addFamilyItems(&menu, rows, entries);
     if (pairWith)
         partnerActions = addPartnerMenu(&menu, *single, entries);
     if (join)
@@ -370,8 +370,8 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
     if (!shells.isEmpty()) {
         vst3ChildrenAction = addApart(&menu, tr("Use VST3 in all children"));
         vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
+        addLv2ChildrenItem(&menu, shellChildren, &family);
     }
-    const FamilyMenuItems family = addFamilyItems(&menu, rows, shellChildren, entries);
     if (menu.isEmpty())
         return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());

@@ -110,11 +110,24 @@ public:
                 // The menu where the menu bar opens it, drawn over the window.
                 QMenuBar* bar = m_window->menuBar();
                 plugins->popup(bar->mapToGlobal(bar->actionGeometry(plugins->menuAction()).bottomLeft()));
-                QTimer::singleShot(300, this, [this, plugins] {
+                // One maker's entries open beside it, zam's where they are installed.
+                QMenu* maker = nullptr;
+                for (QAction* a : plugins->actions())
+                    if (a->menu() && (!maker || a->text() == QLatin1String("Damien Zammit")))
+                        maker = a->menu();
+                if (maker) {
+                    plugins->setActiveAction(maker->menuAction());
+                    maker->popup(plugins->mapToGlobal(plugins->actionGeometry(maker->menuAction()).topRight()));
+                }
+                QTimer::singleShot(300, this, [this, plugins, maker] {
                     QPixmap shot = pictureOf(m_window);
                     QPainter painter(&shot);
                     painter.drawPixmap(m_window->mapFromGlobal(plugins->pos()), plugins->grab());
+                    if (maker)
+                        painter.drawPixmap(m_window->mapFromGlobal(maker->pos()), maker->grab());
                     painter.end();
+                    if (maker)
+                        maker->close();
                     write(shot, "gui-plugins-menu");
                     plugins->close();
                 });
