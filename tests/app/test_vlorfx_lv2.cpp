@@ -4,6 +4,11 @@
 #include "vlorfx_fixture.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <regex>
 
 using namespace vlortest;
 
@@ -184,4 +189,43 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
               0)
         << err();
     EXPECT_EQ(read("out.wav").size(), input.size());
+}
+
+// The fixture gain ships as a VST3 class and an LV2 plugin of one name and
+// maker: one family, one line of the list with both forms and the one in
+// use, one row with both badges, one menu entry under the family's id.
+TEST_F(Lv2Cli, AProductInTwoFormatsIsOneLineOneRowAndOneEntry)
+{
+    setenv("LV2_PATH", ":", 1);
+    mkdir(dir.file("data").c_str(), 0700);
+    writeFile(dir.file("data/settings.conf"), "vloraudio.plugins.lv2_check_timeout_s=2\n");
+    ASSERT_EQ(run("scan --no-vst2 --check-timeout 2 --vst3-path '" VLOR_FIXTURE_VST3_DIR "' --lv2-path '" VLOR_FIXTURE_LV2_DIR
+                  "'"),
+              0)
+        << err();
+    EXPECT_NE(out().find("\npairs: 1 (1 by name)"), std::string::npos) << out();
+    ASSERT_EQ(run("list --wide"), 0) << err();
+    const std::regex line("\nFixture Gain +Vlor Fixtures +- +on +on +vst3 +heuristic +vlor-vst3-effects.vst3 \\+ "
+                          "vlor-lv2-fixtures.lv2 urn:vlor:fixture:gain\n");
+    EXPECT_TRUE(std::regex_search(out(), line)) << out();
+    EXPECT_EQ(out().find("\nFixture Gain "), out().rfind("\nFixture Gain ")) << "one line:\n" << out();
+
+    ASSERT_EQ(run("list --rows --json"), 0) << err();
+    const QJsonArray rows = QJsonDocument::fromJson(QByteArray::fromStdString(out())).array();
+    int gains = 0;
+    for (const QJsonValue& v : rows) {
+        const QJsonObject r = v.toObject();
+        if (r.value(QStringLiteral("name")).toString() != QLatin1String("Fixture Gain"))
+            continue;
+        ++gains;
+        EXPECT_TRUE(r.value(QStringLiteral("vst3")).toObject().value(QStringLiteral("active")).toBool());
+        EXPECT_FALSE(r.value(QStringLiteral("lv2")).toObject().value(QStringLiteral("active")).toBool());
+        EXPECT_EQ(r.value(QStringLiteral("lv2")).toObject().value(QStringLiteral("identity")).toString(),
+                  QStringLiteral("urn:vlor:fixture:gain"));
+    }
+    EXPECT_EQ(gains, 1);
+
+    ASSERT_EQ(run("menu --with-audio"), 0) << err();
+    EXPECT_TRUE(std::regex_search(out(), std::regex("Fixture Gain \u00B7 VST3  \\[plugid-[0-9a-f-]+\\]"))) << out();
+    EXPECT_EQ(out().find("Fixture Gain \u00B7 LV2"), std::string::npos) << out();
 }
