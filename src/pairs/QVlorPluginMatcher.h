@@ -1,7 +1,8 @@
 #ifndef QVLORPLUGINMATCHER_H
 #define QVLORPLUGINMATCHER_H
-// Which VST2 plugin and which VST3 class are one effect. Stateless: match()
-// only ever adds pairs, so every decision the store holds survives rematching.
+// Which VST2 plugin, VST3 class and LV2 plugin are one effect. Stateless:
+// match() and matchLv2() only ever add forms to families, so every decision
+// the store holds survives rematching.
 
 #include "QVlorPluginPairs.h"
 
