@@ -8,6 +8,8 @@
 #include <QAction>
 #include <QMenu>
 
+#include <algorithm>
+
 namespace {
 
 const UnifiedFormatInfo& formOf(const UnifiedRow& row, const QString& format)
