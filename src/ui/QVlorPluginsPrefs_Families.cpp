@@ -69,8 +69,9 @@ void QVlorPluginsPrefs::addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>&
 
 bool QVlorPluginsPrefs::actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen)
 {
+    // The VST3 manager keeps the families; the menu gives no null choice.
     QVlorVst3::Manager* m3 = vst3();
-    if (!m3 || !chosen)
+    if (!m3)
         return false;
     if (items.splitOff.contains(chosen)) {
         m3->splitForm(items.family.pairId, chosen->data().toString());
