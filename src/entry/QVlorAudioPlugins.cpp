@@ -334,7 +334,10 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
         return false;
     }
     for (const QVlorPluginPairs::Entry& e : s_vst3Manager->pairsEntriesCopy()) {
-        const bool holdsOwn = own == Vst2Token() ? e.vst2 == uniqueId : own == Vst3Token() ? e.vst3 == key : e.lv2 == key;
+        // A plugin without an identity (a VST2 id of 0) is in no family.
+        const bool holdsOwn = own == Vst2Token()   ? uniqueId != 0 && e.vst2 == uniqueId
+                              : own == Vst3Token() ? !key.isEmpty() && e.vst3 == key
+                                                   : !key.isEmpty() && e.lv2 == key;
         if (!holdsOwn)
             continue;
         // The other forms in the order of preference, the first with presets of the user's.
