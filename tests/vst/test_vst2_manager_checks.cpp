@@ -217,16 +217,19 @@ TEST_F(ManagerTest, ALongLivedManagerKeepsTheChoicesAnotherProcessSaved)
     ASSERT_TRUE(find(m, a).isEnabled() && find(m, b).isEnabled());
     const std::string vlorfx = "'" VLOR_BIN_DIR "/vlorfx' --data '" + dataDir() + "' ";
     const std::string fileB = b.toStdString();
+    // A command that fails leaves what it said for the test to show.
+    const std::string said = " '" + fileB + "' >/dev/null 2>'" + dataDir() + "/failed.txt' || exit 1\n";
+    std::string script;
+    // Twenty: each vlorfx is a whole start, seconds under a sanitizer on a busy machine.
+    for (int i = 0; i < 20; ++i)
+        script += vlorfx + (i % 2 == 0 ? "disable" : "enable") + said;
+    script += vlorfx + "disable" + said;
+    // Made before the fork: the child of a process with threads may only
+    // exec, as another thread may have held the allocator's lock (the
+    // sanitizer's allocator hung the child so).
     const pid_t other = fork();
     ASSERT_GE(other, 0);
     if (other == 0) {
-        // A command that fails leaves what it said for the test to show.
-        const std::string said = " '" + fileB + "' >/dev/null 2>'" + dataDir() + "/failed.txt' || exit 1\n";
-        std::string script;
-        // Twenty: each vlorfx is a whole start, seconds under a sanitizer on a busy machine.
-        for (int i = 0; i < 20; ++i)
-            script += vlorfx + (i % 2 == 0 ? "disable" : "enable") + said;
-        script += vlorfx + "disable" + said;
         execl("/bin/sh", "sh", "-c", script.c_str(), static_cast<char*>(nullptr));
         _exit(127);
     }
