@@ -233,6 +233,9 @@ TEST(Vst3HostProgram, DiesWithItsParent)
 {
     int pipefd[2];
     ASSERT_EQ(pipe(pipefd), 0);
+    // Made before the forks: a child of a process with threads may not allocate.
+    const std::string bundle = (kBundles + QStringLiteral("/vlor-vst3-hang-entry.vst3")).toStdString();
+    const std::string prog = kHost.toStdString();
     const pid_t middle = fork();
     ASSERT_GE(middle, 0);
     if (middle == 0) {
@@ -240,8 +243,6 @@ TEST(Vst3HostProgram, DiesWithItsParent)
         const pid_t host = fork();
         if (host == 0) {
             dup2(pipefd[1], STDOUT_FILENO);
-            const std::string bundle = (kBundles + QStringLiteral("/vlor-vst3-hang-entry.vst3")).toStdString();
-            const std::string prog = kHost.toStdString();
             execl(prog.c_str(), prog.c_str(), "--probe", bundle.c_str(), static_cast<char*>(nullptr));
             _exit(127);
         }
