@@ -8,6 +8,7 @@
 // before the plugin is loaded.
 #include "aeffect_p.h"
 #include "hostchild_p.h"
+#include "shmhost_p.h"
 #include "blsavetarget.h"
 #include "vlorvst_wire.h"
 #include "vsteffect_p.h"
@@ -61,7 +62,10 @@ int onPluginMessage(void*, _VstEffectMessage* message)
 {
     if (!message || message->type != VSTEFFECT_MESSAGE_RESIZE)
         return message ? 1 : -1;
-    // The editor wants another size: the library hears of it at once.
+    // The editor wants another size: the library hears of it at once, with
+    // the block when it asked during one.
+    if (vlorshm::BlockServer::PostEvent(message->type, message->width, message->height))
+        return 1;
     answer(Message(VLORVST_CDAT).i32(message->type).i32(message->width).i32(message->height));
     return 1;
 }
@@ -313,18 +317,41 @@ private:
     std::vector<float> m_in, m_out;
 };
 
+// The library's region for the audio from now on.
+Served attachShared(_VstEffectInstance* fx, vlorshm::BlockServer* server)
+{
+    int32_t pid = 0, fd = 0, samples = 0;
+    if (!readIn(&pid, 4) || !readIn(&fd, 4) || !readIn(&samples, 4))
+        return Served::End;
+    if (!server->attach(pid, fd, samples))
+        return outcome(fail());
+    return outcome(answer(ok().i32(fx->GetNumParams(fx))));
+}
+
 // Serves one instance until the library says "exit" (true) or the stream
 // breaks (false). A closed pipe is the library's end too.
 bool serve(_VstEffectInstance* fx)
 {
     AudioBlocks audio;
+    vlorshm::BlockServer blocks(
+        [fx](const float* in, float* out, int channels, int frames) {
+            return fx->ProcessAudio(fx, in, out, channels, frames) != 0;
+        },
+        [fx](int index, float value) { fx->SetParameter(fx, index, value); });
     for (;;) {
         int32_t tag = 0;
         if (!readIn(&tag, 4))
             return true;
+        blocks.applyChanges();
         if (tag == VLORVST_EXIT) {
+            blocks.stop();
             answer(ok());
             return true;
+        }
+        if (tag == VLORVST_SHM_ATTACH) {
+            if (attachShared(fx, &blocks) == Served::End)
+                return false;
+            continue;
         }
         Served served = tag == VLORVST_PROCESS ? audio.serve(fx) : serveParameters(fx, tag);
         for (auto group : {serveText, serveEditor, serveEngine})

@@ -12,6 +12,8 @@
 
 namespace vlorvst_remote {
 
+struct ShmLink;
+
 using vlorvst::Message;
 
 struct RemoteInstance {
@@ -24,6 +26,7 @@ struct RemoteInstance {
     // Where an "aud " is composed, so that a block goes out in one write.
     char* scratch;
     size_t scratchSize;
+    ShmLink* shm; // the shared region of "aud ", once the host mapped it
 };
 
 inline RemoteInstance* remote(_VstEffectInstance* i) { return reinterpret_cast<RemoteInstance*>(i); }
@@ -47,6 +50,15 @@ bool requestAnswered(RemoteInstance* r, const Message& m, bool* ok);
 bool orResync(RemoteInstance* r, bool ok);
 int intQuery(_VstEffectInstance* i, int32_t tag);
 int plainCommand(_VstEffectInstance* i, const Message& m);
+
+// The shared region: made and named to the host after an activation (false
+// leaves the pipe), one block through it (-1: it cannot take this one, the
+// pipe must), and its end.
+bool shmAttach(RemoteInstance* r, int blockSize, int sampleRate);
+int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int frames);
+void shmLeave(RemoteInstance* r);
+bool shmQueueParameter(RemoteInstance* r, int index, float value);
+void shmFree(RemoteInstance* r);
 
 // The queries and commands of parameters and programs.
 int rCheck(_VstEffectInstance* i);

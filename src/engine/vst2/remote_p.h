@@ -56,6 +56,13 @@ int VLORVST_MutexLock(pthread_mutex_t* m);
 int VLORVST_MutexUnlock(pthread_mutex_t* m);
 int VLORVST_MutexDestroy(pthread_mutex_t* m);
 
+/* Whether activated instances move their audio through a shared region
+ * (the default) or through the pipe, as every instance made before did. */
+void vlorvstSetSharedAudio(int on);
+int vlorvstGetSharedAudio(void);
+/* 1 while the instance's blocks go through its shared region. */
+int vlorvstUsesSharedAudio(_VstEffectInstance* effect);
+
 /* The pipe handle of a remote instance, or null: for tests that play the
  * part of a misbehaving host. */
 void* vlorvstGetIO(_VstEffectInstance* effect);

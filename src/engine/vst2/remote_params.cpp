@@ -52,6 +52,12 @@ int rGetParameters(_VstEffectInstance* i, float* out, int count)
 
 int rSetParameter(_VstEffectInstance* i, int index, float value)
 {
+    RemoteInstance* r = remote(i);
+    if (r && r->io) {
+        Locked l(r);
+        if (shmQueueParameter(r, index, value))
+            return 1;
+    }
     return plainCommand(i, Message(VLORVST_SET_PARAM).i32(index).f32(value));
 }
 

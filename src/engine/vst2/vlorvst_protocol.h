@@ -48,6 +48,12 @@ enum {
     VLORVST_STOP = VLORVST_TAG('s', 'p', 'e', 'g'),           /*                  |             */
     VLORVST_DEACTIVATE = VLORVST_TAG('d', 't', 'e', 'g'),     /*                  |             */
     VLORVST_EXIT = VLORVST_TAG('e', 'x', 'i', 't'),           /*                  | then the host ends */
+
+    /* The audio of "aud " through a shared region (shmaudio_p.h) from then
+     * on: the library's process id and the region's descriptor in it, and
+     * the samples each way it holds. The host has mapped it and written its
+     * own process id into it when it answers OK; "aud " still works. */
+    VLORVST_SHM_ATTACH = VLORVST_TAG('s', 'h', 'm', 'a'),     /* int32 pid, int32 fd, int32 samples |  */
 };
 
 /* Exit statuses of the host program. "--true" and "--false" give two that

@@ -1,0 +1,220 @@
+// What running a plugin in the host program adds to a block, against the
+// physical floor of a two-process design.
+//  1. The wake-up: a bare ping-pong through a shared region with the
+//     doorbell, sleeping at once and with the bounded spin, back to back
+//     and paced at the block's own time (as playback calls).
+//  2. Per block at 64, 256, 1024 and 4096 frames, stereo, interleaved in
+//     one run: the floor (the same bytes, the same doorbell, the host
+//     program's block server copying input to output), the plugin in this
+//     process, in the host through the pipe, and through the shared region.
+//     Median and 99th percentile, and what the remote path adds to the
+//     plugin run in process against the floor.
+//
+//   build/bin/bench_remote_audio [--rounds N]
+#include "aeffect_p.h"
+#include "audiovst.h"
+#include "audiovst_testing.h"
+#include "remote_p.h"
+#include "shmhost_p.h"
+#include "vsteffect_p.h"
+
+#include "libbase.h"
+
+#include "bench_common.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace bench;
+
+namespace {
+
+constexpr int kRate = 44100;
+constexpr int kChannels = 2;
+
+struct Stats {
+    double median, p99;
+};
+
+Stats stats(std::vector<double> v)
+{
+    std::sort(v.begin(), v.end());
+    return {v[v.size() / 2], v[std::min(v.size() - 1, v.size() * 99 / 100)]};
+}
+
+// The floor: a child that serves the region with a copy, as the host
+// program's block server does with a plugin.
+class Floor {
+public:
+    Floor(int frames, vlorshm::Spin spin, vlorshm::Spin hostSpin = vlorshm::Spin(vlorshm::kHostSpinNs))
+        : m_spin(spin)
+    {
+        const int samples = frames * kChannels;
+        if (!m_region.create(samples))
+            std::exit(1);
+        const int fd = m_region.fd(), parent = int(getpid());
+        m_child = fork();
+        if (m_child == 0) {
+            vlorshm::BlockServer server(
+                [](const float* in, float* out, int channels, int n) {
+                    std::memcpy(out, in, size_t(channels) * size_t(n) * sizeof(float));
+                    return true;
+                },
+                [](int, float) {}, hostSpin);
+            if (!server.attach(parent, fd, samples))
+                _exit(1);
+            pause();
+            _exit(0);
+        }
+        while (!m_region.header()->hostPid.load())
+            usleep(100);
+    }
+    ~Floor()
+    {
+        kill(m_child, SIGKILL);
+        waitpid(m_child, nullptr, 0);
+    }
+    void block(const float* in, float* out, int samples)
+    {
+        vlorshm::Header* h = m_region.header();
+        h->channels = kChannels;
+        h->frames = samples / kChannels;
+        std::memcpy(vlorshm::InputOf(h), in, size_t(samples) * sizeof(float));
+        const long spin = m_spin.forGap(vlorshm::NowNs() - m_answeredAt);
+        h->spin.store(spin > 0 ? 1 : 0);
+        vlorshm::Ring(&h->request, ++m_seq);
+        vlorshm::WaitFor(&h->reply, vlorshm::Until{m_seq, false}, spin, 100, -1, [] { return true; });
+        m_answeredAt = vlorshm::NowNs();
+        std::memcpy(out, vlorshm::OutputOf(h), size_t(samples) * sizeof(float));
+    }
+
+private:
+    vlorshm::Region m_region;
+    vlorshm::Spin m_spin;
+    pid_t m_child = 0;
+    uint32_t m_seq = 0;
+    long long m_answeredAt = 0;
+};
+
+_VstEffectInstance* remote(const std::string& host, const std::string& plugin, int frames, bool shared)
+{
+    vlorvstSetSharedAudio(shared ? 1 : 0);
+    _VstEffectInstance* fx =
+        vlorvstCreateRemoteEffect(nullptr, nullptr, "\"%s\" --fxinstance \"%s\" --id 0", host.c_str(), plugin.c_str());
+    if (!fx || !fx->Check(fx) || !fx->ActivateEngine(fx, frames, kRate) || !fx->StartEngine(fx) ||
+        vlorvstUsesSharedAudio(fx) != (shared ? 1 : 0)) {
+        std::fprintf(stderr, "the host did not come up as asked\n");
+        std::exit(1);
+    }
+    return fx;
+}
+
+_VstEffectInstance* inProcess(_VSTEFFECT* record, int frames)
+{
+    _VstEffectInstance* fx = aeffectCreateEffect(nullptr, nullptr, record->entryPoint, 0);
+    if (!fx || !fx->ActivateEngine(fx, frames, kRate) || !fx->StartEngine(fx)) {
+        std::fprintf(stderr, "the plugin did not open in process\n");
+        std::exit(1);
+    }
+    return fx;
+}
+
+void close(_VstEffectInstance* fx)
+{
+    fx->StopEngine(fx);
+    fx->DeactivateEngine(fx);
+    if (!fx->Destroy(fx))
+        fx->Terminate(fx);
+}
+
+template <typename Block> double timeBlock(Block&& block, long paceNs)
+{
+    if (paceNs > 0) {
+        const long long until = vlorshm::NowNs() + paceNs;
+        while (vlorshm::NowNs() < until)
+            std::this_thread::sleep_for(std::chrono::nanoseconds(until - vlorshm::NowNs()));
+    }
+    const auto t0 = Clock::now();
+    block();
+    return micros(Clock::now() - t0);
+}
+
+void wakeUps(int rounds)
+{
+    std::printf("Wake-up on another core: bare ping-pong of 64 stereo frames (microseconds)\n");
+    std::printf("%-38s %-20s %10s %10s\n", "both sides", "blocks", "median", "p99");
+    std::vector<float> in(64 * kChannels, 0.5f), out(in.size());
+    const long budget = vlorshm::SpinBudgetNs(64, kRate);
+    const struct {
+        const char* name;
+        vlorshm::Spin::Policy policy;
+    } policies[] = {{"sleep at once", vlorshm::Spin::Never},
+                    {"spin, then sleep", vlorshm::Spin::Always},
+                    {"spin while blocks come back to back", vlorshm::Spin::BackToBack}};
+    for (const auto& p : policies) {
+        for (long pace : {0L, 64L * 1000000000L / kRate}) {
+            Floor floor(64, vlorshm::Spin(budget, p.policy), vlorshm::Spin(vlorshm::kHostSpinNs, p.policy));
+            std::vector<double> t;
+            for (int r = 0; r < rounds; ++r)
+                t.push_back(timeBlock([&] { floor.block(in.data(), out.data(), int(in.size())); }, pace));
+            const Stats s = stats(t);
+            std::printf("%-38s %-20s %10.1f %10.1f\n", p.name, pace ? "at the block's pace" : "back to back",
+                        s.median, s.p99);
+        }
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    int rounds = 5000;
+    for (int i = 1; i < argc; ++i)
+        if (!std::strcmp(argv[i], "--rounds") && i + 1 < argc)
+            rounds = std::atoi(argv[++i]);
+    const std::string bin = binDir();
+    const std::string host = bin + "/vlorvst";
+    const std::string plugin = bin + "/../fixtures/vst/vlor-fixture-stereo.so";
+    BLDEBUG_SetStderrEnabled(0);
+    AUDIOVST_Initialize();
+    _RegisterRemoteIOCallbacks();
+    _VSTEFFECT* record = _CreateEffectRecord(plugin.c_str(), 0);
+    if (!record || !AUDIOVST_LoadPlugin(record))
+        return 1;
+
+    wakeUps(rounds / 2);
+
+    std::printf("\nPer block, stereo, %d blocks each, interleaved (microseconds; added = remote - in process)\n", rounds);
+    std::printf("%6s | %15s | %15s | %15s | %15s | %17s | %17s\n", "frames", "floor med/p99", "in process",
+                "pipe", "shared region", "pipe added/floor", "shared added/floor");
+    for (int frames : {64, 256, 1024, 4096}) {
+        Floor floor(frames, vlorshm::Spin(vlorshm::SpinBudgetNs(frames, kRate)));
+        _VstEffectInstance* local = inProcess(record, frames);
+        _VstEffectInstance* pipe = remote(host, plugin, frames, false);
+        _VstEffectInstance* shared = remote(host, plugin, frames, true);
+        std::vector<float> in(size_t(frames) * kChannels, 0.25f), out(in.size());
+        std::vector<double> tf, tl, tp, ts;
+        for (int r = 0; r < rounds; ++r) {
+            tf.push_back(timeBlock([&] { floor.block(in.data(), out.data(), int(in.size())); }, 0));
+            tl.push_back(timeBlock([&] { local->ProcessAudio(local, in.data(), out.data(), kChannels, frames); }, 0));
+            tp.push_back(timeBlock([&] { pipe->ProcessAudio(pipe, in.data(), out.data(), kChannels, frames); }, 0));
+            ts.push_back(timeBlock([&] { shared->ProcessAudio(shared, in.data(), out.data(), kChannels, frames); }, 0));
+        }
+        const Stats f = stats(tf), l = stats(tl), p = stats(tp), s = stats(ts);
+        std::printf("%6d | %6.1f / %6.1f | %6.1f / %6.1f | %6.1f / %6.1f | %6.1f / %6.1f | %7.2fx / %6.2fx | %7.2fx / %6.2fx\n",
+                    frames, f.median, f.p99, l.median, l.p99, p.median, p.p99, s.median, s.p99,
+                    (p.median - l.median) / f.median, (p.p99 - l.p99) / f.p99, (s.median - l.median) / f.median,
+                    (s.p99 - l.p99) / f.p99);
+        close(local);
+        close(pipe);
+        close(shared);
+    }
+    return 0;
+}
