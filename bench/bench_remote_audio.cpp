@@ -201,11 +201,24 @@ int main(int argc, char** argv)
         _VstEffectInstance* shared = remote(host, plugin, frames, true);
         std::vector<float> in(size_t(frames) * kChannels, 0.25f), out(in.size());
         std::vector<double> tf, tl, tp, ts;
+        // Each path in turn, the first one moving on every round: what ran
+        // just before (a pipe's copies, a core left idle) falls on all alike.
         for (int r = 0; r < rounds; ++r) {
-            tf.push_back(timeBlock([&] { floor.block(in.data(), out.data(), int(in.size())); }, 0));
-            tl.push_back(timeBlock([&] { local->ProcessAudio(local, in.data(), out.data(), kChannels, frames); }, 0));
-            tp.push_back(timeBlock([&] { pipe->ProcessAudio(pipe, in.data(), out.data(), kChannels, frames); }, 0));
-            ts.push_back(timeBlock([&] { shared->ProcessAudio(shared, in.data(), out.data(), kChannels, frames); }, 0));
+            for (int k = 0; k < 4; ++k) {
+                switch ((r + k) % 4) {
+                case 0:
+                    tf.push_back(timeBlock([&] { floor.block(in.data(), out.data(), int(in.size())); }, 0));
+                    break;
+                case 1:
+                    tl.push_back(timeBlock([&] { local->ProcessAudio(local, in.data(), out.data(), kChannels, frames); }, 0));
+                    break;
+                case 2:
+                    tp.push_back(timeBlock([&] { pipe->ProcessAudio(pipe, in.data(), out.data(), kChannels, frames); }, 0));
+                    break;
+                default:
+                    ts.push_back(timeBlock([&] { shared->ProcessAudio(shared, in.data(), out.data(), kChannels, frames); }, 0));
+                }
+            }
         }
         const Stats f = stats(tf), l = stats(tl), p = stats(tp), s = stats(ts);
         std::printf("%6d | %6.1f / %6.1f | %6.1f / %6.1f | %6.1f / %6.1f | %6.1f / %6.1f | %7.2fx / %6.2fx | %7.2fx / %6.2fx\n",

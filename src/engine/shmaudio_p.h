@@ -9,6 +9,7 @@
 // nor shrink it, so a mapping never faults) and names it to the host by its
 // own process id and descriptor number; the host opens it through /proc.
 #include <atomic>
+#include <sched.h>
 #include <cstddef>
 #include <cstdint>
 
@@ -115,16 +116,17 @@ template <typename Alive>
 Wait WaitFor(Doorbell* bell, Until until, long spinNs, int sliceMs, int timeoutMs, Alive&& alive);
 
 // The longest spin, in nanoseconds, for a block of frames at rate: a
-// fraction of the block's time, never above what a wake-up costs here.
+// small share of the block's time.
 long SpinBudgetNs(int frames, int sampleRate);
 
-// Whether a wait spins first. Spinning pays only when the other side
-// answers within the spin: blocks back to back, as in a render. In playback
-// the answer comes after a wake-up or a block's time, and a spinning waiter
-// only holds a core the woken side may need (on two cores it tripled the
-// round trip). Only the library can tell the two apart without a wake-up in
-// the figure: the time its caller took between two blocks. It spins while
-// that was shorter than the spin, and asks the host to do the same.
+// Whether a wait spins first. Spinning pays when the other side answers
+// within the spin: blocks back to back, as in a render (a round trip of half
+// a microsecond against 15 for two wake-ups), or a plugin's work on a large
+// block. Between blocks of playback a spinning host would only burn a core,
+// and a library that always spun tripled the paced round trip on two cores.
+// Only the library can tell the cases apart without a wake-up in the figure:
+// the time its caller took since the last answer. It spins while that was
+// shorter than the spin, and asks the host to do the same.
 class Spin {
 public:
     enum Policy { Never, Always, BackToBack };
@@ -163,6 +165,7 @@ void FutexWake(std::atomic<uint32_t>* word);
 // Sleeps while word holds value, at most timeoutMs; false on a timeout.
 bool FutexWait(std::atomic<uint32_t>* word, uint32_t value, int timeoutMs);
 long long NowNs();
+constexpr long kPauseSpinNs = 5000;
 
 inline void CpuRelax()
 {
@@ -178,9 +181,15 @@ Wait WaitFor(Doorbell* bell, Until until, long spinNs, int sliceMs, int timeoutM
 {
     const long long start = NowNs();
     while (!until.met(bell->seq.load(std::memory_order_acquire))) {
-        if (NowNs() - start >= spinNs)
+        const long long spun = NowNs() - start;
+        if (spun >= spinNs)
             break;
-        CpuRelax();
+        // Past a wake-up's worth, the spin yields: the side it waits for
+        // may have been woken onto this very core.
+        if (spun < kPauseSpinNs)
+            CpuRelax();
+        else
+            sched_yield();
     }
     for (;;) {
         if (until.met(bell->seq.load(std::memory_order_acquire)))

@@ -22,6 +22,9 @@ public:
     _VSTEFFECT* effect = nullptr;
     _VSTINSTANCE* instance = nullptr; // the config instance: what the dialog shows and sets
     bool toldNonFinite = false;
+    // A block failed: the host program is gone or stuck. The effect is not
+    // asked again, so that a dead host costs the track nothing more.
+    bool dead = false;
     // When the plugin has fewer inputs or outputs than the track has
     // channels: one more instance a channel beyond the first, following the
     // config instance's parameters.
@@ -128,6 +131,7 @@ bool MixerEffect::powerOn(int blockSize)
     d->instance = AUDIOVST_CreateConfigInstance(d->effect);
     if (!d->instance)
         return false;
+    d->dead = false;
     if (AUDIOVST_ActivateEngine(d->instance, blockSize, sampleRate()) && AUDIOVST_StartEngine(d->instance) &&
         d->openMore(plan.instances - 1, blockSize, sampleRate()))
         return true;
@@ -153,6 +157,8 @@ bool MixerEffect::powerOff()
 
 int MixerEffect::process(float* input, float* output, int, int frames)
 {
+    if (d->dead || !d->instance)
+        return 0;
     const int channels = int(numChannels());
     bool processed;
     if (d->more.empty()) {
@@ -164,8 +170,12 @@ int MixerEffect::process(float* input, float* output, int, int frames)
             return AUDIOVST_ProcessSamples(i, mono, monoOut, 1, n) != 0;
         });
     }
-    if (!processed)
+    if (!processed) {
+        d->dead = true;
+        qWarning().noquote() << name() << "stopped answering; the track plays on without it";
+        emit died();
         return 0;
+    }
     SilenceNonFiniteBlock(output, frames * int(numChannels()), name(), &d->toldNonFinite);
     return frames;
 }

@@ -68,6 +68,11 @@ public:
     QPair<QString, QString> program(int index) const;
     void setProgram(const QString& name, const QString& config);
 
+signals:
+    // Once, from the audio thread, when a block failed: from then on the
+    // effect gives nothing and the mixer plays the track without it.
+    void died();
+
 private:
     class Data;
     Data* d;

@@ -3,6 +3,7 @@
 //   fake_vlorvst silent   reads commands and never answers
 //   fake_vlorvst wrong    answers "get " with OK and a vector of the wrong size
 //   fake_vlorvst stale    answers every command twice
+// None of them maps a shared region: "shma" fails, the audio stays on the pipe.
 #include "vlorvst_wire.h"
 
 #include <string>
@@ -38,6 +39,8 @@ size_t payloadSize(int32_t tag)
     case VLORVST_EDITOR_OPEN:
     case VLORVST_EDITOR_CLOSE:
         return 8;
+    case VLORVST_SHM_ATTACH:
+        return 12;
     default:
         return 0;
     }
@@ -65,6 +68,10 @@ int main(int argc, char** argv)
             if (!readAll(&samples[0], samples.size()))
                 return 0;
             put(Message(VLORVST_OK).vec(reinterpret_cast<const float*>(samples.data()), head[2]));
+            continue;
+        }
+        if (tag == VLORVST_SHM_ATTACH) {
+            put(Message(VLORVST_FAIL));
             continue;
         }
         if (mode == "wrong" && tag == VLORVST_GET_PARAMS) {

@@ -56,9 +56,11 @@ int VLORVST_MutexLock(pthread_mutex_t* m);
 int VLORVST_MutexUnlock(pthread_mutex_t* m);
 int VLORVST_MutexDestroy(pthread_mutex_t* m);
 
-/* Whether activated instances move their audio through a shared region
- * (the default) or through the pipe, as every instance made before did. */
-void vlorvstSetSharedAudio(int on);
+/* Whether instances activated from now on move their audio through a shared
+ * region or through the pipe: 1 and 0 decide, -1 (the default) leaves it to
+ * the setting "vloraudio.plugins.remote_audio" ("shared_memory", the
+ * default, or "pipe"). The getter gives what an activation would use. */
+void vlorvstSetSharedAudio(int mode);
 int vlorvstGetSharedAudio(void);
 /* 1 while the instance's blocks go through its shared region. */
 int vlorvstUsesSharedAudio(_VstEffectInstance* effect);

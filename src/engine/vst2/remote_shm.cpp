@@ -5,6 +5,8 @@
 
 #include "../shmaudio_p.h"
 
+#include "blsettings.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
@@ -14,7 +16,19 @@ namespace vlorvst_remote {
 
 namespace {
 
-std::atomic<int> g_sharedAudio{1};
+// 1 shared, 0 the pipe, -1 as the user's setting says.
+std::atomic<int> g_sharedAudio{-1};
+constexpr const char* kSettingKey = "vloraudio.plugins.remote_audio";
+
+bool sharedAudioWanted()
+{
+    const int forced = g_sharedAudio.load();
+    if (forced >= 0)
+        return forced == 1;
+    char value[32] = {};
+    BLSETTINGS_GetStringEx(nullptr, value, int(sizeof(value)), "%s=[shared_memory]", kSettingKey);
+    return std::strcmp(value, "pipe") != 0;
+}
 
 // A block's answer may take the plugin's whole processing time: the doorbell
 // is given as long as the pipe's read, and the host's life is looked at
@@ -38,7 +52,7 @@ struct ShmLink {
 
 bool shmAttach(RemoteInstance* r, int blockSize, int sampleRate)
 {
-    if (!g_sharedAudio.load() || blockSize <= 0)
+    if (blockSize <= 0 || !sharedAudioWanted())
         return false;
     const int samples = std::min(vlorshm::kMaxSamples, std::max(blockSize, 64) * kRegionChannels);
     if (r->shm && !r->shm->broken && r->shm->region.header()->maxSamples >= samples) {
@@ -140,8 +154,8 @@ bool shmQueueParameter(RemoteInstance* r, int index, float value)
 
 } // namespace vlorvst_remote
 
-extern "C" void vlorvstSetSharedAudio(int on) { vlorvst_remote::g_sharedAudio.store(on ? 1 : 0); }
-extern "C" int vlorvstGetSharedAudio(void) { return vlorvst_remote::g_sharedAudio.load(); }
+extern "C" void vlorvstSetSharedAudio(int mode) { vlorvst_remote::g_sharedAudio.store(mode < 0 ? -1 : mode ? 1 : 0); }
+extern "C" int vlorvstGetSharedAudio(void) { return vlorvst_remote::sharedAudioWanted() ? 1 : 0; }
 
 extern "C" int vlorvstUsesSharedAudio(_VstEffectInstance* effect)
 {
