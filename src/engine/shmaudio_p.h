@@ -19,6 +19,8 @@ constexpr uint32_t kMagic = 0x4d485356; // "VSHM"
 constexpr uint32_t kVersion = 1;
 constexpr int kMaxParamChanges = 128;
 constexpr int kMaxEvents = 16;
+// The most instances of one group a block may run through after the first.
+constexpr int kMaxChain = 15;
 // The most samples each way one region carries: 8 channels of 16384 frames.
 constexpr int kMaxSamples = 8 * 16384;
 
@@ -48,6 +50,7 @@ struct alignas(64) Header {
     std::atomic<int32_t> hostPid; // written by the host once it mapped the region
     std::atomic<int32_t> quit;    // the library leaves: the host's audio thread ends
     std::atomic<int32_t> spin;    // the library's blocks come back to back: spin for the next
+    std::atomic<int32_t> inCall;  // the host is inside this instance's plugin: the one to blame
     Doorbell request;             // library to host: a block is ready
     Doorbell reply;               // host to library: the block is done
     // The block: filled by the library before it rings.
@@ -55,6 +58,10 @@ struct alignas(64) Header {
     int32_t frames;
     int32_t numChanges;
     ParamChange changes[kMaxParamChanges];
+    // The places in the host's group of the instances the output goes
+    // through next, in order, in the same round trip.
+    int32_t chainLength;
+    int32_t chain[kMaxChain];
     // The answer: filled by the host before it rings.
     int32_t status;
     int32_t numEvents;

@@ -65,6 +65,28 @@ bool BlockServer::PostEvent(int type, int width, int height)
     return true;
 }
 
+bool BlockServer::runOwn(const float* in, float* out, int channels, int frames)
+{
+    Header* h = m_region.header();
+    Header* outer = t_block;
+    t_block = h;
+    h->inCall.store(1);
+    const bool ok = m_process(in, out, channels, frames);
+    h->inCall.store(0);
+    t_block = outer;
+    return ok;
+}
+
+bool BlockServer::processInPlace(float* samples, int channels, int frames)
+{
+    Header* h = m_region.header();
+    if (!h)
+        return m_process(samples, samples, channels, frames);
+    applyChanges();
+    h->numEvents = 0;
+    return runOwn(samples, samples, channels, frames);
+}
+
 void BlockServer::run(uint32_t seq)
 {
     Header* h = m_region.header();
@@ -78,14 +100,14 @@ void BlockServer::run(uint32_t seq)
         seq = h->request.seq.load(std::memory_order_acquire);
         applyChanges();
         // Read once: the numbers the library wrote are checked before use.
-        const int channels = h->channels, frames = h->frames;
-        bool ok = channels > 0 && frames >= 0 && (long long)channels * frames <= h->maxSamples;
-        if (ok) {
-            t_block = h;
-            h->numEvents = 0;
-            ok = m_process(InputOf(h), OutputOf(h), channels, frames);
-            t_block = nullptr;
-        }
+        const int channels = h->channels, frames = h->frames, chainLength = h->chainLength;
+        bool ok = channels > 0 && frames >= 0 && (long long)channels * frames <= h->maxSamples &&
+                  chainLength >= 0 && chainLength <= kMaxChain && (chainLength == 0 || m_chained);
+        h->numEvents = 0;
+        if (ok)
+            ok = runOwn(InputOf(h), OutputOf(h), channels, frames);
+        for (int k = 0; ok && k < chainLength; ++k)
+            ok = m_chained(h->chain[k], OutputOf(h), channels, frames);
         h->status = ok ? kDone : kFailed;
         Ring(&h->reply, seq);
     }

@@ -40,11 +40,22 @@ public:
     // outside a block of this thread, for the pipe to carry it.
     static bool PostEvent(int type, int width, int height);
 
+    // The rest of a chain: the output of the block through the instance at
+    // each place the library named, in order, on this thread. Without one,
+    // a chain fails.
+    using Chained = std::function<bool(int place, float* samples, int channels, int frames)>;
+    void setChained(Chained chained) { m_chained = std::move(chained); }
+    // This instance's part of another's chain, in place: its waiting
+    // parameter changes first, its events and blame in its own region.
+    bool processInPlace(float* samples, int channels, int frames);
+
 private:
+    bool runOwn(const float* in, float* out, int channels, int frames);
     void run(uint32_t seq);
 
     Process m_process;
     SetParameter m_setParameter;
+    Chained m_chained;
     Spin m_spin;
     Region m_region;
     std::thread m_thread;

@@ -156,6 +156,17 @@ AUDIOVST_EXPORT int AUDIOVST_StartEngine(_VSTINSTANCE* instance);
 AUDIOVST_EXPORT int AUDIOVST_StopEngine(_VSTINSTANCE* instance);
 AUDIOVST_EXPORT int AUDIOVST_ProcessSamples(_VSTINSTANCE* instance, const float* in, float* out, int channels,
                                             int frames);
+/* A block through instances in order, out the last one's output: those that
+ * share a host program (the setting "vloraudio.plugins.host_groups") in one
+ * round trip. 1 on success. */
+AUDIOVST_EXPORT int AUDIOVST_ProcessChain(_VSTINSTANCE** instances, int count, const float* in, float* out,
+                                          int channels, int frames);
+/* Whether two instances run in one host program. */
+AUDIOVST_EXPORT int AUDIOVST_SameHostProgram(_VSTINSTANCE* a, _VSTINSTANCE* b);
+/* After an instance's host program ended: 1 when its own plugin was in the
+ * call in flight, 0 when another plugin in that program was; -1 while the
+ * host runs, or for an instance in this process. */
+AUDIOVST_EXPORT int AUDIOVST_GetCrashBlame(_VSTINSTANCE* instance);
 AUDIOVST_EXPORT int AUDIOVST_EditorGetSize(_VSTINSTANCE* instance, int* width, int* height);
 AUDIOVST_EXPORT int AUDIOVST_EditorOpen(_VSTINSTANCE* instance, void* window);
 AUDIOVST_EXPORT int AUDIOVST_EditorIdle(_VSTINSTANCE* instance);

@@ -57,11 +57,8 @@ bool send(void* io, const Message& m) { return writeAll(io, m.data(), int(m.size
 // Drains late events, sends, and waits for the answer; true on "OK  ".
 bool request(RemoteInstance* r, const Message& m)
 {
-    vlorvstCheckCommand(&r->ops, nullptr);
-    if (!send(r->io, m))
-        return false;
-    int32_t reply = 0;
-    return vlorvstCheckCommand(&r->ops, &reply) && reply == VLORVST_OK;
+    bool ok = false;
+    return requestAnswered(r, m, &ok) && ok;
 }
 
 // Like request, for commands whose state changes on any answer.
@@ -69,10 +66,10 @@ bool requestAnswered(RemoteInstance* r, const Message& m, bool* ok)
 {
     vlorvstCheckCommand(&r->ops, nullptr);
     *ok = false;
-    if (!send(r->io, m))
-        return false;
     int32_t reply = 0;
-    if (!vlorvstCheckCommand(&r->ops, &reply))
+    const bool got = sendTo(r, m) && vlorvstCheckCommand(&r->ops, &reply);
+    answered(r, got);
+    if (!got)
         return false;
     *ok = reply == VLORVST_OK;
     return true;
@@ -262,8 +259,9 @@ int rProcessAudio(_VstEffectInstance* i, const float* in, float* out, int channe
 
     vlorvstCheckCommand(&r->ops, nullptr);
     int32_t reply = 0;
-    const bool ok = writeAll(r->io, r->scratch, int(need)) && vlorvstCheckCommand(&r->ops, &reply) &&
-                    reply == VLORVST_OK && orResync(r, vlorvstRecvFloatVector(r->io, out, int(samples)));
+    const bool got = sendPrefix(r) && writeAll(r->io, r->scratch, int(need)) && vlorvstCheckCommand(&r->ops, &reply);
+    answered(r, got);
+    const bool ok = got && reply == VLORVST_OK && orResync(r, vlorvstRecvFloatVector(r->io, out, int(samples)));
     std::free(zero);
     return ok ? 1 : 0;
 }
@@ -449,15 +447,19 @@ extern "C" int vlorvstCheckCommand(_VstEffectInstance* effect, int32_t* tag)
         // stale answer and the stream is out of step.
         int32_t seen = 0;
         while (vlorvstPeekCommand(r->io, &seen)) {
-            if (seen != VLORVST_CDAT || !_ProcessEvent(r))
+            const bool handled = seen == VLORVST_CDAT ? _ProcessEvent(r) != 0
+                                 : seen == VLORVST_GROUP_EVENT && r->group ? routeGroupEvent(r)
+                                                                           : false;
+            if (!handled)
                 return 0;
         }
         return 1;
     }
     if (!vlorvstRecvCommand(r->io, tag))
         return 0;
-    while (*tag == VLORVST_CDAT) {
-        if (!_ProcessEvent(r) || !vlorvstRecvCommand(r->io, tag))
+    while (*tag == VLORVST_CDAT || (*tag == VLORVST_GROUP_EVENT && r->group)) {
+        const bool handled = *tag == VLORVST_CDAT ? _ProcessEvent(r) != 0 : routeGroupEvent(r);
+        if (!handled || !vlorvstRecvCommand(r->io, tag))
             return 0;
     }
     return 1;
@@ -491,6 +493,7 @@ extern "C" _VstEffectInstance* vlorvstCreateRemoteEffect(VstHostCallbackProc hos
     r->ops.hostData = hostData;
     r->io = io;
     r->lock = VLORVST_MutexInit();
+    r->crash = kCrashNone;
     fillOps(&r->ops);
     // Nothing is sent yet: the caller's Check is the first exchange.
     return &r->ops;
@@ -511,7 +514,10 @@ extern "C" int vlorvstDestroyRemoteEffect(_VstEffectInstance* effect)
     VLORVST_MutexUnlock(r->lock);
     if (!ok)
         return 0; // the caller's Terminate is what remains
-    vlorvstCloseIO(r->io);
+    if (r->group)
+        leaveGroup(r, false);
+    else
+        vlorvstCloseIO(r->io);
     freeRemote(r);
     return 1;
 }
@@ -521,7 +527,11 @@ extern "C" int vlorvstTerminateRemoteEffect(_VstEffectInstance* effect)
     RemoteInstance* r = remote(effect);
     if (!r)
         return 0;
-    vlorvsTerminateIO(r->io);
+    // A member leaves its group's host to the others; the last one ends it.
+    if (r->group)
+        leaveGroup(r, true);
+    else
+        vlorvsTerminateIO(r->io);
     freeRemote(r);
     return 1;
 }

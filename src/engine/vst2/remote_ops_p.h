@@ -13,6 +13,11 @@
 namespace vlorvst_remote {
 
 struct ShmLink;
+struct Group;
+
+// What a member of a group learnt of its host's end: nothing yet, another
+// member's plugin was in flight, or its own was.
+enum { kCrashNone = -1, kCrashOther = 0, kCrashBlamed = 1 };
 
 using vlorvst::Message;
 
@@ -27,6 +32,9 @@ struct RemoteInstance {
     char* scratch;
     size_t scratchSize;
     ShmLink* shm; // the shared region of "aud ", once the host mapped it
+    Group* group; // the host program shared with other instances, or null
+    int32_t place; // in the group's host
+    int32_t crash; // kCrash*, once the host is gone
 };
 
 inline RemoteInstance* remote(_VstEffectInstance* i) { return reinterpret_cast<RemoteInstance*>(i); }
@@ -41,6 +49,8 @@ private:
 };
 
 bool send(void* io, const Message& m);
+void fillOps(_VstEffectInstance* ops);
+void freeRemote(RemoteInstance* r);
 bool readAll(void* io, void* data, int size);
 // Drains late events, sends, and waits for the answer; true on "OK  ".
 bool request(RemoteInstance* r, const Message& m);
@@ -58,6 +68,20 @@ bool shmAttach(RemoteInstance* r, int blockSize, int sampleRate);
 int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int frames);
 void shmLeave(RemoteInstance* r);
 bool shmQueueParameter(RemoteInstance* r, int index, float value);
+// Whether the host is inside this instance's plugin in a block.
+bool shmInCall(RemoteInstance* r);
+
+// Groups: a command goes to its member (the selection ahead of it), the
+// outcome of an exchange on the pipe or of a block tells whether the host
+// is gone, a GDAT event goes to its member.
+bool sendPrefix(RemoteInstance* r);
+bool sendTo(RemoteInstance* r, const Message& m);
+void answered(RemoteInstance* r, bool gotAnswer);
+void blockFailed(RemoteInstance* r);
+bool routeGroupEvent(RemoteInstance* r);
+void leaveGroup(RemoteInstance* r, bool terminate);
+bool sameGroup(RemoteInstance* a, RemoteInstance* b);
+int groupSize(RemoteInstance* r);
 void shmFree(RemoteInstance* r);
 
 // The queries and commands of parameters and programs.

@@ -64,6 +64,26 @@ void vlorvstSetSharedAudio(int mode);
 int vlorvstGetSharedAudio(void);
 /* 1 while the instance's blocks go through its shared region. */
 int vlorvstUsesSharedAudio(_VstEffectInstance* effect);
+/* The round trips its region has carried: for tests and benchmarks. */
+int vlorvstBlocksShared(_VstEffectInstance* effect);
+
+/* An instance in the host program of a group: the one started with
+ * "--group" for groupKey (a maker's name, or one for all), started when no
+ * live one has that key. Null when the plugin does not open there. The
+ * first Check is the caller's, as for vlorvstCreateRemoteEffect. */
+_VstEffectInstance* vlorvstCreateGroupEffect(const char* groupKey, const char* host, VstHostCallbackProc hostCallback,
+                                             void* hostData, const char* file, int id);
+/* After the host was seen gone: 1 when this instance's plugin was in the
+ * call in flight, 0 when another plugin of its group was, -1 before. */
+int vlorvstCrashBlame(_VstEffectInstance* effect);
+/* The instances that share this one's host program, itself included. */
+int vlorvstGroupSize(_VstEffectInstance* effect);
+int vlorvstSameGroup(_VstEffectInstance* a, _VstEffectInstance* b);
+/* A block through effects in order, out the last one's output. Members of
+ * one group with their shared regions go in one round trip; any others one
+ * after the other. */
+int vlorvstProcessChain(_VstEffectInstance** effects, int count, const float* in, float* out, int channels,
+                        int frames);
 
 /* The pipe handle of a remote instance, or null: for tests that play the
  * part of a misbehaving host. */

@@ -50,6 +50,21 @@ struct ShmLink {
     int numParams = 0;
 };
 
+// The events a block brought, to their instance's callback.
+void deliverEvents(RemoteInstance* r)
+{
+    vlorshm::Header* h = r->shm->region.header();
+    const int events = std::min<int>(h->numEvents, vlorshm::kMaxEvents);
+    for (int k = 0; k < events; ++k) {
+        const vlorshm::Event e = h->events[k];
+        _VstEffectMessage message{e.type, &r->ops, e.width, e.height};
+        if (r->ops.hostCallback)
+            r->ops.hostCallback(r->ops.hostData, &message);
+    }
+    h->numEvents = 0;
+}
+
+
 bool shmAttach(RemoteInstance* r, int blockSize, int sampleRate)
 {
     if (blockSize <= 0 || !sharedAudioWanted())
@@ -110,6 +125,7 @@ int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int
     h->frames = frames;
     h->status = vlorshm::kFailed;
     h->numEvents = 0;
+    h->chainLength = 0;
     std::memcpy(vlorshm::InputOf(h), in, size_t(samples) * sizeof(float));
     const long spin = link->spin.forGap(vlorshm::NowNs() - link->answeredAt);
     h->spin.store(spin > 0 ? 1 : 0, std::memory_order_relaxed);
@@ -122,20 +138,17 @@ int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int
         // Gone, or stuck in the plugin: a late answer would land in a block
         // that is no longer its own, so the region is not used again.
         link->broken = true;
+        blockFailed(r);
         return 0;
     }
-    const int events = std::min<int>(h->numEvents, vlorshm::kMaxEvents);
-    for (int k = 0; k < events; ++k) {
-        const vlorshm::Event e = h->events[k];
-        _VstEffectMessage message{e.type, &r->ops, e.width, e.height};
-        if (r->ops.hostCallback)
-            r->ops.hostCallback(r->ops.hostData, &message);
-    }
+    deliverEvents(r);
     if (h->status != vlorshm::kDone)
         return 0;
     std::memcpy(out, vlorshm::OutputOf(h), size_t(samples) * sizeof(float));
     return 1;
 }
+
+bool shmInCall(RemoteInstance* r) { return r->shm && r->shm->region.header()->inCall.load() != 0; }
 
 // A parameter set while the engine runs travels with the next block: the
 // host applies the changes in order before it, or before its next command.
@@ -152,10 +165,95 @@ bool shmQueueParameter(RemoteInstance* r, int index, float value)
     return true;
 }
 
+namespace {
+
+// Whether effects can go as one chain: members of one group, each with its
+// region, started, the first's region large enough.
+bool chainable(_VstEffectInstance** effects, int count, long long samples)
+{
+    if (count < 2 || count - 1 > vlorshm::kMaxChain)
+        return false;
+    RemoteInstance* head = remote(effects[0]);
+    for (int k = 0; k < count; ++k) {
+        RemoteInstance* r = remote(effects[k]);
+        if (!r || !r->group || !r->shm || r->shm->broken || !r->started || (k > 0 && !sameGroup(head, r)))
+            return false;
+    }
+    return samples <= head->shm->region.header()->maxSamples;
+}
+
+} // namespace
+
+// The block through every effect in one round trip: the first one's region
+// carries it and names the others' places; the host runs them in turn.
+int shmProcessChain(_VstEffectInstance** effects, int count, const float* in, float* out, int channels, int frames)
+{
+    RemoteInstance* head = remote(effects[0]);
+    Locked l(head); // the group's lock: every member's
+    ShmLink* link = head->shm;
+    vlorshm::Header* h = link->region.header();
+    const long long samples = (long long)channels * frames;
+    h->channels = channels;
+    h->frames = frames;
+    h->status = vlorshm::kFailed;
+    h->numEvents = 0;
+    h->chainLength = count - 1;
+    for (int k = 1; k < count; ++k)
+        h->chain[k - 1] = remote(effects[k])->place;
+    std::memcpy(vlorshm::InputOf(h), in, size_t(samples) * sizeof(float));
+    const long spin = link->spin.forGap(vlorshm::NowNs() - link->answeredAt);
+    h->spin.store(spin > 0 ? 1 : 0, std::memory_order_relaxed);
+    const uint32_t seq = ++link->seq;
+    vlorshm::Ring(&h->request, seq);
+    const vlorshm::Wait w = vlorshm::WaitFor(&h->reply, vlorshm::Until{seq, false}, spin, kSliceMs, kReplyTimeoutMs,
+                                             [link] { return link->host.alive(); });
+    link->answeredAt = vlorshm::NowNs();
+    h->chainLength = 0;
+    if (w != vlorshm::Wait::Rung) {
+        link->broken = true;
+        blockFailed(head);
+        return 0;
+    }
+    for (int k = 0; k < count; ++k)
+        deliverEvents(remote(effects[k]));
+    if (h->status != vlorshm::kDone)
+        return 0;
+    std::memcpy(out, vlorshm::OutputOf(h), size_t(samples) * sizeof(float));
+    return 1;
+}
+
 } // namespace vlorvst_remote
+
+extern "C" int vlorvstProcessChain(_VstEffectInstance** effects, int count, const float* in, float* out,
+                                   int channels, int frames)
+{
+    using namespace vlorvst_remote;
+    if (!effects || count <= 0 || !in || !out || channels <= 0 || frames < 0)
+        return 0;
+    if (chainable(effects, count, (long long)channels * frames))
+        return shmProcessChain(effects, count, in, out, channels, frames);
+    // One by one, each on the last one's output.
+    if (!effects[0]->ProcessAudio(effects[0], in, out, channels, frames))
+        return 0;
+    for (int k = 1; k < count; ++k)
+        if (!effects[k]->ProcessAudio(effects[k], out, out, channels, frames))
+            return 0;
+    return 1;
+}
+
+extern "C" int vlorvstSameGroup(_VstEffectInstance* a, _VstEffectInstance* b)
+{
+    return a && b && vlorvst_remote::sameGroup(vlorvst_remote::remote(a), vlorvst_remote::remote(b)) ? 1 : 0;
+}
 
 extern "C" void vlorvstSetSharedAudio(int mode) { vlorvst_remote::g_sharedAudio.store(mode < 0 ? -1 : mode ? 1 : 0); }
 extern "C" int vlorvstGetSharedAudio(void) { return vlorvst_remote::sharedAudioWanted() ? 1 : 0; }
+
+extern "C" int vlorvstBlocksShared(_VstEffectInstance* effect)
+{
+    auto* r = vlorvst_remote::remote(effect);
+    return r && r->shm ? int(r->shm->seq) : 0;
+}
 
 extern "C" int vlorvstUsesSharedAudio(_VstEffectInstance* effect)
 {

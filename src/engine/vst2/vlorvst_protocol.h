@@ -53,7 +53,16 @@ enum {
      * on: the library's process id and the region's descriptor in it, and
      * the samples each way it holds. The host has mapped it and written its
      * own process id into it when it answers OK; "aud " still works. */
-    VLORVST_SHM_ATTACH = VLORVST_TAG('s', 'h', 'm', 'a'),     /* int32 pid, int32 fd, int32 samples |  */
+    VLORVST_SHM_ATTACH = VLORVST_TAG('s', 'h', 'm', 'a'),     /* int32 pid, int32 fd, int32 samples | int32 params */
+
+    /* A host program started with "--group" serves several instances on one
+     * pipe. "gnew" opens one and answers its place; "gsel" and a place come
+     * before any other command, which then goes to that instance ("exit"
+     * included: it ends the instance); a bare "exit" ends the program. Its
+     * events arrive as GDAT with the place ahead of CDAT's three values. */
+    VLORVST_GROUP_NEW = VLORVST_TAG('g', 'n', 'e', 'w'),      /* string file, int32 id | int32 place, int32 pid */
+    VLORVST_GROUP_SELECT = VLORVST_TAG('g', 's', 'e', 'l'),   /* int32 place, then a command */
+    VLORVST_GROUP_EVENT = VLORVST_TAG('G', 'D', 'A', 'T'),    /* int32 place, int32 type, width, height */
 };
 
 /* Exit statuses of the host program. "--true" and "--false" give two that

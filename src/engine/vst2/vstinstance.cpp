@@ -6,6 +6,7 @@
 #include "vsteffect_p.h"
 
 #include "bldebug.h"
+#include "blsettings.h"
 #include "blstring.h"
 
 #include <cmath>
@@ -13,6 +14,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 struct _VSTINSTANCE {
     BLMemDescr memDescr;
@@ -32,6 +34,35 @@ bool paramIndexOk(const _VSTEFFECT* e, int i) { return AUDIOVST_IsEffect(e) && i
 // Every per-instance call starts here.
 _VstEffectInstance* implOf(_VSTINSTANCE* i) { return i && i->effect && i->impl ? i->impl : nullptr; }
 
+// Which host program an instance shares, from "vloraudio.plugins.host_groups":
+// "each" (its own, the default), "maker" (one per maker) or "one" (one for
+// all); an empty key for its own.
+std::string _HostGroupKey(const _VSTEFFECT* effect)
+{
+    char mode[16] = {};
+    BLSETTINGS_GetStringEx(nullptr, mode, int(sizeof(mode)), "vloraudio.plugins.host_groups=[each]");
+    if (!std::strcmp(mode, "one"))
+        return "one";
+    // A plugin without a maker's name is a maker of its own.
+    if (!std::strcmp(mode, "maker"))
+        return std::string("maker:") + (effect->vendor[0] ? effect->vendor : effect->filename);
+    return std::string();
+}
+
+_VstEffectInstance* _CreateRemote(_VSTINSTANCE* inst, _VSTEFFECT* effect, const char* host)
+{
+    const std::string group = _HostGroupKey(effect);
+    if (!group.empty())
+        return vlorvstCreateGroupEffect(group.c_str(), host, _HostCallback, inst, effect->filename, effect->pluginid);
+    char* quotedHost = _QuoteArg(host);
+    char* file = _QuoteArg(effect->filename);
+    _VstEffectInstance* fx = vlorvstCreateRemoteEffect(_HostCallback, inst, "\"%s\" --fxinstance \"%s\" --id %d",
+                                                      quotedHost, file, effect->pluginid);
+    std::free(quotedHost);
+    std::free(file);
+    return fx;
+}
+
 _VSTINSTANCE* _UnsafeCreateInstance(_VSTEFFECT* effect, bool isConfig)
 {
     BLMemDescr mem = BLMEM_CreateMemDescrEx("VST Instance Memory", 0, 0);
@@ -48,14 +79,8 @@ _VSTINSTANCE* _UnsafeCreateInstance(_VSTEFFECT* effect, bool isConfig)
     const bool haveHost = AUDIOVST_GetVlorVstPath(0) || AUDIOVST_GetVlorVstPath(1);
     const bool remote = haveHost && (!isConfig || effect->architecture != 64);
     if (remote) {
-        const char* host = AUDIOVST_GetVlorVstPath(effect->architecture == 32 ? 1 : 0);
-        if (host) {
-            char* quotedHost = _QuoteArg(host);
-            char* file = _QuoteArg(effect->filename);
-            _VstEffectInstance* fx = vlorvstCreateRemoteEffect(_HostCallback, inst, "\"%s\" --fxinstance \"%s\" --id %d",
-                                                              quotedHost, file, effect->pluginid);
-            std::free(quotedHost);
-            std::free(file);
+        if (const char* host = AUDIOVST_GetVlorVstPath(effect->architecture == 32 ? 1 : 0)) {
+            _VstEffectInstance* fx = _CreateRemote(inst, effect, host);
             if (fx && fx->Check(fx)) {
                 inst->impl = fx;
                 inst->remote = 1;
@@ -392,6 +417,43 @@ extern "C" int AUDIOVST_StopEngine(_VSTINSTANCE* instance) { VST_INSTANCE_CALL(i
 extern "C" int AUDIOVST_ProcessSamples(_VSTINSTANCE* instance, const float* in, float* out, int channels, int frames)
 {
     VST_INSTANCE_CALL(impl->ProcessAudio(impl, in, out, channels, frames));
+}
+
+extern "C" int AUDIOVST_ProcessChain(_VSTINSTANCE** instances, int count, const float* in, float* out, int channels,
+                                     int frames)
+{
+    if (!instances || count <= 0 || count > 64)
+        return 0;
+    _VstEffectInstance* impls[64];
+    for (int k = 0; k < count; ++k)
+        if (!(impls[k] = implOf(instances[k])))
+            return 0;
+    if (count == 1)
+        return impls[0]->ProcessAudio(impls[0], in, out, channels, frames);
+    // Only remote instances of one group share a round trip; the rest go
+    // one by one, as they would alone.
+    bool remote = true;
+    for (int k = 0; k < count; ++k)
+        remote = remote && instances[k]->remote;
+    if (remote)
+        return vlorvstProcessChain(impls, count, in, out, channels, frames);
+    if (!impls[0]->ProcessAudio(impls[0], in, out, channels, frames))
+        return 0;
+    for (int k = 1; k < count; ++k)
+        if (!impls[k]->ProcessAudio(impls[k], out, out, channels, frames))
+            return 0;
+    return 1;
+}
+
+extern "C" int AUDIOVST_SameHostProgram(_VSTINSTANCE* a, _VSTINSTANCE* b)
+{
+    return a && b && a->remote && b->remote && vlorvstSameGroup(implOf(a), implOf(b)) ? 1 : 0;
+}
+
+extern "C" int AUDIOVST_GetCrashBlame(_VSTINSTANCE* instance)
+{
+    _VstEffectInstance* impl = implOf(instance);
+    return impl && instance->remote ? vlorvstCrashBlame(impl) : -1;
 }
 
 extern "C" int AUDIOVST_EditorGetSize(_VSTINSTANCE* instance, int* width, int* height)
