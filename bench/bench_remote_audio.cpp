@@ -9,6 +9,8 @@
 //     process, in the host through the pipe, and through the shared region.
 //     Median and 99th percentile, and what the remote path adds to the
 //     plugin run in process against the floor.
+//  3. A chain of four effects: members of one host group in one round trip,
+//     against four instances in hosts of their own.
 //
 //   build/bin/bench_remote_audio [--rounds N]
 #include "aeffect_p.h"
@@ -171,6 +173,44 @@ void wakeUps(int rounds)
     }
 }
 
+void chains(const std::string& host, const std::string& plugin, int rounds)
+{
+    std::printf("\nA chain of 4 effects, stereo, %d blocks each, interleaved (microseconds)\n", rounds);
+    std::printf("%6s | %21s | %21s | %8s\n", "frames", "one group, med / p99", "4 hosts, med / p99", "ratio");
+    for (int frames : {64, 256, 1024, 4096}) {
+        std::vector<_VstEffectInstance*> group, apart;
+        for (int k = 0; k < 4; ++k) {
+            _VstEffectInstance* g = vlorvstCreateGroupEffect("bench", host.c_str(), nullptr, nullptr, plugin.c_str(), 0);
+            if (!g || !g->Check(g) || !g->ActivateEngine(g, frames, kRate) || !g->StartEngine(g))
+                std::exit(1);
+            group.push_back(g);
+            apart.push_back(remote(host, plugin, frames, true));
+        }
+        std::vector<float> in(size_t(frames) * kChannels, 0.25f), out(in.size());
+        std::vector<double> tg, ta;
+        for (int r = 0; r < rounds; ++r) {
+            auto one = [&] { vlorvstProcessChain(group.data(), 4, in.data(), out.data(), kChannels, frames); };
+            auto four = [&] { vlorvstProcessChain(apart.data(), 4, in.data(), out.data(), kChannels, frames); };
+            if (r % 2) {
+                tg.push_back(timeBlock(one, 0));
+                ta.push_back(timeBlock(four, 0));
+            } else {
+                ta.push_back(timeBlock(four, 0));
+                tg.push_back(timeBlock(one, 0));
+            }
+        }
+        const Stats g = stats(tg), a = stats(ta);
+        std::printf("%6d | %9.1f / %9.1f | %9.1f / %9.1f | %7.2fx\n", frames, g.median, g.p99, a.median, a.p99,
+                    a.median / g.median);
+        if (vlorvstBlocksShared(group[1]) != 0)
+            std::printf("       (the chain rang more than its first member)\n");
+        for (size_t k = 0; k < 4; ++k) {
+            close(group[k]);
+            close(apart[k]);
+        }
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -229,5 +269,6 @@ int main(int argc, char** argv)
         close(pipe);
         close(shared);
     }
+    chains(host, plugin, rounds);
     return 0;
 }

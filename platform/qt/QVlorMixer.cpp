@@ -14,6 +14,8 @@ int Effect::tailSize() const { return 0; }
 bool Effect::reconfigure(const QString&) { return false; }
 unsigned int Effect::numChannels() const { return m_channels; }
 int Effect::sampleRate() const { return m_sampleRate; }
+int Effect::joinable(const QList<Effect*>&) const { return 0; }
+int Effect::processJoined(const QList<Effect*>&, float*, float*, int, int) { return 0; }
 
 Mixer& Mixer::instance()
 {
@@ -36,12 +38,17 @@ long long Chain::render(const float* input, float* output, long long frames)
         const int n = int(std::min<long long>(m_blockFrames, frames - at));
         const size_t samples = size_t(n) * m_channels;
         std::memcpy(m_a.data(), input + at * m_channels, samples * sizeof(float));
-        for (Effect* e : m_effects) {
-            const int got = e->process(m_a.data(), m_b.data(), int(m_channels), n);
+        for (int k = 0; k < m_effects.size(); ++k) {
+            Effect* e = m_effects[k];
+            const int along = std::min(e->joinable(m_effects.mid(k + 1)), int(m_effects.size()) - k - 1);
+            const int got = along > 0 ? e->processJoined(m_effects.mid(k, along + 1), m_a.data(), m_b.data(),
+                                                         int(m_channels), n)
+                                      : e->process(m_a.data(), m_b.data(), int(m_channels), n);
             if (got == n)
                 std::swap(m_a, m_b);
             else
-                missed += n;
+                missed += (long long)n * (along + 1);
+            k += std::max(along, 0);
         }
         std::memcpy(output + at * m_channels, m_a.data(), samples * sizeof(float));
     }

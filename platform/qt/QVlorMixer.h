@@ -30,6 +30,12 @@ public:
     virtual bool reconfigure(const QString& config);
     virtual unsigned int numChannels() const;
     virtual int sampleRate() const;
+    // How many of the effects that follow it this one plays along in one
+    // call (effects that share a process, say); 0 for none.
+    virtual int joinable(const QList<Effect*>& following) const;
+    // This effect and those joinable gave, over one block: the frames given,
+    // 0 when they could not.
+    virtual int processJoined(const QList<Effect*>& effects, float* input, float* output, int channels, int frames);
 
 private:
     int m_sampleRate;
@@ -52,7 +58,8 @@ private:
 
 // Effects played in order over a stream, one block at a time. An effect
 // that gives no audio for a block is passed over for that block: the rest
-// of the chain keeps its pace.
+// of the chain keeps its pace. Effects that can play along with the one
+// before them do so in one call.
 class Chain {
 public:
     explicit Chain(unsigned int channels, int blockFrames);

@@ -34,6 +34,7 @@ public:
     int framesSinceFollow = 0;
 
     bool openMore(int count, int blockSize, int sampleRate);
+    void die(MixerEffect* q);
     void closeMore();
     void followConfigInstance(int frames, int sampleRate);
 };
@@ -52,6 +53,22 @@ bool MixerEffect::Data::openMore(int count, int blockSize, int sampleRate)
     framesSinceFollow = 0;
     followConfigInstance(0, sampleRate);
     return true;
+}
+
+void MixerEffect::Data::die(MixerEffect* q)
+{
+    if (dead)
+        return;
+    dead = true;
+    const int blame = AUDIOVST_GetCrashBlame(instance);
+    if (blame == 0)
+        qWarning().noquote() << q->name()
+                             << "stopped: another plugin crashed the host program they shared; the track plays on "
+                                "without it";
+    else
+        qWarning().noquote() << q->name() << (blame == 1 ? "crashed" : "stopped answering")
+                             << "; the track plays on without it";
+    emit q->died();
 }
 
 void MixerEffect::Data::closeMore()
@@ -171,14 +188,45 @@ int MixerEffect::process(float* input, float* output, int, int frames)
         });
     }
     if (!processed) {
-        d->dead = true;
-        qWarning().noquote() << name() << "stopped answering; the track plays on without it";
-        emit died();
+        d->die(this);
         return 0;
     }
     SilenceNonFiniteBlock(output, frames * int(numChannels()), name(), &d->toldNonFinite);
     return frames;
 }
+
+int MixerEffect::joinable(const QList<QVlorMixer::Effect*>& following) const
+{
+    if (d->dead || !d->instance || !d->more.empty())
+        return 0;
+    int n = 0;
+    for (QVlorMixer::Effect* e : following) {
+        auto* next = qobject_cast<MixerEffect*>(e);
+        if (!next || next->d->dead || !next->d->instance || !next->d->more.empty() ||
+            next->numChannels() != numChannels() || !AUDIOVST_SameHostProgram(d->instance, next->d->instance))
+            break;
+        ++n;
+    }
+    return n;
+}
+
+int MixerEffect::processJoined(const QList<QVlorMixer::Effect*>& effects, float* input, float* output, int,
+                               int frames)
+{
+    std::vector<_VSTINSTANCE*> instances;
+    for (QVlorMixer::Effect* e : effects)
+        instances.push_back(static_cast<MixerEffect*>(e)->d->instance);
+    if (!AUDIOVST_ProcessChain(instances.data(), int(instances.size()), input, output, int(numChannels()), frames)) {
+        // The host program is gone for all of them: each is told.
+        for (QVlorMixer::Effect* e : effects)
+            static_cast<MixerEffect*>(e)->d->die(static_cast<MixerEffect*>(e));
+        return 0;
+    }
+    SilenceNonFiniteBlock(output, frames * int(numChannels()), name(), &d->toldNonFinite);
+    return frames;
+}
+
+bool MixerEffect::crashedItself() const { return AUDIOVST_GetCrashBlame(d->instance) != 0; }
 
 void MixerEffect::reset()
 {

@@ -21,6 +21,11 @@ public:
     bool isOk() const override;
     using QVlorMixer::Effect::process;
     int process(float* input, float* output, int channels, int frames) override;
+    // VST2 effects right after this one whose plugins share its host
+    // program play with it in one round trip.
+    int joinable(const QList<QVlorMixer::Effect*>& following) const override;
+    int processJoined(const QList<QVlorMixer::Effect*>& effects, float* input, float* output, int channels,
+                      int frames) override;
     void reset() override;
     int tailSize() const override;
 
@@ -67,6 +72,10 @@ public:
     void setParams(const QString& text);
     QPair<QString, QString> program(int index) const;
     void setProgram(const QString& name, const QString& config);
+
+    // Once its host program ended: whether its own plugin was the one in
+    // the call then (false: another plugin that shared the host was).
+    bool crashedItself() const;
 
 signals:
     // Once, from the audio thread, when a block failed: from then on the

@@ -241,13 +241,20 @@ void Widget::checkPlugin()
     d->crashed = true;
     for (ParameterWidget* row : d->rows)
         row->onCrash();
-    d->effect->checkState(true);
-    d->plugin.setNeedRecheck(true);
+    // A plugin whose host program another plugin took down is no suspect:
+    // it is not checked again.
+    const bool itself = d->effect->crashedItself();
+    if (itself) {
+        d->effect->checkState(true);
+        d->plugin.setNeedRecheck(true);
+    }
     QPointer<Widget> alive(this);
-    QVlorMessageBox::detailed(this, QMessageBox::Warning, tr("Plugin crashed"),
-                              tr("The plugin %1 crashed and will be finalized.").arg(d->effect->name()),
-                              tr("Vloraudio was not affected by this crash and will continue running normally."),
-                              QMessageBox::Ok);
+    QVlorMessageBox::detailed(
+        this, QMessageBox::Warning, tr("Plugin crashed"),
+        itself ? tr("The plugin %1 crashed and will be finalized.").arg(d->effect->name())
+               : tr("The plugin %1 stopped: another plugin crashed the host program they shared.")
+                     .arg(d->effect->name()),
+        tr("Vloraudio was not affected by this crash and will continue running normally."), QMessageBox::Ok);
     if (alive)
         emit fxCrashed();
 }

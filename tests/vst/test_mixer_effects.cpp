@@ -9,6 +9,7 @@
 #include "vst3engine.h"
 
 #include "blio.h"
+#include "blsettings.h"
 
 #include "testsupport.h"
 
@@ -334,4 +335,55 @@ TEST_F(Mixer, AReverbKeepsSoundingAfterItsInputAndAnUnusablePluginNeverStarts)
     EXPECT_EQ(chain.render(in.data(), out.data(), kRate), 0);
     EXPECT_GT(peak(out, size_t(kRate) / 4 * 2), 1e-4f);
     EXPECT_TRUE(reverb.powerOff());
+}
+
+TEST_F(Mixer, Vst2EffectsSharingAHostPlayInOneCallAndAllAreToldOfItsCrash)
+{
+    // The config instances run in the host program when the plugin is taken
+    // for one of another architecture; all of them in one program.
+    BLSETTINGS_ChangeEx(nullptr, "vloraudio.plugins.host_groups=one");
+    setenv("VLOR_FIXTURE_CRASH_AFTER", "6", 1);
+    const std::string gain = VLOR_FIXTURE_VST_DIR "/vlor-fault-dup-old.so";
+    const std::string crash = VLOR_FIXTURE_VST_DIR "/vlor-fault-crash-process.so";
+    QVlorVst::MixerEffect a(vst2Plugin(gain), kRate, 2), b(vst2Plugin(kStereo), kRate, 2), c(vst2Plugin(crash), kRate, 2);
+    std::vector<std::pair<_VSTEFFECT*, int32_t>> records;
+    for (const std::string& file : {gain, kStereo, crash}) {
+        _VSTEFFECT* r = AUDIOVST_FindPluginEx(file.c_str(), 0, false);
+        ASSERT_NE(r, nullptr) << file;
+        records.emplace_back(r, r->architecture);
+        r->architecture = 32;
+    }
+    int deaths = 0;
+    for (QVlorVst::MixerEffect* e : {&a, &b, &c}) {
+        ASSERT_TRUE(e->powerOn(256));
+        QObject::connect(e, &QVlorVst::MixerEffect::died, [&] { ++deaths; });
+    }
+    a.setParams(QStringLiteral("params=[0.25,0.25]")); // half
+    c.setParams(QStringLiteral("params=[1,0.25]"));    // twice
+    EXPECT_EQ(a.joinable({&b, &c}), 2);
+    EXPECT_EQ(b.joinable({&c}), 1);
+    QVlorMixer::Chain chain(2, 256);
+    for (QVlorMixer::Effect* e : {&a, &b, &c})
+        chain.append(e);
+    const std::vector<float> in = sine(256 * 4);
+    std::vector<float> out(in.size());
+    EXPECT_EQ(chain.render(in.data(), out.data(), 256 * 4), 0);
+    for (size_t i = 0; i < in.size(); i += 61)
+        ASSERT_NEAR(out[i], in[i], 1e-6f) << i;
+
+    // The crashing plugin takes its host down in the next blocks: the three
+    // are told once each, only it is to blame, and the audio passes.
+    EXPECT_GT(chain.render(in.data(), out.data(), 256 * 4), 0);
+    EXPECT_EQ(chain.render(in.data(), out.data(), 256 * 4), 3 * 256 * 4);
+    EXPECT_EQ(out, in);
+    EXPECT_EQ(deaths, 3);
+    EXPECT_TRUE(c.crashedItself());
+    EXPECT_FALSE(a.crashedItself());
+    EXPECT_FALSE(b.crashedItself());
+    for (QVlorVst::MixerEffect* e : {&a, &b, &c})
+        e->powerOff();
+    for (auto& r : records)
+        r.first->architecture = r.second;
+    unsetenv("VLOR_FIXTURE_CRASH_AFTER");
+    BLSETTINGS_DeleteEx(nullptr, "vloraudio.plugins.host_groups");
 }
