@@ -30,18 +30,9 @@ const std::string kCrash = VLOR_FIXTURE_VST_DIR "/vlor-fault-crash-process.so";
 std::set<long> hostPrograms()
 {
     std::set<long> pids;
-    DIR* tasks = opendir("/proc/self/task");
-    while (dirent* t = tasks ? readdir(tasks) : nullptr) {
-        if (t->d_name[0] == '.')
-            continue;
-        std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
-        for (std::string pid; children >> pid;)
-            if (readFile("/proc/" + pid + "/cmdline").find("vlorvst") != std::string::npos &&
-                processRuns(std::stol(pid), 0))
-                pids.insert(std::stol(pid));
-    }
-    if (tasks)
-        closedir(tasks);
+    for (long pid : instanceHostPids("vlorvst"))
+        if (processRuns(pid, 0))
+            pids.insert(pid);
     return pids;
 }
 

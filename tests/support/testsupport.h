@@ -143,8 +143,9 @@ template <typename F> bool waitFor(F condition, int ms = 3000)
     }
 }
 
-// The host programs that run an effect instance for this process.
-inline std::vector<long> instanceHostPids()
+// The host programs that run an effect instance for this process (or
+// whose command line holds marker).
+inline std::vector<long> instanceHostPids(const char* marker = "--fxinstance")
 {
     std::vector<long> pids;
     DIR* tasks = opendir("/proc/self/task");
@@ -153,7 +154,7 @@ inline std::vector<long> instanceHostPids()
             continue;
         std::istringstream children(readFile(std::string("/proc/self/task/") + t->d_name + "/children"));
         for (std::string pid; children >> pid;)
-            if (readFile("/proc/" + pid + "/cmdline").find("--fxinstance") != std::string::npos)
+            if (readFile("/proc/" + pid + "/cmdline").find(marker) != std::string::npos)
                 pids.push_back(std::stol(pid));
     }
     if (tasks)

@@ -84,6 +84,9 @@ int vlorvstSameGroup(_VstEffectInstance* a, _VstEffectInstance* b);
  * after the other. */
 int vlorvstProcessChain(_VstEffectInstance** effects, int count, const float* in, float* out, int channels,
                         int frames);
+/* The same, one call after the other: for instances of any kind. */
+int vlorvstProcessInTurn(_VstEffectInstance** effects, int count, const float* in, float* out, int channels,
+                         int frames);
 
 /* The pipe handle of a remote instance, or null: for tests that play the
  * part of a misbehaving host. */

@@ -110,23 +110,23 @@ void shmFree(RemoteInstance* r)
     r->shm = nullptr;
 }
 
-int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int frames)
+// One round trip through the first effect's region, the others (members of
+// its group) named as the chain after it: the block in, the doorbell, the
+// wait, the events of each, the answer out. The caller holds the lock.
+int roundTrip(_VstEffectInstance** effects, int count, const float* in, float* out, int channels, int frames)
 {
+    RemoteInstance* r = remote(effects[0]);
     ShmLink* link = r->shm;
-    if (!link)
-        return -1;
-    if (link->broken)
-        return 0;
     vlorshm::Header* h = link->region.header();
-    const long long samples = (long long)channels * frames;
-    if (samples > h->maxSamples)
-        return -1;
+    const size_t bytes = size_t(channels) * size_t(frames) * sizeof(float);
     h->channels = channels;
     h->frames = frames;
     h->status = vlorshm::kFailed;
     h->numEvents = 0;
-    h->chainLength = 0;
-    std::memcpy(vlorshm::InputOf(h), in, size_t(samples) * sizeof(float));
+    h->chainLength = count - 1;
+    for (int k = 1; k < count; ++k)
+        h->chain[k - 1] = remote(effects[k])->place;
+    std::memcpy(vlorshm::InputOf(h), in, bytes);
     const long spin = link->spin.forGap(vlorshm::NowNs() - link->answeredAt);
     h->spin.store(spin > 0 ? 1 : 0, std::memory_order_relaxed);
     const uint32_t seq = ++link->seq;
@@ -134,6 +134,7 @@ int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int
     const vlorshm::Wait w = vlorshm::WaitFor(&h->reply, vlorshm::Until{seq, false}, spin, kSliceMs, kReplyTimeoutMs,
                                              [link] { return link->host.alive(); });
     link->answeredAt = vlorshm::NowNs();
+    h->chainLength = 0;
     if (w != vlorshm::Wait::Rung) {
         // Gone, or stuck in the plugin: a late answer would land in a block
         // that is no longer its own, so the region is not used again.
@@ -141,11 +142,25 @@ int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int
         blockFailed(r);
         return 0;
     }
-    deliverEvents(r);
+    for (int k = 0; k < count; ++k)
+        deliverEvents(remote(effects[k]));
     if (h->status != vlorshm::kDone)
         return 0;
-    std::memcpy(out, vlorshm::OutputOf(h), size_t(samples) * sizeof(float));
+    std::memcpy(out, vlorshm::OutputOf(h), bytes);
     return 1;
+}
+
+int shmProcess(RemoteInstance* r, const float* in, float* out, int channels, int frames)
+{
+    ShmLink* link = r->shm;
+    if (!link)
+        return -1;
+    if (link->broken)
+        return 0;
+    if ((long long)channels * frames > link->region.header()->maxSamples)
+        return -1;
+    _VstEffectInstance* self = &r->ops;
+    return roundTrip(&self, 1, in, out, channels, frames);
 }
 
 bool shmInCall(RemoteInstance* r) { return r->shm && r->shm->region.header()->inCall.load() != 0; }
@@ -188,38 +203,8 @@ bool chainable(_VstEffectInstance** effects, int count, long long samples)
 // carries it and names the others' places; the host runs them in turn.
 int shmProcessChain(_VstEffectInstance** effects, int count, const float* in, float* out, int channels, int frames)
 {
-    RemoteInstance* head = remote(effects[0]);
-    Locked l(head); // the group's lock: every member's
-    ShmLink* link = head->shm;
-    vlorshm::Header* h = link->region.header();
-    const long long samples = (long long)channels * frames;
-    h->channels = channels;
-    h->frames = frames;
-    h->status = vlorshm::kFailed;
-    h->numEvents = 0;
-    h->chainLength = count - 1;
-    for (int k = 1; k < count; ++k)
-        h->chain[k - 1] = remote(effects[k])->place;
-    std::memcpy(vlorshm::InputOf(h), in, size_t(samples) * sizeof(float));
-    const long spin = link->spin.forGap(vlorshm::NowNs() - link->answeredAt);
-    h->spin.store(spin > 0 ? 1 : 0, std::memory_order_relaxed);
-    const uint32_t seq = ++link->seq;
-    vlorshm::Ring(&h->request, seq);
-    const vlorshm::Wait w = vlorshm::WaitFor(&h->reply, vlorshm::Until{seq, false}, spin, kSliceMs, kReplyTimeoutMs,
-                                             [link] { return link->host.alive(); });
-    link->answeredAt = vlorshm::NowNs();
-    h->chainLength = 0;
-    if (w != vlorshm::Wait::Rung) {
-        link->broken = true;
-        blockFailed(head);
-        return 0;
-    }
-    for (int k = 0; k < count; ++k)
-        deliverEvents(remote(effects[k]));
-    if (h->status != vlorshm::kDone)
-        return 0;
-    std::memcpy(out, vlorshm::OutputOf(h), size_t(samples) * sizeof(float));
-    return 1;
+    Locked l(remote(effects[0])); // the group's lock: every member's
+    return roundTrip(effects, count, in, out, channels, frames);
 }
 
 } // namespace vlorvst_remote
@@ -232,8 +217,13 @@ extern "C" int vlorvstProcessChain(_VstEffectInstance** effects, int count, cons
         return 0;
     if (chainable(effects, count, (long long)channels * frames))
         return shmProcessChain(effects, count, in, out, channels, frames);
-    // One by one, each on the last one's output.
-    if (!effects[0]->ProcessAudio(effects[0], in, out, channels, frames))
+    return vlorvstProcessInTurn(effects, count, in, out, channels, frames);
+}
+
+extern "C" int vlorvstProcessInTurn(_VstEffectInstance** effects, int count, const float* in, float* out,
+                                    int channels, int frames)
+{
+    if (!effects || count <= 0 || !effects[0]->ProcessAudio(effects[0], in, out, channels, frames))
         return 0;
     for (int k = 1; k < count; ++k)
         if (!effects[k]->ProcessAudio(effects[k], out, out, channels, frames))

@@ -428,21 +428,13 @@ extern "C" int AUDIOVST_ProcessChain(_VSTINSTANCE** instances, int count, const 
     for (int k = 0; k < count; ++k)
         if (!(impls[k] = implOf(instances[k])))
             return 0;
-    if (count == 1)
-        return impls[0]->ProcessAudio(impls[0], in, out, channels, frames);
     // Only remote instances of one group share a round trip; the rest go
     // one by one, as they would alone.
     bool remote = true;
     for (int k = 0; k < count; ++k)
         remote = remote && instances[k]->remote;
-    if (remote)
-        return vlorvstProcessChain(impls, count, in, out, channels, frames);
-    if (!impls[0]->ProcessAudio(impls[0], in, out, channels, frames))
-        return 0;
-    for (int k = 1; k < count; ++k)
-        if (!impls[k]->ProcessAudio(impls[k], out, out, channels, frames))
-            return 0;
-    return 1;
+    return remote ? vlorvstProcessChain(impls, count, in, out, channels, frames)
+                  : vlorvstProcessInTurn(impls, count, in, out, channels, frames);
 }
 
 extern "C" int AUDIOVST_SameHostProgram(_VSTINSTANCE* a, _VSTINSTANCE* b)
