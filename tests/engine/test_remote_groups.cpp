@@ -91,6 +91,13 @@ TEST_F(Groups, TheSettingGivesEachInstanceItsOwnHostOneAMakerOrOneForAll)
         EXPECT_EQ(hostPrograms().size() - before.size(), c.hosts);
         EXPECT_EQ(AUDIOVST_SameHostProgram(instances[0], instances[1]), c.hosts < 4);
         EXPECT_EQ(AUDIOVST_SameHostProgram(instances[1], instances[2]), c.hosts == 1);
+        // All four in turn, one round trip where they share a host; nothing
+        // with a missing instance.
+        ASSERT_EQ(AUDIOVST_ProcessChain(instances.data(), 4, in.data(), out.data(), 2, 64), 1);
+        EXPECT_EQ(out, in);
+        _VSTINSTANCE* withGap[] = {instances[0], nullptr};
+        EXPECT_EQ(AUDIOVST_ProcessChain(withGap, 2, in.data(), out.data(), 2, 64), 0);
+        EXPECT_EQ(AUDIOVST_ProcessChain(instances.data(), 0, in.data(), out.data(), 2, 64), 0);
         for (_VSTINSTANCE* i : instances) {
             AUDIOVST_StopEngine(i);
             AUDIOVST_DestroyInstance(i);
@@ -171,4 +178,21 @@ TEST_F(Groups, ACrashInAChainIsBlamedOnTheMemberThatRan)
     EXPECT_EQ(vlorvstCrashBlame(crashing), 1);
     EXPECT_EQ(vlorvstCrashBlame(first), 0);
     EXPECT_EQ(vlorvstCrashBlame(last), 0);
+}
+
+TEST_F(Groups, TheLastMemberEndsItsHostAndTheNextOneStartsAnother)
+{
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        const std::set<long> before = hostPrograms();
+        _VstEffectInstance* fx = member("again", kGain);
+        ASSERT_NE(fx, nullptr);
+        const std::set<long> during = hostPrograms();
+        EXPECT_EQ(during.size(), before.size() + 1);
+        std::vector<float> buf(2 * 256, 0.1f);
+        ASSERT_EQ(fx->ProcessAudio(fx, buf.data(), buf.data(), 2, 256), 1);
+        ASSERT_EQ(fx->Destroy(fx), 1);
+        opened.clear();
+        EXPECT_TRUE(waitFor([&] { return hostPrograms() == before; }));
+    }
 }
