@@ -57,7 +57,19 @@ typedef struct _Lv2Instance _Lv2Instance;
  * to it are fine. */
 VLORLV2_EXPORT _Lv2Instance* VLORLV2_CreateInstance(const char* uri, double sampleRate, int maxBlock, char* error,
                                                     int errorSize);
+/* where: 1 in a host program of its own, 0 in this process, -1 as the
+ * isolation setting says for the URI (what VLORLV2_CreateInstance does). */
+VLORLV2_EXPORT _Lv2Instance* VLORLV2_CreateInstanceEx(const char* uri, double sampleRate, int maxBlock, int where,
+                                                      char* error, int errorSize);
 VLORLV2_EXPORT int VLORLV2_DestroyInstance(_Lv2Instance* instance);
+enum { kLv2Local = 0, kLv2RemoteAlive = 1, kLv2RemoteCrashed = 2, kLv2RemoteHung = 3 };
+/* kLv2Local, or what became of its host program. An instance whose host is
+ * gone fails every call but this one, Terminate and Destroy. */
+VLORLV2_EXPORT int VLORLV2_GetRemoteState(_Lv2Instance* instance);
+/* Ends a remote instance's host program at once: for one that hangs. */
+VLORLV2_EXPORT int VLORLV2_Terminate(_Lv2Instance* instance);
+/* The host program's process id; 0 in this process. */
+VLORLV2_EXPORT int VLORLV2_GetRemotePid(_Lv2Instance* instance);
 VLORLV2_EXPORT int VLORLV2_Activate(_Lv2Instance* instance);
 VLORLV2_EXPORT int VLORLV2_Deactivate(_Lv2Instance* instance);
 /* The main audio inputs and outputs (side chains apart). */
@@ -140,7 +152,8 @@ VLORLV2_EXPORT int VLORLV2_UiClose(_Lv2Instance* instance);
 
 /* ---- the child side of checking ---- */
 
-/* The whole of a check child: "--check URI" (instantiate, activate, run
+/* An instance served to the library: "--fxinstance URI --rate R --block B
+ * [--bundle FOLDER]", until it says "exit". The whole of a check child: "--check URI" (instantiate, activate, run
  * noise, look at the output, deactivate, free) or "--list" in argv[1..].
  * Writes JSON on standard output and ends the process; returns only for bad
  * arguments. */

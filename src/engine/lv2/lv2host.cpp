@@ -156,8 +156,13 @@ int list()
 
 } // namespace
 
+int vlorlv2ServeInstance(int argc, char** argv);
+
 extern "C" VLORLV2_EXPORT int VLORLV2_HostMain(int argc, char** argv)
 {
+    // The instance mode answers on the protocol, not in JSON.
+    if (argc >= 3 && !std::strcmp(argv[1], "--fxinstance"))
+        return vlorlv2ServeInstance(argc, argv);
     if (const int status = HostReplyBegin())
         return status;
     int status;

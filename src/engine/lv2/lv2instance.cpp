@@ -1,6 +1,9 @@
 // An LV2 instance: made with the features the engine offers, its ports
 // connected to buffers of its own, and run on interleaved audio.
 #include "lv2instance_p.h"
+#include "lv2remote_p.h"
+
+#include "fxisolation.h"
 #include "lv2engine_testing.h"
 #include "../interleave_p.h"
 
@@ -271,6 +274,22 @@ _Lv2Instance* failWith(_Lv2Instance* instance, char* error, int size, const std:
 extern "C" _Lv2Instance* VLORLV2_CreateInstance(const char* uri, double sampleRate, int maxBlock, char* error,
                                                 int errorSize)
 {
+    return VLORLV2_CreateInstanceEx(uri, sampleRate, maxBlock, -1, error, errorSize);
+}
+
+extern "C" _Lv2Instance* VLORLV2_CreateInstanceEx(const char* uri, double sampleRate, int maxBlock, int where,
+                                                  char* error, int errorSize)
+{
+    CopyText(error, errorSize, "");
+    if (!uri || sampleRate <= 0 || maxBlock <= 0)
+        return failWith(nullptr, error, errorSize, "bad arguments");
+    if (where > 0 || (where < 0 && VLORFX_RunsInOwnProcess("lv2", uri)))
+        return CreateRemote(uri, sampleRate, maxBlock, error, errorSize);
+    return CreateLocal(uri, sampleRate, maxBlock, error, errorSize);
+}
+
+_Lv2Instance* vlorlv2::CreateLocal(const char* uri, double sampleRate, int maxBlock, char* error, int errorSize)
+{
     CopyText(error, errorSize, "");
     if (!uri || sampleRate <= 0 || maxBlock <= 0)
         return failWith(nullptr, error, errorSize, "bad arguments");
@@ -306,6 +325,8 @@ extern "C" int VLORLV2_DestroyInstance(_Lv2Instance* d)
 {
     if (!d)
         return 0;
+    if (d->remote)
+        return DestroyRemote(d);
     EndUi(d);
     VLORLV2_Deactivate(d);
     delete d->worker;
@@ -322,6 +343,7 @@ extern "C" int VLORLV2_DestroyInstance(_Lv2Instance* d)
 
 extern "C" int VLORLV2_Activate(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, activate(d));
     if (!d)
         return 0;
     if (!d->active) {
@@ -336,6 +358,7 @@ extern "C" int VLORLV2_Activate(_Lv2Instance* d)
 
 extern "C" int VLORLV2_Deactivate(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, deactivate(d));
     if (!d)
         return 0;
     if (d->active)
@@ -346,6 +369,7 @@ extern "C" int VLORLV2_Deactivate(_Lv2Instance* d)
 
 extern "C" int VLORLV2_GetBusChannels(_Lv2Instance* d, int* inputs, int* outputs)
 {
+    LV2_REMOTE(d, busChannels(d, inputs, outputs));
     if (!d)
         return 0;
     if (inputs)
@@ -357,6 +381,7 @@ extern "C" int VLORLV2_GetBusChannels(_Lv2Instance* d, int* inputs, int* outputs
 
 extern "C" int VLORLV2_GetLatency(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, latency(d));
     if (!d)
         return 0;
     if (d->latencyPort < 0)
@@ -406,6 +431,7 @@ void processGathered(_Lv2Instance* d, const float* input, float* output, int cha
 
 extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* output, int channels, int frames)
 {
+    LV2_REMOTE(d, process(d, input, output, channels, frames));
     if (!d || !d->active || !input || !output || channels <= 0 || frames < 0)
         return 0;
     if (d->fixedBlock > 0) {

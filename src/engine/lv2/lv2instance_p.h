@@ -107,6 +107,9 @@ struct Param {
 
 struct _Lv2Instance {
     std::string uri;
+    // Set when the plugin runs in a host program (lv2remote.cpp): every
+    // call then goes there, and the fields below stay unused.
+    struct Lv2RemoteSide* remote = nullptr;
     const LilvPlugin* plugin = nullptr;
     LilvInstance* instance = nullptr;
     double sampleRate = 44100;
@@ -150,6 +153,10 @@ struct _Lv2Instance {
 };
 
 namespace vlorlv2 {
+
+_Lv2Instance* CreateLocal(const char* uri, double sampleRate, int maxBlock, char* error, int errorSize);
+_Lv2Instance* CreateRemote(const char* uri, double sampleRate, int maxBlock, char* error, int errorSize);
+int DestroyRemote(_Lv2Instance* instance);
 
 // The bytes of an atom port's buffer.
 constexpr size_t kAtomBufferBytes = 32768;

@@ -1,5 +1,6 @@
 // An LV2 instance's parameters (its control inputs) and its state.
 #include "lv2instance_p.h"
+#include "lv2remote_p.h"
 
 #include <lv2/atom/atom.h>
 
@@ -83,10 +84,15 @@ Port* ControlInput(_Lv2Instance* d, const char* symbol)
 
 using namespace vlorlv2;
 
-extern "C" int VLORLV2_GetNumParams(_Lv2Instance* d) { return d ? int(d->params.size()) : -1; }
+extern "C" int VLORLV2_GetNumParams(_Lv2Instance* d)
+{
+    LV2_REMOTE(d, numParams(d));
+    return d ? int(d->params.size()) : -1;
+}
 
 extern "C" int VLORLV2_GetParamInfo(_Lv2Instance* d, int index, Lv2ParamInfo* info)
 {
+    LV2_REMOTE(d, paramInfo(d, index, info));
     if (!d || !info || index < 0 || size_t(index) >= d->params.size())
         return 0;
     *info = d->params[size_t(index)].info;
@@ -95,6 +101,7 @@ extern "C" int VLORLV2_GetParamInfo(_Lv2Instance* d, int index, Lv2ParamInfo* in
 
 extern "C" int VLORLV2_GetScalePoint(_Lv2Instance* d, int index, int point, float* value, char* label, int labelSize)
 {
+    LV2_REMOTE(d, scalePoint(d, index, point, value, label, labelSize));
     if (!d || index < 0 || size_t(index) >= d->params.size())
         return 0;
     const std::vector<ScalePoint>& points = d->params[size_t(index)].points;
@@ -108,6 +115,7 @@ extern "C" int VLORLV2_GetScalePoint(_Lv2Instance* d, int index, int point, floa
 
 extern "C" float VLORLV2_GetParam(_Lv2Instance* d, int index)
 {
+    LV2_REMOTE(d, param(d, index));
     if (!d || index < 0 || size_t(index) >= d->params.size())
         return 0.0f;
     return d->ports[size_t(d->params[size_t(index)].port)].value;
@@ -115,6 +123,7 @@ extern "C" float VLORLV2_GetParam(_Lv2Instance* d, int index)
 
 extern "C" int VLORLV2_SetParam(_Lv2Instance* d, int index, float value)
 {
+    LV2_REMOTE(d, setParam(d, index, value));
     if (!d || index < 0 || size_t(index) >= d->params.size() || !std::isfinite(value))
         return 0;
     const Param& p = d->params[size_t(index)];

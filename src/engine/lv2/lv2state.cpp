@@ -1,6 +1,7 @@
 // An LV2 instance's state as text: what its state interface saves, and the
 // value of every control input, written by lilv as Turtle.
 #include "lv2instance_p.h"
+#include "lv2remote_p.h"
 
 #include <lv2/atom/atom.h>
 
@@ -50,6 +51,7 @@ using namespace vlorlv2;
 
 extern "C" char* VLORLV2_GetState(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, state(d));
     if (!d)
         return nullptr;
     std::lock_guard<std::mutex> l(WorldLock());
@@ -72,6 +74,7 @@ extern "C" void VLORLV2_FreeString(char* text) { std::free(text); }
 
 extern "C" int VLORLV2_SetState(_Lv2Instance* d, const char* text)
 {
+    LV2_REMOTE(d, setState(d, text));
     if (!d || !text || !*text)
         return 0;
     std::lock_guard<std::mutex> l(WorldLock());

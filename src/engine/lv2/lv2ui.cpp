@@ -3,6 +3,7 @@
 // host's event loop. The editor and the audio side meet only in lock-free
 // queues and in control values written whole.
 #include "lv2instance_p.h"
+#include "lv2remote_p.h"
 
 #include <lv2/atom/atom.h>
 #include <lv2/atom/util.h>
@@ -295,6 +296,7 @@ using namespace vlorlv2;
 
 extern "C" int VLORLV2_HasUi(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, hasUi(d));
     if (!d)
         return 0;
     std::lock_guard<std::mutex> l(WorldLock());
@@ -305,6 +307,7 @@ extern "C" int VLORLV2_HasUi(_Lv2Instance* d)
 extern "C" int VLORLV2_UiOpen(_Lv2Instance* d, uint64_t parent, Lv2UiCallback callback, void* user, char* error,
                               int errorSize)
 {
+    LV2_REMOTE(d, uiOpen(d, parent, callback, user, error, errorSize));
     CopyText(error, errorSize, "");
     if (!d || d->ui || !parent) {
         CopyText(error, errorSize, d && d->ui ? "the editor is open already" : "no window to show the editor in");
@@ -352,6 +355,7 @@ extern "C" int VLORLV2_UiOpen(_Lv2Instance* d, uint64_t parent, Lv2UiCallback ca
 
 extern "C" int VLORLV2_UiIdle(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, uiIdle(d));
     Ui* ui = d ? d->ui : nullptr;
     if (!ui)
         return 0;
@@ -374,11 +378,13 @@ extern "C" int VLORLV2_UiIdle(_Lv2Instance* d)
 
 extern "C" uint64_t VLORLV2_UiGetWidget(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, uiWidget(d));
     return d && d->ui ? uint64_t(reinterpret_cast<uintptr_t>(d->ui->widget)) : 0;
 }
 
 extern "C" int VLORLV2_UiGetSize(_Lv2Instance* d, int* width, int* height)
 {
+    LV2_REMOTE(d, uiSize(d, width, height));
     if (!d || !d->ui || d->ui->width <= 0)
         return 0;
     if (width)
@@ -390,6 +396,7 @@ extern "C" int VLORLV2_UiGetSize(_Lv2Instance* d, int* width, int* height)
 
 extern "C" int VLORLV2_UiSetSize(_Lv2Instance* d, int width, int height)
 {
+    LV2_REMOTE(d, uiSetSize(d, width, height));
     Ui* ui = d ? d->ui : nullptr;
     if (!ui || !ui->ownResize || !ui->ownResize->ui_resize || width <= 0 || height <= 0)
         return 0;
@@ -399,6 +406,7 @@ extern "C" int VLORLV2_UiSetSize(_Lv2Instance* d, int width, int height)
 
 extern "C" int VLORLV2_UiClose(_Lv2Instance* d)
 {
+    LV2_REMOTE(d, uiClose(d));
     Ui* ui = d ? d->ui : nullptr;
     if (!ui)
         return 0;

@@ -285,6 +285,19 @@ void loadBundle(const std::string& path)
 
 } // namespace
 
+std::string vlorlv2::BundleOf(const char* uri)
+{
+    std::lock_guard<std::mutex> l(WorldLock());
+    const LilvPlugin* plugin = s_world && uri ? FindPlugin(uri) : nullptr;
+    const LilvNode* bundle = plugin ? lilv_plugin_get_bundle_uri(plugin) : nullptr;
+    char* path = bundle ? lilv_file_uri_parse(lilv_node_as_uri(bundle), nullptr) : nullptr;
+    std::string folder = path ? path : "";
+    lilv_free(path);
+    while (folder.size() > 1 && folder.back() == '/')
+        folder.pop_back();
+    return folder;
+}
+
 extern "C" int VLORLV2_Initialize(void)
 {
     std::lock_guard<std::mutex> l(s_worldLock);

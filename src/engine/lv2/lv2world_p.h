@@ -43,6 +43,8 @@ std::mutex& WorldLock();
 // The world and its nodes; null before VLORLV2_Initialize. Under WorldLock.
 LilvWorld* World();
 const Nodes& WorldNodes();
+// The folder of the plugin's bundle; empty when no world knows it. Takes WorldLock.
+std::string BundleOf(const char* uri);
 // The plugin of a URI; null if none. Under WorldLock.
 const LilvPlugin* FindPlugin(const char* uri);
 

@@ -32,6 +32,7 @@ public:
         i32(n);
         return put(s, size_t(n));
     }
+    Message& bytes(const void* p, size_t n) { return put(p, n); }
     const char* data() const { return m_bytes.data(); }
     size_t size() const { return m_bytes.size(); }
 
@@ -117,6 +118,8 @@ public:
         m_pos += take;
         return ssize_t(take);
     }
+    // Whether bytes wait here that the descriptor no longer shows.
+    bool buffered() const { return m_pos < m_end; }
     bool readAll(void* p, size_t n)
     {
         return ReadAll([this](void* q, size_t k) { return read(q, k); }, p, n);

@@ -2,6 +2,7 @@
 // is also the run loop that plugins on Linux ask for: their timers and file
 // handlers are run by VLORVST3_EditorIdle, from the window's thread.
 #include "vst3instance_p.h"
+#include "vst3remote_p.h"
 
 #include <pluginterfaces/gui/iplugview.h>
 #include <pluginterfaces/vst/ivsteditcontroller.h>
@@ -180,10 +181,15 @@ __PlugFrame* frameOf(_Vst3Instance* h) { return static_cast<__PlugFrame*>(h->fra
 
 } // namespace
 
-extern "C" int VLORVST3_HasEditor(_Vst3Instance* h) { return h && viewOf(h) ? 1 : 0; }
+extern "C" int VLORVST3_HasEditor(_Vst3Instance* h)
+{
+    VST3_REMOTE(h, hasEditor(h));
+    return h && viewOf(h) ? 1 : 0;
+}
 
 extern "C" int VLORVST3_EditorGetSize(_Vst3Instance* h, int32_t* width, int32_t* height)
 {
+    VST3_REMOTE(h, editorSize(h, width, height));
     IPlugView* view = h && width && height ? viewOf(h) : nullptr;
     if (!view)
         return 0;
@@ -197,6 +203,7 @@ extern "C" int VLORVST3_EditorGetSize(_Vst3Instance* h, int32_t* width, int32_t*
 
 extern "C" int VLORVST3_EditorOpen(_Vst3Instance* h, uint64_t window)
 {
+    VST3_REMOTE(h, editorOpen(h, window));
     if (!h || window == 0)
         return 0;
     IPlugView* view = viewOf(h);
@@ -217,6 +224,7 @@ extern "C" int VLORVST3_EditorOpen(_Vst3Instance* h, uint64_t window)
 
 extern "C" int VLORVST3_EditorClose(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, editorClose(h));
     if (!h || !h->view)
         return 0;
     if (h->editorAttached) {
@@ -229,6 +237,7 @@ extern "C" int VLORVST3_EditorClose(_Vst3Instance* h)
 
 extern "C" int VLORVST3_EditorOnSize(_Vst3Instance* h, int32_t width, int32_t height)
 {
+    VST3_REMOTE(h, editorOnSize(h, width, height));
     if (!h || !h->view)
         return 0;
     ViewRect rect(0, 0, width, height);
@@ -239,10 +248,15 @@ extern "C" int VLORVST3_EditorOnSize(_Vst3Instance* h, int32_t width, int32_t he
 
 extern "C" int VLORVST3_EditorCanResize(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, editorCanResize(h));
     return h && h->view && h->view->canResize() == kResultTrue ? 1 : 0;
 }
 
-extern "C" int VLORVST3_EditorIdle(_Vst3Instance* h) { return h && h->frame ? frameOf(h)->idle() : 0; }
+extern "C" int VLORVST3_EditorIdle(_Vst3Instance* h)
+{
+    VST3_REMOTE(h, editorIdle(h));
+    return h && h->frame ? frameOf(h)->idle() : 0;
+}
 
 void vlorvst3EditorDestroy(_Vst3Instance* h)
 {

@@ -117,10 +117,25 @@ VLORVST3_EXPORT void VLORVST3_FreeString(char* text);
  * component refuses its state. notify raises a "all parameters changed" event. */
 VLORVST3_EXPORT int VLORVST3_SetConfigEx(_Vst3Instance* instance, const char* config, bool notify);
 
+/* ---- where the instance runs ---- */
+
+/* where: 1 in a host program of its own, 0 in this process, -1 as the
+ * isolation setting says for the class (what VLORVST3_CreateInstance does). */
+VLORVST3_EXPORT _Vst3Instance* VLORVST3_CreateInstanceEx(const char* path, const char* uid, int where);
+enum { kVst3Local = 0, kVst3RemoteAlive = 1, kVst3RemoteCrashed = 2, kVst3RemoteHung = 3 };
+/* kVst3Local, or what became of its host program. An instance whose host is
+ * gone fails every call but this one, Terminate and Destroy. */
+VLORVST3_EXPORT int VLORVST3_GetRemoteState(_Vst3Instance* instance);
+/* Ends a remote instance's host program at once: for one that hangs. */
+VLORVST3_EXPORT int VLORVST3_Terminate(_Vst3Instance* instance);
+/* The host program's process id; 0 in this process. */
+VLORVST3_EXPORT int VLORVST3_GetRemotePid(_Vst3Instance* instance);
+
 /* ---- the child side of probing ---- */
 
 /* The whole of a probe or verify child: "--probe BUNDLE" or "--verify BUNDLE
- * --cid CID" in argv[1..]. Writes one JSON line on standard output and ends
+ * --cid CID" in argv[1..]; or an instance served to the library,
+ * "--fxinstance BUNDLE --cid CID", until it says "exit". Writes one JSON line on standard output and ends
  * the process; returns only for bad arguments. */
 VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv);
 

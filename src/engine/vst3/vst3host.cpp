@@ -102,8 +102,13 @@ int verify(const char* bundle, const char* cid)
 
 } // namespace
 
+int vlorvst3ServeInstance(const char* bundle, const char* cid);
+
 extern "C" VLORVST3_EXPORT int VLORVST3_HostMain(int argc, char** argv)
 {
+    // The instance mode answers on the protocol, not in a JSON line.
+    if (argc == 5 && !std::strcmp(argv[1], "--fxinstance") && !std::strcmp(argv[3], "--cid"))
+        return vlorvst3ServeInstance(argv[2], argv[4]);
     if (const int status = HostReplyBegin())
         return status;
 

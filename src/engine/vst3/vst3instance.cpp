@@ -1,6 +1,9 @@
 // VST3 instances: creation, the engine's start and stop, audio through the
 // plugin's buses, and its parameters.
 #include "vst3instance_p.h"
+#include "vst3remote_p.h"
+
+#include "fxisolation.h"
 #include "../interleave_p.h"
 #include "../utf8_p.h"
 
@@ -104,6 +107,20 @@ void prepareSideLists(_Vst3Instance* h)
 
 extern "C" _Vst3Instance* VLORVST3_CreateInstance(const char* path, const char* uid)
 {
+    return VLORVST3_CreateInstanceEx(path, uid, -1);
+}
+
+extern "C" _Vst3Instance* VLORVST3_CreateInstanceEx(const char* path, const char* uid, int where)
+{
+    if (!path || !uid)
+        return nullptr;
+    if (where > 0 || (where < 0 && VLORFX_RunsInOwnProcess("vst3", uid)))
+        return vlorvst3CreateRemote(path, uid);
+    return vlorvst3CreateLocal(path, uid);
+}
+
+_Vst3Instance* vlorvst3CreateLocal(const char* path, const char* uid)
+{
     if (!path || !uid)
         return nullptr;
     std::string error;
@@ -168,6 +185,8 @@ extern "C" int VLORVST3_DestroyInstance(_Vst3Instance* h)
 {
     if (!h)
         return 0;
+    if (h->remote)
+        return vlorvst3DestroyRemote(h);
     VLORVST3_StopEngine(h);
     if (h->prepared)
         h->processData.unprepare();
@@ -214,6 +233,7 @@ extern "C" int VLORVST3_SetOffline(_Vst3Instance* h, int offline)
 
 extern "C" int VLORVST3_StartEngine(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, start(h));
     if (!h || h->processing)
         return 0;
     SpeakerArrangement in = arrangementFor(h->channels), out = in;
@@ -244,6 +264,7 @@ extern "C" int VLORVST3_StartEngine(_Vst3Instance* h)
 
 extern "C" int VLORVST3_StopEngine(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, stop(h));
     if (!h)
         return 0;
     if (h->processing) {
@@ -257,12 +278,17 @@ extern "C" int VLORVST3_StopEngine(_Vst3Instance* h)
     return 1;
 }
 
-extern "C" int VLORVST3_Reset(_Vst3Instance* h) { return VLORVST3_StopEngine(h) ? VLORVST3_StartEngine(h) : 0; }
+extern "C" int VLORVST3_Reset(_Vst3Instance* h)
+{
+    VST3_REMOTE(h, reset(h));
+    return VLORVST3_StopEngine(h) ? VLORVST3_StartEngine(h) : 0;
+}
 
 extern "C" int VLORVST3_GetBlockSize(_Vst3Instance* h) { return h ? h->blockSize : 0; }
 
 extern "C" double VLORVST3_GetLatency(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, latency(h));
     if (!h || h->sampleRate <= 0)
         return 0.0;
     return double(uint32_t(h->processor->getLatencySamples())) / h->sampleRate;
@@ -270,6 +296,7 @@ extern "C" double VLORVST3_GetLatency(_Vst3Instance* h)
 
 extern "C" double VLORVST3_GetTailTime(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, tail(h));
     if (!h || h->sampleRate <= 0)
         return 0.0;
     const uint32 tail = h->processor->getTailSamples();
@@ -282,6 +309,7 @@ extern "C" double VLORVST3_GetTailTime(_Vst3Instance* h)
 
 extern "C" int VLORVST3_GetBusChannels(_Vst3Instance* h, int* inputs, int* outputs)
 {
+    VST3_REMOTE(h, busChannels(h, inputs, outputs));
     if (!h || !h->prepared || !inputs || !outputs)
         return 0;
     std::lock_guard<std::mutex> g(h->processLock);
@@ -293,6 +321,7 @@ extern "C" int VLORVST3_GetBusChannels(_Vst3Instance* h, int* inputs, int* outpu
 
 extern "C" int VLORVST3_ProcessAudio(_Vst3Instance* h, const float* input, float* output, int channels, int frames)
 {
+    VST3_REMOTE(h, process(h, input, output, channels, frames));
     if (!h || !h->processing || !h->prepared || !input || !output || channels < 1)
         return 0;
     std::lock_guard<std::mutex> g(h->processLock);
@@ -369,10 +398,15 @@ void __FlushPendingParameters(_Vst3Instance* h)
 
 /* ---- parameters ---------------------------------------------------------- */
 
-extern "C" int VLORVST3_GetNumParams(_Vst3Instance* h) { return h && h->controller ? h->controller->getParameterCount() : 0; }
+extern "C" int VLORVST3_GetNumParams(_Vst3Instance* h)
+{
+    VST3_REMOTE(h, numParams(h));
+    return h && h->controller ? h->controller->getParameterCount() : 0;
+}
 
 extern "C" int VLORVST3_GetParamInfo(_Vst3Instance* h, int index, Vst3ParamInfo* info)
 {
+    VST3_REMOTE(h, paramInfo(h, index, info));
     if (!h || !h->controller || !info || index < 0 || index >= h->controller->getParameterCount())
         return 0;
     ParameterInfo p{};
@@ -393,11 +427,13 @@ extern "C" int VLORVST3_GetParamInfo(_Vst3Instance* h, int index, Vst3ParamInfo*
 
 extern "C" double VLORVST3_GetParamNormalized(_Vst3Instance* h, uint32_t id)
 {
+    VST3_REMOTE(h, paramNormalized(h, id));
     return h && h->controller ? h->controller->getParamNormalized(id) : 0.0;
 }
 
 extern "C" int VLORVST3_SetParamNormalized(_Vst3Instance* h, uint32_t id, double value)
 {
+    VST3_REMOTE(h, setParamNormalized(h, id, value));
     if (!h || !h->controller)
         return 0;
     h->controller->setParamNormalized(id, value);
@@ -407,6 +443,7 @@ extern "C" int VLORVST3_SetParamNormalized(_Vst3Instance* h, uint32_t id, double
 
 extern "C" int VLORVST3_GetParamDisplay(_Vst3Instance* h, uint32_t id, double value, char* buffer, int bufferSize)
 {
+    VST3_REMOTE(h, paramDisplay(h, id, value, buffer, bufferSize));
     if (!h || !h->controller || !buffer || bufferSize < 1)
         return 0;
     String128 text{};
@@ -421,6 +458,7 @@ extern "C" int VLORVST3_GetParamDisplay(_Vst3Instance* h, uint32_t id, double va
 
 extern "C" int VLORVST3_SetParamByString(_Vst3Instance* h, uint32_t id, const char* text)
 {
+    VST3_REMOTE(h, setParamByString(h, id, text));
     if (!h || !h->controller || !text || !*text)
         return 0;
     String128 wide{};
@@ -433,6 +471,7 @@ extern "C" int VLORVST3_SetParamByString(_Vst3Instance* h, uint32_t id, const ch
 
 extern "C" int VLORVST3_SetBypass(_Vst3Instance* h, int on)
 {
+    VST3_REMOTE(h, setBypass(h, on));
     if (!h || !h->controller || !h->hasBypass)
         return 0;
     return VLORVST3_SetParamNormalized(h, h->bypassParamId, (on & 0xff) ? 1.0 : 0.0);

@@ -44,12 +44,21 @@ struct _Vst3Instance {
     uint8_t viewAvailable = 0;
     uint8_t editorAttached = 0;
 
+    // Set when the plugin runs in a host program (vst3remote.cpp): every
+    // call then goes there, and the fields above stay unused.
+    struct Vst3RemoteSide* remote = nullptr;
+
     void raise(Vst3HostEvent event, int32_t a, int32_t b) const
     {
         if (Vst3EventCallback cb = eventCallback)
             cb(eventUserData, event, a, b);
     }
 };
+
+// The instance in this process, whatever the isolation setting says.
+_Vst3Instance* vlorvst3CreateLocal(const char* path, const char* uid);
+_Vst3Instance* vlorvst3CreateRemote(const char* path, const char* uid);
+int vlorvst3DestroyRemote(_Vst3Instance* instance);
 
 // Hands queued parameter changes to the plugin outside of audio.
 void __FlushPendingParameters(_Vst3Instance* instance);

@@ -1,6 +1,7 @@
 // A plugin's state as text: the component's and the controller's streams in
 // Base64 inside a key=value configuration string, and back.
 #include "vst3instance_p.h"
+#include "vst3remote_p.h"
 
 #include "blstring.h"
 
@@ -112,6 +113,7 @@ int __ReadB64Stream(const char* config, const char* sizeKey, const char* dataKey
 
 extern "C" char* VLORVST3_GetConfig(_Vst3Instance* h)
 {
+    VST3_REMOTE(h, getConfig(h));
     if (!h)
         return nullptr;
     __FlushPendingParameters(h);
@@ -154,6 +156,7 @@ extern "C" void VLORVST3_FreeString(char* text) { std::free(text); }
 
 extern "C" int VLORVST3_SetConfigEx(_Vst3Instance* h, const char* config, bool notify)
 {
+    VST3_REMOTE(h, setConfig(h, config, notify));
     if (!h || !config)
         return 0;
     IPtr<__StateStream> preset = newStream();

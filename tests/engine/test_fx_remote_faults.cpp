@@ -1,0 +1,118 @@
+// A VST3 or LV2 plugin that crashes or hangs in its host program takes only
+// that program with it: the instance says what became of it, fails every
+// call at once from then on, and can be ended; this process goes on.
+#include "fx_remote_fixture.h"
+
+#include <csignal>
+#include <sys/wait.h>
+#include <thread>
+
+namespace fxremote_test {
+namespace {
+
+enum class Where { Open, Process, Editor, Close };
+
+struct FaultCase {
+    const char* name;
+    const char* vst3Fault; // VLOR_FIXTURE_FAULT, or null for an LV2 fixture
+    const char* lv2Plugin;
+    Where where;
+    int expected; // the remote state after the fault
+};
+
+const FaultCase kFaults[] = {
+    {"vst3 crash at open", "open", nullptr, Where::Open, 0},
+    {"vst3 crash in process", "process", nullptr, Where::Process, kVst3RemoteCrashed},
+    {"vst3 hang in process", "hang-process", nullptr, Where::Process, kVst3RemoteHung},
+    {"vst3 crash in editor", "editor", nullptr, Where::Editor, kVst3RemoteCrashed},
+    {"vst3 hang in editor", "hang-editor", nullptr, Where::Editor, kVst3RemoteHung},
+    {"vst3 crash at close", "close", nullptr, Where::Close, 0},
+    {"lv2 crash at open", nullptr, "crash-instantiate", Where::Open, 0},
+    {"lv2 crash in process", nullptr, "crash-run", Where::Process, kLv2RemoteCrashed},
+    {"lv2 hang in process", nullptr, "hang", Where::Process, kLv2RemoteHung},
+};
+
+// The fault's call on a live instance: 1 when it succeeded.
+int provoke(_Vst3Instance* v, _Lv2Instance* l, Where where)
+{
+    std::vector<float> in = Noise(2, 256), out(in.size());
+    if (where == Where::Process)
+        return v ? VLORVST3_ProcessAudio(v, in.data(), out.data(), 2, 256)
+                 : VLORLV2_ProcessAudio(l, in.data(), out.data(), 2, 256);
+    if (where == Where::Editor)
+        return VLORVST3_EditorOpen(v, 0x1234);
+    return 1;
+}
+
+TEST_F(FxRemote, AFaultStaysInTheHostProgram)
+{
+    for (const FaultCase& c : kFaults) {
+        SCOPED_TRACE(c.name);
+        std::unique_ptr<Fault> fault(c.vst3Fault ? new Fault(c.vst3Fault) : nullptr);
+        std::string why;
+        const auto t0 = std::chrono::steady_clock::now();
+        Vst3 v = c.vst3Fault ? MakeVst3(1) : Vst3(nullptr, VLORVST3_DestroyInstance);
+        Lv2 l = c.lv2Plugin ? MakeLv2(1, c.lv2Plugin, 4096, &why) : Lv2(nullptr, VLORLV2_DestroyInstance);
+        if (c.where == Where::Open) {
+            EXPECT_FALSE(v || l);
+            if (c.lv2Plugin) {
+                EXPECT_EQ(why, "the plugin crashed while opening");
+            }
+            continue;
+        }
+        ASSERT_TRUE(v || l);
+        const int pid = v ? VLORVST3_GetRemotePid(v.get()) : VLORLV2_GetRemotePid(l.get());
+        if (c.where == Where::Close) {
+            EXPECT_EQ(VLORVST3_DestroyInstance(v.release()), 1);
+            EXPECT_LT(SecondsSince(t0), 4.0);
+            continue;
+        }
+        const auto t1 = std::chrono::steady_clock::now();
+        EXPECT_EQ(provoke(v.get(), l.get(), c.where), 0);
+        // A stuck host is given up at the timeout (a second here), a dead
+        // one within a slice of the wait.
+        EXPECT_LT(SecondsSince(t1), c.expected == kVst3RemoteHung ? 2.0 : 0.9);
+        EXPECT_EQ(v ? VLORVST3_GetRemoteState(v.get()) : VLORLV2_GetRemoteState(l.get()), c.expected);
+        // From then on every call fails at once.
+        const auto t2 = std::chrono::steady_clock::now();
+        EXPECT_EQ(provoke(v.get(), l.get(), Where::Process), 0);
+        EXPECT_EQ(v ? VLORVST3_GetNumParams(v.get()) : VLORLV2_GetNumParams(l.get()), v ? 0 : -1);
+        EXPECT_LT(SecondsSince(t2), 0.1);
+        // Ended on request, and gone with its handle.
+        EXPECT_EQ(v ? VLORVST3_Terminate(v.get()) : VLORLV2_Terminate(l.get()), 1);
+        v.reset();
+        l.reset();
+        EXPECT_NE(::kill(pid, 0), 0) << "the host program outlived its instance";
+    }
+}
+
+TEST_F(FxRemote, AHostKilledBetweenCommandsIsSeenByTheNextOne)
+{
+    Vst3 v = MakeVst3(1);
+    Lv2 l = MakeLv2(1, "gain");
+    ASSERT_TRUE(v && l);
+    const int pids[] = {VLORVST3_GetRemotePid(v.get()), VLORLV2_GetRemotePid(l.get())};
+    for (int pid : pids)
+        ::kill(pid, SIGKILL);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    // The editor's idle looks without a command.
+    VLORVST3_EditorIdle(v.get());
+    EXPECT_EQ(VLORVST3_GetRemoteState(v.get()), kVst3RemoteCrashed);
+    EXPECT_EQ(VLORLV2_GetParam(l.get(), 0), 0.0f);
+    EXPECT_EQ(VLORLV2_GetRemoteState(l.get()), kLv2RemoteCrashed);
+    EXPECT_EQ(VLORLV2_UiIdle(l.get()), 0);
+}
+
+TEST_F(FxRemote, AHostProgramThatIsMissingOrRefusesFailsTheCreation)
+{
+    // A bundle or URI the host cannot open answers with its reason.
+    Vst3 v(VLORVST3_CreateInstanceEx("/nonexistent.vst3", kVst3Gain, 1), VLORVST3_DestroyInstance);
+    EXPECT_FALSE(v);
+    std::string why;
+    Lv2 l = MakeLv2(1, "no-such-plugin", 512, &why);
+    EXPECT_FALSE(l);
+    EXPECT_NE(why.find("URI"), std::string::npos) << why;
+}
+
+} // namespace
+} // namespace fxremote_test
