@@ -3,6 +3,8 @@
 #include "QVlorDataFile_p.h"
 #include "QVlorSetting.h"
 
+#include "fxisolation.h"
+
 #include <QFile>
 #include <QGuiApplication>
 #include <QMutex>
@@ -65,6 +67,11 @@ QString TakeOpeningSentinel(const QString& path)
         return QString();
     const QString text = readSentinel(path);
     QFile::remove(path);
+    // The plugin that took the editor down runs apart from now on, where
+    // the isolation setting says so.
+    const QStringList parts = text.split(QLatin1Char('|'));
+    if (parts.size() >= 3 && (parts[0] == Vst3Token() || parts[0] == Lv2Token()))
+        VLORFX_MarkCrashed(parts[0].toUtf8().constData(), parts[1].toUtf8().constData());
     return text;
 }
 

@@ -1,5 +1,6 @@
 #include "QVlorLv2_MixerEffect.h"
 
+#include "QVlorRemoteFault_p.h"
 #include "QVlorSamples_p.h"
 #include "lv2engine.h"
 #include "lv2track_p.h"
@@ -26,6 +27,9 @@ public:
     Lv2Track track;
     bool toldNonFinite = false;
     std::atomic<bool> bypass{false};
+    // A block failed in a host program that is gone or stuck: told once,
+    // and not asked again, so that it costs the track nothing more.
+    std::atomic<bool> dead{false};
 };
 
 MixerEffect::MixerEffect(const QString& uri, int sampleRate, unsigned int channels)
@@ -55,8 +59,16 @@ int MixerEffect::process(float* input, float* output, int channels, int frames)
             std::memmove(output, input, sizeof(float) * size_t(frames) * size_t(channels));
         return frames;
     }
-    if (!isOk() || !d->track.process(input, output, channels, frames))
+    if (!isOk() || d->dead.load())
         return 0;
+    if (!d->track.process(input, output, channels, frames)) {
+        const int state = VLORLV2_GetRemoteState(d->track.first());
+        if (state >= kLv2RemoteCrashed && !d->dead.exchange(true)) {
+            qWarning().noquote() << RemoteDeathText(d->uri, state);
+            emit died();
+        }
+        return 0;
+    }
     SilenceNonFiniteBlock(output, frames * channels, d->uri, &d->toldNonFinite);
     return frames;
 }

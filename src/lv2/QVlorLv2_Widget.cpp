@@ -8,6 +8,7 @@
 #include "QVlorPluginOpening.h"
 #include "QVlorDisplayText_p.h"
 #include "QVlorPanelText_p.h"
+#include "QVlorRemoteFault_p.h"
 
 #include "lv2engine.h"
 
@@ -61,6 +62,8 @@ public:
     QTimer idleTimer;
     QWidget* panel = nullptr;
     bool applyingColours = false;
+    // Set when the plugin runs in a host program of its own.
+    QVlorRemoteFaultWatch* watch = nullptr;
 };
 
 Widget::Widget(const QVlorAudio& audio, QWidget* parent, Qt::WindowFlags flags)
@@ -97,6 +100,19 @@ bool Widget::loadPlugin(const QString& uri)
         return false;
     }
     d->instance = d->effect->instance();
+    if (VLORLV2_GetRemoteState(d->instance) != kLv2Local) {
+        _Lv2Instance* instance = d->instance;
+        d->watch = new QVlorRemoteFaultWatch(
+            this, d->name, QVlorAudioPlugins::Lv2Token(), uri, [instance] { return VLORLV2_GetRemoteState(instance); },
+            [instance] { VLORLV2_Terminate(instance); });
+        connect(d->watch, &QVlorRemoteFaultWatch::died, this, [this] {
+            d->idleTimer.stop();
+            d->editorOpen = false;
+            if (d->panel)
+                d->panel->setEnabled(false);
+            emit fxCrashed();
+        });
+    }
     // Without windows an editor could draw into, the generic panel stands in;
     // the user's switch to generated editors holds for every format.
     d->hasEditor = VLORLV2_HasUi(d->instance) == 1 && QVlorAudioPlugins::PluginEditorsWanted();
@@ -149,6 +165,12 @@ bool Widget::closeEditor()
 
 void Widget::onIdle()
 {
+    // A host program gone is told at once, not at the watch's next look.
+    if (d->watch) {
+        d->watch->check();
+        if (d->watch->isDead())
+            return;
+    }
     // An editor whose own close button was pressed is closed; the dialog stays.
     if (VLORLV2_UiIdle(d->instance) != 1)
         closeEditor();

@@ -34,6 +34,9 @@ struct FamilyMenuItems {
     QAction* lv2Children = nullptr;
     UnifiedRow family, lv2Row, other;
     QList<UnifiedRow> shellChildren;
+    // "Run in its own process": the row's VST3 and LV2 forms, as format and id.
+    QAction* runsApart = nullptr;
+    QList<QPair<QString, QString>> apartForms;
 };
 
 class QVlorPluginsPrefs : public QVlorPreferencesTab {
@@ -146,6 +149,7 @@ private:
     FamilyMenuItems addFamilyItems(QMenu* menu, const QList<UnifiedRow>& rows,
                                    const QList<QVlorPluginPairs::Entry>& entries) const;
     static void addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items);
+    static void addRunsApartItem(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
     bool actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen);
     // The format a split keeps: the row's active one.
     static QString keptFormat(const UnifiedRow& row);

@@ -1,8 +1,10 @@
 // The row menu's items for families of several formats: one form split off
 // ("Split Off"), an LV2 plugin joined to a product ("Join"), and a shell's
-// children played in LV2 ("Use LV2 in all children").
+// children played in LV2 ("Use LV2 in all children"); and where a product
+// runs ("Run in its own process").
 #include "QVlorPluginFormat.h"
 #include "QVlorPluginsPrefs_p.h"
+#include "QVlorRemoteFault_p.h"
 #include "QVlorVst3_Manager.h"
 
 #include <QAction>
@@ -58,6 +60,29 @@ FamilyMenuItems QVlorPluginsPrefs::addFamilyItems(QMenu* menu, const QList<Unifi
     return items;
 }
 
+// Shown checked while the plugin runs apart; when every plugin does, the
+// choice is not the row's to make.
+void QVlorPluginsPrefs::addRunsApartItem(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items)
+{
+    if (!single || single->newSection != UpmNewSectionNone)
+        return;
+    if (single->vst3.present)
+        items->apartForms << qMakePair(QString(QVlorAudioPlugins::Vst3Token()), single->vst3.identity);
+    if (single->lv2.present)
+        items->apartForms << qMakePair(QString(QVlorAudioPlugins::Lv2Token()), single->lv2.identity);
+    if (items->apartForms.isEmpty())
+        return;
+    const bool every = QVlorAudioPlugins::EveryPluginRunsApart();
+    bool apart = every;
+    for (const auto& form : std::as_const(items->apartForms))
+        apart = apart || QVlorAudioPlugins::RunsApartByItsMarks(form.first, form.second);
+    menu->addSeparator();
+    items->runsApart = menu->addAction(tr("Run in its own process"));
+    items->runsApart->setCheckable(true);
+    items->runsApart->setChecked(apart);
+    items->runsApart->setEnabled(!every);
+}
+
 void QVlorPluginsPrefs::addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items)
 {
     if (std::none_of(shellChildren.begin(), shellChildren.end(),
@@ -69,6 +94,13 @@ void QVlorPluginsPrefs::addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>&
 
 bool QVlorPluginsPrefs::actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen)
 {
+    if (chosen && chosen == items.runsApart) {
+        // Every form of the product alike, so that a switch of format keeps it.
+        for (const auto& form : items.apartForms)
+            QVlorAudioPlugins::SetRunsApart(form.first, form.second, chosen->isChecked());
+        d->ui.vstPluginsTreeView->viewport()->update();
+        return true;
+    }
     // The VST3 manager keeps the families; the menu gives no null choice.
     QVlorVst3::Manager* m3 = vst3();
     if (!m3)

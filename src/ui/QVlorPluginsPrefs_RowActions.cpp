@@ -324,7 +324,6 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         return;
     QVlorVst3::Manager* m3 = vst3();
     const QList<QVlorPluginPairs::Entry> entries = m3 ? m3->pairsEntriesCopy() : QList<QVlorPluginPairs::Entry>();
-
     // What each item would act on.
     const QList<UnifiedRow> addRows = rowsWhere(rows, UpmRowAddable);
     const QList<UnifiedRow> splitRows =
@@ -345,8 +344,8 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
 
     QMenu menu(this);
     QAction *addAction = nullptr, *splitAction = nullptr, *joinAction = nullptr, *removeAction = nullptr;
-    QAction *updateAction = nullptr, *resetAction = nullptr, *revealAction = nullptr;
-    QAction *vst3ChildrenAction = nullptr, *vst2ChildrenAction = nullptr;
+    QAction *updateAction = nullptr, *resetAction = nullptr, *revealAction = nullptr, *vst3ChildrenAction = nullptr,
+            *vst2ChildrenAction = nullptr;
     QList<QAction*> partnerActions;
     if (!addRows.isEmpty())
         addAction = menu.addAction(addRows.size() == 1 ? tr("Add Plugin") : tr("Add Plugins"));
@@ -372,13 +371,13 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
         addLv2ChildrenItem(&menu, shellChildren, &family);
     }
+    addRunsApartItem(&menu, single, &family);
     if (menu.isEmpty())
         return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());
     QAction* chosen = menu.exec(tree->mapToGlobal(pos));
     if (!chosen)
         return;
-
     if (actOnFamilyItem(family, chosen)) {
         return;
     } else if (chosen == addAction) {

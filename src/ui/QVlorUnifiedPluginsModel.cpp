@@ -2,6 +2,8 @@
 // new-plugin sections, rebuilt whole from rows at each setRows.
 #include "QVlorUnifiedPluginsModel.h"
 
+#include "QVlorRemoteFault_p.h"
+
 #include "QVlorDisplayText_p.h"
 #include "QVlorPluginFormat.h"
 
@@ -154,6 +156,21 @@ int QVlorUnifiedPluginsModel::rowCount(const QModelIndex& parent) const
 
 int QVlorUnifiedPluginsModel::columnCount(const QModelIndex&) const { return kColumns; }
 
+// The mark of a row whose active VST3 or LV2 form runs in a host program
+// for its own sake.
+bool QVlorUnifiedPluginsModel::runsApart(const Node* node)
+{
+    if (!node->hasRow)
+        return false;
+    const UnifiedRow& r = node->row;
+    const UnifiedFormatInfo* f = activeFormat(r);
+    if (f == &r.vst3)
+        return QVlorAudioPlugins::RunsApartByItsMarks(QVlorAudioPlugins::Vst3Token(), r.vst3.identity);
+    if (f == &r.lv2)
+        return QVlorAudioPlugins::RunsApartByItsMarks(QVlorAudioPlugins::Lv2Token(), r.lv2.identity);
+    return false;
+}
+
 Qt::CheckState QVlorUnifiedPluginsModel::effectiveCheckState(Node* node)
 {
     if (node->kind == NodeNewPath)
@@ -180,8 +197,14 @@ QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) cons
         switch (role) {
         case Qt::DisplayRole:
             return n->label;
-        case Qt::ToolTipRole:
-            return n->fullLabel.isEmpty() ? QVariant() : QVariant(n->fullLabel);
+        case Qt::DecorationRole:
+            return runsApart(n) ? QVariant(QVlorAudioPlugins::RunsApartIcon()) : QVariant();
+        case Qt::ToolTipRole: {
+            QString tip = n->fullLabel;
+            if (runsApart(n))
+                tip += (tip.isEmpty() ? QString() : QStringLiteral("\n")) + tr("Runs in its own process");
+            return tip.isEmpty() ? QVariant() : QVariant(tip);
+        }
         case Qt::CheckStateRole:
             if (n->kind == NodeNewSection || rawRow(n))
                 return QVariant();

@@ -44,6 +44,7 @@ public:
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
     static Qt::CheckState effectiveCheckState(Node* node);
+    static bool runsApart(const Node* node);
     static bool formatAvailableForPair(const QList<UnifiedRow>& rows, const QString& pairId, const QString& format);
 
     // ComposeUnifiedRows, by the name the page has always called.

@@ -2,11 +2,14 @@
 // its engine through the power calls.
 #include "QVlorVst3_MixerEffect.h"
 
+#include "QVlorRemoteFault_p.h"
 #include "QVlorSamples_p.h"
 #include "vst3engine.h"
 #include "vst3track_p.h"
 
 #include <QDebug>
+
+#include <atomic>
 
 namespace QVlorVst3 {
 
@@ -16,6 +19,9 @@ public:
     Vst3Track track; // one instance, or one a channel
     _Vst3Instance* instance = nullptr; // the track's first: what the dialog shows
     bool toldNonFinite = false;
+    // A block failed in a host program that is gone or stuck: told once,
+    // and not asked again, so that it costs the track nothing more.
+    std::atomic<bool> dead{false};
 };
 
 MixerEffect::MixerEffect(const Plugin& plugin, int sampleRate, unsigned int channels)
@@ -42,8 +48,16 @@ bool MixerEffect::isOk() const { return d->instance != nullptr; }
 
 int MixerEffect::process(float* input, float* output, int channels, int frames)
 {
-    if (!d->instance || !d->track.process(input, output, channels, frames))
+    if (!d->instance || d->dead.load())
         return 0;
+    if (!d->track.process(input, output, channels, frames)) {
+        const int state = VLORVST3_GetRemoteState(d->instance);
+        if (state >= kVst3RemoteCrashed && !d->dead.exchange(true)) {
+            qWarning().noquote() << RemoteDeathText(d->plugin.name(), state);
+            emit died();
+        }
+        return 0;
+    }
     SilenceNonFiniteBlock(output, frames * channels, d->plugin.name(), &d->toldNonFinite);
     return frames;
 }

@@ -33,6 +33,12 @@ public:
     QString params() const;
     bool setParams(const QString& text);
 
+signals:
+    // Once, from the audio thread, when a block failed because the plugin's
+    // host program crashed or stopped answering: from then on the effect
+    // gives nothing and the mixer plays the track without it.
+    void died();
+
 private:
     class Data;
     Data* d;

@@ -8,6 +8,7 @@
 #include "QVlorPluginOpening.h"
 #include "QVlorDisplayText_p.h"
 #include "QVlorPanelText_p.h"
+#include "QVlorRemoteFault_p.h"
 
 #include "QVlorSetting.h"
 
@@ -166,13 +167,20 @@ public:
     QTimer idleTimer;
     QWidget* panel = nullptr;
     bool applyingColours = false;
+    // Set when the plugin runs in a host program of its own.
+    QVlorRemoteFaultWatch* watch = nullptr;
 };
 
 Widget::Widget(const QVlorAudio& audio, QWidget* parent, Qt::WindowFlags flags)
     : QVlorFxWidget(audio, parent, flags), d(new Data)
 {
     d->idleTimer.setInterval(16);
-    connect(&d->idleTimer, &QTimer::timeout, this, [this] { VLORVST3_EditorIdle(d->instance); });
+    connect(&d->idleTimer, &QTimer::timeout, this, [this] {
+        VLORVST3_EditorIdle(d->instance);
+        // A host program gone is told at once, not at the watch's next look.
+        if (d->watch)
+            d->watch->check();
+    });
 }
 
 Widget::~Widget()
@@ -199,6 +207,18 @@ bool Widget::loadPlugin(const Plugin& plugin)
         return false;
     d->effect->powerOn(mixer.bufferFrames());
     d->instance = d->effect->instance();
+    if (VLORVST3_GetRemoteState(d->instance) != kVst3Local) {
+        _Vst3Instance* instance = d->instance;
+        d->watch = new QVlorRemoteFaultWatch(
+            this, plugin.name(), QVlorAudioPlugins::Vst3Token(), plugin.uid(),
+            [instance] { return VLORVST3_GetRemoteState(instance); }, [instance] { VLORVST3_Terminate(instance); });
+        connect(d->watch, &QVlorRemoteFaultWatch::died, this, [this] {
+            d->idleTimer.stop();
+            if (d->panel)
+                d->panel->setEnabled(false);
+            emit fxCrashed();
+        });
+    }
     VLORVST3_SetEventCallback(d->instance, __QVlorVst3WidgetEventCallback, this);
     // Without windows a plugin could draw into, the generic panel stands in;
     // the user's switch to generated editors holds for both formats.

@@ -176,7 +176,7 @@ TEST_F(Lv2Cli, ScanListSwitchAndApplyTakeLv2PluginsByNameAndUri)
         {"scan --quiet --no-vst2 --no-vst3", 0, "LV2: 1 bundles, 13 plugins: 7 on, 0 off, 5 failed"},
         {"menu --with-audio", 0, "Fixture Gain \u00B7 LV2  [lv2id-urn:vlor:fixture:gain]"},
         {"prefs --status lv2 --context-menu 'Fixture Atom' --screenshot menu.png", 0,
-         "menu: Update Plugin | Reset Plugin | Open file location"},
+         "menu: Update Plugin | Reset Plugin | Open file location | Run in its own process"},
     };
     setenv("QT_QPA_PLATFORM", "offscreen", 1);
     for (const Step& s : steps) {

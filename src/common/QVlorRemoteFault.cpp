@@ -1,0 +1,117 @@
+#include "QVlorRemoteFault_p.h"
+
+#include "QVlorDialogs.h"
+#include "QVlorSetting.h"
+
+#include "fxisolation.h"
+
+#include <QPainter>
+#include <QPainterPath>
+#include <QWidget>
+
+namespace {
+
+// Often enough to be told within a second of the host's timeout.
+constexpr int kCheckMs = 250;
+enum { kCrashed = 2, kHung = 3 };
+
+} // namespace
+
+QVlorRemoteFaultWatch::QVlorRemoteFaultWatch(QWidget* dialog, const QString& name, const QString& format,
+                                             const QString& id, std::function<int()> state,
+                                             std::function<void()> end)
+    : QObject(dialog), m_dialog(dialog), m_name(name), m_format(format), m_id(id), m_state(std::move(state)),
+      m_end(std::move(end))
+{
+    m_timer.setInterval(kCheckMs);
+    connect(&m_timer, &QTimer::timeout, this, &QVlorRemoteFaultWatch::check);
+    m_timer.start();
+}
+
+void QVlorRemoteFaultWatch::check()
+{
+    if (m_dead)
+        return;
+    const int state = m_state();
+    if (state != kCrashed && state != kHung)
+        return;
+    m_dead = true;
+    m_timer.stop();
+    // A plugin that took its host program down would have taken the editor
+    // with it: it keeps running apart.
+    VLORFX_MarkCrashed(m_format.toUtf8().constData(), m_id.toUtf8().constData());
+    QPointer<QVlorRemoteFaultWatch> alive(this);
+    if (state == kCrashed) {
+        QVlorMessageBox::detailed(m_dialog, QMessageBox::Warning, tr("Plugin crashed"),
+                                  tr("The plugin %1 crashed and will be finalized.").arg(m_name),
+                                  tr("It ran in a program of its own: your audio, your selection and your undo "
+                                     "history are as they were."),
+                                  QMessageBox::Ok);
+    } else {
+        const QMessageBox::StandardButton answer = QVlorMessageBox::question(
+            m_dialog, tr("Plugin not answering"),
+            tr("The plugin %1 has stopped answering. End it now? Your audio and your undo history are kept.")
+                .arg(m_name),
+            QMessageBox::Yes | QMessageBox::No);
+        if (answer == QMessageBox::Yes && alive)
+            m_end();
+    }
+    if (alive)
+        emit died();
+}
+
+QString RemoteDeathText(const QString& name, int state)
+{
+    return state == kHung ? QStringLiteral("%1 stopped answering; the track plays on without it").arg(name)
+                          : QStringLiteral("%1 crashed in its host program; the track plays on without it").arg(name);
+}
+
+namespace QVlorAudioPlugins {
+
+namespace {
+QByteArray utf8(const QString& s) { return s.toUtf8(); }
+} // namespace
+
+bool EveryPluginRunsApart()
+{
+    return QVlorSetting::global().getString(QStringLiteral("vloraudio.plugins.isolation"), QString()) ==
+           QLatin1String("always");
+}
+
+bool RunsApartByItsMarks(const QString& format, const QString& id)
+{
+    return !EveryPluginRunsApart() && VLORFX_RunsInOwnProcess(utf8(format).constData(), utf8(id).constData());
+}
+
+void SetRunsApart(const QString& format, const QString& id, bool on)
+{
+    VLORFX_SetOwnProcess(utf8(format).constData(), utf8(id).constData(), on ? 1 : 0);
+}
+
+// Two boxes, one standing apart from the other: the plugin in a program of
+// its own. Drawn in the text colour's grey so that it reads in both themes.
+QIcon RunsApartIcon()
+{
+    static const QIcon icon = [] {
+        QIcon i;
+        for (int size : {16, 32, 48}) {
+            QPixmap pixmap(size, size);
+            pixmap.fill(Qt::transparent);
+            QPainter p(&pixmap);
+            p.setRenderHint(QPainter::Antialiasing);
+            const qreal u = size / 16.0;
+            p.setPen(QPen(QColor(128, 128, 128), 1.2 * u));
+            p.setBrush(Qt::NoBrush);
+            p.drawRoundedRect(QRectF(1.5 * u, 5.5 * u, 8 * u, 8 * u), 1.5 * u, 1.5 * u);
+            p.setBrush(QColor(74, 144, 226));
+            p.setPen(QPen(QColor(74, 144, 226), 1.2 * u));
+            p.drawRoundedRect(QRectF(8.5 * u, 2.5 * u, 6 * u, 6 * u), 1.5 * u, 1.5 * u);
+            p.end();
+            i.addPixmap(pixmap);
+        }
+        return i;
+    }();
+    return icon;
+}
+
+} // namespace QVlorAudioPlugins
