@@ -10,6 +10,8 @@
 #include "QVlorAudio.h"
 #include "QVlorMixer.h"
 #include "QVlorSetting.h"
+
+#include "fxisolation.h"
 #include "QVlorVst3_Catalog.h"
 #include "QVlorVst3_Widget.h"
 #include "QVlorVst_Widget.h"
@@ -37,8 +39,8 @@
 namespace {
 
 const char* const kOpenHelp =
-    "usage: vlorfx open [--cid CID] [--id N] [--generic] [--theme light|dark] [--screenshot FILE] PLUGIN\n"
-    "       vlorfx open --lv2 URI [--generic] [--theme light|dark] [--screenshot FILE]\n\n"
+    "usage: vlorfx open [--cid CID] [--id N] [--generic] [--apart] [--theme light|dark] [--screenshot FILE] PLUGIN\n"
+    "       vlorfx open --lv2 URI [--generic] [--apart] [--theme light|dark] [--screenshot FILE]\n\n"
     "Shows the effect in a window, as the editor's effect dialog does: the\n"
     "plugin's own editor when it has one and a display is there to show it,\n"
     "a panel of its parameters otherwise.\n\n"
@@ -48,9 +50,13 @@ const char* const kOpenHelp =
     "  --cid CID         the effect class of a bundle that holds more than one\n"
     "  --id N            the plugin of a VST2 shell file\n"
     "  --generic         the parameter panel even where the plugin has an editor\n"
+    "  --apart           a VST3 or LV2 plugin in a host program of its own, its\n"
+    "                    editor embedded from there\n"
     "  --theme T         light (the default) or dark\n"
     "  --screenshot FILE save a picture of the window once it has painted, and quit\n\n"
-    "The plugin runs in this process, as in the editor's dialog. Under xvfb-run\n"
+    "The plugin runs where the editor's dialog would run it: a VST2 plugin in\n"
+    "its host program, a VST3 or LV2 one where vloraudio.plugins.isolation says\n"
+    "(in this process until it has crashed once). Under xvfb-run\n"
     "the plugin's own editor is drawn on the virtual display.\n\n"
     "example:\n"
     "  xvfb-run -a vlorfx open --screenshot comp.png /usr/lib/vst3/ZamComp.vst3\n"
@@ -159,6 +165,8 @@ int cmdOpen(int argc, char** argv)
             id = std::atoi(argv[++i]);
         } else if (a == "--generic") {
             generic = true;
+        } else if (a == "--apart") {
+            VLORFX_SetIsolationForThisRun("always");
         } else if (a == "--theme" && hasValue) {
             const std::string t = argv[++i];
             if (t != "light" && t != "dark")

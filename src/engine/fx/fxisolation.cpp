@@ -9,11 +9,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <string>
 
 namespace {
 
 std::atomic<bool> g_hostProgram{false};
+// The mode for this run, over the setting; empty for none.
+std::mutex g_runLock;
+std::string g_runMode;
 
 std::string keyOf(const char* kind, const char* format, const char* id)
 {
@@ -51,6 +55,11 @@ extern "C" int VLORFX_RunsInOwnProcess(const char* format, const char* id)
         return 0;
     char mode[32] = {};
     BLSETTINGS_GetStringEx(nullptr, mode, int(sizeof(mode)), "vloraudio.plugins.isolation=[after_crash]");
+    {
+        std::lock_guard<std::mutex> g(g_runLock);
+        if (!g_runMode.empty())
+            std::snprintf(mode, sizeof(mode), "%s", g_runMode.c_str());
+    }
     if (!std::strcmp(mode, "always") || VLORFX_GetOwnProcess(format, id))
         return 1;
     return std::strcmp(mode, "never") != 0 && VLORFX_HasCrashed(format, id) ? 1 : 0;
@@ -67,3 +76,9 @@ extern "C" void VLORFX_SetOwnProcess(const char* format, const char* id, int on)
 extern "C" void VLORFX_MarkCrashed(const char* format, const char* id) { setFlag("crashed", format, id, true); }
 extern "C" int VLORFX_HasCrashed(const char* format, const char* id) { return flag("crashed", format, id); }
 extern "C" void VLORFX_SetHostProgram(void) { g_hostProgram.store(true); }
+
+extern "C" void VLORFX_SetIsolationForThisRun(const char* mode)
+{
+    std::lock_guard<std::mutex> g(g_runLock);
+    g_runMode = mode ? mode : "";
+}

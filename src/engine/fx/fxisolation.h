@@ -22,6 +22,9 @@ VLORFX_EXPORT void VLORFX_SetOwnProcess(const char* format, const char* id, int 
 /* The plugin took a process down (or its host program): remembered. */
 VLORFX_EXPORT void VLORFX_MarkCrashed(const char* format, const char* id);
 VLORFX_EXPORT int VLORFX_HasCrashed(const char* format, const char* id);
+/* A mode over the setting for as long as this process runs (null: none);
+ * the setting itself is left as it is. */
+VLORFX_EXPORT void VLORFX_SetIsolationForThisRun(const char* mode);
 /* This process is a host program: its instances are made here, always. */
 VLORFX_EXPORT void VLORFX_SetHostProgram(void);
 
