@@ -11,6 +11,7 @@
 #include "QVlorPluginsPrefs.h"
 #include "QVlorSetting.h"
 #include "QVlorVst3_Manager.h"
+#include "QVlorLv2_Widget.h"
 #include "QVlorVst3_Widget.h"
 #include "QVlorVst_Manager.h"
 #include "QVlorVst_Widget.h"
@@ -361,7 +362,10 @@ bool MainWindow::applyEffect(QVlorFxWidget* widget, QString* error)
         *error = tr("There is no audio to apply the effect to");
         return false;
     }
-    const char* filter = qobject_cast<QVlorVst3::Widget*>(widget) ? "VST3 host" : "VST host";
+    // Each format's filter; an LV2 dialog's configuration means nothing to the others.
+    const char* filter = qobject_cast<QVlorVst3::Widget*>(widget)  ? "VST3 host"
+                         : qobject_cast<QVlorLv2::Widget*>(widget) ? "LV2 host"
+                                                                  : "VST host";
     const QByteArray config = widget->fxParam(false).toUtf8();
     qint64 start = 0, count = 0;
     selectedRange(&start, &count);
