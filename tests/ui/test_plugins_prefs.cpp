@@ -3,6 +3,8 @@
 // of real managers; and its painting, checked by pixels in both themes.
 #include "prefs_fixture.h"
 
+#include "fxisolation.h"
+
 #include <QCheckBox>
 #include <QComboBox>
 #include <QHeaderView>
@@ -128,9 +130,14 @@ TEST_F(Prefs, ABadgeClickSwitchesAPairsFormatKeepingItInUseAndNotOntoACrashedOne
 
     // A crashed format cannot be made active.
     ASSERT_TRUE(writeOpeningSentinel(QStringLiteral("vst3"), kGain, QStringLiteral("Fixture Gain")));
+    VLORFX_SetOwnProcess("vst3", kGain.toUtf8().constData(), 0);
     EXPECT_EQ(vst3->consumeCrashSentinel(), QStringLiteral("Fixture Gain"));
     settle();
     ASSERT_EQ(rowOf(pairRow()).vst3.state, QStringLiteral("crashed"));
+    // The plugin that took the editor down runs in a host program from now on.
+    EXPECT_EQ(VLORFX_HasCrashed("vst3", kGain.toUtf8().constData()), 1);
+    EXPECT_EQ(VLORFX_RunsInOwnProcess("vst3", kGain.toUtf8().constData()), 1);
+    VLORFX_SetOwnProcess("vst3", kGain.toUtf8().constData(), 0);
     click(badge(pairRow(), 1).center().toPoint());
     settle();
     EXPECT_EQ(activeFormat(pairId), QStringLiteral("vst2"));

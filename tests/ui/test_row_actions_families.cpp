@@ -1,10 +1,14 @@
 // A product in several formats on the page, driven as a user drives it: the
 // fixture gain in VST3 and LV2 is one row whose badges switch the form in
 // use, keeping it on or off; the row menu splits the family, joins it again,
-// takes a third form and lets one go, and a group plays LV2 in all children.
+// takes a third form and lets one go, a group plays LV2 in all children,
+// and the product runs in its own process.
 #include "row_actions_fixture.h"
 
 #include "QVlorLv2_Manager.h"
+#include "QVlorSetting.h"
+
+#include "fxisolation.h"
 
 namespace {
 
@@ -125,4 +129,39 @@ TEST_F(FamilyRows, AGroupPlaysLv2InAllChildren)
         settle();
         return family().activeFormat == QStringLiteral("lv2");
     }, 10000));
+}
+
+// "Run in its own process" holds for the product in every form: its mark
+// shows whichever form is in use, and taken back it forgets the plugin's
+// crash too. When every plugin runs apart no row is marked.
+TEST_F(FamilyRows, RunInItsOwnProcessHoldsForEveryFormAndShowsAMark)
+{
+    const QString pairId = family().pairId;
+    const QString cid = rowOf(rowOfPair(pairId)).vst3.identity;
+    const auto marked = [&] { return !rowOfPair(pairId).data(Qt::DecorationRole).isNull(); };
+    EXPECT_TRUE(contextMenuOn({rowOfPair(pairId)}).contains(QStringLiteral("Run in its own process")));
+    EXPECT_FALSE(marked());
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Run in its own process"));
+    EXPECT_EQ(VLORFX_GetOwnProcess("vst3", cid.toUtf8().constData()), 1);
+    EXPECT_EQ(VLORFX_GetOwnProcess("lv2", kGainUri.toUtf8().constData()), 1);
+    EXPECT_TRUE(marked());
+    EXPECT_TRUE(rowOfPair(pairId).data(Qt::ToolTipRole).toString().contains(QStringLiteral("own process")));
+    // The form in use switched: the mark stays.
+    click(badge(rowOfPair(pairId), 2).center().toPoint());
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOf(rowOfPair(pairId)).lv2.active;
+    }, 10000));
+    EXPECT_TRUE(marked());
+    VLORFX_MarkCrashed("lv2", kGainUri.toUtf8().constData());
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Run in its own process"));
+    EXPECT_EQ(VLORFX_GetOwnProcess("vst3", cid.toUtf8().constData()), 0);
+    EXPECT_EQ(VLORFX_HasCrashed("lv2", kGainUri.toUtf8().constData()), 0);
+    EXPECT_FALSE(marked());
+    // Every plugin apart: no row is marked.
+    QVlorSetting::global().change(QStringLiteral("vloraudio.plugins.isolation"), QStringLiteral("always"));
+    VLORFX_SetOwnProcess("lv2", kGainUri.toUtf8().constData(), 1);
+    EXPECT_FALSE(marked());
+    QVlorSetting::global().remove(QStringLiteral("vloraudio.plugins.isolation"));
+    VLORFX_SetOwnProcess("lv2", kGainUri.toUtf8().constData(), 0);
 }
