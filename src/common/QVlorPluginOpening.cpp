@@ -32,6 +32,8 @@ void SetOpeningSentinelPath(const QString& path)
 {
     QMutexLocker l(&s_sentinelLock);
     s_sentinelPath = path;
+    // A crash inside a plugin's call, not only in its opening, names it there.
+    VLORFX_SetCrashRecordPath(QFile::encodeName(path).constData());
 }
 
 QString OpeningSentinelPath()

@@ -116,3 +116,48 @@ TEST_F(FxRemote, AHostProgramThatIsMissingOrRefusesFailsTheCreation)
 
 } // namespace
 } // namespace fxremote_test
+
+namespace fxremote_test {
+namespace {
+
+struct RecordCase {
+    const char* name;
+    const char* fault; // VLOR_FIXTURE_FAULT, or null
+    std::vector<std::string> args;
+    const char* expected;
+};
+
+// A plugin that crashes in the editor's own process, in its opening or in a
+// block, is named where the next start reads it: it runs apart from then on.
+TEST_F(FxRemote, ACrashInThisProcessNamesThePluginForTheNextStart)
+{
+    const std::string gain = std::string("vst3|") + kVst3Gain + "|Fixture Gain";
+    const RecordCase cases[] = {
+        {"vst3 in a block", "process", {"vst3", kVst3Bundle, kVst3Gain}, gain.c_str()},
+        {"vst3 opening", "open", {"vst3", kVst3Bundle, kVst3Gain}, gain.c_str()},
+        {"lv2 in a block", nullptr, {"lv2", kLv2 + "crash-run"}, "lv2|urn:vlor:fixture:crash-run|Fixture Crash Run"},
+        {"lv2 opening", nullptr, {"lv2", kLv2 + "crash-instantiate"},
+         "lv2|urn:vlor:fixture:crash-instantiate|Fixture Crash Instantiate"},
+    };
+    const std::string record = std::string(VLOR_BIN_DIR) + "/../testhome/crash-record.txt";
+    for (const RecordCase& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::remove(record.c_str());
+        std::string command = std::string(c.fault ? "VLOR_FIXTURE_FAULT=" : "") + (c.fault ? c.fault : "") + " '" +
+                              VLOR_BIN_DIR + "/vlor_crash_child' '" + record + "'";
+        for (const std::string& a : c.args)
+            command += " '" + a + "'";
+        const int status = std::system((command + " 2>/dev/null").c_str());
+        EXPECT_NE(status, 0) << "the plugin did not crash";
+        FILE* f = std::fopen(record.c_str(), "r");
+        ASSERT_NE(f, nullptr) << "nothing was recorded";
+        char text[512] = "";
+        const size_t n = std::fread(text, 1, sizeof(text) - 1, f);
+        std::fclose(f);
+        EXPECT_EQ(std::string(text, n), c.expected);
+    }
+    std::remove(record.c_str());
+}
+
+} // namespace
+} // namespace fxremote_test

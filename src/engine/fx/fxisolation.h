@@ -25,6 +25,10 @@ VLORFX_EXPORT int VLORFX_HasCrashed(const char* format, const char* id);
 /* A mode over the setting for as long as this process runs (null: none);
  * the setting itself is left as it is. */
 VLORFX_EXPORT void VLORFX_SetIsolationForThisRun(const char* mode);
+/* Where a fatal signal inside a plugin's call in this process writes
+ * "format|id|name", the text a start after the crash reads to blame it;
+ * null or empty: nowhere. */
+VLORFX_EXPORT void VLORFX_SetCrashRecordPath(const char* path);
 /* This process is a host program: its instances are made here, always. */
 VLORFX_EXPORT void VLORFX_SetHostProgram(void);
 

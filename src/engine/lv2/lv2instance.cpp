@@ -3,6 +3,7 @@
 #include "lv2instance_p.h"
 #include "lv2remote_p.h"
 
+#include "fxblame_p.h"
 #include "fxisolation.h"
 #include "lv2engine_testing.h"
 #include "../interleave_p.h"
@@ -305,10 +306,16 @@ _Lv2Instance* vlorlv2::CreateLocal(const char* uri, double sampleRate, int maxBl
     if (!missing.empty())
         return failWith(d, error, errorSize, "the plugin requires a feature this host does not offer: " + missing);
     d->fixedBlock = fixedBlockOf(d->plugin, maxBlock);
+    LilvNode* name = lilv_plugin_get_name(d->plugin);
+    d->blame = std::string("lv2|") + uri + "|" + (name ? lilv_node_as_string(name) : uri);
+    lilv_node_free(name);
     MakePorts(d);
     MakeParams(d);
     MakeFeatures(d);
-    d->instance = lilv_plugin_instantiate(d->plugin, sampleRate, d->featureList);
+    {
+        const vlorfx::InPlugin inPlugin(d->blame.c_str());
+        d->instance = lilv_plugin_instantiate(d->plugin, sampleRate, d->featureList);
+    }
     if (!d->instance)
         return failWith(d, error, errorSize, "the plugin refused to start (instantiate failed)");
     ConnectPorts(d);
@@ -434,6 +441,7 @@ extern "C" int VLORLV2_ProcessAudio(_Lv2Instance* d, const float* input, float* 
     LV2_REMOTE(d, process(d, input, output, channels, frames));
     if (!d || !d->active || !input || !output || channels <= 0 || frames < 0)
         return 0;
+    const vlorfx::InPlugin inPlugin(d->blame.c_str());
     if (d->fixedBlock > 0) {
         processGathered(d, input, output, channels, frames);
         return 1;

@@ -110,6 +110,8 @@ struct _Lv2Instance {
     // Set when the plugin runs in a host program (lv2remote.cpp): every
     // call then goes there, and the fields below stay unused.
     struct Lv2RemoteSide* remote = nullptr;
+    // "lv2|URI|name": what a crash inside one of its calls here is told as.
+    std::string blame;
     const LilvPlugin* plugin = nullptr;
     LilvInstance* instance = nullptr;
     double sampleRate = 44100;

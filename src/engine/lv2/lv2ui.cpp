@@ -5,6 +5,8 @@
 #include "lv2instance_p.h"
 #include "lv2remote_p.h"
 
+#include "fxblame_p.h"
+
 #include <lv2/atom/atom.h>
 #include <lv2/atom/util.h>
 #include <lv2/data-access/data-access.h>
@@ -356,6 +358,7 @@ extern "C" int VLORLV2_UiOpen(_Lv2Instance* d, uint64_t parent, Lv2UiCallback ca
 extern "C" int VLORLV2_UiIdle(_Lv2Instance* d)
 {
     LV2_REMOTE(d, uiIdle(d));
+    const vlorfx::InPlugin inPlugin(d ? d->blame.c_str() : nullptr);
     Ui* ui = d ? d->ui : nullptr;
     if (!ui)
         return 0;

@@ -4,6 +4,8 @@
 #include "vst3instance_p.h"
 #include "vst3remote_p.h"
 
+#include "fxblame_p.h"
+
 #include <pluginterfaces/gui/iplugview.h>
 #include <pluginterfaces/vst/ivsteditcontroller.h>
 
@@ -206,6 +208,7 @@ extern "C" int VLORVST3_EditorOpen(_Vst3Instance* h, uint64_t window)
     VST3_REMOTE(h, editorOpen(h, window));
     if (!h || window == 0)
         return 0;
+    const vlorfx::InPlugin inPlugin(h->blame.c_str());
     IPlugView* view = viewOf(h);
     if (!view || h->editorAttached)
         return 0;
@@ -255,6 +258,7 @@ extern "C" int VLORVST3_EditorCanResize(_Vst3Instance* h)
 extern "C" int VLORVST3_EditorIdle(_Vst3Instance* h)
 {
     VST3_REMOTE(h, editorIdle(h));
+    const vlorfx::InPlugin inPlugin(h ? h->blame.c_str() : nullptr);
     return h && h->frame ? frameOf(h)->idle() : 0;
 }
 

@@ -3,6 +3,7 @@
 #include "vst3instance_p.h"
 #include "vst3remote_p.h"
 
+#include "fxblame_p.h"
 #include "fxisolation.h"
 #include "../interleave_p.h"
 #include "../utf8_p.h"
@@ -140,9 +141,13 @@ _Vst3Instance* vlorvst3CreateLocal(const char* path, const char* uid)
     if (!info)
         return nullptr;
 
+    const std::string blame = std::string("vst3|") + uid + "|" + info->name();
     auto provider = std::make_unique<PlugProvider>(module->getFactory(), *info, true);
-    if (!provider->initialize())
-        return nullptr;
+    {
+        const vlorfx::InPlugin inPlugin(blame.c_str());
+        if (!provider->initialize())
+            return nullptr;
+    }
     IPtr<IComponent> component = provider->getComponentPtr();
     IPtr<IEditController> controller = provider->getControllerPtr();
     if (!component)
@@ -152,6 +157,7 @@ _Vst3Instance* vlorvst3CreateLocal(const char* path, const char* uid)
         return nullptr;
 
     auto* h = new _Vst3Instance;
+    h->blame = blame;
     h->inputChanges = owned(new ParameterChanges(0));
     h->outputChanges = owned(new ParameterChanges(0));
     h->inputEvents = owned(new EventList);
@@ -324,6 +330,7 @@ extern "C" int VLORVST3_ProcessAudio(_Vst3Instance* h, const float* input, float
     VST3_REMOTE(h, process(h, input, output, channels, frames));
     if (!h || !h->processing || !h->prepared || !input || !output || channels < 1)
         return 0;
+    const vlorfx::InPlugin inPlugin(h->blame.c_str());
     std::lock_guard<std::mutex> g(h->processLock);
     HostProcessData& pd = h->processData;
     if (pd.numInputs < 1 || pd.numOutputs < 1 || pd.inputs[0].numChannels < 1 || pd.outputs[0].numChannels < 1)

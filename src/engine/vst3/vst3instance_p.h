@@ -6,6 +6,7 @@
 #include "vst3hosting_p.h"
 
 #include <mutex>
+#include <string>
 
 #include <pluginterfaces/gui/iplugview.h>
 
@@ -47,6 +48,8 @@ struct _Vst3Instance {
     // Set when the plugin runs in a host program (vst3remote.cpp): every
     // call then goes there, and the fields above stay unused.
     struct Vst3RemoteSide* remote = nullptr;
+    // "vst3|UID|name": what a crash inside one of its calls here is told as.
+    std::string blame;
 
     void raise(Vst3HostEvent event, int32_t a, int32_t b) const
     {
