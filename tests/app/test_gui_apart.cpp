@@ -3,7 +3,7 @@
 // host program of its own: because every plugin does ("always"), or because
 // it crashed once before ("after_crash"). An edit applied before stays in
 // the undo history, and the audio is as that edit left it.
-#include "window.h"
+#include "gui_fixture.h"
 
 #include "QVlorAudioPlugins.h"
 #include "QVlorDialogs.h"
@@ -53,20 +53,6 @@ const ApartCase kCases[] = {
     {"lv2 at open", nullptr, "crash-instantiate", At::Open}, {"lv2 in process", nullptr, "crash-run", At::Process},
     {"lv2 in editor", nullptr, "crash-ui", At::Editor},  {"lv2 at close", nullptr, "crash-cleanup", At::Close},
 };
-
-void writeWav(const std::string& file)
-{
-    SF_INFO info{};
-    info.channels = 2;
-    info.samplerate = 44100;
-    info.format = SF_FORMAT_WAV | SF_FORMAT_FLOAT;
-    SNDFILE* f = sf_open(file.c_str(), SFM_WRITE, &info);
-    std::vector<float> v(2 * 4410);
-    for (size_t i = 0; i < v.size(); ++i)
-        v[i] = 0.1f * float(std::sin(0.03 * double(i / 2)));
-    sf_writef_float(f, v.data(), 4410);
-    sf_close(f);
-}
 
 class GuiApart : public ::testing::TestWithParam<const char*> {
 protected:
@@ -139,7 +125,9 @@ TEST_P(GuiApart, TheWindowAndItsUndoHistorySurviveEachCrash)
             VLORFX_MarkCrashed(format, id.constData());
         ASSERT_EQ(VLORFX_RunsInOwnProcess(format, id.constData()), 1);
         window->document()->undoStack()->clear();
+        const double before = rms(window->document()->samples());
         applyAnEdit();
+        EXPECT_GT(rms(window->document()->samples()), before) << "the gain made it louder";
         const int edits = window->document()->undoStack()->count();
         const QVector<float> edited = window->document()->samples();
         if (c.at == At::Editor && !xcb) {
@@ -160,8 +148,9 @@ TEST_P(GuiApart, TheWindowAndItsUndoHistorySurviveEachCrash)
             vlorfx::EffectDialog* dialog = window->effectDialog();
             if (c.at == At::Process)
                 QTest::mouseClick(dialog->findChild<QPushButton*>(QStringLiteral("applyButton")), Qt::LeftButton);
-            if (c.at == At::Editor)
+            if (c.at == At::Editor) {
                 EXPECT_TRUE(crashed.wait(3000)) << "the crash box did not come";
+            }
             dialog->close();
             QTest::qWait(50);
         }
