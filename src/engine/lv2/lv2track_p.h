@@ -41,6 +41,7 @@ public:
     {
         close();
         m_channels = channels;
+        m_followEvery = int(sampleRate) / kFollowsPerSecond;
         if (!add(uri, sampleRate, maxBlock, why))
             return false;
         int inputs = 0, outputs = 0;
@@ -122,10 +123,16 @@ public:
             return VLORLV2_ProcessAudio(first(), in, out, channels, frames) == 1;
         if (m_instances.empty())
             return false;
-        const int params = VLORLV2_GetNumParams(first());
-        for (size_t k = 1; k < m_instances.size(); ++k)
-            for (int i = 0; i < params; ++i)
-                VLORLV2_SetParam(m_instances[k], i, VLORLV2_GetParam(first(), i));
+        // Instances in host programs are asked over their pipes: the audio
+        // thread follows them some times a second, not at every block.
+        m_sinceFollow += frames;
+        if (!VLORLV2_GetRemoteState(first()) || m_sinceFollow >= m_followEvery) {
+            m_sinceFollow = 0;
+            const int params = VLORLV2_GetNumParams(first());
+            for (size_t k = 1; k < m_instances.size(); ++k)
+                for (int i = 0; i < params; ++i)
+                    VLORLV2_SetParam(m_instances[k], i, VLORLV2_GetParam(first(), i));
+        }
         return m_splitter.process(in, out, channels, frames, [this](int k, const float* i, float* o, int n) {
             return VLORLV2_ProcessAudio(m_instances[size_t(k)], i, o, 1, n) == 1;
         });
@@ -147,6 +154,9 @@ private:
     std::vector<_Lv2Instance*> m_instances;
     ChannelSplitter m_splitter;
     int m_channels = 0;
+    static constexpr int kFollowsPerSecond = 20;
+    int m_followEvery = 0;
+    int m_sinceFollow = 1 << 30; // the first block follows
 };
 
 #endif

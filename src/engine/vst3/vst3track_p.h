@@ -24,6 +24,7 @@ public:
     {
         close();
         m_channels = channels;
+        m_followEvery = sampleRate / kFollowsPerSecond;
         _Vst3Instance* first = make(path, uid, sampleRate, channels, offline);
         if (!first) {
             *why = "the effect did not start";
@@ -109,7 +110,13 @@ public:
     {
         if (!split())
             return VLORVST3_ProcessAudio(first(), in, out, channels, frames) == 1;
-        followFirst();
+        // Instances in host programs are asked over their pipes: the audio
+        // thread follows them some times a second, not at every block.
+        m_sinceFollow += frames;
+        if (!VLORVST3_GetRemoteState(first()) || m_sinceFollow >= m_followEvery) {
+            m_sinceFollow = 0;
+            followFirst();
+        }
         return m_splitter.process(in, out, channels, frames, [this](int k, const float* mono, float* monoOut, int n) {
             return VLORVST3_ProcessAudio(m_instances[size_t(k)], mono, monoOut, 1, n) == 1;
         });
@@ -154,6 +161,9 @@ private:
     std::vector<double> m_values; // of the first's parameters, as last copied
     ChannelSplitter m_splitter;
     int m_channels = 0;
+    static constexpr int kFollowsPerSecond = 20;
+    int m_followEvery = 0;
+    int m_sinceFollow = 1 << 30; // the first block follows
 };
 
 #endif
