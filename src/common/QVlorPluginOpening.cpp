@@ -3,6 +3,8 @@
 #include "QVlorDataFile_p.h"
 #include "QVlorSetting.h"
 
+#include "QVlorRemoteFault_p.h"
+
 #include "fxisolation.h"
 
 #include <QFile>
@@ -72,8 +74,8 @@ QString TakeOpeningSentinel(const QString& path)
     // The plugin that took the editor down runs apart from now on, where
     // the isolation setting says so.
     const QStringList parts = text.split(QLatin1Char('|'));
-    if (parts.size() >= 3 && (parts[0] == Vst3Token() || parts[0] == Lv2Token()))
-        VLORFX_MarkCrashed(parts[0].toUtf8().constData(), parts[1].toUtf8().constData());
+    if (parts.size() >= 3)
+        MarkCrashed(parts[0], parts[1]);
     return text;
 }
 

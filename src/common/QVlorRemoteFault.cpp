@@ -1,10 +1,12 @@
 #include "QVlorRemoteFault_p.h"
 
 #include "QVlorDialogs.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorSetting.h"
 
 #include "fxisolation.h"
 
+#include <QMutex>
 #include <QPainter>
 #include <QPainterPath>
 #include <QWidget>
@@ -39,7 +41,7 @@ void QVlorRemoteFaultWatch::check()
     m_timer.stop();
     // A plugin that took its host program down would have taken the editor
     // with it: it keeps running apart.
-    VLORFX_MarkCrashed(m_format.toUtf8().constData(), m_id.toUtf8().constData());
+    QVlorAudioPlugins::MarkCrashed(m_format, m_id);
     QPointer<QVlorRemoteFaultWatch> alive(this);
     if (state == kCrashed) {
         QVlorMessageBox::detailed(m_dialog, QMessageBox::Warning, tr("Plugin crashed"),
@@ -70,7 +72,30 @@ namespace QVlorAudioPlugins {
 
 namespace {
 QByteArray utf8(const QString& s) { return s.toUtf8(); }
+QMutex s_siblingsLock;
+SiblingForms s_siblings;
 } // namespace
+
+void SetSiblingForms(SiblingForms siblings)
+{
+    QMutexLocker l(&s_siblingsLock);
+    s_siblings = std::move(siblings);
+}
+
+void MarkCrashed(const QString& format, const QString& id)
+{
+    SiblingForms siblings;
+    {
+        QMutexLocker l(&s_siblingsLock);
+        siblings = s_siblings;
+    }
+    QList<QPair<QString, QString>> forms{qMakePair(format, id)};
+    if (siblings)
+        forms += siblings(format, id);
+    for (const auto& form : std::as_const(forms))
+        if (form.first == Vst3Token() || form.first == Lv2Token())
+            VLORFX_MarkCrashed(utf8(form.first).constData(), utf8(form.second).constData());
+}
 
 bool EveryPluginRunsApart()
 {

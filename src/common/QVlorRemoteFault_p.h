@@ -8,6 +8,8 @@
 #include <QIcon>
 #include <QObject>
 #include <QPointer>
+#include <QList>
+#include <QPair>
 #include <QString>
 #include <QTimer>
 
@@ -48,6 +50,14 @@ bool RunsApartByItsMarks(const QString& format, const QString& id);
 // Every VST3 and LV2 plugin runs apart ("vloraudio.plugins.isolation" is "always").
 bool EveryPluginRunsApart();
 void SetRunsApart(const QString& format, const QString& id, bool on);
+// A plugin crashed: it runs apart from now on where the setting says so,
+// and so do the other forms of its product (the VST2 form keeps its own rule).
+void MarkCrashed(const QString& format, const QString& id);
+// The other forms of a plugin's product, as format and id: what the entry
+// knows of families, handed down (none before).
+using SiblingForms = std::function<QList<QPair<QString, QString>>(const QString& format, const QString& id)>;
+void SetSiblingForms(SiblingForms siblings);
+
 // The page's mark of a plugin that runs apart: drawn here, for any size.
 QIcon RunsApartIcon();
 

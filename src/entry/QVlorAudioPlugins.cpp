@@ -1,4 +1,5 @@
 #include "QVlorAudioPlugins.h"
+#include "QVlorRemoteFault_p.h"
 
 #include "QVlorApplication.h"
 #include "QVlorPluginFormat.h"
@@ -240,6 +241,32 @@ void AboutToQuit()
     BLCORE_AbortSpawns(-1);
 }
 
+namespace {
+
+// Every form of the product of one plugin, its own included: a crash of any
+// of them sends the VST3 and LV2 forms apart.
+QList<QPair<QString, QString>> productForms(const QString& format, const QString& id)
+{
+    QList<QPair<QString, QString>> forms;
+    QVlorVst3::Manager* m3 = s_vst3Manager;
+    if (!m3)
+        return forms;
+    for (const QVlorPluginPairs::Entry& e : m3->pairsEntriesCopy()) {
+        const bool mine = (format == Vst2Token() && e.vst2 != 0 && QString::number(e.vst2) == id) ||
+                          (format == Vst3Token() && !e.vst3.isEmpty() && e.vst3.compare(id, Qt::CaseInsensitive) == 0) ||
+                          (format == Lv2Token() && !e.lv2.isEmpty() && e.lv2 == id);
+        if (!mine)
+            continue;
+        if (!e.vst3.isEmpty())
+            forms << qMakePair(QString(Vst3Token()), e.vst3);
+        if (!e.lv2.isEmpty())
+            forms << qMakePair(QString(Lv2Token()), e.lv2);
+    }
+    return forms;
+}
+
+} // namespace
+
 namespace UI {
 
 MenuController* menuController() { return s_menuController; }
@@ -250,6 +277,7 @@ void install(Host* host)
         return;
     s_host = host;
     s_wiring = new QObject;
+    SetSiblingForms(productForms);
 
     QVlorSetting& settings = QVlorSetting::global();
     settings.setDefault(QLatin1String(K_SETTING_SUPPORT_VST_PLUGINS), true);
@@ -361,6 +389,7 @@ bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount
 
 void uninstall(Host*)
 {
+    SetSiblingForms({});
     QVlorPreferencesTabFactory::unregisterTab(QLatin1String(QVlorPluginsPrefs::Factory::Name));
     PluginManagers::setInstalled({});
     if (s_menuController) {

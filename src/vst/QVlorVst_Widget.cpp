@@ -10,6 +10,7 @@
 #include "QVlorPluginOpening.h"
 
 #include "QVlorDialogs.h"
+#include "QVlorRemoteFault_p.h"
 #include "QVlorSetting.h"
 
 #include "audiovst.h"
@@ -247,6 +248,8 @@ void Widget::checkPlugin()
     if (itself) {
         d->effect->checkState(true);
         d->plugin.setNeedRecheck(true);
+        // Its VST3 and LV2 forms run apart from now on.
+        QVlorAudioPlugins::MarkCrashed(QVlorAudioPlugins::Vst2Token(), QString::number(d->plugin.uniqueId()));
     }
     QPointer<Widget> alive(this);
     QVlorMessageBox::detailed(

@@ -165,3 +165,21 @@ TEST_F(FamilyRows, RunInItsOwnProcessHoldsForEveryFormAndShowsAMark)
     QVlorSetting::global().remove(QStringLiteral("vloraudio.plugins.isolation"));
     VLORFX_SetOwnProcess("lv2", kGainUri.toUtf8().constData(), 0);
 }
+
+// A crash of one form sends the product's other forms apart too.
+TEST_F(FamilyRows, ACrashOfOneFormSendsEveryFormApart)
+{
+    const QString pairId = family().pairId;
+    const QByteArray cid = rowOf(rowOfPair(pairId)).vst3.identity.toUtf8();
+    const QByteArray uri = kGainUri.toUtf8();
+    VLORFX_SetOwnProcess("lv2", uri.constData(), 0);
+    ASSERT_EQ(VLORFX_HasCrashed("lv2", uri.constData()), 0);
+    ASSERT_TRUE(writeOpeningSentinel(QStringLiteral("vst3"), QString::fromUtf8(cid), QStringLiteral("Fixture Gain")));
+    vst3->consumeCrashSentinel();
+    EXPECT_EQ(VLORFX_HasCrashed("vst3", cid.constData()), 1);
+    EXPECT_EQ(VLORFX_HasCrashed("lv2", uri.constData()), 1) << "the LV2 form of the product stays in";
+    EXPECT_TRUE(!rowOfPair(pairId).data(Qt::DecorationRole).isNull());
+    VLORFX_SetOwnProcess("vst3", cid.constData(), 0);
+    VLORFX_SetOwnProcess("lv2", uri.constData(), 0);
+    vst3->purgePairState({}, {QString::fromUtf8(cid)});
+}
