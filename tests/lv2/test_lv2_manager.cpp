@@ -101,6 +101,7 @@ TEST_F(Lv2Manager, AScanNamesEachFaultOfTheFixturesAndKeepsTheRest)
         {"needs-feature", CatalogPlugin::Failed, "requires a feature this host does not offer: urn:vlor:fixture#unoffered"},
         {"crash-instantiate", CatalogPlugin::Crashed, "the plugin crashed during its check"},
         {"crash-run", CatalogPlugin::Crashed, "the plugin crashed during its check"},
+        {"crash-cleanup", CatalogPlugin::Crashed, "the plugin crashed during its check"},
         {"hang", CatalogPlugin::Failed, "its check did not end within 2 s"},
         {"nan", CatalogPlugin::Failed, "invalid samples"},
         {"instrument", CatalogPlugin::NotAnEffect, "not an effect"},
