@@ -114,25 +114,29 @@ void SetRunsApart(const QString& format, const QString& id, bool on)
 }
 
 // Two boxes, one standing apart from the other: the plugin in a program of
-// its own. Drawn in the text colour's grey so that it reads in both themes.
+// its own. Grey and blue read in both themes; on a selected row, where the
+// blue would vanish, both are drawn in the selection's white.
 QIcon RunsApartIcon()
 {
     static const QIcon icon = [] {
         QIcon i;
-        for (int size : {16, 32, 48}) {
-            QPixmap pixmap(size, size);
-            pixmap.fill(Qt::transparent);
-            QPainter p(&pixmap);
-            p.setRenderHint(QPainter::Antialiasing);
-            const qreal u = size / 16.0;
-            p.setPen(QPen(QColor(128, 128, 128), 1.2 * u));
-            p.setBrush(Qt::NoBrush);
-            p.drawRoundedRect(QRectF(1.5 * u, 5.5 * u, 8 * u, 8 * u), 1.5 * u, 1.5 * u);
-            p.setBrush(QColor(74, 144, 226));
-            p.setPen(QPen(QColor(74, 144, 226), 1.2 * u));
-            p.drawRoundedRect(QRectF(8.5 * u, 2.5 * u, 6 * u, 6 * u), 1.5 * u, 1.5 * u);
-            p.end();
-            i.addPixmap(pixmap);
+        for (const bool selected : {false, true}) {
+            const QColor outline = selected ? QColor(Qt::white) : QColor(128, 128, 128);
+            const QColor filled = selected ? QColor(Qt::white) : QColor(74, 144, 226);
+            for (int size : {16, 32, 48}) {
+                QPixmap pixmap(size, size);
+                pixmap.fill(Qt::transparent);
+                QPainter p(&pixmap);
+                p.setRenderHint(QPainter::Antialiasing);
+                const qreal u = size / 16.0;
+                p.setPen(QPen(outline, 1.2 * u));
+                p.drawRoundedRect(QRectF(1.5 * u, 5.5 * u, 8 * u, 8 * u), 1.5 * u, 1.5 * u);
+                p.setBrush(filled);
+                p.setPen(QPen(filled, 1.2 * u));
+                p.drawRoundedRect(QRectF(8.5 * u, 2.5 * u, 6 * u, 6 * u), 1.5 * u, 1.5 * u);
+                p.end();
+                i.addPixmap(pixmap, selected ? QIcon::Selected : QIcon::Normal);
+            }
         }
         return i;
     }();
