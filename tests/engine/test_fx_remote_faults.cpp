@@ -3,6 +3,11 @@
 // call at once from then on, and can be ended; this process goes on.
 #include "fx_remote_fixture.h"
 
+#include "fxremote_protocol.h"
+#include "vlorvst_wire.h"
+
+#include "blpopenio.h"
+
 #include <csignal>
 #include <sys/wait.h>
 #include <thread>
@@ -157,6 +162,45 @@ TEST_F(FxRemote, ACrashInThisProcessNamesThePluginForTheNextStart)
         EXPECT_EQ(std::string(text, n), c.expected);
     }
     std::remove(record.c_str());
+}
+
+} // namespace
+} // namespace fxremote_test
+
+namespace fxremote_test {
+namespace {
+
+// The host program reads only items within their limits: a string or blob
+// of a length no library sends is refused, not taken as empty.
+TEST_F(FxRemote, TheHostRefusesItemsOfImpossibleLength)
+{
+    const std::string bin = VLOR_BIN_DIR;
+    struct Case {
+        const char* name;
+        std::string command;
+        vlorvst::Message message;
+    };
+    const Case cases[] = {
+        {"lv2 state of length -5",
+         "'" + bin + "/vlorlv2' --fxinstance urn:vlor:fixture:gain --rate 48000 --block 512 --bundle '" +
+             VLOR_FIXTURE_LV2_DIR + "/vlor-lv2-fixtures.lv2'",
+         vlorvst::Message(VLORFX_SET_STATE).i32(-5).i32(0)},
+        {"vst3 text of length -1", "'" + bin + "/vlorvst3' --fxinstance '" + kVst3Bundle + "' --cid " + kVst3Gain,
+         vlorvst::Message(VLORFX_SET_TEXT).u64(kGainId).i32(-1)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        BLPOpenIO io = BLPOPENIO_Create("rw", c.command.c_str());
+        ASSERT_NE(io, nullptr);
+        int32_t hello[2] = {};
+        ASSERT_EQ(BLPOPENIO_ReadDataEx(io, hello, 8, 5000), 8);
+        ASSERT_EQ(hello[0], VLORVST_OK);
+        ASSERT_EQ(BLPOPENIO_WriteData(io, c.message.data(), int(c.message.size())), int(c.message.size()));
+        int32_t tag = 0;
+        ASSERT_EQ(BLPOPENIO_ReadDataEx(io, &tag, 4, 5000), 4);
+        EXPECT_EQ(tag, VLORVST_FAIL);
+        BLPOPENIO_CloseEx(io, 0, 0);
+    }
 }
 
 } // namespace
