@@ -46,6 +46,12 @@ TEST_F(FxRemote, Vst3InAHostProgramSoundsAsInThisProcess)
         ASSERT_EQ(VLORVST3_ProcessAudio(there.get(), in.data(), b.data(), 2, frames), 1);
         EXPECT_EQ(a, b);
     }
+    // A reset keeps the engine running, over there as here.
+    for (_Vst3Instance* fx : {here.get(), there.get()}) {
+        EXPECT_EQ(VLORVST3_Reset(fx), 1);
+        std::vector<float> in = Noise(2, 64), out(in.size());
+        EXPECT_EQ(VLORVST3_ProcessAudio(fx, in.data(), out.data(), 2, 64), 1);
+    }
     EXPECT_DOUBLE_EQ(VLORVST3_GetLatency(here.get()), VLORVST3_GetLatency(there.get()));
     EXPECT_DOUBLE_EQ(VLORVST3_GetTailTime(here.get()), VLORVST3_GetTailTime(there.get()));
     int in[2] = {}, out[2] = {};
