@@ -3,8 +3,10 @@
 // the isolation setting decides where an instance runs.
 #include "fx_remote_fixture.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace fxremote_test {
 namespace {
@@ -226,6 +228,40 @@ TEST_F(FxRemote, IsolationSettingDecidesWhereAnInstanceRuns)
         }
     }
     BLSETTINGS_DeleteEx(nullptr, "vloraudio.plugins.isolation");
+}
+
+} // namespace
+} // namespace fxremote_test
+
+namespace fxremote_test {
+namespace {
+
+// The host program is looked for in the helpers' folder first, then beside
+// the application; a folder without it is passed over.
+TEST_F(FxRemote, TheHelpersFolderComesFirstAndOneWithoutTheProgramIsPassedOver)
+{
+    char pattern[] = "/tmp/vlorhelpers.XXXXXX";
+    const std::string helpers = mkdtemp(pattern);
+    const std::string bin = std::string(VLOR_BIN_DIR);
+    const auto exeOf = [](int pid) {
+        char path[4096] = "";
+        const ssize_t n = readlink(("/proc/" + std::to_string(pid) + "/exe").c_str(), path, sizeof(path) - 1);
+        return n > 0 ? std::string(path, size_t(n)) : std::string();
+    };
+    setenv("VLOR_HELPERS_PATH", helpers.c_str(), 1);
+    {
+        Vst3 fx = MakeVst3(1);
+        ASSERT_TRUE(fx) << "an empty helpers' folder stopped the search";
+        EXPECT_EQ(exeOf(VLORVST3_GetRemotePid(fx.get())), bin + "/vlorvst3");
+    }
+    ASSERT_EQ(std::system(("cp '" + bin + "/vlorvst3' '" + helpers + "/'").c_str()), 0);
+    {
+        Vst3 fx = MakeVst3(1);
+        ASSERT_TRUE(fx);
+        EXPECT_EQ(exeOf(VLORVST3_GetRemotePid(fx.get())), helpers + "/vlorvst3");
+    }
+    unsetenv("VLOR_HELPERS_PATH");
+    std::system(("rm -rf '" + helpers + "'").c_str());
 }
 
 } // namespace
