@@ -2,7 +2,7 @@
 // at open, in process, in its editor or at close, when the plugin runs in a
 // host program of its own: because every plugin does ("always"), or because
 // it crashed once before ("after_crash"). An edit applied before stays in
-// the undo history, and the audio is as that edit left it.
+// the undo history, the audio is as that edit left it, the selection as it was.
 #include "gui_fixture.h"
 
 #include "QVlorAudioPlugins.h"
@@ -130,6 +130,7 @@ TEST_P(GuiApart, TheWindowAndItsUndoHistorySurviveEachCrash)
         EXPECT_GT(rms(window->document()->samples()), before) << "the gain made it louder";
         const int edits = window->document()->undoStack()->count();
         const QVector<float> edited = window->document()->samples();
+        window->waveform()->setSelection(100, 900);
         if (c.at == At::Editor && !xcb) {
             VLORFX_SetOwnProcess(format, id.constData(), 0);
             continue; // a plugin's own editor needs an X display: the run under xvfb covers it
@@ -158,6 +159,9 @@ TEST_P(GuiApart, TheWindowAndItsUndoHistorySurviveEachCrash)
         EXPECT_TRUE(window->isVisible());
         EXPECT_EQ(window->document()->undoStack()->count(), edits);
         EXPECT_EQ(window->document()->samples(), edited);
+        EXPECT_EQ(window->waveform()->selectionStart(), 100);
+        EXPECT_EQ(window->waveform()->selectionEnd(), 900);
+        window->waveform()->setSelection(0, 0);
         window->document()->undoStack()->undo();
         EXPECT_NE(window->document()->samples(), edited) << "the edit before the crash undoes";
         VLORFX_SetOwnProcess(format, id.constData(), 0);
