@@ -86,6 +86,13 @@ TEST_F(RowActions, PairWithSplitAndJoinReachThePairStoreAndLastThroughRescansAnd
     EXPECT_TRUE(pairsOf(kStereoId).isEmpty()) << "a split pair stays split";
 
     // Join: both on, so the row under the pointer decides the active format.
+    // A rescan may still be checking one of them: the join waits for both.
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        const UnifiedRow gain = rowOf(row(QStringLiteral("Fixture Gain")));
+        const UnifiedRow stereo = rowOf(row(QStringLiteral("Vlor Fixture Stereo")));
+        return gain.inUse() && stereo.inUse() && !UpmRowBusy(gain) && !UpmRowBusy(stereo);
+    }, 10000));
     contextMenu({QStringLiteral("Fixture Gain"), QStringLiteral("Vlor Fixture Stereo")}, QStringLiteral("Join Pair"));
     ASSERT_TRUE(waitFor([&] {
         settle();
