@@ -3,6 +3,7 @@
 // region (the audio thread's blocks), so that neither waits on the other.
 #include "fxremote_p.h"
 
+#include "../hostprogram_p.h"
 #include "../shmaudio_p.h"
 
 #include "blpopenio.h"
@@ -50,7 +51,8 @@ bool hostAlive(int pid)
     return pid > 0 && w.watch(pid) && w.alive();
 }
 
-bool executable(const std::string& path) { return !path.empty() && ::access(path.c_str(), X_OK) == 0; }
+// The project's one rule for a usable host program: a folder of that name is none.
+bool executable(const std::string& path) { return HostProgramUsable(path.c_str()); }
 
 } // namespace
 
