@@ -2,6 +2,7 @@
 #include "text.h"
 
 #include "QVlorAudioPlugins.h"
+#include "QVlorUnifiedPluginsModel.h"
 #include "QVlorSetting.h"
 
 #include "blsettings.h"
@@ -365,6 +366,22 @@ bool reportSaveErrors(const char* who)
         told.insert(e);
     }
     return failed;
+}
+
+} // namespace vlorfx
+
+namespace vlorfx {
+
+QList<UnifiedRow> pageRows()
+{
+    QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
+    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
+    QVlorPluginPairs pairs;
+    pairs.entries() = m3->pairsEntriesCopy();
+    return QVlorUnifiedPluginsModel::composeRows(
+        vst2Paths(), m3->catalogCopy(), pairs, m3->isScanEnabled() ? m3->searchPaths() : QStringList(), {},
+        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled(),
+        QVlorAudioPlugins::lv2Manager() ? QVlorAudioPlugins::lv2Manager()->catalogCopy() : QVlorLv2::Catalog());
 }
 
 } // namespace vlorfx

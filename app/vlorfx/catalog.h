@@ -6,6 +6,7 @@
 #include "QVlorLv2_Manager.h"
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst_Manager.h"
+#include "QVlorUnifiedRows.h"
 
 #include <QMap>
 #include <QStringList>
@@ -64,6 +65,8 @@ QStringList standardFolders();
 QStringList foldersNotSearched(const QStringList& vst3Roots);
 // The VST2 catalog as its manager's thread holds it now.
 QList<QVlorVst::Path> vst2Paths();
+// The rows of the plugin manager, composed from the managers' copies as the page composes them.
+QList<UnifiedRow> pageRows();
 // The folders of the VST2 catalog as its manager's thread sees them now.
 QStringList catalogFolders();
 // One vocabulary for the state of a plugin of either format: "on", "off",

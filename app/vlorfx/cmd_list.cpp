@@ -429,13 +429,7 @@ QList<Row> rowsAsTable(const QList<UnifiedRow>& rows, const QVlorVst3::Catalog& 
 int listRows(bool json, int limit)
 {
     QVlorVst3::Manager* m3 = QVlorAudioPlugins::vst3Manager();
-    QVlorVst::Manager* m2 = QVlorAudioPlugins::vstManager();
-    QVlorPluginPairs pairs;
-    pairs.entries() = m3->pairsEntriesCopy();
-    const QList<UnifiedRow> rows = QVlorUnifiedPluginsModel::composeRows(
-        vlorfx::vst2Paths(), m3->catalogCopy(), pairs, m3->isScanEnabled() ? m3->searchPaths() : QStringList(), {},
-        m3->pendingPairOpVst2IdsCopy(), m3->pendingPairOpCidsCopy(), m2 && m2->isScanEnabled(),
-        QVlorAudioPlugins::lv2Manager() ? QVlorAudioPlugins::lv2Manager()->catalogCopy() : QVlorLv2::Catalog());
+    const QList<UnifiedRow> rows = vlorfx::pageRows();
     if (json) {
         QJsonArray list;
         for (const UnifiedRow& r : rows) {
@@ -443,7 +437,7 @@ int listRows(bool json, int limit)
                           {QStringLiteral("pairId"), r.pairId},     {QStringLiteral("shellKey"), r.shellKey},
                           {QStringLiteral("isShellHeader"), r.isShellHeader},
                           {QStringLiteral("newPath"), r.newPath},   {QStringLiteral("isNew"), r.isNew},
-                          {QStringLiteral("state"), r.rowStateText()}};
+                          {QStringLiteral("state"), r.rowStateText()}, {QStringLiteral("category"), r.category}};
             if (r.vst2.present)
                 o.insert(QVlorAudioPlugins::Vst2Token(), formatJson(r.vst2));
             if (r.vst3.present)

@@ -49,6 +49,7 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 or VST3 effect to an audio file"},
     {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded in this process"},
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
+    {"categories", cmdCategories, "what the effects do: the share each format and maker has in a category"},
     {"menu", cmdMenu, "print the Plugins menu as the editor gets it: vendors, entries, action ids"},
     {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},
     {"gui", nullptr, "the reference editor: open audio, pick, try and apply effects, undo, manage plugins", true},

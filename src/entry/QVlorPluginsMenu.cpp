@@ -8,6 +8,8 @@
 #include "QVlorDialogs.h"
 #include "QVlorPairKeybindings.h"
 #include "QVlorPluginFormat.h"
+#include "QVlorPluginLibrary.h"
+#include "QVlorPluginsMenu_p.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorLv2_Manager.h"
 #include "QVlorLv2_Widget.h"
@@ -40,17 +42,6 @@ namespace {
 QString trMain(const char* text) { return QCoreApplication::translate("QVlorAudioMainWindow", text); }
 
 int StopOf(void* flag) { return static_cast<QAtomicInt*>(flag)->loadAcquire(); }
-
-// A product's entry: its name as a person reads it, the whole in the tooltip
-// when cut, and its format.
-QAction* EntryAction(const QString& name, const QString& format, QMenu* menu)
-{
-    bool cut = false;
-    auto* action = new QAction(QStringLiteral("%1 \u00B7 %2").arg(CutForDisplay(name, &cut), format), menu);
-    if (cut)
-        action->setToolTip(name);
-    return action;
-}
 
 // A VST2 plugin whose file changed since its check is checked again before
 // it opens: in a child, away from this thread, with progress and Cancel, so
@@ -89,61 +80,6 @@ bool CheckBeforeOpening(QWidget* parent, const QVlorVst::Plugin& plugin)
 
 } // namespace
 
-class MenuController::Data {
-public:
-    struct PluginMenuEntry {
-        QString pairId;
-        QString format;
-        QVlorVst::Plugin plugin;
-        QString cid; // a VST3 class ID, or an LV2 plugin's URI
-    };
-
-    Host* host = nullptr;
-    QPointer<QMenu> pluginsMenu;
-    QAction* menuAnchor = nullptr;
-    QAction* scanProgressAction = nullptr;
-    QAction* skipCheckAction = nullptr;
-    QAction* cancelScanAction = nullptr;
-    QAction* managePluginsAction = nullptr;
-    QAction* searchPluginsAction = nullptr;
-    QMap<QString, QMenu*> vendorMenus;
-    QHash<QAction*, PluginMenuEntry> entries;
-    QHash<QString, QAction*> pairActions;
-    QVlorSlowCheckWatch* slowChecks = nullptr;
-    QList<UnifiedRow> rows;
-    QVlorVst3::Catalog catalog;
-    bool rebuildPending = false;
-
-    void forgetMenu()
-    {
-        pluginsMenu = nullptr;
-        menuAnchor = scanProgressAction = skipCheckAction = cancelScanAction = managePluginsAction =
-            searchPluginsAction = nullptr;
-        vendorMenus.clear();
-        entries.clear();
-        pairActions.clear();
-    }
-    // The vendor submenus of the last build and their entries, gone from the
-    // menu and from the host.
-    void dropVendorMenus()
-    {
-        for (QMenu* vendorMenu : qAsConst(vendorMenus)) {
-            for (QAction* action : vendorMenu->actions()) {
-                entries.remove(action);
-                host->unregisterAction(action);
-                host->unregisterQuickOpen(action);
-            }
-            // The submenu takes its actions along: removing them one by one
-            // first would cost a walk of the menu for each.
-            pluginsMenu->removeAction(vendorMenu->menuAction());
-            delete vendorMenu;
-        }
-        vendorMenus.clear();
-        entries.clear();
-        pairActions.clear();
-    }
-};
-
 MenuController::MenuController(Host* host) : d(new Data)
 {
     d->host = host;
@@ -162,6 +98,16 @@ MenuController::MenuController(Host* host) : d(new Data)
     }
     if (QVlorLv2::Manager* m = lv2Manager())
         connect(m, &QVlorLv2::Manager::catalogChanged, this, &MenuController::rebuildPluginsMenu);
+    QVlorPluginLibrary* library = QVlorPluginLibrary::instance();
+    for (auto signal : {&QVlorPluginLibrary::categoriesChanged, &QVlorPluginLibrary::menuLayoutChanged})
+        connect(library, signal, this, &MenuController::rebuildPluginsMenu);
+    // Only the sections at the top change: the entries of the groups stay,
+    // and so do the actions a caller may hold.
+    for (auto signal : {&QVlorPluginLibrary::favouritesChanged, &QVlorPluginLibrary::recentChanged})
+        connect(library, signal, this, [this] {
+            if (d->pluginsMenu && !d->rebuildPending)
+                d->refreshTopSections(this, d->canApply);
+        });
     if (QVlorVst3::Manager* m = vst3Manager()) {
         connect(m, &QVlorVst3::Manager::pluginEnabled, this, &MenuController::rebuildPluginsMenu);
         connect(m, &QVlorVst3::Manager::pluginDisabled, this, &MenuController::rebuildPluginsMenu);
@@ -206,6 +152,8 @@ void MenuController::createPluginsMenu()
     QMenu* menu = main->addMenu(trMain("Plugins"));
     menu->menuAction()->setVisible(true);
     d->pluginsMenu = menu;
+    d->topAnchor = menu->addSeparator();
+    d->topAnchor->setVisible(false);
     d->scanProgressAction = menu->addAction(QStringLiteral("%1 ... 0 %").arg(trMain("Scanning plugins")));
     d->scanProgressAction->setEnabled(false);
     d->skipCheckAction = menu->addAction(QString());
@@ -215,6 +163,7 @@ void MenuController::createPluginsMenu()
     d->menuAnchor = menu->addSeparator();
     d->searchPluginsAction = menu->addAction(trMain("Search new plugins"));
     d->managePluginsAction = menu->addAction(trMain("Manage Plugins..."));
+    d->buildLayoutMenu();
     menu->addSeparator();
     d->cancelScanAction = menu->addAction(trMain("Cancel Plugin Scanning"));
     connect(menu, &QObject::destroyed, this, [this] { d->forgetMenu(); });
@@ -245,7 +194,7 @@ void MenuController::rebuildPluginsMenuNow()
     if (!d->pluginsMenu)
         return;
 
-    d->dropVendorMenus();
+    d->dropEntries();
     const QList<QVlorVst::Path> paths = vstManager() ? vstManager()->pathsCopy() : QList<QVlorVst::Path>();
     QVlorPluginPairs pairs;
     if (QVlorVst3::Manager* m = vst3Manager()) {
@@ -261,80 +210,19 @@ void MenuController::rebuildPluginsMenuNow()
     const QVlorAudio audio = d->host->currentAudio();
     const bool canApply = audio.isReady() && !audio.isEmpty() && audio.isEditable() && !audio.isRecording();
 
-    QMap<QString, QList<const UnifiedRow*>> byVendor;
-    int entryCount = 0;
+    QList<const UnifiedRow*> usable;
     for (const UnifiedRow& row : qAsConst(d->rows)) {
         if (row.isShellHeader || (!row.vst2.active && !row.vst3.active && !row.lv2.active) || !row.inUse())
             continue;
         const UnifiedFormatInfo& active = row.vst2.active ? row.vst2 : row.vst3.active ? row.vst3 : row.lv2;
         if (active.state == QLatin1String("missing") || active.state == QLatin1String("failed"))
             continue;
-        byVendor[row.vendorKey] << &row;
-        ++entryCount;
+        usable << &row;
     }
-    d->entries.reserve(entryCount);
-    QStringList vendors = byVendor.keys();
-    // Plugins without a vendor come last.
-    if (!vendors.isEmpty() && vendors.first().isEmpty())
-        vendors.append(vendors.takeFirst());
-
-    for (const QString& key : vendors) {
-        QList<const UnifiedRow*> rows = byVendor.value(key);
-        std::stable_sort(rows.begin(), rows.end(), [](const UnifiedRow* a, const UnifiedRow* b) {
-            return QString::localeAwareCompare(a->name, b->name) < 0;
-        });
-        QString label = rows.first()->vendor;
-        if (label.isEmpty() && !key.isEmpty())
-            label = key.at(0).toUpper() + key.mid(1);
-        auto* vendorMenu = new QMenu(CutForDisplay(label), d->pluginsMenu);
-        d->pluginsMenu->insertMenu(d->menuAnchor, vendorMenu);
-        const QString category = trMain("Plugins by %1").arg(label);
-        // One connection a submenu, which hears each of its actions, rather than one an action.
-        connect(vendorMenu, &QMenu::triggered, this, [this](QAction* action) { openEntry(action); });
-        d->vendorMenus.insert(key, vendorMenu);
-
-        for (const UnifiedRow* row : qAsConst(rows)) {
-            Data::PluginMenuEntry entry;
-            entry.pairId = row->pairId;
-            QString formatLabel, formatId;
-            if (row->vst2.active) {
-                entry.format = QLatin1String(Vst2Format().token);
-                if (!vst2Index.find(row->vst2.identity, &entry.plugin))
-                    continue;
-                formatLabel = BadgeText(Vst2Format(), row->vst2.is32Bit);
-                formatId = row->vst2.identity;
-            } else if (row->vst3.active) {
-                entry.format = QLatin1String(Vst3Format().token);
-                entry.cid = row->vst3.identity;
-                formatLabel = BadgeText(Vst3Format(), false);
-                formatId = Vst3ActionId(entry.cid);
-            } else {
-                entry.format = Lv2Token();
-                entry.cid = row->lv2.identity;
-                formatLabel = BadgeText(kLv2Format, false);
-                formatId = QLatin1String(kLv2Format.actionIdPrefix) + entry.cid;
-            }
-            QAction* action = EntryAction(row->name, formatLabel, vendorMenu);
-            action->setEnabled(canApply);
-            vendorMenu->addAction(action);
-            d->entries.insert(action, entry);
-            if (!entry.pairId.isEmpty())
-                d->pairActions.insert(entry.pairId, action);
-            const QString id = entry.pairId.isEmpty() ? formatId : PairActionId(entry.pairId);
-            d->host->registerAction(action, id, category, row->name);
-            const QString title = QStringLiteral("%2 %1").arg(row->name, label);
-            QString url = title.trimmed().toLower();
-            url.removeIf([](QChar c) { return c.isSpace(); });
-            const QString description =
-                QStringLiteral("%1: %2 by %3")
-                    .arg(entry.format == QVlorAudioPlugins::Vst2Token()   ? QStringLiteral("VST")
-                         : entry.format == QVlorAudioPlugins::Lv2Token() ? QStringLiteral("LV2")
-                                                                         : QStringLiteral("VST3"),
-                         row->name, label);
-            d->host->registerQuickOpen(2, action, QStringLiteral("fx://%1").arg(url), title, description,
-                                       QStringLiteral("QtVlor"), QStringLiteral("quickopen/vst"));
-        }
-    }
+    d->entries.reserve(usable.size() + 2 * QVlorPluginLibrary::kRecentLimit);
+    d->canApply = canApply;
+    d->buildGroups(this, usable, vst2Index, canApply);
+    d->refreshTopSections(this, canApply);
 }
 
 void MenuController::axnPluginFxTriggered() { openEntry(qobject_cast<QAction*>(sender())); }
@@ -357,6 +245,7 @@ void MenuController::openEntry(QAction* action)
         auto* widget = new QVlorVst::Widget(audio);
         if (widget->loadPlugin(entry.plugin)) {
             d->host->presentEffectWidget(widget, action, entry.pairId, QVlorAudioPlugins::Vst2Token());
+            QVlorPluginLibrary::instance()->noteUsed(entry.identities);
             return;
         }
         // A check that said why (it hung, it crashed) is told in its words.
@@ -372,7 +261,8 @@ void MenuController::openEntry(QAction* action)
     }
 
     if (entry.format == QVlorAudioPlugins::Lv2Token()) {
-        openLv2(action, entry.cid, entry.pairId);
+        if (openLv2(action, entry.cid, entry.pairId))
+            QVlorPluginLibrary::instance()->noteUsed(entry.identities);
         return;
     }
     QVlorVst3::Plugin plugin;
@@ -398,6 +288,7 @@ void MenuController::openEntry(QAction* action)
     auto* widget = new QVlorVst3::Widget(audio);
     if (widget->loadPlugin(plugin)) {
         d->host->presentEffectWidget(widget, action, entry.pairId, QVlorAudioPlugins::Vst3Token());
+        QVlorPluginLibrary::instance()->noteUsed(entry.identities);
         return;
     }
     QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("VST3 Load Error"),
@@ -409,28 +300,29 @@ void MenuController::openEntry(QAction* action)
 
 // An LV2 effect opens in this process, as the others' dialogs do; one that
 // took the editor down before is opened only when the user says so.
-void MenuController::openLv2(QAction* action, const QString& uri, const QString& pairId)
+bool MenuController::openLv2(QAction* action, const QString& uri, const QString& pairId)
 {
     QMenu* main = d->host->mainMenu();
     QWidget* parent = main ? main->window() : nullptr;
     const QVlorLv2::Catalog catalog = lv2Manager() ? lv2Manager()->catalogCopy() : QVlorLv2::Catalog();
     const QVlorLv2::CatalogPlugin* plugin = catalog.findPlugin(uri);
     if (!plugin)
-        return;
+        return false;
     if (plugin->state == QVlorLv2::CatalogPlugin::Crashed &&
         QVlorMessageBox::windowModal(parent, QMessageBox::Warning, trMain("Question"),
                                      trMain("This plugin crashed vloraudio the last time it was opened. Open it anyway?"),
                                      QMessageBox::Yes | QMessageBox::No, QString(), QMessageBox::No) != QMessageBox::Yes)
-        return;
+        return false;
     auto* widget = new QVlorLv2::Widget(d->host->currentAudio());
     if (widget->loadPlugin(uri)) {
         d->host->presentEffectWidget(widget, action, pairId, QVlorAudioPlugins::Lv2Token());
-        return;
+        return true;
     }
     QVlorMessageBox::windowModal(parent, QMessageBox::Critical, trMain("LV2 Load Error"),
                                  trMain("The LV2 %1 plug-in could not be loaded: %2.").arg(plugin->name, widget->error()),
                                  QMessageBox::Ok);
     delete widget;
+    return false;
 }
 
 bool MenuController::triggerPairAction(const QString& pairId)

@@ -37,10 +37,12 @@ public slots:
     void rebuildPluginsMenu();
     void rebuildPluginsMenuNow();
     void axnPluginFxTriggered();
+    // Opens the effect of an entry of the menu (the groups, favourites, recent).
+    void openEntryOf(QAction* action) { openEntry(action); }
 
 private:
     void openEntry(QAction* action);
-    void openLv2(QAction* action, const QString& uri, const QString& pairId);
+    bool openLv2(QAction* action, const QString& uri, const QString& pairId);
     class Data;
     Data* d;
 };

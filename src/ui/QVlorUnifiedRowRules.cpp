@@ -3,6 +3,7 @@
 // records rows name.
 #include "QVlorUnifiedPluginsModel.h"
 
+#include "QVlorPluginCategory.h"
 #include "QVlorPluginFormat.h"
 
 bool UpmRowNotAnEffect(const UnifiedRow& row)
@@ -180,6 +181,9 @@ QList<UnifiedRow> Lv2Rows(const QVlorLv2::Catalog& catalog)
             row.lv2.active = true;
             row.lv2.enabled = catalog.isEnabled(p.uri);
             row.lv2.identity = p.uri;
+            const QVlorAudioPlugins::PluginCategory c = QVlorAudioPlugins::CategoryOfLv2(p.className);
+            if (c != QVlorAudioPlugins::PluginCategory::Other)
+                row.lv2.declared = QVlorAudioPlugins::CategoryKey(c);
             row.lv2.error = p.reason;
             // The page's words: an instrument is a check that failed for that reason.
             if (p.state == QVlorLv2::CatalogPlugin::Crashed)
@@ -189,4 +193,28 @@ QList<UnifiedRow> Lv2Rows(const QVlorLv2::Catalog& catalog)
             rows << row;
         }
     return rows;
+}
+
+QStringList UpmRowIdentities(const UnifiedRow& row)
+{
+    QStringList ids;
+    for (const UnifiedFormatInfo* f : {&row.vst3, &row.vst2, &row.lv2})
+        if (f->present && !f->identity.isEmpty())
+            ids << f->identity;
+    return ids;
+}
+
+QString UpmRowCategory(const UnifiedRow& row, const QHash<QString, QString>& overrides)
+{
+    for (const QString& id : UpmRowIdentities(row))
+        if (overrides.contains(id) && QVlorAudioPlugins::CategoryFromKey(overrides.value(id), nullptr))
+            return overrides.value(id);
+    const UnifiedFormatInfo* active = row.vst2.active ? &row.vst2 : row.vst3.active ? &row.vst3 : &row.lv2;
+    if (active->present && !active->declared.isEmpty())
+        return active->declared;
+    // A VST3 subcategory is the most precise word, an LV2 class next.
+    for (const UnifiedFormatInfo* f : {&row.vst3, &row.lv2, &row.vst2})
+        if (f->present && !f->declared.isEmpty())
+            return f->declared;
+    return QVlorAudioPlugins::CategoryKey(QVlorAudioPlugins::CategoryByName(row.name));
 }

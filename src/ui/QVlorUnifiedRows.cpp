@@ -5,7 +5,9 @@
 #include "QVlorUnifiedRows_p.h"
 
 #include "QVlorDisplayText_p.h"
+#include "QVlorPluginCategory.h"
 #include "QVlorPluginFormat.h"
+#include "QVlorPluginLibrary.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -26,6 +28,12 @@ QString NameOrFileBaseName(const QString& name, const QString& path)
     return name.isEmpty() ? QFileInfo(path).completeBaseName() : name;
 }
 
+// A format's word, or nothing when it left the question open.
+QString DeclaredKey(QVlorAudioPlugins::PluginCategory c)
+{
+    return c == QVlorAudioPlugins::PluginCategory::Other ? QString() : QVlorAudioPlugins::CategoryKey(c);
+}
+
 UnifiedFormatInfo MakeVst2Info(const QVlorVst::Plugin& plugin, bool active, bool enabled, bool gated)
 {
     UnifiedFormatInfo info;
@@ -37,6 +45,7 @@ UnifiedFormatInfo MakeVst2Info(const QVlorVst::Plugin& plugin, bool active, bool
     info.state = plugin.verifying() ? QStringLiteral("verifying") : plugin.isFailed() ? QStringLiteral("failed") : QString();
     info.error = plugin.isFailed() ? plugin.failReason() : QString();
     info.identity = QVlorAudioPlugins::Vst2RowIdentity(plugin.uniqueId(), plugin.hash(), plugin.pluginId());
+    info.declared = DeclaredKey(QVlorAudioPlugins::CategoryOfVst2(plugin.plugCategory()));
     return info;
 }
 
@@ -59,6 +68,7 @@ UnifiedFormatInfo MakeVst3Info(const QVlorVst3::CatalogClass& cls, bool active, 
         break;
     }
     info.identity = cls.cid();
+    info.declared = DeclaredKey(QVlorAudioPlugins::CategoryOfVst3(cls.subCategories()));
     return info;
 }
 
@@ -519,5 +529,9 @@ QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const Q
                   &result);
     AppendSection(UpmNewSectionVst3, folders3, raw3, HiddenFolders(hiddenNewPaths, QVlorAudioPlugins::Vst3Format()),
                   &result);
+    const QHash<QString, QString> overrides = QVlorPluginLibrary::instance()->categoryOverrides();
+    for (UnifiedRow& row : result)
+        if (!row.isShellHeader && !row.isNewPathHeader)
+            row.category = UpmRowCategory(row, overrides);
     return result;
 }

@@ -15,6 +15,7 @@
 #include <QMetaType>
 #include <QSet>
 #include <QString>
+#include <QStringList>
 
 // The item role a row travels under.
 constexpr int UpmRowRole = 266;
@@ -31,6 +32,7 @@ struct UnifiedFormatInfo {
     QString state;         // "verifying", "failed", "missing", "crashed", or empty
     QString error;         // VST3 only: the last error, for a tooltip
     QString identity;      // "vstid-N", "vsthash-H:N", a class ID, "vst3path-PATH", or an LV2 URI
+    QString declared;      // the category key its format declares ("Reverb"), empty when it says nothing useful
 };
 
 struct UnifiedRow {
@@ -50,6 +52,7 @@ struct UnifiedRow {
     QString newPath;
     bool isNewPathHeader = false;
     bool newPathShown = true;
+    QString category; // the key of what the product does: "Dynamics", ..., "Other"
 
     // The state of the active format, VST3 first, then VST2, then LV2.
     QString rowStateText() const;
@@ -71,6 +74,14 @@ QList<UnifiedRow> ComposeUnifiedRows(const QList<QVlorVst::Path>& paths, const Q
                                      const QVlorLv2::Catalog& lv2Catalog = QVlorLv2::Catalog());
 // The row of each LV2 plugin of the catalog, active in its one format.
 QList<UnifiedRow> Lv2Rows(const QVlorLv2::Catalog& catalog);
+
+// The identities of every form a row holds: what the user's marks on a
+// product are kept by.
+QStringList UpmRowIdentities(const UnifiedRow& row);
+// The category of a product: the user's choice (by identity in overrides),
+// else what its form in use declares, else what its other forms declare,
+// else the words of its name.
+QString UpmRowCategory(const UnifiedRow& row, const QHash<QString, QString>& overrides);
 
 // What a row may do, shared by the delegates and the row menu.
 bool UpmRowBusy(const UnifiedRow& row);

@@ -119,6 +119,7 @@ bool Manager::Data::takeCheck(Plugin& p, _VSTEFFECT* h)
     }
     // The engine's display category is the vendor grouping of the effect list.
     p.setVendor(text(AUDIOVST_GetDisplayCategory(h)));
+    p.setPlugCategory(AUDIOVST_GetPlugCategory(h));
     p.setName(text(AUDIOVST_GetDisplayName(h)));
     p.setNeedRecheck(AUDIOVST_NeedRecheck(h) != 0);
     p.setFailed(false);

@@ -26,6 +26,7 @@ const char* const K_VST_IS_NEW = "is_new";
 const char* const K_VST_UNIQUE_ID = "unique_id";
 const char* const K_VST_NAME = "name";
 const char* const K_VST_VENDOR = "vendor";
+const char* const K_VST_PLUG_CATEGORY = "plugCategory";
 const char* const K_VST_EXPANDED = "expanded";
 const char* const K_VST_PLUGINS = "plugins";
 const char* const K_VST_ENABLED = "enabled";
@@ -56,6 +57,7 @@ public:
     bool needRecheck = false;
     bool expanded = false;
     QString vendor;
+    int plugCategory = 0;
     QString name;
     qint64 uniqueId = 0;
     QList<Plugin> plugins;
@@ -106,6 +108,7 @@ Plugin::Plugin(const QJsonObject& o) : d(new Data)
     d->needRecheck = o.value(key(K_VST_NEED_RECHECK)).toBool(false);
     d->expanded = o.value(key(K_VST_EXPANDED)).toBool(true);
     d->vendor = o.value(key(K_VST_VENDOR)).toString();
+    d->plugCategory = o.value(key(K_VST_PLUG_CATEGORY)).toInt(0);
     d->name = o.value(key(K_VST_NAME)).toString();
     d->uniqueId = qint64(int32_t(o.value(key(K_VST_UNIQUE_ID)).toInt(0)));
     if (d->uniqueId == 0 && d->pluginId != 0)
@@ -147,6 +150,8 @@ void Plugin::setExpanded(bool expanded) { d->expanded = expanded; }
 void Plugin::setMissing(bool missing) { d->missing = missing; }
 void Plugin::setVerifying(bool verifying) { d->verifying = verifying; }
 void Plugin::setVendor(const QString& vendor) { d->vendor = vendor; }
+int Plugin::plugCategory() const { return d->plugCategory; }
+void Plugin::setPlugCategory(int category) { d->plugCategory = category; }
 void Plugin::setName(const QString& name) { d->name = name; }
 
 void Plugin::setFailed(bool failed)
@@ -224,6 +229,8 @@ QJsonObject Plugin::toJsonObject() const
         o.insert(key(K_VST_NAME), d->name);
     if (d->kind == EffectPlugin && !d->vendor.isEmpty())
         o.insert(key(K_VST_VENDOR), d->vendor);
+    if (d->kind == EffectPlugin && d->plugCategory != 0)
+        o.insert(key(K_VST_PLUG_CATEGORY), d->plugCategory);
     if (isShell()) {
         o.insert(key(K_VST_EXPANDED), d->expanded);
         if (!d->plugins.isEmpty()) {

@@ -58,6 +58,9 @@ public:
     void setMissing(bool missing);
     void setVerifying(bool verifying);
     void setVendor(const QString& vendor);
+    // What the plugin says it is: the VST2 plugin category, 0 when unknown.
+    int plugCategory() const;
+    void setPlugCategory(int category);
     void setName(const QString& name);
     // Also clears isNew: a record stops being new once it has been probed.
     void setFailed(bool failed);

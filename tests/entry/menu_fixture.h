@@ -81,6 +81,9 @@ inline QStringList texts(const QMenu* menu)
 inline QAction* find(const QMenu* menu, const QString& text)
 {
     for (QAction* a : menu->actions()) {
+        // The favourites' and recent sections hold copies of the groups' entries.
+        if (a->property("vlorTopSection").toBool())
+            continue;
         if (a->menu())
             if (QAction* inner = find(a->menu(), text))
                 return inner;

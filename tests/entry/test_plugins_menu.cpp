@@ -48,10 +48,13 @@ TEST_F(Menu, VendorsEntriesAndFixedCommandsInTheirOrderAndEntriesOpenOnlyWithAud
     ASSERT_NE(menu, nullptr);
     const QStringList top = texts(menu);
     ASSERT_GE(top.size(), 7);
-    EXPECT_EQ(top.first(), QStringLiteral("Scanning plugins ... 0 %"));
-    EXPECT_EQ(top.mid(top.size() - 5), (QStringList{QStringLiteral("--"), QStringLiteral("Search new plugins"),
-                                                     QStringLiteral("Manage Plugins..."), QStringLiteral("--"),
-                                                     QStringLiteral("Cancel Plugin Scanning")}));
+    // No favourite and nothing used yet: the sections above are not there.
+    EXPECT_EQ(top.first(), QStringLiteral("--"));
+    EXPECT_FALSE(menu->actions().first()->isVisible());
+    EXPECT_EQ(top.at(1), QStringLiteral("Scanning plugins ... 0 %"));
+    EXPECT_EQ(top.mid(top.size() - 6), (QStringList{QStringLiteral("--"), QStringLiteral("Search new plugins"),
+                                                     QStringLiteral("Manage Plugins..."), QStringLiteral("Arrange Plugins"),
+                                                     QStringLiteral("--"), QStringLiteral("Cancel Plugin Scanning")}));
     EXPECT_TRUE(top.contains(QStringLiteral("Vlor Test Vendor")));
     EXPECT_TRUE(top.contains(QStringLiteral("Vlor Fixtures")));
     EXPECT_EQ(host.ids.value(controller->managePluginsAction()), QStringLiteral("Plugins_Manage"));

@@ -2,6 +2,8 @@
 // a main menu only when a test gives one; it keeps what it is told.
 #pragma once
 
+#include "QVlorPluginLibrary.h"
+#include "QVlorSetting.h"
 #include "QVlorAudio.h"
 #include "QVlorAudioPlugins.h"
 #include "QVlorVst3_Manager.h"
@@ -84,9 +86,14 @@ inline bool copyTree(const QString& from, const QString& to)
     return true;
 }
 
-// A start from nothing: no catalog, pair or opening mark of a test before.
+// A start from nothing: no catalog, pair or opening mark of a test before,
+// no favourite, recent entry, category of the user's or menu layout either.
 inline void removeCatalogs()
 {
+    for (const char* key : {"vloraudio.plugins.favourites", "vloraudio.plugins.recent",
+                            "vloraudio.plugins.category_overrides", "vloraudio.plugins.menu_layout"})
+        QVlorSetting::global().remove(QLatin1String(key));
+    QVlorPluginLibrary::instance()->reload();
     const QDir data(QString::fromStdString(dataDir()));
     for (const char* file :
          {"catalog_vst3.json", "plugin_pairs.json", "opening_sentinel", "vstxml/catalog_v2.json", "catalog_lv2.json"})

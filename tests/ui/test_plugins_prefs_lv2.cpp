@@ -20,13 +20,13 @@ TEST(PrefsFilter, TheFormatChoicesKeepTheRowsOfThatFormat)
 {
     using F = QVlorPluginsPrefs::ProxyFilter;
     UnifiedRow vst2, pair, lv2, lv2Failed;
-    vst2.vst2 = {true, true, true, false, false, {}, {}, QStringLiteral("vstid-1")};
+    vst2.vst2 = {true, true, true, false, false, {}, {}, QStringLiteral("vstid-1"), {}};
     pair.vst2 = vst2.vst2;
     pair.vst2.active = false;
-    pair.vst3 = {true, true, true, false, false, {}, {}, QStringLiteral("A")};
-    lv2.lv2 = {true, true, true, false, false, {}, {}, QStringLiteral("urn:a")};
+    pair.vst3 = {true, true, true, false, false, {}, {}, QStringLiteral("A"), {}};
+    lv2.lv2 = {true, true, true, false, false, {}, {}, QStringLiteral("urn:a"), {}};
     lv2Failed.lv2 = {true, true, true, false, false, QStringLiteral("failed"), QStringLiteral("invalid samples"),
-                     QStringLiteral("urn:b")};
+                     QStringLiteral("urn:b"), {}};
     struct Case {
         F::StatusFilter filter;
         bool vst2, pair, lv2, lv2Failed;

@@ -313,8 +313,8 @@ TEST(UnifiedRowSteps, EachStepAlone)
 TEST(UnifiedRows, InUseAndTheStateOfTheActiveFormat)
 {
     UnifiedRow r;
-    r.vst2 = {true, true, true, false, false, QStringLiteral("failed"), {}, QStringLiteral("vstid-1")};
-    r.vst3 = {true, false, false, false, false, QStringLiteral("crashed"), {}, A};
+    r.vst2 = {true, true, true, false, false, QStringLiteral("failed"), {}, QStringLiteral("vstid-1"), {}};
+    r.vst3 = {true, false, false, false, false, QStringLiteral("crashed"), {}, A, {}};
     EXPECT_TRUE(r.inUse());
     EXPECT_EQ(r.rowStateText(), QStringLiteral("failed"));
     r.vst2.gated = true;
@@ -341,7 +341,7 @@ UnifiedRow plain(const QString& name, const QString& vendorKey, bool enabled, co
     r.name = name;
     r.vendorKey = vendorKey;
     r.vendor = vendorKey;
-    r.vst2 = {true, true, enabled, false, false, state, {}, QStringLiteral("vstid-%1").arg(qHash(name))};
+    r.vst2 = {true, true, enabled, false, false, state, {}, QStringLiteral("vstid-%1").arg(qHash(name)), {}};
     return r;
 }
 
@@ -432,7 +432,7 @@ TEST(UnifiedModel, WhatARowMayDo)
     QList<QVlorPluginPairs::Entry> entries = {pair("both", 1, A, "vst3"), pair("half", 2, QString(), "vst2")};
     UnifiedRow r2 = plain(QStringLiteral("Two"), QStringLiteral("zam"), true);
     UnifiedRow r3;
-    r3.vst3 = {true, true, false, false, false, {}, {}, A};
+    r3.vst3 = {true, true, false, false, false, {}, {}, A, {}};
     EXPECT_TRUE(UpmRowEffectivelyUnpaired(r2, entries));
     r2.pairId = QStringLiteral("half");
     EXPECT_TRUE(UpmRowEffectivelyUnpaired(r2, entries));

@@ -322,6 +322,7 @@ extern "C" _VSTEFFECT* _FindListBySupportedId(int32_t id)
 static bool _IsNullName(const char* s) { return !s[0] || std::strcmp(s, "(null)") == 0; }
 
 extern "C" int AUDIOVST_GetCategory(const _VSTEFFECT* e) { return e ? e->category : -1; }
+extern "C" int AUDIOVST_GetPlugCategory(const _VSTEFFECT* e) { return e ? e->plugCategory : 0; }
 extern "C" int AUDIOVST_GetArch(const _VSTEFFECT* e) { return e ? e->architecture : 0; }
 extern "C" int AUDIOVST_GetUniqueID(const _VSTEFFECT* e) { return e ? e->uniqueId : 0; }
 extern "C" const char* AUDIOVST_GetFileName(const _VSTEFFECT* e) { return e ? e->filename : nullptr; }

@@ -47,6 +47,8 @@ AUDIOVST_EXPORT int AUDIOVST_GetPluginFileArchEx(const char* filename, int id);
 AUDIOVST_EXPORT int AUDIOVST_SetEnabledEx(const char* filename, int id, bool enabled);
 
 AUDIOVST_EXPORT int AUDIOVST_GetCategory(const _VSTEFFECT* effect);
+/* What the plugin says it is (the ABI's plugin category): 0 when unknown. */
+AUDIOVST_EXPORT int AUDIOVST_GetPlugCategory(const _VSTEFFECT* effect);
 AUDIOVST_EXPORT int AUDIOVST_GetArch(const _VSTEFFECT* effect);
 AUDIOVST_EXPORT int AUDIOVST_GetUniqueID(const _VSTEFFECT* effect);
 AUDIOVST_EXPORT const char* AUDIOVST_GetFileName(const _VSTEFFECT* effect);

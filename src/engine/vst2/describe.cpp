@@ -186,7 +186,8 @@ extern "C" int _DescribeEffect(_VSTEFFECT* rec, void* instance)
     rec->uniqueId = e->uniqueID;
     cut(rec->vendor, sizeof(rec->vendor), getString(e, kEffGetVendorString, 0));
 
-    if (e->dispatcher(e, kEffGetPlugCategory, 0, 0, nullptr, 0) == kShellCategory) {
+    rec->plugCategory = int32_t(e->dispatcher(e, kEffGetPlugCategory, 0, 0, nullptr, 0));
+    if (rec->plugCategory == kShellCategory) {
         rec->category = VSTEFFECT_CATEGORY_SHELL;
         std::vector<ShellEntry> entries;
         char name[512];

@@ -71,6 +71,7 @@ struct _VSTEFFECT {
     char hash[VSTEFFECT_HASH_SIZE];
     int64_t timestamp;
     int32_t uniqueId;
+    int32_t plugCategory; /* what the plugin says it is: 0 unknown, 1 effect, 3 analysis, ... */
     int32_t architecture;
     uint8_t crashed;
     uint8_t enabled;

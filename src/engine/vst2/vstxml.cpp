@@ -130,6 +130,7 @@ void loadEffect(_VSTEFFECT* e, BLDOM dom)
     cut(e->effectName, sizeof(e->effectName), text(dom, "/VLORVST/VSTPluginDescription/EffectName"));
     e->u.fx.flags = uint32_t(intText(dom, "/VLORVST/VSTPluginDescription/Flags"));
     e->u.fx.version = intText(dom, "/VLORVST/VSTPluginDescription/Version");
+    e->plugCategory = intText(dom, "/VLORVST/VSTPluginDescription/PlugCategory");
     e->u.fx.numInputs = intText(dom, "/VLORVST/VSTPluginDescription/NumInputs");
     e->u.fx.numOutputs = intText(dom, "/VLORVST/VSTPluginDescription/NumOutputs");
 

@@ -123,6 +123,7 @@ public:
         std::fprintf(m_out, "\t\t<Flags>%d</Flags>\n", int(e->u.fx.flags));
         std::fprintf(m_out, "\t\t<Version>%d</Version>\n", e->u.fx.version);
         std::fprintf(m_out, "\t\t<UniqueID>%d</UniqueID>\n", e->uniqueId);
+        std::fprintf(m_out, "\t\t<PlugCategory>%d</PlugCategory>\n", e->plugCategory);
         std::fprintf(m_out, "\t\t<NumInputs>%d</NumInputs>\n", e->u.fx.numInputs);
         std::fprintf(m_out, "\t\t<NumOutputs>%d</NumOutputs>\n", e->u.fx.numOutputs);
         std::fprintf(m_out, "\t\t<NumParams>%d</NumParams>\n", e->numParams);
