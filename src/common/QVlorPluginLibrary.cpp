@@ -6,6 +6,8 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 
+#include <algorithm>
+
 namespace {
 
 const char* const K_SETTING_FAVOURITES = "vloraudio.plugins.favourites";
@@ -20,6 +22,39 @@ bool Shares(const QStringList& a, const QStringList& b)
         if (!id.isEmpty() && b.contains(id))
             return true;
     return false;
+}
+
+// Products as settings keep them: each a compact JSON array of identities.
+QList<QStringList> ReadProducts(const QStringList& items, int limit)
+{
+    QList<QStringList> out;
+    for (const QString& item : items) {
+        QStringList ids;
+        for (const QJsonValue& v : QJsonDocument::fromJson(item.toUtf8()).array())
+            if (!v.toString().isEmpty() && !ids.contains(v.toString()))
+                ids << v.toString();
+        if (!ids.isEmpty() && out.size() < limit)
+            out << ids;
+    }
+    return out;
+}
+
+QStringList WriteProducts(const QList<QStringList>& products)
+{
+    QStringList items;
+    for (const QStringList& ids : products)
+        items << QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(ids)).toJson(QJsonDocument::Compact));
+    return items;
+}
+
+// Drops every product that shares an identity with ids; whether one was.
+bool DropSharing(QList<QStringList>* products, const QStringList& ids)
+{
+    const int before = products->size();
+    products->erase(std::remove_if(products->begin(), products->end(),
+                                   [&](const QStringList& p) { return Shares(p, ids); }),
+                    products->end());
+    return products->size() != before;
 }
 
 QStringList NonEmpty(const QStringList& ids)
@@ -52,16 +87,8 @@ QVlorPluginLibrary::QVlorPluginLibrary() { reload(); }
 void QVlorPluginLibrary::reload()
 {
     const QVlorSetting& s = QVlorSetting::global();
-    m_favourites = s.getStringList(QLatin1String(K_SETTING_FAVOURITES));
-    m_recent.clear();
-    for (const QString& item : s.getStringList(QLatin1String(K_SETTING_RECENT))) {
-        QStringList ids;
-        for (const QJsonValue& v : QJsonDocument::fromJson(item.toUtf8()).array())
-            ids << v.toString();
-        ids = NonEmpty(ids);
-        if (!ids.isEmpty() && m_recent.size() < kRecentLimit)
-            m_recent << ids;
-    }
+    m_favourites = ReadProducts(s.getStringList(QLatin1String(K_SETTING_FAVOURITES)), 1 << 20);
+    m_recent = ReadProducts(s.getStringList(QLatin1String(K_SETTING_RECENT)), kRecentLimit);
     m_overrides.clear();
     for (const QString& item : s.getStringList(QLatin1String(K_SETTING_CATEGORY_OVERRIDES))) {
         const int tab = item.indexOf(QLatin1Char('\t'));
@@ -70,22 +97,32 @@ void QVlorPluginLibrary::reload()
     }
 }
 
-bool QVlorPluginLibrary::isFavourite(const QStringList& identities) const { return Shares(identities, m_favourites); }
+bool QVlorPluginLibrary::isFavourite(const QStringList& identities) const
+{
+    return std::any_of(m_favourites.begin(), m_favourites.end(),
+                       [&](const QStringList& p) { return Shares(p, identities); });
+}
 
-QStringList QVlorPluginLibrary::favourites() const { return m_favourites; }
+QList<QStringList> QVlorPluginLibrary::favourites() const { return m_favourites; }
 
+// Marked on, the product holds every identity it is known by now; taken
+// back by any one of them, it is gone whatever forms it had then.
 void QVlorPluginLibrary::setFavourite(const QStringList& identities, bool on)
 {
     const QStringList ids = NonEmpty(identities);
-    if (ids.isEmpty() || (on && ids.size() == 1 && m_favourites.contains(ids.first())))
+    if (ids.isEmpty())
         return;
-    const int before = m_favourites.size();
-    for (const QString& id : ids)
-        m_favourites.removeAll(id);
+    QStringList merged = ids;
+    for (const QStringList& p : qAsConst(m_favourites))
+        if (Shares(p, ids))
+            for (const QString& id : p)
+                if (!merged.contains(id))
+                    merged << id;
+    const bool dropped = DropSharing(&m_favourites, ids);
+    if (!on && !dropped)
+        return;
     if (on)
-        m_favourites << ids;
-    if (!on && before == m_favourites.size())
-        return;
+        m_favourites << merged;
     saveFavourites();
     emit favouritesChanged();
 }
@@ -97,9 +134,7 @@ void QVlorPluginLibrary::noteUsed(const QStringList& identities)
     const QStringList ids = NonEmpty(identities);
     if (ids.isEmpty())
         return;
-    for (int i = m_recent.size() - 1; i >= 0; --i)
-        if (Shares(m_recent.at(i), ids))
-            m_recent.removeAt(i);
+    DropSharing(&m_recent, ids);
     m_recent.prepend(ids);
     while (m_recent.size() > kRecentLimit)
         m_recent.removeLast();
@@ -143,15 +178,12 @@ void QVlorPluginLibrary::setCategoryOverride(const QStringList& identities, cons
 
 void QVlorPluginLibrary::saveFavourites()
 {
-    QVlorSetting::global().change(QLatin1String(K_SETTING_FAVOURITES), m_favourites);
+    QVlorSetting::global().change(QLatin1String(K_SETTING_FAVOURITES), WriteProducts(m_favourites));
 }
 
 void QVlorPluginLibrary::saveRecent()
 {
-    QStringList items;
-    for (const QStringList& ids : qAsConst(m_recent))
-        items << QString::fromUtf8(QJsonDocument(QJsonArray::fromStringList(ids)).toJson(QJsonDocument::Compact));
-    QVlorSetting::global().change(QLatin1String(K_SETTING_RECENT), items);
+    QVlorSetting::global().change(QLatin1String(K_SETTING_RECENT), WriteProducts(m_recent));
 }
 
 void QVlorPluginLibrary::saveOverrides()

@@ -21,7 +21,8 @@ public:
 
     bool isFavourite(const QStringList& identities) const;
     void setFavourite(const QStringList& identities, bool on);
-    QStringList favourites() const;
+    // Each favourite product by its identities.
+    QList<QStringList> favourites() const;
 
     // Most recent first, at most kRecentLimit products, each by its identities.
     QList<QStringList> recent() const;
@@ -53,7 +54,7 @@ private:
     void saveFavourites();
     void saveRecent();
     void saveOverrides();
-    QStringList m_favourites;
+    QList<QStringList> m_favourites;
     QList<QStringList> m_recent;
     QHash<QString, QString> m_overrides;
 };

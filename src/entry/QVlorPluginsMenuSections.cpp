@@ -213,13 +213,16 @@ void MenuController::Data::refreshTopSections(MenuController* controller, bool c
     // A favourite product appears once, whichever of its forms is in use.
     QList<PluginMenuEntry> favourites;
     QSet<QString> seen;
-    for (const QString& id : library->favourites()) {
-        const auto it = byIdentity.constFind(id);
-        if (it == byIdentity.constEnd() || seen.contains(it->identities.first()))
-            continue;
-        seen.insert(it->identities.first());
-        favourites << *it;
-    }
+    for (const QStringList& ids : library->favourites())
+        for (const QString& id : ids) {
+            const auto it = byIdentity.constFind(id);
+            if (it == byIdentity.constEnd())
+                continue;
+            if (!seen.contains(it->identities.first()))
+                favourites << *it;
+            seen.insert(it->identities.first());
+            break;
+        }
     std::stable_sort(favourites.begin(), favourites.end(), [](const PluginMenuEntry& a, const PluginMenuEntry& b) {
         return QString::localeAwareCompare(a.name, b.name) < 0;
     });

@@ -34,13 +34,18 @@ public:
     void announceNewPlugins(const QList<QString>&) override {}
     QMenu* mainMenu() override { return main; }
     void registerAction(QAction* action, const QString& id, const QString&, const QString&) override { ids[action] = id; }
-    void registerQuickOpen(int, QAction* action, const QString& url, const QString&, const QString&, const QString&,
-                           const QString&) override
+    void registerQuickOpen(int, QAction* action, const QString& url, const QString&, const QString& description,
+                           const QString&, const QString&) override
     {
         urls[action] = url;
+        descriptions[action] = description;
     }
     void unregisterAction(QAction* action) override { ids.remove(action); }
-    void unregisterQuickOpen(QAction* action) override { urls.remove(action); }
+    void unregisterQuickOpen(QAction* action) override
+    {
+        urls.remove(action);
+        descriptions.remove(action);
+    }
     QVlorAudio currentAudio() override
     {
         ++audioAsked;
@@ -57,6 +62,7 @@ public:
     QVlorAudio audio;
     QHash<QAction*, QString> ids;
     QHash<QAction*, QString> urls;
+    QHash<QAction*, QString> descriptions;
     int audioAsked = 0;
     std::unique_ptr<QVlorFxWidget> presented;
     QString presentedFormat, presentedPair;
