@@ -7,6 +7,7 @@
 // in use and a rescan. Kept in settings; the menus and the page hear changes.
 
 #include <QHash>
+#include <QIcon>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -18,6 +19,8 @@ public:
     static constexpr int kRecentLimit = 10;
 
     static QVlorPluginLibrary* instance();
+    // The star of a favourite, drawn for both themes and for a selected row.
+    static QIcon starIcon();
 
     bool isFavourite(const QStringList& identities) const;
     void setFavourite(const QStringList& identities, bool on);

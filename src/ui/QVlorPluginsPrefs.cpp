@@ -149,6 +149,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& ma
     connect(ui.filterBox->comboBox(), qOverload<int>(&QComboBox::currentIndexChanged), this,
             &QVlorPluginsPrefs::onStatusFilterChanged);
     connect(ui.filterBox, &QVlorBoxEditor::textChanged, this, &QVlorPluginsPrefs::filterView);
+    setUpLibrary();
     rebuildRows();
     connectCheckBoxes();
 }
@@ -174,6 +175,7 @@ void QVlorPluginsPrefs::populateStatusFilterCombo()
     combo->addItem(tr("New"), int(ProxyFilter::StatusNew));
     combo->addItem(tr("Failed"), int(ProxyFilter::StatusFailed));
     combo->addItem(tr("Enabled"), int(ProxyFilter::StatusEnabled));
+    combo->addItem(tr("Favourites"), int(ProxyFilter::StatusFavourite));
     combo->insertSeparator(1);
     // The formats after the states: a row shows under each format it is there in.
     combo->insertSeparator(combo->count());

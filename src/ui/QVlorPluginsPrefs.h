@@ -37,6 +37,10 @@ struct FamilyMenuItems {
     // "Run in its own process": the row's VST3 and LV2 forms, as format and id.
     QAction* runsApart = nullptr;
     QList<QPair<QString, QString>> apartForms;
+    // The user's marks on one product, kept by the identities of its forms.
+    QAction* favourite = nullptr;
+    QList<QAction*> categories; // each with its category key; an empty key: the product's own again
+    QStringList identities;
 };
 
 class QVlorPluginsPrefs : public QVlorPreferencesTab {
@@ -52,7 +56,8 @@ public:
             StatusEnabled = 3,
             FormatVst2 = 4,
             FormatVst3 = 5,
-            FormatLv2 = 6
+            FormatLv2 = 6,
+            StatusFavourite = 7
         };
 
         explicit ProxyFilter(QObject* parent = nullptr);
@@ -150,6 +155,10 @@ private:
                                    const QList<QVlorPluginPairs::Entry>& entries) const;
     static void addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items);
     static void addRunsApartItem(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
+    // "Favourite" and "Category" of one product: the user's own marks.
+    static void addLibraryItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
+    // The group switch and the library's signals.
+    void setUpLibrary();
     bool actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen);
     // The format a split keeps: the row's active one.
     static QString keptFormat(const UnifiedRow& row);

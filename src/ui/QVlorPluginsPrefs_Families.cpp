@@ -3,6 +3,7 @@
 // children played in LV2 ("Use LV2 in all children"); and where a product
 // runs ("Run in its own process").
 #include "QVlorPluginFormat.h"
+#include "QVlorPluginLibrary.h"
 #include "QVlorPluginsPrefs_p.h"
 #include "QVlorRemoteFault_p.h"
 #include "QVlorVst3_Manager.h"
@@ -94,6 +95,14 @@ void QVlorPluginsPrefs::addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>&
 
 bool QVlorPluginsPrefs::actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen)
 {
+    if (chosen == items.favourite) {
+        QVlorPluginLibrary::instance()->setFavourite(items.identities, chosen->isChecked());
+        return true;
+    }
+    if (items.categories.contains(chosen)) {
+        QVlorPluginLibrary::instance()->setCategoryOverride(items.identities, chosen->data().toString());
+        return true;
+    }
     if (chosen && chosen == items.runsApart) {
         // Every form of the product alike, so that a switch of format keeps it.
         for (const auto& form : items.apartForms)
@@ -131,7 +140,7 @@ bool QVlorPluginsPrefs::actOnFamilyItem(const FamilyMenuItems& items, QAction* c
 
 QString QVlorPluginsPrefs::keptFormat(const UnifiedRow& row)
 {
-    for (const QString& f : {QVlorAudioPlugins::Vst3Token(), QVlorAudioPlugins::Lv2Token(), QVlorAudioPlugins::Vst2Token()})
+    for (const QString f : {QVlorAudioPlugins::Vst3Token(), QVlorAudioPlugins::Lv2Token(), QVlorAudioPlugins::Vst2Token()})
         if (formOf(row, f).active)
             return f;
     return QVlorAudioPlugins::Vst2Token();

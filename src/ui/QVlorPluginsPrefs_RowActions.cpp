@@ -372,6 +372,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         addLv2ChildrenItem(&menu, shellChildren, &family);
     }
     addRunsApartItem(&menu, single, &family);
+    addLibraryItems(&menu, single, &family);
     if (menu.isEmpty())
         return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());

@@ -1,6 +1,8 @@
 // The page's filter over the tree (by name or vendor, by status, keeping the
 // parents of what matches) and what the page remembers of the tree: the
 // groups the user collapsed, by a key that outlives a rebuild.
+#include "QVlorPluginCategory.h"
+#include "QVlorPluginLibrary.h"
 #include "QVlorPluginsPrefs.h"
 
 #include "QVlorSetting.h"
@@ -56,15 +58,22 @@ bool QVlorPluginsPrefs::ProxyFilter::acceptStatus(const UnifiedRow& row, StatusF
         return row.vst3.present;
     case FormatLv2:
         return row.lv2.present;
+    case StatusFavourite:
+        return QVlorPluginLibrary::instance()->isFavourite(UpmRowIdentities(row));
     }
     return false;
 }
 
 bool QVlorPluginsPrefs::ProxyFilter::accept(const QModelIndex& sourceIndex) const
 {
-    if (!m_filterString.isEmpty() &&
-        !sourceIndex.data(Qt::DisplayRole).toString().toLower().contains(m_filterString))
-        return false;
+    // A product is found by its name or by what it does: "reverb" finds every reverb.
+    if (!m_filterString.isEmpty() && !sourceIndex.data(Qt::DisplayRole).toString().toLower().contains(m_filterString)) {
+        const QVariant row = sourceIndex.data(UpmRowRole);
+        QVlorAudioPlugins::PluginCategory category = QVlorAudioPlugins::PluginCategory::Other;
+        if (!row.isValid() || !QVlorAudioPlugins::CategoryFromKey(row.value<UnifiedRow>().category, &category) ||
+            !QVlorAudioPlugins::CategoryLabel(category).toLower().contains(m_filterString))
+            return false;
+    }
     if (m_statusFilter != StatusAll) {
         const QVariant row = sourceIndex.data(UpmRowRole);
         if (!row.isValid() || !acceptStatus(row.value<UnifiedRow>(), m_statusFilter))
@@ -102,6 +111,15 @@ bool QVlorPluginsPrefs::ProxyFilter::lessThan(const QModelIndex& left, const QMo
     const int rightRank = UpmNewRootSortRank(right);
     if (leftRank != rightRank)
         return leftRank < rightRank;
+    // Categories in the vocabulary's order, Other last.
+    const QVariant leftCategory = left.data(UpmCategoryKeyRole);
+    const QVariant rightCategory = right.data(UpmCategoryKeyRole);
+    if (leftCategory.isValid() && rightCategory.isValid()) {
+        QVlorAudioPlugins::PluginCategory a = QVlorAudioPlugins::PluginCategory::Other, b = a;
+        QVlorAudioPlugins::CategoryFromKey(leftCategory.toString(), &a);
+        QVlorAudioPlugins::CategoryFromKey(rightCategory.toString(), &b);
+        return int(a) < int(b);
+    }
     const QVariant leftVendor = left.data(UpmVendorKeyRole);
     const QVariant rightVendor = right.data(UpmVendorKeyRole);
     if (leftVendor.isValid() != rightVendor.isValid())

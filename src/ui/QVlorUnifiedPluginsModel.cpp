@@ -5,7 +5,9 @@
 #include "QVlorRemoteFault_p.h"
 
 #include "QVlorDisplayText_p.h"
+#include "QVlorPluginCategory.h"
 #include "QVlorPluginFormat.h"
+#include "QVlorPluginLibrary.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -64,7 +66,18 @@ void QVlorUnifiedPluginsModel::setRows(const QList<UnifiedRow>& rows)
     QHash<QPair<int, QString>, Node*> folders;
     QHash<QString, Node*> vendors;
     QHash<QString, QHash<QString, Node*>> shells; // shell key -> vendor key -> node
+    QHash<QString, Node*> categories;
     auto vendorNode = [&](const UnifiedRow& r, bool fromShell) {
+        if (m_byCategory) {
+            Node*& c = categories[r.category];
+            if (!c) {
+                QVlorAudioPlugins::PluginCategory category = QVlorAudioPlugins::PluginCategory::Other;
+                QVlorAudioPlugins::CategoryFromKey(r.category, &category);
+                c = addNode(m_root, NodeCategory, QVlorAudioPlugins::CategoryLabel(category));
+                c->vendorKey = r.category;
+            }
+            return c;
+        }
         Node*& v = vendors[r.vendorKey];
         if (!v) {
             const QString label =
@@ -87,7 +100,7 @@ void QVlorUnifiedPluginsModel::setRows(const QList<UnifiedRow>& rows)
             Node* folder = addNode(section, NodeNewPath, r.newPath);
             folder->row = r;
             folders.insert({int(r.newSection), r.newPath}, folder);
-        } else if (r.isShellHeader) {
+        } else if (r.isShellHeader && !m_byCategory) {
             Node* shell = addNode(vendorNode(r, true), NodeItem, r.name);
             shell->row = r;
             shell->checked = r.shellEnabled;
@@ -108,7 +121,7 @@ void QVlorUnifiedPluginsModel::setRows(const QList<UnifiedRow>& rows)
             continue;
         }
         Node* shell = nullptr;
-        if (!r.shellKey.isEmpty() && shells.contains(r.shellKey)) {
+        if (!m_byCategory && !r.shellKey.isEmpty() && shells.contains(r.shellKey)) {
             const QHash<QString, Node*>& byVendor = shells[r.shellKey];
             shell = byVendor.value(r.vendorKey);
             if (!shell && byVendor.size() == 1)
@@ -198,17 +211,26 @@ QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) cons
         case Qt::DisplayRole:
             return n->label;
         case Qt::DecorationRole:
+            // The star first: it is the user's own mark; the tooltip names both.
+            if (n->hasRow && QVlorPluginLibrary::instance()->isFavourite(UpmRowIdentities(n->row)))
+                return QVlorPluginLibrary::starIcon();
             return runsApart(n) ? QVariant(QVlorAudioPlugins::RunsApartIcon()) : QVariant();
         case Qt::ToolTipRole: {
             QString tip = n->fullLabel;
+            if (n->hasRow && QVlorPluginLibrary::instance()->isFavourite(UpmRowIdentities(n->row)))
+                tip += (tip.isEmpty() ? QString() : QStringLiteral("\n")) + tr("Favourite");
             if (runsApart(n))
                 tip += (tip.isEmpty() ? QString() : QStringLiteral("\n")) + tr("Runs in its own process");
             return tip.isEmpty() ? QVariant() : QVariant(tip);
         }
         case Qt::CheckStateRole:
-            if (n->kind == NodeNewSection || rawRow(n))
+            if (n->kind == NodeNewSection || n->kind == NodeCategory || rawRow(n))
                 return QVariant();
             return int(effectiveCheckState(n));
+        case UpmCategoryKeyRole:
+            return n->kind == NodeCategory ? QVariant(n->vendorKey) : QVariant();
+        case UpmFavouriteRole:
+            return n->hasRow && QVlorPluginLibrary::instance()->isFavourite(UpmRowIdentities(n->row));
         case UpmVendorKeyRole:
             return n->kind == NodeVendor ? QVariant(n->vendorKey) : QVariant();
         case UpmShellKeyRole:
@@ -269,7 +291,7 @@ Qt::ItemFlags QVlorUnifiedPluginsModel::flags(const QModelIndex& index) const
         ancestorOff = a != m_root && !a->checked;
     if ((n->hasRow && n->gated) || ancestorOff || (n->hasRow && UpmRowBusy(n->row)) || (!n->hasRow && childBusy(n)))
         return Qt::ItemIsSelectable;
-    if (index.column() == 0 && n->kind != NodeNewSection && !rawRow(n))
+    if (index.column() == 0 && n->kind != NodeNewSection && n->kind != NodeCategory && !rawRow(n))
         return Qt::ItemIsSelectable | Qt::ItemIsEnabled | Qt::ItemIsUserCheckable;
     return Qt::ItemIsSelectable | Qt::ItemIsEnabled;
 }
@@ -284,6 +306,7 @@ bool QVlorUnifiedPluginsModel::setData(const QModelIndex& index, const QVariant&
     const bool checked = value.toInt() != 0;
     switch (n->kind) {
     case NodeNewSection:
+    case NodeCategory:
         return false;
     case NodeNewPath:
         emit newPathShowToggled(int(n->row.newSection), n->row.newPath, checked);
@@ -345,6 +368,8 @@ UpmIndexKind ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* r
     }
     if (index.data(UpmVendorKeyRole).isValid())
         return UpmIndexVendor;
+    if (index.data(UpmCategoryKeyRole).isValid())
+        return UpmIndexCategory;
     if (index.data(UpmNewPathRole).isValid())
         return UpmIndexNewPath;
     if (index.data(UpmNewSectionRole).isValid())

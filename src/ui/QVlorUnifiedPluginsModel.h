@@ -13,7 +13,15 @@
 class QVlorUnifiedPluginsModel : public QAbstractItemModel {
     Q_OBJECT
 public:
-    enum NodeKind : qint32 { NodeRoot = 0, NodeVendor = 1, NodeItem = 2, NodeChild = 3, NodeNewSection = 4, NodeNewPath = 5 };
+    enum NodeKind : qint32 {
+        NodeRoot = 0,
+        NodeVendor = 1,
+        NodeItem = 2,
+        NodeChild = 3,
+        NodeNewSection = 4,
+        NodeNewPath = 5,
+        NodeCategory = 6
+    };
 
     struct Node {
         NodeKind kind = NodeRoot;
@@ -33,6 +41,10 @@ public:
     ~QVlorUnifiedPluginsModel() override;
 
     void setRows(const QList<UnifiedRow>& rows);
+    // Products under their makers (with their shells), or under what they
+    // do: a category holds products, and has no switch of its own.
+    void setGroupedByCategory(bool byCategory) { m_byCategory = byCategory; }
+    bool groupedByCategory() const { return m_byCategory; }
 
     QModelIndex index(int row, int column, const QModelIndex& parent = QModelIndex()) const override;
     QModelIndex parent(const QModelIndex& child) const override;
@@ -63,6 +75,7 @@ signals:
 private:
     Node* nodeOf(const QModelIndex& index) const;
     Node* m_root;
+    bool m_byCategory = false;
 };
 
 int UpmNewRootSortRank(const QModelIndex& index);
@@ -75,6 +88,7 @@ enum UpmIndexKind : int {
     UpmIndexNewSection = 3,
     UpmIndexNewPath = 4,
     UpmIndexInvalid = 5,
+    UpmIndexCategory = 6,
 };
 // The kind of index; for a row, the row is copied to *row if given.
 UpmIndexKind ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row);
@@ -84,5 +98,8 @@ constexpr int UpmVendorKeyRole = 267;
 constexpr int UpmShellKeyRole = 268;
 constexpr int UpmNewSectionRole = 269;
 constexpr int UpmNewPathRole = 270;
+constexpr int UpmCategoryKeyRole = 271;
+// Whether a row's product is a favourite: bool.
+constexpr int UpmFavouriteRole = 272;
 
 #endif
