@@ -65,6 +65,8 @@ public:
         QString filterString() const { return m_filterString; }
         void setStatusFilter(StatusFilter filter);
         StatusFilter statusFilter() const { return m_statusFilter; }
+        // Asks every row again: what a row is shown for changed outside the rows.
+        void refilter() { invalidateFilter(); }
         bool isFiltering() const { return !m_filterString.isEmpty() || m_statusFilter != StatusAll; }
 
         static bool acceptStatus(const UnifiedRow& row, StatusFilter filter);

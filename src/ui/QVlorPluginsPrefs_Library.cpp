@@ -37,7 +37,7 @@ void QVlorPluginsPrefs::setUpLibrary()
     connect(library, &QVlorPluginLibrary::categoriesChanged, this, &QVlorPluginsPrefs::rebuildRows);
     connect(library, &QVlorPluginLibrary::favouritesChanged, this, [this] {
         if (d->proxy.statusFilter() == ProxyFilter::StatusFavourite)
-            d->proxy.setStatusFilter(ProxyFilter::StatusFavourite);
+            d->proxy.refilter();
         d->ui.vstPluginsTreeView->viewport()->update();
     });
 }

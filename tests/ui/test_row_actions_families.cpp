@@ -6,6 +6,7 @@
 #include "row_actions_fixture.h"
 
 #include "QVlorLv2_Manager.h"
+#include "QVlorPluginLibrary.h"
 #include "QVlorSetting.h"
 
 #include "fxisolation.h"
@@ -182,4 +183,95 @@ TEST_F(FamilyRows, ACrashOfOneFormSendsEveryFormApart)
     VLORFX_SetOwnProcess("vst3", cid.constData(), 0);
     VLORFX_SetOwnProcess("lv2", uri.constData(), 0);
     vst3->purgePairState({}, {QString::fromUtf8(cid)});
+}
+
+// The star of the row menu holds for the product in every form: shown
+// whichever form is in use, through a rescan and a restart, and found by the
+// status filter's "Favourites".
+TEST_F(FamilyRows, AFavouriteStarHoldsThroughAFormatSwitchARescanAndARestart)
+{
+    const QString pairId = family().pairId;
+    const auto starred = [&] { return rowOfPair(pairId).data(UpmFavouriteRole).toBool(); };
+    EXPECT_FALSE(starred());
+    EXPECT_TRUE(rowOfPair(pairId).data(Qt::DecorationRole).isNull());
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Favourite"));
+    EXPECT_TRUE(starred());
+    EXPECT_FALSE(rowOfPair(pairId).data(Qt::DecorationRole).isNull()) << "the star is drawn";
+    EXPECT_TRUE(rowOfPair(pairId).data(Qt::ToolTipRole).toString().contains(QStringLiteral("Favourite")));
+    click(badge(rowOfPair(pairId), 2).center().toPoint());
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOf(rowOfPair(pairId)).lv2.active;
+    }, 10000));
+    EXPECT_TRUE(starred()) << "in LV2";
+    ASSERT_TRUE(rescanByButton());
+    EXPECT_TRUE(starred()) << "after a rescan";
+    restart();
+    QVlorPluginLibrary::instance()->reload();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOfPair(pairId).isValid();
+    }, 10000));
+    EXPECT_TRUE(starred()) << "after a restart";
+    page->showStatus(QVlorPluginsPrefs::ProxyFilter::StatusFavourite);
+    settle();
+    QStringList shown;
+    for (const QPersistentModelIndex& r : rowsNamed(rowOf(rowOfPair(pairId)).name))
+        shown << r.data().toString();
+    EXPECT_EQ(shown.size(), 1);
+    EXPECT_EQ(tree->model()->rowCount(), 1) << "one group holds the one favourite";
+    // Taken back in the other form's row: gone for the product.
+    const QString cid = rowOf(rowOfPair(pairId)).vst3.identity;
+    ASSERT_FALSE(cid.isEmpty());
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Favourite"));
+    settle();
+    EXPECT_FALSE(QVlorPluginLibrary::instance()->isFavourite({cid}));
+    EXPECT_EQ(tree->model()->rowCount(), 0) << "the favourites' filter shows none now";
+    page->showStatus(QVlorPluginsPrefs::ProxyFilter::StatusAll);
+}
+
+// Grouped by category, the product sits under what it does; the user's
+// choice moves it, the filter finds it by the category's name, and the
+// grouping is kept for the next opening of the page.
+TEST_F(FamilyRows, GroupedByCategoryTheUsersChoiceMovesAProductAndTheFilterFindsIt)
+{
+    const QString pairId = family().pairId;
+    auto* groupBy = page->findChild<QComboBox*>(QStringLiteral("groupByCombo"));
+    ASSERT_NE(groupBy, nullptr);
+    groupBy->setCurrentIndex(1);
+    settle();
+    ASSERT_TRUE(rowOfPair(pairId).isValid());
+    // The gain: VST3 says "Fx", LV2 "Amplifier": a utility.
+    EXPECT_EQ(rowOfPair(pairId).parent().data().toString(), QStringLiteral("Utility"));
+    EXPECT_EQ(rowOfPair(pairId).parent().data(UpmCategoryKeyRole).toString(), QStringLiteral("Utility"));
+    EXPECT_FALSE(rowOfPair(pairId).parent().data(Qt::CheckStateRole).isValid()) << "a category has no switch";
+    QStringList groups;
+    for (int i = 0; i < tree->model()->rowCount(); ++i)
+        groups << tree->model()->index(i, 0).data().toString();
+    EXPECT_EQ(groups.last(), QStringLiteral("Other")) << groups.join(QLatin1Char('|')).toStdString();
+
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Category>Reverb"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOfPair(pairId).parent().data().toString() == QLatin1String("Reverb");
+    }, 5000));
+    QTest::keyClicks(filter->lineEdit(), QStringLiteral("reverb"));
+    settle();
+    EXPECT_EQ(tree->model()->rowCount(), 1);
+    EXPECT_TRUE(rowOfPair(pairId).isValid());
+    filter->lineEdit()->clear();
+    settle();
+    contextMenuOn({rowOfPair(pairId)}, QStringLiteral("Category>As the plugin says"));
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOfPair(pairId).parent().data().toString() == QLatin1String("Utility");
+    }, 5000));
+    restart();
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return rowOfPair(pairId).isValid();
+    }, 10000));
+    EXPECT_EQ(page->findChild<QComboBox*>(QStringLiteral("groupByCombo"))->currentIndex(), 1) << "kept";
+    EXPECT_EQ(rowOfPair(pairId).parent().data().toString(), QStringLiteral("Utility"));
+    page->findChild<QComboBox*>(QStringLiteral("groupByCombo"))->setCurrentIndex(0);
 }
