@@ -2,6 +2,7 @@
 // filter exactly as the editor applies one.
 #include "chatter.h"
 #include "lv2.h"
+#include "presets.h"
 #include "commands.h"
 #include "text.h"
 
@@ -57,6 +58,8 @@ const char* const kHelp =
     "                       (checked in the host program, then run in this process;\n"
     "                       vlorfx probe --lv2 --all lists them)\n"
     "  --param INDEX=VALUE  for LV2, the value of control input INDEX (from 0) in its own unit\n"
+    "  --preset NAME        load the effect's preset of that name first: the user's (vlorfx\n"
+    "                       preset), else the factory's; not with --param or --state\n"
     "  --float              write OUT as 32-bit float\n"
     "  --force              write OUT even when it is IN\n"
     "  --mixer              a chain of effects of either format, in real time (apply --mixer --help)\n"
@@ -69,7 +72,7 @@ const char* const kHelp =
 
 // What the command line asked for.
 struct ApplyOptions {
-    std::string plugin, in, out, bundle, cid, state, lv2;
+    std::string plugin, in, out, bundle, cid, state, lv2, preset;
     int id = 0;
     bool idGiven = false;
     bool inProcess = false;
@@ -315,6 +318,8 @@ int checkCombination(const ApplyOptions& o)
     for (size_t k = 0; k < o.params.size(); ++k)
         if (o.lv2.empty() && !(o.params[k].second >= 0 && o.params[k].second <= 1))
             return badArgument("bad --param '" + o.paramTexts[k] + "': the value must be from 0 to 1");
+    if (!o.preset.empty() && (!o.params.empty() || !o.state.empty()))
+        return badArgument("--preset cannot be used with --param or --state");
     if (o.in.empty() || o.out.empty())
         return badArgument("an input and an output file are needed");
     if (!o.force && vlorfx::sameFile(o.in, o.out))
@@ -360,9 +365,11 @@ int readOptions(int argc, char** argv, ApplyOptions* o, bool* help)
             o->cid = argv[++i];
         } else if (a == "--state" && i + 1 < argc) {
             o->state = argv[++i];
+        } else if (a == "--preset" && i + 1 < argc) {
+            o->preset = argv[++i];
         } else if (!a.empty() && a[0] == '-' && a != "-") {
             if (a == "--vst2" || a == "--vst3" || a == "--lv2" || a == "--id" || a == "--param" || a == "--cid" ||
-                a == "--state")
+                a == "--state" || a == "--preset")
                 return badArgument(a + " needs a value");
             return usageError("unknown option '" + a + "'");
         } else if (o->in.empty()) {
@@ -438,6 +445,30 @@ int applyLv2(const ApplyOptions& o)
     return render("LV2 host", config, o, report.value(QStringLiteral("name")).toString().toStdString());
 }
 
+// The effect opened here with its preset loaded, then applied as the editor
+// applies one with those settings.
+int applyPreset(const ApplyOptions& o)
+{
+    vlorfx::PluginChoice choice;
+    choice.vst2 = o.plugin;
+    choice.id = o.id;
+    choice.bundle = o.bundle;
+    choice.cid = o.cid;
+    choice.lv2 = o.lv2;
+    vlorfx::OpenedPlugin plugin;
+    std::string error;
+    QStringList unmatched;
+    if (!plugin.open(choice, &error) || !vlorfx::LoadNamedPreset(plugin, o.preset, &unmatched, &error))
+        return fail(error);
+    if (!unmatched.isEmpty())
+        std::fprintf(stderr, "vlorfx apply: the preset's %s found no match in %s\n",
+                     qPrintable(unmatched.join(QStringLiteral(", "))), plugin.name().c_str());
+    if (!o.plugin.empty() && o.inProcess)
+        AUDIOVST_ForgetVlorVstPath();
+    const char* filter = !o.bundle.empty() ? "VST3 host" : !o.lv2.empty() ? "LV2 host" : "VST host";
+    return render(filter, plugin.filterSettings(), o, plugin.name());
+}
+
 } // namespace
 
 int cmdApply(int argc, char** argv)
@@ -455,6 +486,8 @@ int cmdApply(int argc, char** argv)
         std::fputs(kHelp, stdout);
         return 0;
     }
+    if (!o.preset.empty())
+        return applyPreset(o);
     if (!o.bundle.empty())
         return applyVst3(o);
     if (!o.lv2.empty())

@@ -17,6 +17,7 @@ int cmdApplyMixer(int argc, char** argv);
 int cmdOpen(int argc, char** argv);
 int cmdMenu(int argc, char** argv);
 int cmdCategories(int argc, char** argv);
+int cmdPreset(int argc, char** argv);
 int cmdPrefs(int argc, char** argv);
 // Takes the whole command line: it brings the library up with its own window as the host.
 int runGui(int argc, char** argv);

@@ -49,6 +49,7 @@ const Command kCommands[] = {
     {"apply", cmdApply, "apply a VST2 or VST3 effect to an audio file"},
     {"classes", cmdClasses, "list the effect classes of a VST3 bundle, loaded in this process"},
     {"probe", cmdProbe, "list (and verify) the effect classes of a VST3 bundle in a host process"},
+    {"preset", cmdPreset, "list, save, load, export and import the presets of an effect of any format"},
     {"categories", cmdCategories, "what the effects do: the share each format and maker has in a category"},
     {"menu", cmdMenu, "print the Plugins menu as the editor gets it: vendors, entries, action ids"},
     {"open", cmdOpen, "show an effect's own editor or its parameter panel in a window", true},

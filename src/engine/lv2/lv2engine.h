@@ -122,6 +122,12 @@ VLORLV2_EXPORT char* VLORLV2_GetState(_Lv2Instance* instance);
 VLORLV2_EXPORT void VLORLV2_FreeString(char* text);
 /* Restores a text of VLORLV2_GetState; 0 when it does not read. */
 VLORLV2_EXPORT int VLORLV2_SetState(_Lv2Instance* instance, const char* state);
+/* The presets of a plugin's bundle, as lines "LABEL<tab>PRESET-URI\n" in
+ * label order, cut at size; the count, or -1 when no plugin has this URI. */
+VLORLV2_EXPORT int VLORLV2_ListPresets(const char* uri, char* out, int size);
+/* A preset as a state text that VLORLV2_SetState restores; null when it does
+ * not read. Free with VLORLV2_FreeString. */
+VLORLV2_EXPORT char* VLORLV2_GetPresetState(const char* presetUri);
 
 /* ---- the plugin's own editor: its X11 UI, embedded in a window of ours ----
  * Every call from the thread of the host's event loop. */

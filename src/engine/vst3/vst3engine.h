@@ -56,6 +56,7 @@ typedef struct Vst3ParamInfo {
     int32_t isBypass;
     int32_t isReadOnly;
     int32_t isHidden;
+    int32_t isProgramChange; /* the plugin's program list, not a value of the sound */
 } Vst3ParamInfo;
 
 /* The class uid of the bundle at path, as 32 hexadecimal digits; null when it

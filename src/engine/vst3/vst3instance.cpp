@@ -429,6 +429,7 @@ extern "C" int VLORVST3_GetParamInfo(_Vst3Instance* h, int index, Vst3ParamInfo*
     info->isBypass = (p.flags & ParameterInfo::kIsBypass) ? 1 : 0;
     info->isReadOnly = (p.flags & ParameterInfo::kIsReadOnly) ? 1 : 0;
     info->isHidden = (p.flags & ParameterInfo::kIsHidden) ? 1 : 0;
+    info->isProgramChange = (p.flags & ParameterInfo::kIsProgramChange) ? 1 : 0;
     return 1;
 }
 
