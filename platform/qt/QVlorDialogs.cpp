@@ -1,6 +1,7 @@
 #include "QVlorDialogs.h"
 
 #include <QFileDialog>
+#include <QInputDialog>
 #include <QMutex>
 
 namespace {
@@ -105,4 +106,31 @@ QString QVlorFileDialog::getExistingDirectory(QWidget* parent, const QString& ca
     if (answered({QStringLiteral("directory"), caption, directory, QMessageBox::NoButton, false, QString(), QMessageBox::NoButton}, &answer))
         return answer.directory;
     return QFileDialog::getExistingDirectory(parent, caption, directory, options);
+}
+
+QString QVlorFileDialog::getOpenFileName(QWidget* parent, const QString& caption, const QString& directory,
+                                         const QString& filter)
+{
+    QVlorDialogs::Answer answer;
+    if (answered({QStringLiteral("open file"), caption, directory, QMessageBox::NoButton, false, filter, QMessageBox::NoButton}, &answer))
+        return answer.directory;
+    return QFileDialog::getOpenFileName(parent, caption, directory, filter);
+}
+
+QString QVlorFileDialog::getSaveFileName(QWidget* parent, const QString& caption, const QString& file, const QString& filter)
+{
+    QVlorDialogs::Answer answer;
+    if (answered({QStringLiteral("save file"), caption, file, QMessageBox::NoButton, false, filter, QMessageBox::NoButton}, &answer))
+        return answer.directory;
+    return QFileDialog::getSaveFileName(parent, caption, file, filter);
+}
+
+QString QVlorInputDialog::getText(QWidget* parent, const QString& title, const QString& label, const QString& text)
+{
+    QVlorDialogs::Answer answer;
+    if (answered({QStringLiteral("text"), title, label, QMessageBox::NoButton, false, text, QMessageBox::NoButton}, &answer))
+        return answer.directory;
+    bool ok = false;
+    const QString typed = QInputDialog::getText(parent, title, label, QLineEdit::Normal, text, &ok);
+    return ok ? typed : QString();
 }

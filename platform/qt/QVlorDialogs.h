@@ -17,7 +17,7 @@ namespace QVlorDialogs {
 
 // What a dialog asks.
 struct Question {
-    QString kind;  // "information", "warning", "critical", "question", "directory"
+    QString kind;  // "information", "warning", "critical", "question", "directory", "open file", "save file", "text"
     QString title;
     QString text;
     QMessageBox::StandardButtons buttons;
@@ -26,8 +26,8 @@ struct Question {
     QMessageBox::StandardButton defaultButton = QMessageBox::NoButton; // also the escape button
 };
 
-// The answer to give: a button for a message box, a folder for the chooser
-// (empty for a cancel).
+// The answer to give: a button for a message box, a folder for the chooser,
+// a file for the file choosers, the text typed for a text (empty for a cancel).
 struct Answer {
     QMessageBox::StandardButton button = QMessageBox::NoButton;
     QString directory;
@@ -70,6 +70,15 @@ class QVlorFileDialog {
 public:
     static QString getExistingDirectory(QWidget* parent, const QString& caption, const QString& directory = QString(),
                                         QFileDialog::Options options = QFileDialog::ShowDirsOnly);
+    static QString getOpenFileName(QWidget* parent, const QString& caption, const QString& directory,
+                                   const QString& filter);
+    static QString getSaveFileName(QWidget* parent, const QString& caption, const QString& file, const QString& filter);
+};
+
+// A line of text asked for, such as a name; empty for a cancel.
+class QVlorInputDialog {
+public:
+    static QString getText(QWidget* parent, const QString& title, const QString& label, const QString& text = QString());
 };
 
 #endif

@@ -1,6 +1,7 @@
 // The LV2 effect dialog. The plugin's own editor lives in a native child
 // window and is driven from the widget's event loop; what it asks for is
 // posted to the widget and handled there.
+#include "QVlorPresetTargets.h"
 #include "QVlorLv2_Widget.h"
 
 #include "QVlorLv2_MixerEffect.h"
@@ -359,5 +360,12 @@ QVlorMixer::Effect* Widget::effect() const { return d->effect; }
 bool Widget::hasEditor() const { return d->hasEditor; }
 bool Widget::editorOpen() const { return d->editorOpen; }
 QList<ParameterRow*> Widget::parameterRows() const { return d->rows; }
+
+std::unique_ptr<QVlorAudioPlugins::PresetTarget> Widget::createPresetTarget() const
+{
+    if (!d->instance)
+        return nullptr;
+    return std::make_unique<QVlorAudioPlugins::Lv2PresetTarget>(d->instance, d->uri, d->name);
+}
 
 } // namespace QVlorLv2

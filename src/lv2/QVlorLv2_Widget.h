@@ -3,6 +3,9 @@
 // The dialog of one LV2 effect: the plugin's own X11 editor in a native
 // child window, or a generic panel of its control ports.
 
+#include "QVlorPresets.h"
+
+#include <memory>
 #include "QVlorFxWidget.h"
 
 #include <QObject>
@@ -73,6 +76,8 @@ private:
 class Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
+    // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
+    std::unique_ptr<QVlorAudioPlugins::PresetTarget> createPresetTarget() const;
     Widget(const QVlorAudio& audio, QWidget* parent = nullptr, Qt::WindowFlags flags = Qt::WindowFlags());
     ~Widget() override;
 

@@ -126,6 +126,9 @@ MixerEffect::~MixerEffect()
     delete d;
 }
 
+_VSTEFFECT* MixerEffect::record() const { return d->effect; }
+_VSTINSTANCE* MixerEffect::configInstance() const { return d->instance; }
+
 bool MixerEffect::isOk() const { return d->instance != nullptr; }
 bool MixerEffect::isInstance(const void* instance) const { return instance && instance == d->instance; }
 

@@ -10,6 +10,9 @@
 #include <QSize>
 #include <QString>
 
+struct _VSTEFFECT;
+struct _VSTINSTANCE;
+
 namespace QVlorVst {
 
 class MixerEffect : public QVlorMixer::Effect {
@@ -19,6 +22,9 @@ public:
     ~MixerEffect() override;
 
     bool isOk() const override;
+    // The plugin's record and the instance the dialog shows and sets, for its presets.
+    _VSTEFFECT* record() const;
+    _VSTINSTANCE* configInstance() const;
     using QVlorMixer::Effect::process;
     int process(float* input, float* output, int channels, int frames) override;
     // VST2 effects right after this one whose plugins share its host

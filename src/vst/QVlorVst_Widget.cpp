@@ -1,6 +1,8 @@
 // The VST2 effect dialog. Every call on the plugin may be the first to find
 // its host program dead: from then on the widget is finished and touches
 // nothing of the plugin again.
+#include "QVlorPresetTargets.h"
+#include "QVlorPluginFormat.h"
 #include "QVlorVst_Widget.h"
 
 #include "QVlorVst_MixerEffect.h"
@@ -409,5 +411,14 @@ void Widget::setBypass(bool bypass)
 bool Widget::isCrashed() const { return d->crashed; }
 bool Widget::hasPluginEditor() const { return d->hasPluginEditor; }
 QList<ParameterWidget*> Widget::parameterWidgets() const { return d->rows; }
+
+std::unique_ptr<QVlorAudioPlugins::PresetTarget> Widget::createPresetTarget() const
+{
+    if (!d->effect || !d->effect->record() || !d->effect->configInstance())
+        return nullptr;
+    return std::make_unique<QVlorAudioPlugins::Vst2PresetTarget>(
+        d->effect->record(), d->effect->configInstance(),
+        QVlorAudioPlugins::Vst2RowIdentity(d->plugin.uniqueId(), d->plugin.hash(), d->plugin.pluginId()));
+}
 
 } // namespace QVlorVst

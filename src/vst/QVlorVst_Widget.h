@@ -3,6 +3,9 @@
 // The dialog of one VST2 plugin: its own editor, or rows of parameters made
 // for it, and the place where the death of its host program reaches the user.
 
+#include "QVlorPresets.h"
+
+#include <memory>
 #include "QVlorFxWidget.h"
 #include "QVlorVst_Plugin.h"
 
@@ -73,6 +76,8 @@ private:
 class Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
+    // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
+    std::unique_ptr<QVlorAudioPlugins::PresetTarget> createPresetTarget() const;
     // At most this many rows in the generated editor.
     static constexpr int MaxParameterRows = 20;
 

@@ -1,5 +1,6 @@
 // The VST3 effect dialog. The plugin may call us from any thread; its events
 // are posted to the widget's and handled there.
+#include "QVlorPresetTargets.h"
 #include "QVlorVst3_Widget.h"
 
 #include "QVlorVst3_Manager.h"
@@ -458,5 +459,13 @@ void Widget::refresh()
 QVlorMixer::Effect* Widget::effect() const { return d->effect; }
 bool Widget::hasEditor() const { return d->hasEditor; }
 QList<ParameterWidget*> Widget::parameterWidgets() const { return d->parameters; }
+
+std::unique_ptr<QVlorAudioPlugins::PresetTarget> Widget::createPresetTarget() const
+{
+    if (!d->instance)
+        return nullptr;
+    return std::make_unique<QVlorAudioPlugins::Vst3PresetTarget>(d->instance, d->plugin.uid(), d->plugin.name(),
+                                                                 d->plugin.vendor());
+}
 
 } // namespace QVlorVst3

@@ -3,6 +3,9 @@
 // The dialog of one VST3 effect class: the plugin's own view in a native
 // child window, or a generic panel of its parameters.
 
+#include "QVlorPresets.h"
+
+#include <memory>
 #include "QVlorFxWidget.h"
 #include "QVlorVst3_Catalog.h"
 
@@ -63,6 +66,8 @@ private:
 class Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
+    // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
+    std::unique_ptr<QVlorAudioPlugins::PresetTarget> createPresetTarget() const;
     Widget(const QVlorAudio& audio, QWidget* parent = nullptr, Qt::WindowFlags flags = Qt::WindowFlags());
     ~Widget() override;
 

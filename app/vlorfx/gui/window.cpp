@@ -1,3 +1,4 @@
+#include "QVlorPresetBar.h"
 #include "window.h"
 
 #include "../catalog.h"
@@ -92,6 +93,9 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     widget->setParent(this);
+    // The star and the presets above the effect, for the library's effects.
+    if (QVlorPresetBar* bar = QVlorPresetBar::forEffect(widget, this))
+        layout->addWidget(bar);
     layout->addWidget(widget, 1);
     auto* buttons = new QDialogButtonBox(this);
     buttons->setContentsMargins(12, 6, 12, 12);

@@ -1,0 +1,161 @@
+// The effect dialog's preset bar over the fixture gain in VST3 and LV2 (one
+// product, "Fixture Gain"): save, load, delete, export and import through the
+// dialogs' seam; a preset of one form loads into the other by parameter name
+// and says what found no match; the star is the library's favourite mark.
+#include "QVlorDialogs.h"
+#include "QVlorLv2_MixerEffect.h"
+#include "QVlorLv2_Widget.h"
+#include "QVlorPluginLibrary.h"
+#include "QVlorPresetBar.h"
+#include "QVlorPresets.h"
+#include "QVlorSetting.h"
+#include "QVlorVst3_MixerEffect.h"
+#include "QVlorVst3_Widget.h"
+
+#include "lv2engine.h"
+#include "testsupport.h"
+#include "vst3engine.h"
+
+#include <QDir>
+#include <QFile>
+#include <QToolButton>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace {
+
+const QVlorAudio kAudio(QString(), 2, 44100, 44100);
+const QString kGainCid = QStringLiteral("51000000000000000000000000000001");
+
+class PresetBar : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        setenv("LV2_PATH", VLOR_FIXTURE_LV2_DIR, 1);
+        ASSERT_EQ(VLORLV2_Initialize(), 1);
+    }
+    void SetUp() override
+    {
+        QDir(QVlorAudioPlugins::UserPresetFolder(QStringLiteral("Fixture Gain"))).removeRecursively();
+        QVlorSetting::global().remove(QStringLiteral("vloraudio.plugins.favourites"));
+        QVlorPluginLibrary::instance()->reload();
+        QVlorDialogs::setAnswerer([this](const QVlorDialogs::Question& q) {
+            QVlorDialogs::Answer a;
+            a.button = QMessageBox::Yes;
+            a.directory = q.kind == QLatin1String("text") ? typed : file;
+            return a;
+        });
+        lv2 = std::make_unique<QVlorLv2::Widget>(kAudio);
+        ASSERT_TRUE(lv2->loadPlugin(QStringLiteral("urn:vlor:fixture:gain"))) << lv2->error().toStdString();
+        vst3 = std::make_unique<QVlorVst3::Widget>(kAudio);
+        ASSERT_TRUE(vst3->loadPlugin(QVlorVst3::Plugin(QStringLiteral(VLOR_FIXTURE_VST3_DIR "/vlor-vst3-effects.vst3"),
+                                                       kGainCid, QStringLiteral("Fixture Gain"),
+                                                       QStringLiteral("Vlor Fixtures"), QString(), QString())));
+        lv2Bar.reset(QVlorPresetBar::forEffect(lv2.get()));
+        vst3Bar.reset(QVlorPresetBar::forEffect(vst3.get()));
+        ASSERT_TRUE(lv2Bar && vst3Bar);
+    }
+    void TearDown() override
+    {
+        QVlorDialogs::setAnswerer({});
+        QVlorDialogs::takeAsked();
+    }
+    _Lv2Instance* lv2Instance() const { return static_cast<QVlorLv2::MixerEffect*>(lv2->effect())->instance(); }
+    _Vst3Instance* vst3Instance() const { return static_cast<QVlorVst3::MixerEffect*>(vst3->effect())->instance(); }
+    uint32_t vst3Gain() const
+    {
+        Vst3ParamInfo info{};
+        EXPECT_TRUE(VLORVST3_GetParamInfo(vst3Instance(), 0, &info));
+        return info.id;
+    }
+    void click(QVlorPresetBar* bar, const char* button) const
+    {
+        bar->findChild<QToolButton*>(QLatin1String(button))->click();
+    }
+
+    QString typed, file;
+    std::unique_ptr<QVlorLv2::Widget> lv2;
+    std::unique_ptr<QVlorVst3::Widget> vst3;
+    std::unique_ptr<QVlorPresetBar> lv2Bar, vst3Bar;
+};
+
+} // namespace
+
+TEST_F(PresetBar, SaveLoadDeleteExportAndImportOnOneForm)
+{
+    VLORLV2_SetParam(lv2Instance(), 0, 12.0f);
+    typed = QStringLiteral("Loud");
+    click(lv2Bar.get(), "presetSaveButton");
+    EXPECT_EQ(lv2Bar->presetEntries(), QStringList{QStringLiteral("user:Loud")});
+    VLORLV2_SetParam(lv2Instance(), 0, -3.0f);
+    ASSERT_TRUE(lv2Bar->loadEntry(QStringLiteral("user:Loud")));
+    EXPECT_FLOAT_EQ(VLORLV2_GetParam(lv2Instance(), 0), 12.0f);
+    EXPECT_TRUE(lv2Bar->lastReport().isEmpty()) << "its own state: nothing to report";
+
+    vlortest::TempDir dir;
+    file = QString::fromStdString(dir.file("loud.vlorpreset"));
+    lv2Bar->findChild<QAction*>(QStringLiteral("presetExport"))->trigger();
+    ASSERT_TRUE(QFile::exists(file));
+    click(lv2Bar.get(), "presetDeleteButton");
+    EXPECT_TRUE(lv2Bar->presetEntries().isEmpty());
+    VLORLV2_SetParam(lv2Instance(), 0, 0.0f);
+    lv2Bar->findChild<QAction*>(QStringLiteral("presetImport"))->trigger();
+    EXPECT_EQ(lv2Bar->presetEntries(), QStringList{QStringLiteral("user:Loud")});
+    EXPECT_FLOAT_EQ(VLORLV2_GetParam(lv2Instance(), 0), 12.0f) << "an imported preset is loaded";
+
+    // A file that is no preset is told, and nothing is kept.
+    QFile junk(QString::fromStdString(dir.file("junk.vlorpreset")));
+    ASSERT_TRUE(junk.open(QIODevice::WriteOnly) && junk.write("{ not json") > 0);
+    junk.close();
+    file = junk.fileName();
+    QVlorDialogs::takeAsked();
+    lv2Bar->findChild<QAction*>(QStringLiteral("presetImport"))->trigger();
+    const QList<QVlorDialogs::Question> asked = QVlorDialogs::takeAsked();
+    ASSERT_EQ(asked.size(), 2);
+    EXPECT_EQ(asked[1].kind, QStringLiteral("warning"));
+    EXPECT_EQ(lv2Bar->presetEntries(), QStringList{QStringLiteral("user:Loud")});
+    // A cancelled name saves nothing.
+    typed.clear();
+    click(lv2Bar.get(), "presetSaveButton");
+    EXPECT_EQ(lv2Bar->presetEntries(), QStringList{QStringLiteral("user:Loud")});
+}
+
+TEST_F(PresetBar, APresetOfOneFormLoadsIntoTheOtherByNameAndSaysWhatDidNotMatch)
+{
+    VLORVST3_SetParamNormalized(vst3Instance(), vst3Gain(), 0.75);
+    typed = QStringLiteral("Three Quarters");
+    click(vst3Bar.get(), "presetSaveButton");
+    // Another dialog of the product finds it on opening.
+    std::unique_ptr<QVlorPresetBar> again(QVlorPresetBar::forEffect(lv2.get()));
+    ASSERT_TRUE(again->presetEntries().contains(QStringLiteral("user:Three Quarters")));
+    ASSERT_TRUE(again->loadEntry(QStringLiteral("user:Three Quarters")));
+    EXPECT_NEAR(VLORLV2_GetParam(lv2Instance(), 0), -20.0f + 0.75f * 40.0f, 1e-4) << "across the LV2 range";
+    EXPECT_TRUE(again->lastReport().isEmpty());
+
+    VLORLV2_SetParam(lv2Instance(), 0, -10.0f);
+    typed = QStringLiteral("Quiet");
+    click(lv2Bar.get(), "presetSaveButton");
+    std::unique_ptr<QVlorPresetBar> vst3Again(QVlorPresetBar::forEffect(vst3.get()));
+    ASSERT_TRUE(vst3Again->loadEntry(QStringLiteral("user:Quiet")));
+    EXPECT_NEAR(VLORVST3_GetParamNormalized(vst3Instance(), vst3Gain()), 0.25, 1e-6);
+    EXPECT_EQ(vst3Again->lastReport(), QStringLiteral("Not in this form: Mode, Mute"));
+    EXPECT_FALSE(vst3Again->loadEntry(QStringLiteral("user:Gone")));
+    EXPECT_TRUE(vst3Again->lastReport().startsWith(QStringLiteral("Not loaded:")));
+}
+
+TEST_F(PresetBar, TheStarIsTheProductsFavouriteMark)
+{
+    auto* star = lv2Bar->findChild<QToolButton*>(QStringLiteral("favouriteButton"));
+    ASSERT_NE(star, nullptr);
+    EXPECT_FALSE(star->isChecked());
+    star->click();
+    EXPECT_TRUE(QVlorPluginLibrary::instance()->isFavourite({QStringLiteral("urn:vlor:fixture:gain")}));
+    // Marked elsewhere (the page, the other form's dialog): the star follows.
+    QVlorPluginLibrary::instance()->setFavourite({QStringLiteral("urn:vlor:fixture:gain")}, false);
+    EXPECT_FALSE(star->isChecked());
+    QVlorPluginLibrary::instance()->setFavourite({QStringLiteral("urn:vlor:fixture:gain"), kGainCid}, true);
+    EXPECT_TRUE(star->isChecked());
+    EXPECT_TRUE(vst3Bar->findChild<QToolButton*>(QStringLiteral("favouriteButton"))->isChecked()) << "one product";
+}
