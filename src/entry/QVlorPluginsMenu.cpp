@@ -334,6 +334,16 @@ bool MenuController::triggerPairAction(const QString& pairId)
     return true;
 }
 
+QStringList MenuController::productIdentities(const QString& identity) const
+{
+    for (const UnifiedRow& row : qAsConst(d->rows)) {
+        const QStringList ids = UpmRowIdentities(row);
+        if (ids.contains(identity))
+            return ids;
+    }
+    return {identity};
+}
+
 bool MenuController::formatAvailableForPair(const QString& pairId, const QString& format) const
 {
     return QVlorUnifiedPluginsModel::formatAvailableForPair(d->rows, pairId, format);

@@ -31,6 +31,9 @@ public:
     // Opens the effect of a pair as its menu entry would; false for an unknown pair.
     bool triggerPairAction(const QString& pairId);
     bool formatAvailableForPair(const QString& pairId, const QString& format) const;
+    // The identities of every form of the product one form belongs to, as the
+    // last build knew them; the one given alone when no row holds it.
+    QStringList productIdentities(const QString& identity) const;
 
 public slots:
     // Coalesced: a burst of catalog signals costs one rebuild.

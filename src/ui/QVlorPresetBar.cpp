@@ -4,6 +4,8 @@
 #include "QVlorPresets.h"
 
 #include "QVlorDialogs.h"
+#include "QVlorAudioPlugins.h"
+#include "QVlorPluginsMenu.h"
 #include "QVlorFxWidget.h"
 #include "QVlorLv2_Widget.h"
 #include "QVlorVst3_Widget.h"
@@ -24,6 +26,12 @@ public:
     QVlorFxWidget* effect = nullptr;
     std::unique_ptr<PresetTarget> target;
     QString identity;
+    // Every form of the product, so that the star is the menu's and the page's.
+    QStringList productIdentities() const
+    {
+        QVlorAudioPlugins::MenuController* menu = QVlorAudioPlugins::UI::menuController();
+        return menu ? menu->productIdentities(identity) : QStringList{identity};
+    }
     QToolButton* star = nullptr;
     QComboBox* presets = nullptr;
     QToolButton* save = nullptr;
@@ -68,14 +76,15 @@ QVlorPresetBar::QVlorPresetBar(QVlorFxWidget* effect, std::unique_ptr<PresetTarg
     d->star->setIcon(QVlorPluginLibrary::starIcon());
     QVlorPluginLibrary* library = QVlorPluginLibrary::instance();
     auto showStar = [this, library] {
-        const bool on = library->isFavourite({d->identity});
+        const bool on = library->isFavourite(d->productIdentities());
         const QSignalBlocker block(d->star);
         d->star->setChecked(on);
         d->star->setToolTip(on ? tr("A favourite: in the Plugins menu's Favourites") : tr("Make it a favourite"));
         d->star->setIcon(on ? QVlorPluginLibrary::starIcon() : QIcon(QVlorPluginLibrary::starIcon().pixmap(16, QIcon::Disabled)));
     };
     showStar();
-    connect(d->star, &QToolButton::toggled, this, [this, library](bool on) { library->setFavourite({d->identity}, on); });
+    connect(d->star, &QToolButton::toggled, this,
+            [this, library](bool on) { library->setFavourite(d->productIdentities(), on); });
     connect(library, &QVlorPluginLibrary::favouritesChanged, this, showStar);
     row->addWidget(d->star);
     auto* label = new QLabel(tr("Preset:"), this);

@@ -110,10 +110,12 @@ public:
                 // The menu where the menu bar opens it, drawn over the window.
                 QMenuBar* bar = m_window->menuBar();
                 plugins->popup(bar->mapToGlobal(bar->actionGeometry(plugins->menuAction()).bottomLeft()));
-                // One maker's entries open beside it, zam's where they are installed.
+                // One group's entries open beside it: zam's where they are
+                // installed, the reverbs where the menu is by category.
                 QMenu* maker = nullptr;
                 for (QAction* a : plugins->actions())
-                    if (a->menu() && (!maker || a->text() == QLatin1String("Damien Zammit")))
+                    if (a->menu() && a->menu()->objectName() != QLatin1String("pluginsLayoutMenu") &&
+                        (!maker || a->text() == QLatin1String("Damien Zammit") || a->text() == QLatin1String("Reverb")))
                         maker = a->menu();
                 if (maker) {
                     plugins->setActiveAction(maker->menuAction());
