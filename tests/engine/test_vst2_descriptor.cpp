@@ -52,6 +52,7 @@ void expectSameEffect(const _VSTEFFECT* a, const _VSTEFFECT* b)
     EXPECT_EQ(a->category, b->category);
     EXPECT_EQ(a->timestamp, b->timestamp);
     EXPECT_EQ(a->uniqueId, b->uniqueId);
+    EXPECT_EQ(a->plugCategory, b->plugCategory);
     EXPECT_STREQ(a->vendor, b->vendor);
     EXPECT_STREQ(a->product, b->product);
     EXPECT_STREQ(a->effectName, b->effectName);
@@ -82,6 +83,7 @@ TEST_F(Descriptor, InfoThroughPopenGivesTheSameRecordAsTheFile)
     _VSTEFFECT* fromHost = record(file);
     ASSERT_EQ(_LoadFromVSTXML(fromHost, infoCommand(file).c_str()), 1);
     EXPECT_STREQ(fromHost->effectName, "Vlor Fixture Stereo");
+    EXPECT_EQ(AUDIOVST_GetPlugCategory(fromHost), 1) << "what it says it is: an effect";
     EXPECT_EQ(fromHost->timestamp, BLIO_GetFileTimeStamp(file.c_str(), 2));
     EXPECT_EQ(fromHost->numParams, 4);
     EXPECT_EQ(fromHost->parameters[0].kind, 2); // -24 dB .. 24 dB on a line

@@ -79,6 +79,9 @@ TEST_F(Menu, FavouritesAndRecentEntriesStayThroughAFormatSwitchARescanAndARestar
     settle();
     controller->rebuildPluginsMenu();
     settle();
+    // What a dialog's star marks: every form of the product.
+    EXPECT_EQ(controller->productIdentities(kGain).size(), 2);
+    EXPECT_EQ(controller->productIdentities(QStringLiteral("nothing")), QStringList{QStringLiteral("nothing")});
     const QString asVst2 = QStringLiteral("Vlor Fixture Stereo \u00B7 VST2");
     const QStringList switched{QStringLiteral("[Favourites]"), asVst2, QStringLiteral("[Recently used]"), asVst2,
                                QStringLiteral("Clear recently used")};
