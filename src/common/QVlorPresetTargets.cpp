@@ -101,10 +101,18 @@ Vst3PresetTarget::Vst3PresetTarget(_Vst3Instance* instance, const QString& cid, 
     const int n = VLORVST3_GetNumParams(instance);
     for (int i = 0; i < n; ++i) {
         Vst3ParamInfo info{};
-        if (VLORVST3_GetParamInfo(instance, i, &info) && !info.isBypass && !info.isReadOnly && !info.isProgramChange) {
-            m_ids.push_back(info.id);
-            m_titles << FromUtf8(info.title);
+        if (!VLORVST3_GetParamInfo(instance, i, &info) || info.isBypass || info.isReadOnly)
+            continue;
+        if (info.isProgramChange) {
+            // A list of one is no choice; a list of thousands is no list.
+            if (info.stepCount > 0 && info.stepCount < 1024 && m_programs == 0) {
+                m_programParam = info.id;
+                m_programs = info.stepCount + 1;
+            }
+            continue;
         }
+        m_ids.push_back(info.id);
+        m_titles << FromUtf8(info.title);
     }
 }
 
@@ -124,6 +132,12 @@ bool Vst3PresetTarget::setState(const QString& state)
 QList<FactoryPreset> Vst3PresetTarget::factoryPresets() const
 {
     QList<FactoryPreset> found;
+    for (int k = 0; k < m_programs; ++k) {
+        char name[256] = "";
+        const double value = double(k) / double(m_programs - 1);
+        if (VLORVST3_GetParamDisplay(m_instance, m_programParam, value, name, sizeof(name)) && name[0])
+            found << FactoryPreset{FromUtf8(name), QStringLiteral("program:%1").arg(k)};
+    }
     for (const QString& folder : Vst3PresetFolders(m_vendor, m_name))
         for (const QFileInfo& f : QDir(folder).entryInfoList({QStringLiteral("*.vstpreset")}, QDir::Files, QDir::Name))
             found << FactoryPreset{f.completeBaseName(), f.absoluteFilePath()};
@@ -132,6 +146,19 @@ QList<FactoryPreset> Vst3PresetTarget::factoryPresets() const
 
 bool Vst3PresetTarget::loadFactoryPreset(const QString& id)
 {
+    if (id.startsWith(QLatin1String("program:"))) {
+        bool ok = false;
+        const int k = id.mid(8).toInt(&ok);
+        if (!ok || k < 0 || k >= m_programs)
+            return false;
+        if (!VLORVST3_SetParamNormalized(m_instance, m_programParam, double(k) / double(m_programs - 1)))
+            return false;
+        // The controller takes the program's values; the processor hears
+        // values only as changes, so each is told again.
+        for (size_t i = 0; i < m_ids.size(); ++i)
+            VLORVST3_SetParamNormalized(m_instance, m_ids[i], VLORVST3_GetParamNormalized(m_instance, m_ids[i]));
+        return true;
+    }
     QString state;
     return Vst3PresetFileState(id, m_cid, &state, nullptr) && setState(state);
 }

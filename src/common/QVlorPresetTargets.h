@@ -13,7 +13,9 @@ struct _VSTINSTANCE;
 
 namespace QVlorAudioPlugins {
 
-// A VST3 instance; its factory presets are the preset files of the standard folders.
+// A VST3 instance; its factory presets are its program list (the program
+// parameter's steps, by their display names), then the preset files of the
+// standard folders.
 class Vst3PresetTarget : public PresetTarget {
 public:
     Vst3PresetTarget(_Vst3Instance* instance, const QString& cid, const QString& name, const QString& vendor);
@@ -34,6 +36,8 @@ private:
     QString m_cid, m_name, m_vendor;
     std::vector<uint32_t> m_ids; // the parameters a preset holds: not bypass, read-only or the program list
     QStringList m_titles;
+    uint32_t m_programParam = 0;
+    int m_programs = 0; // steps of the program parameter; 0 when it has none
 };
 
 // An LV2 instance: values in their own units; its bundle's presets.

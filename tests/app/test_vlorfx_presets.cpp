@@ -85,7 +85,7 @@ TEST_F(PresetCli, AZamPresetSavedFromVst3SoundsTheSameInItsLv2AndVst2Forms)
 
 TEST_F(PresetCli, FactoryPresetsOfEachFormatAreListedAndChangeTheSound)
 {
-    if (!Exists(kZamLv2) || !Exists(kZamVst2))
+    if (!Exists(kZamLv2) || !Exists(kZamVst2) || !Exists(kZamVst3))
         GTEST_SKIP() << "zam-plugins are not installed: no factory presets to list";
     ASSERT_EQ(run("preset list --lv2 urn:zamaudio:ZamComp"), 0) << err();
     EXPECT_NE(out().find("factory  PoppySnare"), std::string::npos) << out();
@@ -94,6 +94,11 @@ TEST_F(PresetCli, FactoryPresetsOfEachFormatAreListedAndChangeTheSound)
     ASSERT_EQ(run("apply --lv2 urn:zamaudio:ZamComp --float" + files("default.wav")), 0) << err();
     ASSERT_EQ(run("apply --lv2 urn:zamaudio:ZamComp --preset PoppySnare --float" + files("poppy.wav")), 0) << err();
     EXPECT_GT(maxDifference(read("default.wav"), read("poppy.wav")), 0.01f) << "a factory preset is heard";
+    // The VST3 form's program list: the same program, the same sound.
+    ASSERT_EQ(run("preset list --vst3 " + kZamVst3), 0) << err();
+    EXPECT_NE(out().find("factory  PoppySnare"), std::string::npos) << out();
+    ASSERT_EQ(run("apply --vst3 " + kZamVst3 + " --preset PoppySnare --float" + files("poppy3.wav")), 0) << err();
+    EXPECT_LT(maxDifference(read("poppy.wav"), read("poppy3.wav")), 2e-3f);
 }
 
 // A preset file of the VST3 format, made as a plugin's vendor ships one:
