@@ -107,17 +107,6 @@ int noHostHandler(void*, const BLNotifyEvent* e)
     return 1;
 }
 
-std::string quoted(const std::string& s)
-{
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        out += c;
-    }
-    return out + "\"";
-}
-
 int fail(const std::string& message)
 {
     std::fprintf(stderr, "vlorfx apply: %s\n", message.c_str());
@@ -238,7 +227,7 @@ int applyVst3(const ApplyOptions& o)
     if (name.empty())
         return fail("no effect class " + cid + " in " + bundle);
 
-    std::string config = "vst3effect_uid=" + quoted(cid) + ",vst3effect_path=" + quoted(bundle);
+    std::string config = "vst3effect_uid=" + vlorfx::quoted(cid) + ",vst3effect_path=" + vlorfx::quoted(bundle);
     if (params.empty()) {
         if (!state.empty())
             config += "," + state;
@@ -405,7 +394,7 @@ int applyVst2(const ApplyOptions& o)
     if (!e || !AUDIOVST_IsEnabled(e))
         return fail(whyNot(o.plugin, o.id));
 
-    std::string config = "vsteffect_hash=" + quoted(AUDIOVST_GetHash(e)) + ",vsteffect_filename=" + quoted(o.plugin);
+    std::string config = "vsteffect_hash=" + vlorfx::quoted(AUDIOVST_GetHash(e)) + ",vsteffect_filename=" + vlorfx::quoted(o.plugin);
     if (!o.params.empty()) {
         const int n = AUDIOVST_GetNumParams(e);
         std::vector<float> values(size_t(n > 0 ? n : 0), 0.0f);
@@ -435,12 +424,12 @@ int applyLv2(const ApplyOptions& o)
         return fail(o.lv2 + ": " + error.toStdString());
     if (!report.value(QStringLiteral("effect")).toBool())
         return fail(o.lv2 + " is no effect: it has no audio input (an instrument or a generator)");
-    std::string config = "lv2effect_uri=" + quoted(o.lv2);
+    std::string config = "lv2effect_uri=" + vlorfx::quoted(o.lv2);
     if (!o.params.empty()) {
         std::string values, why;
         if (!vlorfx::Lv2Params(o.lv2.c_str(), o.params, &values, &why))
             return fail(why);
-        config += ",lv2effect_params=" + quoted(values);
+        config += ",lv2effect_params=" + vlorfx::quoted(values);
     }
     return render("LV2 host", config, o, report.value(QStringLiteral("name")).toString().toStdString());
 }

@@ -1,5 +1,6 @@
 #include "presets.h"
 #include "lv2.h"
+#include "text.h"
 
 #include "QVlorPluginFormat.h"
 
@@ -15,17 +16,6 @@
 namespace vlorfx {
 
 namespace {
-
-std::string quoted(const std::string& s)
-{
-    std::string out = "\"";
-    for (char c : s) {
-        if (c == '"' || c == '\\')
-            out += '\\';
-        out += c;
-    }
-    return out + "\"";
-}
 
 bool openVst3(const PluginChoice& c, std::string* cid, std::string* name, std::string* vendor, std::string* error)
 {
@@ -121,12 +111,12 @@ std::string OpenedPlugin::filterSettings() const
 {
     settle();
     if (m_vst3)
-        return "vst3effect_uid=" + quoted(m_choice.cid) + ",vst3effect_path=" + quoted(m_choice.bundle) + "," +
+        return "vst3effect_uid=" + vlorfx::quoted(m_choice.cid) + ",vst3effect_path=" + vlorfx::quoted(m_choice.bundle) + "," +
                m_target->state().toStdString();
     if (m_lv2)
-        return "lv2effect_uri=" + quoted(m_choice.lv2) + ",lv2effect_state=" +
-               quoted(m_target->state().toUtf8().toBase64().toStdString());
-    return "vsteffect_hash=" + quoted(m_hash) + ",vsteffect_filename=" + quoted(m_choice.vst2) +
+        return "lv2effect_uri=" + vlorfx::quoted(m_choice.lv2) + ",lv2effect_state=" +
+               vlorfx::quoted(m_target->state().toUtf8().toBase64().toStdString());
+    return "vsteffect_hash=" + vlorfx::quoted(m_hash) + ",vsteffect_filename=" + vlorfx::quoted(m_choice.vst2) +
            ",params=" + m_target->state().toStdString();
 }
 

@@ -99,4 +99,15 @@ std::string writtenLine(const std::string& output, long long frames, int channel
            decibels(peakIn) + " in, " + decibels(peakOut) + " out";
 }
 
+std::string quoted(const std::string& s)
+{
+    std::string out = "\"";
+    for (char c : s) {
+        if (c == '"' || c == '\\')
+            out += '\\';
+        out += c;
+    }
+    return out + "\"";
+}
+
 } // namespace vlorfx

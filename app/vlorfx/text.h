@@ -14,6 +14,8 @@ QByteArray printable(const QString& text);
 
 // The same file under two names, as far as the system can tell.
 bool sameFile(const std::string& a, const std::string& b);
+// A value for an effect's settings text: in double quotes, with quotes and backslashes escaped.
+std::string quoted(const std::string& s);
 
 // Whether a window can reach a person: a Wayland session, or an X display
 // that answers (one that is set but gone would stop Qt's start).
