@@ -60,13 +60,5 @@ extern "C" char* VLORLV2_GetPresetState(const char* presetUri)
     lilv_world_load_resource(World(), node);
     LilvState* state = lilv_state_new_from_world(World(), UridMap(), node);
     lilv_node_free(node);
-    if (!state)
-        return nullptr;
-    char* text = lilv_state_to_string(World(), UridMap(), UridUnmap(), state, "urn:vlor:lv2-state", nullptr);
-    lilv_state_free(state);
-    if (!text)
-        return nullptr;
-    char* copy = strdup(text);
-    lilv_free(text);
-    return copy;
+    return TakeStateText(state);
 }

@@ -45,6 +45,20 @@ void setPortValue(const char* symbol, void* user, const void* value, uint32_t si
 
 } // namespace
 
+char* TakeStateText(LilvState* state)
+{
+    if (!state)
+        return nullptr;
+    char* text = lilv_state_to_string(World(), UridMap(), UridUnmap(), state, kStateUri, nullptr);
+    lilv_state_free(state);
+    if (!text)
+        return nullptr;
+    // Ours to free with the C library's free, whatever allocator lilv used.
+    char* copy = strdup(text);
+    lilv_free(text);
+    return copy;
+}
+
 } // namespace vlorlv2
 
 using namespace vlorlv2;
@@ -58,16 +72,7 @@ extern "C" char* VLORLV2_GetState(_Lv2Instance* d)
     LilvState* state = lilv_state_new_from_instance(d->plugin, d->instance, UridMap(), nullptr, nullptr, nullptr,
                                                     nullptr, portValue, d,
                                                     LV2_STATE_IS_POD | LV2_STATE_IS_PORTABLE, d->featureList);
-    if (!state)
-        return nullptr;
-    char* text = lilv_state_to_string(World(), UridMap(), UridUnmap(), state, kStateUri, nullptr);
-    lilv_state_free(state);
-    if (!text)
-        return nullptr;
-    // Ours to free with the C library's free, whatever allocator lilv used.
-    char* copy = strdup(text);
-    lilv_free(text);
-    return copy;
+    return TakeStateText(state);
 }
 
 extern "C" void VLORLV2_FreeString(char* text) { std::free(text); }

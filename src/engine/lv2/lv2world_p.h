@@ -60,6 +60,10 @@ bool FeatureOffered(const char* uri);
 // The first required feature of a plugin that is not offered, or empty. Under WorldLock.
 std::string MissingFeature(const LilvPlugin* plugin);
 
+// A state as the text VLORLV2_SetState reads, freed with free(); the state is
+// freed. Null for a null state. Under WorldLock.
+char* TakeStateText(LilvState* state);
+
 // The record of a plugin, from its metadata alone. Under WorldLock.
 void FillRecord(const LilvPlugin* plugin, Lv2PluginRecord* record);
 
