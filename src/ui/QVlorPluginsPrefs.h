@@ -157,6 +157,12 @@ private:
                                    const QList<QVlorPluginPairs::Entry>& entries) const;
     static void addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items);
     static void addRunsApartItem(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
+    // What one product's row offers at the end of its menu: where it runs, and the user's marks.
+    static void addProductItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items)
+    {
+        addRunsApartItem(menu, single, items);
+        addLibraryItems(menu, single, items);
+    }
     // "Favourite" and "Category" of one product: the user's own marks.
     static void addLibraryItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
     // The group switch and the library's signals.

@@ -371,8 +371,7 @@ void QVlorPluginsPrefs::onCustomContextMenuRequested(const QPoint& pos)
         vst2ChildrenAction = menu.addAction(tr("Use VST2 in all children"));
         addLv2ChildrenItem(&menu, shellChildren, &family);
     }
-    addRunsApartItem(&menu, single, &family);
-    addLibraryItems(&menu, single, &family);
+    addProductItems(&menu, single, &family);
     if (menu.isEmpty())
         return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());
