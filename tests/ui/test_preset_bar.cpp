@@ -159,3 +159,57 @@ TEST_F(PresetBar, TheStarIsTheProductsFavouriteMark)
     EXPECT_TRUE(star->isChecked());
     EXPECT_TRUE(vst3Bar->findChild<QToolButton*>(QStringLiteral("favouriteButton"))->isChecked()) << "one product";
 }
+
+// A .vstpreset read by the ids of its chunks: the component's state from
+// "Comp", the controller's from "Cont", any other chunk passed over; a file
+// of another class, or whose list points outside it, is refused.
+TEST(PresetFiles, Vst3ChunksAreFoundByTheirIdsAndBrokenFilesRefused)
+{
+    auto le = [](qint64 v, int size) {
+        QByteArray b(size, '\0');
+        for (int i = 0; i < size; ++i)
+            b[i] = char((v >> (8 * i)) & 0xff);
+        return b;
+    };
+    const QByteArray comp("COMPONENT"), info("<info/>"), cont("CONTROLLER");
+    auto make = [&](const QByteArray& cid, qint64 contSize) {
+        QByteArray body = comp + info + cont;
+        QByteArray file = "VST3" + le(1, 4) + cid + le(48 + body.size(), 8) + body + "List" + le(3, 4);
+        file += "Comp" + le(48, 8) + le(comp.size(), 8);
+        file += "Info" + le(48 + comp.size(), 8) + le(info.size(), 8);
+        file += "Cont" + le(48 + comp.size() + info.size(), 8) + le(contSize, 8);
+        return file;
+    };
+    vlortest::TempDir dir;
+    auto write = [&](const char* name, const QByteArray& bytes) {
+        QFile f(QString::fromStdString(dir.file(name)));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size());
+        return f.fileName();
+    };
+    const QByteArray cid = kGainCid.toLatin1();
+    QString state, why;
+    ASSERT_TRUE(QVlorAudioPlugins::Vst3PresetFileState(write("good.vstpreset", make(cid, cont.size())), kGainCid.toLower(),
+                                                       &state, &why))
+        << why.toStdString();
+    EXPECT_EQ(state, QStringLiteral("presetsize=%1,presetdata=\"%2\",ctrlsize=%3,ctrldata=\"%4\"")
+                         .arg(comp.toBase64().size())
+                         .arg(QString::fromLatin1(comp.toBase64()))
+                         .arg(cont.toBase64().size())
+                         .arg(QString::fromLatin1(cont.toBase64())));
+    struct Case {
+        const char* what;
+        QByteArray bytes;
+        const char* says;
+    } cases[] = {
+        {"another class", make(QByteArray(32, 'A'), cont.size()), "a preset of another plugin"},
+        {"a chunk past the end", make(cid, 1 << 20), "no VST3 preset file"},
+        {"a chunk of negative size", make(cid, -1), "no VST3 preset file"},
+        {"cut short", make(cid, cont.size()).left(60), "no VST3 preset file"},
+        {"no preset at all", QByteArray("RIFF....WAVE"), "no VST3 preset file"},
+    };
+    for (const Case& c : cases) {
+        EXPECT_FALSE(QVlorAudioPlugins::Vst3PresetFileState(write("bad.vstpreset", c.bytes), kGainCid, &state, &why))
+            << c.what;
+        EXPECT_TRUE(why.contains(QLatin1String(c.says))) << c.what << ": " << why.toStdString();
+    }
+}
