@@ -205,6 +205,8 @@ TEST(PresetFiles, Vst3ChunksAreFoundByTheirIdsAndBrokenFilesRefused)
         {"a chunk past the end", make(cid, 1 << 20), "no VST3 preset file"},
         {"a chunk of negative size", make(cid, -1), "no VST3 preset file"},
         {"cut short", make(cid, cont.size()).left(60), "no VST3 preset file"},
+        {"a list counting more chunks than it holds", make(cid, cont.size()).replace("List" + le(3, 4), "List" + le(900, 4)),
+         "no VST3 preset file"},
         {"no preset at all", QByteArray("RIFF....WAVE"), "no VST3 preset file"},
     };
     for (const Case& c : cases) {
