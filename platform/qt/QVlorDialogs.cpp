@@ -1,5 +1,7 @@
 #include "QVlorDialogs.h"
 
+#include "QVlorAccessible.h"
+
 #include <QFileDialog>
 #include <QInputDialog>
 #include <QMutex>
@@ -38,6 +40,10 @@ QMessageBox::StandardButton ask(QWidget* parent, QMessageBox::Icon icon, const Q
                                 const QString& informativeText = QString(),
                                 QMessageBox::StandardButton defaultButton = QMessageBox::NoButton)
 {
+    // A failure is told in the window it happened in, whoever answers the box:
+    // a reader hears it even where the box opens behind another window.
+    if (icon == QMessageBox::Warning || icon == QMessageBox::Critical)
+        QVlorAccessible::announce(parent, title + QStringLiteral(": ") + text, QVlorAccessible::Alert);
     QVlorDialogs::Answer answer;
     if (answered({kind, title, text, buttons, windowModal, informativeText, defaultButton}, &answer))
         return answer.button;
