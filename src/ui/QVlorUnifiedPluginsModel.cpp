@@ -195,6 +195,34 @@ Qt::CheckState QVlorUnifiedPluginsModel::effectiveCheckState(Node* node)
     return node->checked ? Qt::Checked : Qt::Unchecked;
 }
 
+// Every cell is named, so that a reader moving along a row hears what each
+// painted column stands for.
+QVariant QVlorUnifiedPluginsModel::spokenText(const Node* n, int column, int role) const
+{
+    const QString name = n->fullLabel.isEmpty() ? n->label : n->fullLabel;
+    const bool favourite = n->hasRow && QVlorPluginLibrary::instance()->isFavourite(UpmRowIdentities(n->row));
+    if (role == Qt::AccessibleDescriptionRole) {
+        if (column != 0)
+            return QVariant();
+        if (n->hasRow)
+            return UpmSpokenRow(n->row, favourite);
+        if (n->kind == NodeVendor || n->kind == NodeCategory || n->kind == NodeItem)
+            return (n->kind == NodeVendor ? tr("maker, %n plugins", nullptr, int(n->children.size()))
+                    : n->kind == NodeCategory ? tr("category, %n plugins", nullptr, int(n->children.size()))
+                                              : tr("plugin file, %n plugins", nullptr, int(n->children.size())));
+        return QVariant();
+    }
+    if (column == 1 && n->hasRow) {
+        const QString formats = UpmSpokenFormats(n->row);
+        return formats.isEmpty() ? name : formats;
+    }
+    if (column == 2 && n->hasRow) {
+        const QString state = n->row.rowStateText();
+        return state.isEmpty() ? (n->row.inUse() ? tr("on") : tr("off")) : state;
+    }
+    return name;
+}
+
 QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) const
 {
     if (!index.isValid())
@@ -206,6 +234,8 @@ QVariant QVlorUnifiedPluginsModel::data(const QModelIndex& index, int role) cons
         return n->kind == NodeNewSection || n->kind == NodeNewPath ? QVariant(int(n->row.newSection)) : QVariant();
     if (role == UpmNewPathRole)
         return n->kind == NodeNewPath ? QVariant(n->row.newPath) : QVariant();
+    if (role == Qt::AccessibleTextRole || role == Qt::AccessibleDescriptionRole)
+        return spokenText(n, index.column(), role);
     if (index.column() == 0) {
         switch (role) {
         case Qt::DisplayRole:

@@ -74,6 +74,7 @@ signals:
 
 private:
     Node* nodeOf(const QModelIndex& index) const;
+    QVariant spokenText(const Node* node, int column, int role) const;
     Node* m_root;
     bool m_byCategory = false;
 };

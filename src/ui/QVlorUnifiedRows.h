@@ -83,6 +83,12 @@ QStringList UpmRowIdentities(const UnifiedRow& row);
 // else the words of its name.
 QString UpmRowCategory(const UnifiedRow& row, const QHash<QString, QString>& overrides);
 
+// A row in words, for a screen reader: its formats with the one in use and
+// what failed, and the rest of what the row shows ("by MAKER; Formats: VST3
+// in use, LV2; on; new").
+QString UpmSpokenFormats(const UnifiedRow& row);
+QString UpmSpokenRow(const UnifiedRow& row, bool favourite);
+
 // What a row may do, shared by the delegates and the row menu.
 bool UpmRowBusy(const UnifiedRow& row);
 // A row whose check found no effect in it (an instrument, a generator).
