@@ -150,6 +150,7 @@ QVlorPluginsPrefs::QVlorPluginsPrefs(const QVlorAudioPlugins::PluginManagers& ma
             &QVlorPluginsPrefs::onStatusFilterChanged);
     connect(ui.filterBox, &QVlorBoxEditor::textChanged, this, &QVlorPluginsPrefs::filterView);
     setUpLibrary();
+    setUpAccess();
     rebuildRows();
     connectCheckBoxes();
 }
@@ -261,10 +262,12 @@ void QVlorPluginsPrefs::rebuildRowsNow()
                                                     lv2() ? lv2()->catalogCopy() : QVlorLv2::Catalog());
     QTreeView* tree = d->ui.vstPluginsTreeView;
     d->captureExpansion(tree);
+    const QString current = d->currentKey(tree->currentIndex());
     d->model.setRows(d->rows);
     tree->expandAll();
     if (!d->proxy.isFiltering())
         d->applyCollapsed(tree, QModelIndex());
+    d->restoreCurrent(tree, current, QModelIndex());
     updateCheckProgress();
 }
 
@@ -306,6 +309,7 @@ void QVlorPluginsPrefs::onBeginScan()
     ui.managePathsBtn->setEnabled(false);
     ui.updateButton->setEnabled(false);
     showProgressLine(tr("Scanning Plugins"), QStringLiteral("%p%"), 0, 1);
+    announceScan(0, 1, false);
 }
 
 void QVlorPluginsPrefs::onEndScan(bool)
@@ -316,6 +320,7 @@ void QVlorPluginsPrefs::onEndScan(bool)
     ui.managePathsBtn->setEnabled(true);
     ui.updateButton->setEnabled(true);
     hideProgressLine();
+    announceScan(0, 0, true);
     rebuildRows();
 }
 
@@ -355,6 +360,7 @@ void QVlorPluginsPrefs::onProgressScan(int value, int total)
 {
     d->ui.scanProgressBar->setMaximum(total);
     d->ui.scanProgressBar->setValue(value);
+    announceScan(value, total, false);
 }
 
 void QVlorPluginsPrefs::filterView(const QString& text)

@@ -157,9 +157,10 @@ private:
                                    const QList<QVlorPluginPairs::Entry>& entries) const;
     static void addLv2ChildrenItem(QMenu* menu, const QList<UnifiedRow>& shellChildren, FamilyMenuItems* items);
     static void addRunsApartItem(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
-    // What one product's row offers at the end of its menu: where it runs, and the user's marks.
-    static void addProductItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items)
+    // What one product's row offers at the end of its menu: its forms, where it runs, and the user's marks.
+    void addProductItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items)
     {
+        addFormatItems(menu, single);
         addRunsApartItem(menu, single, items);
         addLibraryItems(menu, single, items);
     }
@@ -167,6 +168,12 @@ private:
     static void addLibraryItems(QMenu* menu, const UnifiedRow* single, FamilyMenuItems* items);
     // The group switch and the library's signals.
     void setUpLibrary();
+    // Names, keys and announcements.
+    void setUpAccess();
+    void updateFormatActions();
+    void addFormatItems(QMenu* menu, const UnifiedRow* single);
+    void announceFailedChecks();
+    void announceScan(int value, int total, bool ended);
     bool actOnFamilyItem(const FamilyMenuItems& items, QAction* chosen);
     // The format a split keeps: the row's active one.
     static QString keptFormat(const UnifiedRow& row);

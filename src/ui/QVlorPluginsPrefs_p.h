@@ -36,10 +36,18 @@ struct QVlorPluginsPrefs::Data {
     QSet<QString> collapsedGroups;
     QSet<QString> hiddenNewPaths;
 
+    // The keyboard's switches of the current row's form, VST2, VST3, LV2.
+    QList<QAction*> formatActions;
+    // The failed checks the reader has been told of.
+    QSet<QString> failedSeen;
+    bool failuresKnown = false;
+
     Ui::QVlorPluginsPrefs ui;
     QString treeStyleSheet;
 
     QString expansionKey(const QModelIndex& index) const;
+    QString currentKey(const QModelIndex& index) const;
+    void restoreCurrent(QTreeView* tree, const QString& key, const QModelIndex& parent);
     void captureExpansion(QTreeView* tree);
     void collectCollapsed(QTreeView* tree, const QModelIndex& parent);
     void applyCollapsed(QTreeView* tree, const QModelIndex& parent);

@@ -3,6 +3,7 @@
 #include "QVlorApplication.h"
 
 #include <QHoverEvent>
+#include <QKeyEvent>
 #include <QItemSelectionModel>
 #include <QPainter>
 #include <QPainterPath>
@@ -118,9 +119,47 @@ void QVlorPluginsTreeView::drawRow(QPainter* painter, const QStyleOptionViewItem
                 painter->fillPath(rowCapsulePath(this, option, index, false, false, nullptr), tint);
             }
         }
+        if (hasFocus() && currentIndex().isValid() && sameRow(currentIndex(), index)) {
+            // Text colour over the highlight and over the ground alike: seen in both themes.
+            QColor ring = option.palette.color(QPalette::Current, QPalette::Text);
+            ring.setAlpha(0xC8);
+            painter->setBrush(Qt::NoBrush);
+            painter->setPen(QPen(ring, 1.6));
+            painter->drawPath(rowCapsulePath(this, option, index, false, false, nullptr));
+        }
         painter->restore();
     }
     QTreeView::drawRow(painter, option, index);
+}
+
+// The Menu key reaches the custom menu through Qt's own context menu event;
+// Shift+F10, its twin on keyboards without it, does not: it is sent the same way.
+void QVlorPluginsTreeView::keyPressEvent(QKeyEvent* event)
+{
+    const bool menuKeys = event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier;
+    if (menuKeys && contextMenuPolicy() == Qt::CustomContextMenu) {
+        const QModelIndex current = currentIndex();
+        if (current.isValid()) {
+            if (!selectionModel()->isSelected(current))
+                selectionModel()->select(current, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+            emit customContextMenuRequested(visualRect(current).center());
+        }
+        event->accept();
+        return;
+    }
+    QTreeView::keyPressEvent(event);
+}
+
+void QVlorPluginsTreeView::focusInEvent(QFocusEvent* event)
+{
+    QTreeView::focusInEvent(event);
+    viewport()->update();
+}
+
+void QVlorPluginsTreeView::focusOutEvent(QFocusEvent* event)
+{
+    QTreeView::focusOutEvent(event);
+    viewport()->update();
 }
 
 void QVlorPluginsTreeView::setHoverIndex(const QModelIndex& index)
