@@ -11,6 +11,7 @@
 #include "QVlorWidgets.h"
 
 #include <QApplication>
+#include <QAction>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QFile>
@@ -294,6 +295,26 @@ QVlorSearchPathsDialog::QVlorSearchPathsDialog(const QVlorAudioPlugins::PluginMa
         removePath(row.data(kFormatRole).toString(), row.data(kFolderRole).toString());
     });
     connect(d->view, &QWidget::customContextMenuRequested, this, &QVlorSearchPathsDialog::showContextMenu);
+    // The painted buttons' keys: Insert adds a folder to the current row's
+    // format, Delete removes the current folder the user added.
+    d->view->setAccessibleName(tr("Search paths"));
+    d->view->setAccessibleDescription(tr("Space switches a format or a folder on or off; Insert adds a folder; "
+                                         "Delete removes a folder you added"));
+    auto* add = new QAction(tr("Add Path..."), d->view);
+    add->setShortcut(QKeySequence(Qt::Key_Insert));
+    auto* remove = new QAction(tr("Remove"), d->view);
+    remove->setShortcut(QKeySequence(QKeySequence::Delete));
+    for (QAction* a : {add, remove}) {
+        a->setShortcutContext(Qt::WidgetShortcut);
+        d->view->addAction(a);
+    }
+    connect(add, &QAction::triggered, this,
+            [this] { addPathFor(d->view->currentIndex().siblingAtColumn(0).data(kFormatRole).toString()); });
+    connect(remove, &QAction::triggered, this, [this] {
+        const QModelIndex row = d->view->currentIndex().siblingAtColumn(0);
+        if (row.isValid() && row.data(kUserAddedRole).toBool() && !row.data(kParentRole).toBool())
+            removePath(row.data(kFormatRole).toString(), row.data(kFolderRole).toString());
+    });
     reload();
 }
 
@@ -327,6 +348,7 @@ QStandardItem* QVlorSearchPathsDialog::buildParent(const QString& format)
     item->setData(tr("Scan %1 plugins").arg(format.toUpper()), Qt::ToolTipRole);
     item->setData(true, kParentRole);
     auto* origin = new QStandardItem;
+    origin->setData(tr("Add %1 path").arg(format.toUpper()), Qt::AccessibleTextRole);
     origin->setFlags(Qt::ItemIsEnabled);
     d->model->appendRow({item, origin});
     return item;
@@ -342,7 +364,10 @@ void QVlorSearchPathsDialog::appendPathRow(QStandardItem* parent, const QString&
     item->setData(path, kFolderRole);
     item->setData(path, Qt::ToolTipRole);
     item->setData(userAdded, kUserAddedRole);
+    item->setData(userAdded ? tr("added by you") : tr("provided by the system"), Qt::AccessibleDescriptionRole);
     auto* origin = new QStandardItem;
+    origin->setData(userAdded ? tr("Added by you, Delete removes it") : tr("Provided by the system"),
+                    Qt::AccessibleTextRole);
     origin->setFlags(Qt::ItemIsEnabled);
     parent->appendRow({item, origin});
 }
@@ -448,15 +473,23 @@ void QVlorSearchPathsDialog::onItemChanged(QStandardItem* item)
 void QVlorSearchPathsDialog::showContextMenu(const QPoint& pos)
 {
     const QModelIndex index = d->view->indexAt(pos).siblingAtColumn(0);
-    if (!index.isValid() || index.data(kParentRole).toBool() || !index.data(kUserAddedRole).toBool())
+    if (!index.isValid())
         return;
     const QString format = index.data(kFormatRole).toString();
     const QString folder = index.data(kFolderRole).toString();
+    const bool removable = !index.data(kParentRole).toBool() && index.data(kUserAddedRole).toBool();
+    // A format's row offers what its painted "+" does: the menu is the keyboard's way to it.
     QMenu menu(this);
-    QAction* remove = menu.addAction(tr("Remove"));
+    QAction* add = index.data(kParentRole).toBool() ? menu.addAction(tr("Add %1 path...").arg(format.toUpper())) : nullptr;
+    QAction* remove = removable ? menu.addAction(tr("Remove")) : nullptr;
+    if (menu.isEmpty())
+        return;
     QVlorStyle::updateMenuStylesheet(&menu, QString());
-    if (menu.exec(d->view->viewport()->mapToGlobal(pos)) == remove)
+    QAction* chosen = menu.exec(d->view->viewport()->mapToGlobal(pos));
+    if (chosen && chosen == remove)
         removePath(format, folder);
+    else if (chosen && chosen == add)
+        addPathFor(format);
 }
 
 // One format's edits: its scan switch, and its folders added, removed,
