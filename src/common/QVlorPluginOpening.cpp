@@ -9,6 +9,7 @@
 
 #include <QFile>
 #include <QGuiApplication>
+#include <QWidget>
 #include <QMutex>
 
 namespace QVlorAudioPlugins {
@@ -84,6 +85,14 @@ bool CanEmbedEditors() { return QGuiApplication::platformName() == QLatin1String
 bool PluginEditorsWanted()
 {
     return CanEmbedEditors() && !QVlorSetting::global().getBool(QLatin1String(kFallbackEditorSettingKey), false);
+}
+
+void NameOwnEditor(QWidget* window, const QString& plugin)
+{
+    window->setAccessibleName(QCoreApplication::translate("QVlorAudioPlugins", "%1, the plugin's own editor").arg(plugin));
+    window->setAccessibleDescription(QCoreApplication::translate(
+        "QVlorAudioPlugins", "The plugin draws this editor itself and a screen reader may not read it; with "
+                             "generated editors chosen, each parameter is a named slider"));
 }
 
 } // namespace QVlorAudioPlugins

@@ -9,6 +9,8 @@
 
 #include <QString>
 
+class QWidget;
+
 namespace QVlorAudioPlugins {
 
 // Where the sentinel is written; empty (the default) writes none.
@@ -31,6 +33,9 @@ bool CanEmbedEditors();
 // Whether a plugin's own editor is shown where it has one: a platform that
 // embeds, and the generated editor not asked for instead.
 bool PluginEditorsWanted();
+// Names the window a plugin draws its own editor into: a screen reader sees
+// nothing inside it, so it says whose it is and where named controls are.
+void NameOwnEditor(QWidget* window, const QString& plugin);
 
 } // namespace QVlorAudioPlugins
 

@@ -3,6 +3,7 @@
 // in the ratio for a logarithmic port) and the field shows the number itself.
 #include "QVlorLv2_Widget.h"
 
+#include "QVlorAccessible.h"
 #include "QVlorPanelText_p.h"
 
 #include "lv2engine.h"
@@ -71,6 +72,7 @@ void ParameterRow::makeSlider(QGridLayout* layout, int row, const QString& units
         m_decimals = decimalsForSpan(span);
     }
     m_slider = new QSlider(Qt::Horizontal, owner);
+    QVlorAccessible::setValueText(m_slider, QString());
     m_slider->setRange(0, m_steps);
     m_slider->setMinimumWidth(160);
     m_valueField = new QLineEdit(owner);
@@ -82,6 +84,7 @@ void ParameterRow::makeSlider(QGridLayout* layout, int row, const QString& units
     m_valueField->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     m_valueField->setToolTip(tr("Type a value and press Enter"));
     m_unitsLabel = new QLabel(units, owner);
+    QVlorAccessible::followValueText(m_slider, m_valueField, units);
     layout->addWidget(m_slider, row, 1);
     layout->addWidget(m_valueField, row, 2);
     layout->addWidget(m_unitsLabel, row, 3);

@@ -117,10 +117,12 @@ bool Widget::loadPlugin(const QString& uri)
     // Without windows an editor could draw into, the generic panel stands in;
     // the user's switch to generated editors holds for every format.
     d->hasEditor = VLORLV2_HasUi(d->instance) == 1 && QVlorAudioPlugins::PluginEditorsWanted();
-    if (d->hasEditor)
+    if (d->hasEditor) {
         setAttribute(Qt::WA_NativeWindow);
-    else
+        QVlorAudioPlugins::NameOwnEditor(this, title());
+    } else {
         buildGenericUi();
+    }
     return true;
 }
 

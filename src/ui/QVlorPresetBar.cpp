@@ -74,6 +74,8 @@ QVlorPresetBar::QVlorPresetBar(QVlorFxWidget* effect, std::unique_ptr<PresetTarg
     d->star->setCheckable(true);
     d->star->setAutoRaise(true);
     d->star->setIcon(QVlorPluginLibrary::starIcon());
+    // Drawn as a star only: its name is the mark it sets.
+    d->star->setAccessibleName(tr("Favourite"));
     QVlorPluginLibrary* library = QVlorPluginLibrary::instance();
     auto showStar = [this, library] {
         const bool on = library->isFavourite(d->productIdentities());
@@ -94,6 +96,7 @@ QVlorPresetBar::QVlorPresetBar(QVlorFxWidget* effect, std::unique_ptr<PresetTarg
     d->presets->setMinimumContentsLength(18);
     d->presets->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
     label->setBuddy(d->presets);
+    d->presets->setAccessibleName(tr("Preset"));
     row->addWidget(d->presets, 1);
     d->save = new QToolButton(this);
     d->save->setObjectName(QStringLiteral("presetSaveButton"));

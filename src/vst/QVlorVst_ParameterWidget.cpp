@@ -3,6 +3,7 @@
 // words a parameter shows.
 #include "QVlorVst_Widget.h"
 
+#include "QVlorAccessible.h"
 #include "QVlorPanelText_p.h"
 #include "QVlorVst_MixerEffect.h"
 
@@ -69,6 +70,8 @@ void ParameterWidget::compose(QGridLayout* layout)
         m_minLabel->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
         m_minLabel->setMinimumWidth(40);
         m_slider = new QSlider(Qt::Horizontal, parent);
+        QVlorAccessible::setValueText(m_slider, QString());
+        m_slider->setAccessibleName(m_effect->parameterName(m_index));
         m_slider->setRange(0, kSliderSteps);
         m_slider->setMinimumWidth(160);
         m_maxLabel = new QLabel(displayString(TidyNumberText(m_effect->parameterMaxValueString(m_index, &ok))), parent);
@@ -92,15 +95,19 @@ void ParameterWidget::compose(QGridLayout* layout)
         layout->addWidget(m_maxLabel, row, 3);
         layout->addWidget(m_lineEdit, row, 4);
         layout->addWidget(m_unitLabel, row, 5);
+        QVlorAccessible::followValueText(m_slider, m_lineEdit, m_unitLabel->text());
+        m_label->setBuddy(m_slider);
         update();
         connect(m_slider, &QSlider::valueChanged, this, &ParameterWidget::onSliderMoved);
         connect(m_lineEdit, &QLineEdit::textEdited, this, &ParameterWidget::onTextEdited);
         connect(m_lineEdit, &QLineEdit::editingFinished, this, &ParameterWidget::onEditingFinished);
     } else if (m_kind == 1) {
         m_comboBox = new QComboBox(parent);
+        m_comboBox->setAccessibleName(m_effect->parameterName(m_index));
         for (int i = 0; i < m_effect->parameterNumOptions(m_index); ++i)
             m_comboBox->addItem(m_effect->parameterOptionLabel(m_index, i));
         layout->addWidget(m_comboBox, row, 1, 1, 5);
+        m_label->setBuddy(m_comboBox);
         update();
         connect(m_comboBox, qOverload<int>(&QComboBox::currentIndexChanged), this,
                 &ParameterWidget::onCurrentIndexChanged);

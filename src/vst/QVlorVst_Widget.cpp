@@ -117,6 +117,7 @@ bool Widget::loadPlugin(const Plugin& plugin)
     d->hasPluginEditor = d->effect->hasEditor() && QVlorAudioPlugins::PluginEditorsWanted();
     if (d->hasPluginEditor) {
         setAttribute(Qt::WA_NativeWindow);
+        QVlorAudioPlugins::NameOwnEditor(this, title());
     } else {
         setAttribute(Qt::WA_OpaquePaintEvent, false);
         setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Preferred);

@@ -3,6 +3,8 @@
 #include "QVlorPresetTargets.h"
 #include "QVlorVst3_Widget.h"
 
+#include "QVlorAccessible.h"
+
 #include "QVlorVst3_Manager.h"
 #include "QVlorVst3_MixerEffect.h"
 #include "QVlorPluginFormat.h"
@@ -51,6 +53,7 @@ ParameterWidget::ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, i
     m_label = new QLabel(title.endsWith(QLatin1Char(':')) ? title : title + QLatin1Char(':'), owner);
     // A stepped parameter gets the same continuous slider: the plugin rounds.
     m_slider = new QSlider(Qt::Horizontal, owner);
+    QVlorAccessible::setValueText(m_slider, QString());
     m_slider->setRange(0, kSliderSteps);
     m_slider->setMinimumWidth(160);
     m_slider->setAccessibleName(title);
@@ -73,6 +76,7 @@ ParameterWidget::ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, i
     m_valueField->setToolTip(tr("Type a value and press Enter"));
     m_unitsLabel = new QLabel(units, owner);
     m_slider->setValue(int(std::lround(VLORVST3_GetParamNormalized(instance, id) * kSliderSteps)));
+    QVlorAccessible::followValueText(m_slider, m_valueField, units);
     updateDisplay();
     layout->addWidget(m_label, row, 0);
     layout->addWidget(m_slider, row, 1);
@@ -226,6 +230,7 @@ bool Widget::loadPlugin(const Plugin& plugin)
     d->hasEditor = VLORVST3_HasEditor(d->instance) == 1 && QVlorAudioPlugins::PluginEditorsWanted();
     if (d->hasEditor) {
         setAttribute(Qt::WA_NativeWindow);
+        QVlorAudioPlugins::NameOwnEditor(this, title());
         int32_t width = 0, height = 0;
         if (VLORVST3_EditorGetSize(d->instance, &width, &height) == 1 && width > 0 && height > 0) {
             d->editorWidth = width;
