@@ -29,6 +29,7 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QKeySequenceEdit>
 #include <QLabel>
 #include <QLineEdit>
@@ -54,12 +55,77 @@ WaveformView::WaveformView(AudioDocument* doc, QWidget* parent) : QWidget(parent
 {
     setMinimumSize(320, 160);
     setAttribute(Qt::WA_OpaquePaintEvent);
+    setFocusPolicy(Qt::StrongFocus);
+    setAccessibleName(tr("Waveform"));
+    connect(this, &WaveformView::selectionChanged, this, &WaveformView::describeSelection);
     connect(doc, &AudioDocument::changed, this, [this] {
         const qint64 frames = m_doc->frames();
         if (m_end > frames || m_start > frames)
             setSelection(0, 0);
+        describeSelection();
         update();
     });
+    describeSelection();
+}
+
+namespace {
+
+QString secondsText(qint64 frames, int rate)
+{
+    const double seconds = rate > 0 ? double(frames) / rate : 0.0;
+    return QStringLiteral("%1:%2").arg(int(seconds) / 60).arg(std::fmod(seconds, 60.0), 6, 'f', 3, QLatin1Char('0'));
+}
+
+} // namespace
+
+// The selection in words, for a screen reader: what the eye reads off the shading.
+void WaveformView::describeSelection()
+{
+    const int rate = m_doc->sampleRate();
+    QString text;
+    if (m_doc->frames() <= 0)
+        text = tr("No audio open");
+    else if (m_end > m_start)
+        text = tr("Selection from %1 to %2, length %3 seconds")
+                   .arg(secondsText(m_start, rate), secondsText(m_end, rate))
+                   .arg(rate > 0 ? double(m_end - m_start) / rate : 0.0, 0, 'f', 3);
+    else
+        text = tr("No selection, cursor at %1: effects apply to the whole audio").arg(secondsText(m_start, rate));
+    setAccessibleDescription(text);
+}
+
+// The keyboard's selection: arrows move the cursor a tenth of a second (Ctrl:
+// a second), Home and End to the ends; with Shift they stretch the selection
+// from where it was anchored.
+void WaveformView::keyPressEvent(QKeyEvent* event)
+{
+    const qint64 frames = m_doc->frames();
+    const qint64 step = std::max<qint64>(1, m_doc->sampleRate() / ((event->modifiers() & Qt::ControlModifier) ? 1 : 10));
+    const qint64 caret = m_end > m_start && m_caretAtStart ? m_start : m_end;
+    qint64 to = caret;
+    switch (event->key()) {
+    case Qt::Key_Left:
+        to = caret - step;
+        break;
+    case Qt::Key_Right:
+        to = caret + step;
+        break;
+    case Qt::Key_Home:
+        to = 0;
+        break;
+    case Qt::Key_End:
+        to = frames;
+        break;
+    default:
+        QWidget::keyPressEvent(event);
+        return;
+    }
+    to = std::clamp<qint64>(to, 0, frames);
+    if (!(event->modifiers() & Qt::ShiftModifier) || m_end <= m_start)
+        m_anchor = (event->modifiers() & Qt::ShiftModifier) ? caret : to;
+    m_caretAtStart = to < m_anchor;
+    setSelection(m_anchor, to);
+    event->accept();
 }
 
 void WaveformView::setSelection(qint64 start, qint64 end)
@@ -129,6 +195,15 @@ void WaveformView::paintEvent(QPaintEvent*)
                        QPointF(x + 0.5, mid - std::clamp(lo, -1.0f, 1.0f) * half));
         }
     }
+    if (hasFocus()) {
+        // Where the keys act: the cursor, and a frame round the view.
+        p.setPen(QPen(pal.color(QPalette::Text), 1));
+        const int caret = xOf(m_end > m_start && m_caretAtStart ? m_start : m_end);
+        p.drawLine(caret, 0, caret, height());
+        p.setPen(QPen(pal.color(QPalette::Highlight), 2));
+        p.setBrush(Qt::NoBrush);
+        p.drawRect(QRectF(rect()).adjusted(1, 1, -1, -1));
+    }
 }
 
 void WaveformView::mousePressEvent(QMouseEvent* event)
@@ -136,13 +211,17 @@ void WaveformView::mousePressEvent(QMouseEvent* event)
     if (event->button() != Qt::LeftButton)
         return;
     m_anchor = frameAt(event->position().toPoint().x());
+    m_caretAtStart = false;
     setSelection(m_anchor, m_anchor);
 }
 
 void WaveformView::mouseMoveEvent(QMouseEvent* event)
 {
-    if (event->buttons() & Qt::LeftButton)
-        setSelection(m_anchor, frameAt(event->position().toPoint().x()));
+    if (event->buttons() & Qt::LeftButton) {
+        const qint64 at = frameAt(event->position().toPoint().x());
+        m_caretAtStart = at < m_anchor;
+        setSelection(m_anchor, at);
+    }
 }
 
 // The effect dialog.
@@ -157,6 +236,8 @@ QuickOpenDialog::QuickOpenDialog(const QList<MainWindow::QuickEntry>& entries, Q
     });
     auto* layout = new QVBoxLayout(this);
     m_field->setPlaceholderText(tr("Type a plugin, a vendor or a format"));
+    m_field->setAccessibleName(tr("Find a plugin"));
+    m_list->setAccessibleName(tr("Plugins found"));
     layout->addWidget(m_field);
     layout->addWidget(m_list, 1);
     resize(460, 360);
@@ -177,6 +258,7 @@ void QuickOpenDialog::narrow(const QString& text)
             continue;
         auto* item = new QListWidgetItem(e.title, m_list);
         item->setToolTip(e.description);
+        item->setData(Qt::AccessibleDescriptionRole, e.description);
         item->setData(Qt::UserRole, i);
         item->setFlags(e.action->isEnabled() ? item->flags() : item->flags() & ~Qt::ItemIsEnabled);
     }

@@ -99,10 +99,11 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
     layout->addWidget(widget, 1);
     auto* buttons = new QDialogButtonBox(this);
     buttons->setContentsMargins(12, 6, 12, 12);
-    m_preview = buttons->addButton(tr("Preview"), QDialogButtonBox::ActionRole);
+    // Enter applies (the default), Escape cancels, Alt+P previews.
+    m_preview = buttons->addButton(tr("&Preview"), QDialogButtonBox::ActionRole);
     m_preview->setObjectName(QStringLiteral("previewButton"));
     connect(m_preview, &QPushButton::clicked, this, [this] { emit previewRequested(this); });
-    QPushButton* apply = buttons->addButton(tr("Apply"), QDialogButtonBox::AcceptRole);
+    QPushButton* apply = buttons->addButton(tr("&Apply"), QDialogButtonBox::AcceptRole);
     apply->setObjectName(QStringLiteral("applyButton"));
     apply->setDefault(true);
     buttons->addButton(QDialogButtonBox::Cancel);
@@ -123,7 +124,7 @@ EffectDialog::EffectDialog(QVlorFxWidget* widget, const QString& format, QWidget
 
 void EffectDialog::setPreviewState(bool playing, const QString& unavailable)
 {
-    m_preview->setText(playing ? tr("Stop") : tr("Preview"));
+    m_preview->setText(playing ? tr("S&top") : tr("&Preview"));
     m_preview->setEnabled(playing || unavailable.isEmpty());
     m_preview->setToolTip(playing ? tr("Stop the preview")
                                   : unavailable.isEmpty() ? tr("Play the selection through the effect") : unavailable);
@@ -173,8 +174,10 @@ MainWindow::MainWindow()
     m_scanBar = new QProgressBar(this);
     m_scanBar->setMaximumWidth(180);
     m_scanBar->setFormat(tr("Scanning plugins %p%"));
+    m_scanBar->setAccessibleName(tr("Plugin scan"));
     m_scanBar->hide();
     m_scanCancel = new QPushButton(tr("Cancel"), this);
+    m_scanCancel->setAccessibleName(tr("Cancel the plugin scan"));
     m_scanCancel->hide();
     m_newPlugins = new QLabel(this);
     m_newPlugins->setObjectName(QStringLiteral("newPluginsNote"));
@@ -454,6 +457,8 @@ void MainWindow::showPreferences()
         page->syncPreferences();
     dialog->show();
     dialog->raise();
+    // Opened again from the keyboard, it takes the keys too.
+    dialog->activateWindow();
 }
 
 void MainWindow::showShortcuts()

@@ -22,7 +22,8 @@ class QVlorFxWidget;
 
 namespace vlorfx {
 
-// The front audio drawn as its peaks, one lane a channel; a selection by mouse.
+// The front audio drawn as its peaks, one lane a channel; a selection by
+// mouse or keys, told to a screen reader as its description.
 class WaveformView : public QWidget {
     Q_OBJECT
 public:
@@ -40,8 +41,12 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    void focusInEvent(QFocusEvent*) override { update(); }
+    void focusOutEvent(QFocusEvent*) override { update(); }
 
 private:
+    void describeSelection();
     qint64 frameAt(int x) const;
     int xOf(qint64 frame) const;
 
@@ -49,6 +54,7 @@ private:
     qint64 m_start = 0;
     qint64 m_end = 0;
     qint64 m_anchor = 0;
+    bool m_caretAtStart = false; // the keys move the start of the selection, not its end
 };
 
 // An effect's widget with Preview, Apply and Cancel.

@@ -3,6 +3,8 @@
 // registered for shortcuts and Quick Open, the first start's offer.
 #include "window.h"
 
+#include "QVlorAccessible.h"
+
 #include "../catalog.h"
 
 #include "QVlorApplication.h"
@@ -124,6 +126,8 @@ void MainWindow::onScanProgress(int value, int total)
         controller->scanProgressAction()->setText(
             QStringLiteral("%1 ... %2 %").arg(tr("Scanning plugins")).arg(total > 0 ? value * 100 / total : 0));
     showScanLine(true);
+    // Each tenth told, where the focus is left alone.
+    QVlorAccessible::announce(this, tr("Scanning plugins: %1 %").arg(total > 0 ? value * 10 / total * 10 : 0));
 }
 
 // The menu's progress line and its Cancel are there while a scan runs, and
@@ -148,6 +152,7 @@ void MainWindow::onScanEnded()
     m_scanCancel->hide();
     attachPluginsMenu();
     showScanLine(false);
+    QVlorAccessible::announce(this, tr("Plugin scan finished"));
 }
 
 void MainWindow::greet()
