@@ -49,12 +49,14 @@
 
 using namespace vlortest;
 
-namespace {
+// Named: several sources of one test program share its fixture, which
+// gtest holds to one class.
+namespace guitest {
 
 const QString kZamVst2 = QStringLiteral("/usr/lib/vst/ZamComp-vst.so");
 const QString kZamVst3 = QStringLiteral("/usr/lib/vst3/ZamComp.vst3");
 
-void writeWav(const std::string& file)
+inline void writeWav(const std::string& file)
 {
     SF_INFO info{};
     info.channels = 2;
@@ -68,7 +70,7 @@ void writeWav(const std::string& file)
     sf_close(f);
 }
 
-double rms(const QVector<float>& v)
+inline double rms(const QVector<float>& v)
 {
     double sum = 0;
     for (float s : v)
@@ -77,7 +79,7 @@ double rms(const QVector<float>& v)
 }
 
 
-QAction* entry(QMenu* menu, const QString& text)
+inline QAction* entry(QMenu* menu, const QString& text)
 {
     for (QAction* a : menu ? menu->actions() : QList<QAction*>()) {
         if (a->menu())
@@ -164,6 +166,8 @@ protected:
     QVlorVst3::Manager* vst3 = nullptr;
 };
 
-} // namespace
+} // namespace guitest
+
+using namespace guitest;
 
 #endif

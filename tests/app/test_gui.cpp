@@ -114,16 +114,16 @@ TEST_F(Gui, PreviewPlaysTheSelectionOnTheSoundOutputAndStopsOnAClickOrAtItsEnd)
     ASSERT_TRUE(preview->isEnabled());
     // A click stops a preview under way.
     QTest::mouseClick(preview, Qt::LeftButton);
-    EXPECT_EQ(preview->text(), QStringLiteral("Stop"));
+    EXPECT_EQ(preview->text(), QStringLiteral("S&top"));
     EXPECT_TRUE(window->isPreviewing());
     QTest::qWait(100);
     QTest::mouseClick(preview, Qt::LeftButton);
-    EXPECT_EQ(preview->text(), QStringLiteral("Preview"));
+    EXPECT_EQ(preview->text(), QStringLiteral("&Preview"));
     // A tenth of a second plays to its end and gives the button back.
     window->waveform()->setSelection(0, 4410);
     QTest::mouseClick(preview, Qt::LeftButton);
-    EXPECT_EQ(preview->text(), QStringLiteral("Stop"));
-    EXPECT_TRUE(QTest::qWaitFor([&] { return preview->text() == QStringLiteral("Preview"); }, 5000));
+    EXPECT_EQ(preview->text(), QStringLiteral("S&top"));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return preview->text() == QStringLiteral("&Preview"); }, 5000));
     EXPECT_TRUE(preview->isEnabled());
     // Closing the dialog while it plays ends the preview with it.
     QTest::mouseClick(preview, Qt::LeftButton);

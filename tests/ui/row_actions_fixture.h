@@ -24,11 +24,13 @@
 
 using namespace vlortest;
 
-namespace {
+// Named: its fixtures are shared by several sources of one test program,
+// where gtest holds a fixture to one class.
+namespace rowactions {
 
 // What a menu shows: each item's text, "--" for a separator, a submenu's
 // items as "submenu>item", and "(off)" after a disabled item.
-QStringList menuTexts(const QMenu* menu)
+inline QStringList menuTexts(const QMenu* menu)
 {
     QStringList texts;
     for (QAction* a : menu->actions()) {
@@ -44,7 +46,7 @@ QStringList menuTexts(const QMenu* menu)
     return texts;
 }
 
-QAction* actionOf(const QMenu* menu, const QString& text)
+inline QAction* actionOf(const QMenu* menu, const QString& text)
 {
     for (QAction* a : menu->actions())
         if (a->text() == text)
@@ -54,7 +56,7 @@ QAction* actionOf(const QMenu* menu, const QString& text)
 
 // Clicks the item of that text in the open menu; "submenu>item" opens the
 // submenu first, as the pointer does.
-void clickItem(QMenu* menu, const QString& choose)
+inline void clickItem(QMenu* menu, const QString& choose)
 {
     const QStringList parts = choose.split(QLatin1Char('>'));
     QAction* item = actionOf(menu, parts.first());
@@ -150,6 +152,36 @@ protected:
     }
 };
 
-} // namespace
+// The fixture gain in VST3 and LV2 on one row: a family.
+const QString kGainUri = QStringLiteral("urn:vlor:fixture:gain");
+
+class FamilyRows : public RowActions {
+protected:
+    void SetUp() override
+    {
+        RowActions::SetUp();
+        if (HasFatalFailure())
+            return;
+        lv2 = scanLv2Fixtures();
+        ASSERT_NE(lv2, nullptr);
+        ASSERT_TRUE(waitFor([&] {
+            settle();
+            return !family().pairId.isEmpty() && rowOfPair(family().pairId).isValid();
+        }, 20000)) << "the LV2 gain joins the VST3 gain";
+    }
+    // The family of the gain's LV2 form, as the store holds it.
+    QVlorPluginPairs::Entry family() const
+    {
+        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
+            if (e.lv2 == kGainUri)
+                return e;
+        return {};
+    }
+    QVlorLv2::Manager* lv2 = nullptr;
+};
+
+} // namespace rowactions
+
+using namespace rowactions;
 
 #endif

@@ -12,12 +12,17 @@
 #include "QVlorVst3_MixerEffect.h"
 #include "QVlorVst3_Widget.h"
 
+#include "accesswalk.h"
 #include "lv2engine.h"
 #include "testsupport.h"
 #include "vst3engine.h"
 
 #include <QDir>
 #include <QFile>
+#include <QAccessible>
+#include <QLineEdit>
+#include <QSlider>
+#include <QTest>
 #include <QToolButton>
 
 #include <gtest/gtest.h>
@@ -213,5 +218,52 @@ TEST(PresetFiles, Vst3ChunksAreFoundByTheirIdsAndBrokenFilesRefused)
         EXPECT_FALSE(QVlorAudioPlugins::Vst3PresetFileState(write("bad.vstpreset", c.bytes), kGainCid, &state, &why))
             << c.what;
         EXPECT_TRUE(why.contains(QLatin1String(c.says))) << c.what << ": " << why.toStdString();
+    }
+}
+
+// Both forms' dialogs as a screen reader meets them: the bar and the panel
+// named throughout, each parameter a slider of its name whose value reads as
+// the plugin shows it, and follows a change made from the keyboard.
+TEST_F(PresetBar, EveryControlIsNamedAndASliderReadsThePluginsValueText)
+{
+    const std::pair<QWidget*, QWidget*> dialogs[] = {{lv2.get(), lv2Bar.get()}, {vst3.get(), vst3Bar.get()}};
+    for (const auto& [widget, bar] : dialogs) {
+        widget->show();
+        bar->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(widget));
+        for (QWidget* window : {widget, bar}) {
+            const vlortest::AccessWalk walk = vlortest::walkAccessible(window);
+            EXPECT_TRUE(walk.problems.isEmpty()) << walk.problems.join(QLatin1Char('\n')).toStdString();
+        }
+        auto* slider = widget->findChild<QSlider*>();
+        if (!slider) {
+            // Under X11 the plugin draws its own editor: the window says whose it is.
+            EXPECT_TRUE(widget->accessibleName().endsWith(QStringLiteral("the plugin's own editor")))
+                << widget->accessibleName().toStdString();
+            EXPECT_FALSE(widget->accessibleDescription().isEmpty());
+            continue;
+        }
+        QLineEdit* field = nullptr;
+        for (QLineEdit* f : widget->findChildren<QLineEdit*>())
+            if (f->accessibleName() == slider->accessibleName())
+                field = f;
+        ASSERT_NE(field, nullptr) << "the value field beside the slider";
+        QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(slider);
+        ASSERT_NE(reader, nullptr);
+        EXPECT_EQ(reader->role(), QAccessible::Slider);
+        EXPECT_EQ(reader->text(QAccessible::Name), QStringLiteral("Gain"));
+        ASSERT_NE(reader->valueInterface(), nullptr);
+        const QString before = reader->text(QAccessible::Value);
+        // The field's text, and its units where the plugin has them.
+        EXPECT_TRUE(before == field->text() || before.startsWith(field->text() + QLatin1Char(' '))) << before.toStdString();
+        slider->setFocus();
+        QTest::keyClick(slider, Qt::Key_PageUp);
+        const QString after = reader->text(QAccessible::Value);
+        EXPECT_NE(after, before);
+        EXPECT_TRUE(after.startsWith(field->text())) << after.toStdString() << " / " << field->text().toStdString();
+        EXPECT_EQ(reader->valueInterface()->currentValue().toInt(), slider->value());
+        // The star says what it sets.
+        auto* star = bar->findChild<QToolButton*>(QStringLiteral("favouriteButton"));
+        EXPECT_EQ(QAccessible::queryAccessibleInterface(star)->text(QAccessible::Name), QStringLiteral("Favourite"));
     }
 }

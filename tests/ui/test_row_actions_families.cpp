@@ -11,37 +11,6 @@
 
 #include "fxisolation.h"
 
-namespace {
-
-const QString kGainUri = QStringLiteral("urn:vlor:fixture:gain");
-
-class FamilyRows : public RowActions {
-protected:
-    void SetUp() override
-    {
-        RowActions::SetUp();
-        if (HasFatalFailure())
-            return;
-        lv2 = scanLv2Fixtures();
-        ASSERT_NE(lv2, nullptr);
-        ASSERT_TRUE(waitFor([&] {
-            settle();
-            return !family().pairId.isEmpty() && rowOfPair(family().pairId).isValid();
-        }, 20000)) << "the LV2 gain joins the VST3 gain";
-    }
-    // The family of the gain's LV2 form, as the store holds it.
-    QVlorPluginPairs::Entry family() const
-    {
-        for (const QVlorPluginPairs::Entry& e : vst3->pairsEntriesCopy())
-            if (e.lv2 == kGainUri)
-                return e;
-        return {};
-    }
-    QVlorLv2::Manager* lv2 = nullptr;
-};
-
-} // namespace
-
 TEST_F(FamilyRows, ABadgeClickSwitchesTheFormInUseAndKeepsItOnOrOff)
 {
     const QString pairId = family().pairId;
