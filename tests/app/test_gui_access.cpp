@@ -183,6 +183,8 @@ TEST_F(Gui, AKeyboardAloneOpensTheManagerSwitchesAFormAppliesAnEffectAndUndoes)
     ASSERT_TRUE(QTest::qWaitFor([&] { return (dialog = window->effectDialog()) != nullptr; }, 5000));
     ASSERT_TRUE(QTest::qWaitForWindowActive(dialog));
     EXPECT_EQ(dialog->format(), QStringLiteral("vst2"));
+    const vlortest::AccessWalk walk = vlortest::walkAccessible(dialog);
+    EXPECT_TRUE(walk.problems.isEmpty()) << "the VST2 panel:\n" << walk.problems.join(QLatin1Char('\n')).toStdString();
     QSlider* slider = nullptr;
     // The makeup gain: a change of it is heard on a quiet signal.
     ASSERT_TRUE(tabTo([&](QWidget* w) {
