@@ -37,7 +37,8 @@ namespace {
 const char* const kPrefsHelp =
     "usage: vlorfx prefs [--theme light|dark] [--filter TEXT]\n"
     "                    [--status all|new|failed|enabled|vst2|vst3|lv2]\n"
-    "                    [--rescan] [--size WxH] [--context-menu NAME] [--search-paths]\n"
+    "                    [--rescan] [--size WxH] [--context-menu NAME] [--focus NAME]\n"
+    "                    [--search-paths]\n"
     "                    [--screenshot FILE]\n\n"
     "Shows the plugin manager page on this machine's catalogs: one tree of both\n"
     "formats by vendor, check boxes that switch plugins, vendors and shells on\n"
@@ -50,6 +51,7 @@ const char* const kPrefsHelp =
     "  --rescan           start \"Rescan Plugins\" at once\n"
     "  --size WxH         the window's size (default 760x620)\n"
     "  --context-menu NAME  select the product NAME and open its context menu\n"
+    "  --focus NAME       put the keyboard on the product NAME, as Tab and the arrows do\n"
     "  --search-paths     open \"Manage Search Paths...\" (with --screenshot, a\n"
     "                     picture of that dialog; closing it applies its edits)\n"
     "  --screenshot FILE  save a picture once the tree is built (during the scan\n"
@@ -79,7 +81,7 @@ QModelIndex findRow(const QAbstractItemModel* model, const QString& name, const 
 
 // What the command line asked for.
 struct PrefsOptions {
-    std::string screenshot, filter, contextRow;
+    std::string screenshot, filter, contextRow, focusRow;
     bool searchPaths = false;
     int status = -1;
     bool rescan = false;
@@ -123,6 +125,8 @@ int readPrefsOptions(int argc, char** argv, PrefsOptions* o)
             o->size = QSize(w, h);
         } else if (a == "--context-menu" && hasValue) {
             o->contextRow = argv[++i];
+        } else if (a == "--focus" && hasValue) {
+            o->focusRow = argv[++i];
         } else if (a == "--search-paths") {
             o->searchPaths = true;
         } else if (a == "--screenshot" && hasValue) {
@@ -276,6 +280,16 @@ int cmdPrefs(int argc, char** argv)
             // The tree is built at the first turn of the event loop; a few more paint it.
             QTimer::singleShot(300, &dialog, take);
         }
+    }
+    if (!options.focusRow.empty()) {
+        QTimer::singleShot(150, &dialog, [&, tree] {
+            const QModelIndex row = findRow(tree->model(), QString::fromStdString(options.focusRow));
+            if (!row.isValid())
+                std::fprintf(stderr, "vlorfx prefs: no product %s\n", options.focusRow.c_str());
+            dialog.activateWindow();
+            tree->setFocus(Qt::TabFocusReason);
+            tree->setCurrentIndex(row);
+        });
     }
     dialog.exec();
     delete page;
