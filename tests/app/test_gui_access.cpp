@@ -56,7 +56,10 @@ TEST_F(Gui, EveryWindowAScreenReaderMeetsIsNamedThroughout)
     auto expectNamed = [&covered](QObject* window, const char* what) {
         const vlortest::AccessWalk walk = vlortest::walkAccessible(window);
         EXPECT_TRUE(walk.problems.isEmpty()) << what << ":\n" << walk.problems.join(QLatin1Char('\n')).toStdString();
-        covered << QStringLiteral("%1: %2 controls").arg(QLatin1String(what)).arg(walk.controls.size());
+        covered << QStringLiteral("%1 (%2 controls): %3")
+                       .arg(QLatin1String(what))
+                       .arg(walk.controls.size())
+                       .arg(walk.controls.join(QStringLiteral(", ")));
     };
     expectNamed(window.get(), "main window");
 
@@ -102,7 +105,7 @@ TEST_F(Gui, EveryWindowAScreenReaderMeetsIsNamedThroughout)
     ASSERT_TRUE(QTest::qWaitForWindowExposed(dialog));
     expectNamed(dialog, "effect dialog");
     dialog->close();
-    std::cout << covered.join(QStringLiteral("; ")).toStdString() << std::endl;
+    std::cout << covered.join(QLatin1Char('\n')).toStdString() << std::endl;
 }
 
 // The whole job with keys alone: the manager from the Tools menu, the filter,
