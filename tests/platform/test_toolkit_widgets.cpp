@@ -1,19 +1,24 @@
 // The editor's toolkit as the effect dialogs, the menu and the plugin page
 // use it, driven by real events on real widgets.
+#include "QVlorAccessible.h"
 #include "QVlorApplication.h"
 #include "QVlorDialogs.h"
 #include "QVlorFxWidget.h"
 #include "QVlorSetting.h"
 #include "QVlorWidgets.h"
 
+#include <QAccessible>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLineEdit>
 #include <QMenu>
 #include <QSignalSpy>
+#include <QSlider>
 #include <QTest>
 
 #include <gtest/gtest.h>
+
+#include <functional>
 
 TEST(Dialogs, EveryDialogIsAnsweredThroughTheSeamAndRecorded)
 {
@@ -117,4 +122,69 @@ TEST(Theme, TheMenuFollowsTheLightOrDarkTheme)
     // Offscreen there is no desktop to show a folder on.
     EXPECT_FALSE(QVlorApplication::hasDesktop());
     EXPECT_FALSE(QVlorApplication::showExternalLocation(QStringLiteral("/tmp")));
+}
+
+// What the editor tells a reader of its own accord: a failure's box is
+// announced in its window at once, progress politely, the same text once,
+// and the focus stays where the user types.
+TEST(Accessible, AnnouncementsReachTheWindowsNotificationAndLeaveTheFocus)
+{
+    QWidget window;
+    auto* field = new QLineEdit(&window);
+    window.show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    field->setFocus();
+    QStringList heard;
+    QVlorAccessible::setListener([&heard](QWidget* notification, const QString& text, QVlorAccessible::Urgency urgency) {
+        QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(notification);
+        heard << QStringLiteral("%1|%2|%3").arg(urgency).arg(reader ? int(reader->role()) : -1).arg(reader ? reader->text(QAccessible::Name) : QString());
+    });
+    QVlorDialogs::setAnswerer([](const QVlorDialogs::Question&) { return QVlorDialogs::Answer{QMessageBox::Ok, {}}; });
+    const QString notification = QString::number(int(QAccessible::Notification));
+    const struct {
+        std::function<void()> act;
+        QString heard; // empty: nothing
+    } cases[] = {
+        {[&] { QVlorMessageBox::warning(field, QStringLiteral("Plugin crashed"), QStringLiteral("ZamComp stopped")); },
+         QStringLiteral("1|%1|Plugin crashed: ZamComp stopped").arg(notification)},
+        {[&] { QVlorMessageBox::information(field, QStringLiteral("Done"), QStringLiteral("All fine")); }, QString()},
+        {[&] { QVlorAccessible::announce(field, QStringLiteral("Scanning plugins: 40 %")); },
+         QStringLiteral("0|%1|Scanning plugins: 40 %").arg(notification)},
+        {[&] { QVlorAccessible::announce(field, QStringLiteral("Scanning plugins: 40 %")); }, QString()},
+        {[&] { QVlorMessageBox::critical(field, QStringLiteral("VST3 Load Error"), QStringLiteral("Gone")); },
+         QStringLiteral("1|%1|VST3 Load Error: Gone").arg(notification)},
+    };
+    for (const auto& c : cases) {
+        heard.clear();
+        c.act();
+        EXPECT_EQ(heard, c.heard.isEmpty() ? QStringList() : QStringList{c.heard});
+        EXPECT_TRUE(field->hasFocus());
+    }
+    EXPECT_EQ(QVlorAccessible::lastAnnouncement(&window), QStringLiteral("VST3 Load Error: Gone"));
+    QVlorAccessible::setListener({});
+    QVlorDialogs::setAnswerer({});
+    QVlorDialogs::takeAsked();
+}
+
+// A slider reads its value as the text it is given, and its number without one.
+TEST(Accessible, ASliderReadsItsValueText)
+{
+    QSlider plain(Qt::Horizontal);
+    QSlider named(Qt::Horizontal);
+    QVlorAccessible::setValueText(&named, QString());
+    named.setRange(0, 100);
+    plain.setRange(0, 100);
+    plain.setValue(30);
+    QLineEdit field;
+    QVlorAccessible::followValueText(&named, &field, QStringLiteral("dB"));
+    field.setText(QStringLiteral("-20"));
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(&named)->text(QAccessible::Value), QStringLiteral("-20 dB"));
+    field.setText(QString());
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(&named)->text(QAccessible::Value), QStringLiteral("0"));
+    EXPECT_EQ(QAccessible::queryAccessibleInterface(&plain)->text(QAccessible::Value), QStringLiteral("30"));
+    QAccessibleInterface* reader = QAccessible::queryAccessibleInterface(&named);
+    ASSERT_NE(reader->valueInterface(), nullptr);
+    reader->valueInterface()->setCurrentValue(55);
+    EXPECT_EQ(named.value(), 55);
+    EXPECT_EQ(reader->valueInterface()->maximumValue().toInt(), 100);
 }
