@@ -146,6 +146,15 @@ TEST_F(FamilyRows, KeysSwitchTheFormOpenTheRowMenuAndKeepTheirPlace)
     EXPECT_FALSE(rowOf(rowOfPair(pairId)).inUse()) << "off in LV2, off in VST3";
     EXPECT_EQ(tree->currentIndex().siblingAtColumn(0), rowOfPair(pairId).siblingAtColumn(0));
     EXPECT_EQ(page->focusWidget(), tree) << "the focus is back on the plugins";
+
+    // A product being checked switches nothing: its keys are off until the check ends.
+    vst3->markClassesVerifying({kGain});
+    ASSERT_TRUE(waitFor([&] {
+        settle();
+        return UpmRowBusy(rowOf(rowOfPair(pairId)));
+    }, 10000));
+    EXPECT_EQ(tree->currentIndex().siblingAtColumn(0), rowOfPair(pairId).siblingAtColumn(0));
+    EXPECT_FALSE(treeAction(tree, QStringLiteral("use_lv2"))->isEnabled());
 }
 
 TEST_F(FamilyRows, AScanAndAFailedCheckAreToldWithoutMovingTheFocus)
@@ -212,6 +221,31 @@ TEST_F(RowActions, TheSearchPathsDialogIsNamedAndItsButtonsHaveKeys)
     ASSERT_TRUE(added.isValid()) << "Insert adds a folder to the current format";
     EXPECT_TRUE(added.siblingAtColumn(1).data(Qt::AccessibleTextRole).toString().startsWith(QStringLiteral("Added by you")));
     view->setCurrentIndex(added);
+    QTest::keyClick(view, Qt::Key_Delete);
+    // The format's row menu, by Shift+F10 and the keys, adds one too.
+    QStringList offered;
+    QTimer::singleShot(0, view, [&] {
+        auto* menu = qobject_cast<QMenu*>(QApplication::activePopupWidget());
+        if (!menu)
+            return;
+        offered = menuTexts(menu);
+        QTest::keyClick(menu, Qt::Key_Down);
+        QTest::keyClick(menu, Qt::Key_Return);
+    });
+    view->setCurrentIndex(parent->index());
+    QTest::keyClick(view, Qt::Key_F10, Qt::ShiftModifier);
+    EXPECT_EQ(offered, QStringList{QStringLiteral("Add VST2 path...")});
+    bool again = false;
+    for (int i = 0; i < parent->rowCount(); ++i)
+        again = again || parent->child(i, 0)->data(kFolderRole).toString() == folder;
+    EXPECT_TRUE(again) << "the menu's Add adds the folder";
+    // (Off screen no window manager gives the dialog the keys back after a menu.)
+    dialog.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog));
+    view->setFocus();
+    for (int i = 0; i < parent->rowCount(); ++i)
+        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
+            view->setCurrentIndex(parent->child(i, 0)->index());
     QTest::keyClick(view, Qt::Key_Delete);
     bool still = false;
     for (int i = 0; i < parent->rowCount(); ++i)
