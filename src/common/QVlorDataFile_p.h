@@ -14,6 +14,7 @@
 
 #include <QDateTime>
 #include <QDebug>
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
@@ -82,6 +83,10 @@ inline bool WriteFileAtomically(const QString& fileName, const QByteArray& bytes
     };
     std::string target;
     std::string why;
+    // A fresh machine has no data folder yet: the first save makes it.
+    const QFileInfo info(fileName);
+    if (!info.absoluteDir().exists() && !QDir().mkpath(info.absolutePath()))
+        return fail(QStringLiteral("its folder could not be made"));
     if (!SaveTarget(QFile::encodeName(fileName).toStdString(), &target, &why))
         return fail(QString::fromStdString(why));
     KeepUnreadableAside(fileName);
