@@ -12,11 +12,16 @@ bool Usable(const QString& path) { return HostProgramUsable(QFile::encodeName(pa
 
 namespace {
 
-// The host program named beside the application when usable, or else the
-// application itself, told which host to be by flag.
+// The host program named beside the application when usable, else the one
+// in the installed library's libexec folder, or else the application itself,
+// told which host to be by flag.
 void beside(const char* name, const char* flag, QString* program, QStringList* arguments)
 {
-    const QString path = QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
+    QString path = QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
+    // An installed library's own programs, where the application has none beside it.
+    const std::string installed = HostProgramsBesideLibrary();
+    if (!Usable(path) && !installed.empty())
+        path = QFile::decodeName(installed.c_str()) + QLatin1Char('/') + QLatin1String(name);
     if (Usable(path)) {
         *program = path;
         arguments->clear();

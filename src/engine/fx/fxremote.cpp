@@ -341,6 +341,9 @@ std::string HostCommand(const char* program, const char* flag, const std::vector
     for (auto get : {BLUTILS_GetHelpersDir, BLUTILS_GetResourceDir, BLUTILS_GetExecutableDir})
         if (path.empty() && get(dir, int(sizeof(dir))) && executable(std::string(dir) + "/" + program))
             path = std::string(dir) + "/" + program;
+    if (const std::string installed = HostProgramsBesideLibrary();
+        path.empty() && !installed.empty() && executable(installed + "/" + program))
+        path = installed + "/" + program;
     std::string line;
     if (!path.empty()) {
         line = quoted(path);

@@ -2,6 +2,7 @@
 // the plugin runs in this process here: it is checked and described by the
 // host program, so that a crash costs a child.
 #include "vsteffect_p.h"
+#include "../hostprogram_p.h"
 #include "vlorvst_protocol.h"
 
 #include "blsavetarget.h"
@@ -125,6 +126,9 @@ bool findHost()
         return true;
     char dir[kDirSize];
     if (BLUTILS_GetHelpersDir(dir, kDirSize) && AUDIOVST_SetVlorVstPath(dir))
+        return true;
+    const std::string installed = HostProgramsBesideLibrary();
+    if (!installed.empty() && AUDIOVST_SetVlorVstPath(installed.c_str()))
         return true;
     if (BLUTILS_GetResourceDir(dir, kDirSize) && AUDIOVST_SetVlorVstPath(dir))
         return true;
