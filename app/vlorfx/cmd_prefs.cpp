@@ -188,6 +188,38 @@ void openRowMenu(QDialog& dialog, QTreeView* tree, const std::string& product, b
 
 } // namespace
 
+// The picture shows the scan under way: taken at its first step past the
+// start, or after a minute at the latest.
+static void takeDuringScan(QDialog* dialog, const std::function<void()>& take)
+{
+    auto taken = std::make_shared<bool>(false);
+    auto onProgress = [dialog, take, taken](int value, int) {
+        if (*taken || value < 1)
+            return;
+        *taken = true;
+        QTimer::singleShot(0, dialog, take);
+    };
+    if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
+        QObject::connect(vst2, &QVlorVst::Manager::progressScan, dialog, onProgress, Qt::QueuedConnection);
+    if (QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager())
+        QObject::connect(vst3, &QVlorVst3::Manager::progressScan, dialog, onProgress, Qt::QueuedConnection);
+    QTimer::singleShot(60000, dialog, [take, taken] {
+        if (!*taken)
+            take();
+    });
+}
+
+// The keyboard on a product's row, as Tab and the arrows put it there.
+static void putKeysOn(QDialog* dialog, QTreeView* tree, const std::string& product)
+{
+    const QModelIndex row = findRow(tree->model(), QString::fromStdString(product));
+    if (!row.isValid())
+        std::fprintf(stderr, "vlorfx prefs: no product %s\n", product.c_str());
+    dialog->activateWindow();
+    tree->setFocus(Qt::TabFocusReason);
+    tree->setCurrentIndex(row);
+}
+
 int cmdPrefs(int argc, char** argv)
 {
     PrefsOptions options;
@@ -260,36 +292,14 @@ int cmdPrefs(int argc, char** argv)
             dialog.accept();
         };
         if (rescan) {
-            // The picture shows the scan under way: taken at its first step past the start.
-            auto taken = std::make_shared<bool>(false);
-            auto onProgress = [&, taken](int value, int) {
-                if (*taken || value < 1)
-                    return;
-                *taken = true;
-                QTimer::singleShot(0, &dialog, take);
-            };
-            if (QVlorVst::Manager* vst2 = QVlorAudioPlugins::vstManager())
-                QObject::connect(vst2, &QVlorVst::Manager::progressScan, &dialog, onProgress, Qt::QueuedConnection);
-            if (QVlorVst3::Manager* vst3 = QVlorAudioPlugins::vst3Manager())
-                QObject::connect(vst3, &QVlorVst3::Manager::progressScan, &dialog, onProgress, Qt::QueuedConnection);
-            QTimer::singleShot(60000, &dialog, [&, taken] {
-                if (!*taken)
-                    take();
-            });
+            takeDuringScan(&dialog, take);
         } else {
             // The tree is built at the first turn of the event loop; a few more paint it.
             QTimer::singleShot(300, &dialog, take);
         }
     }
     if (!options.focusRow.empty()) {
-        QTimer::singleShot(150, &dialog, [&, tree] {
-            const QModelIndex row = findRow(tree->model(), QString::fromStdString(options.focusRow));
-            if (!row.isValid())
-                std::fprintf(stderr, "vlorfx prefs: no product %s\n", options.focusRow.c_str());
-            dialog.activateWindow();
-            tree->setFocus(Qt::TabFocusReason);
-            tree->setCurrentIndex(row);
-        });
+        QTimer::singleShot(150, &dialog, [&, tree] { putKeysOn(&dialog, tree, options.focusRow); });
     }
     dialog.exec();
     delete page;
