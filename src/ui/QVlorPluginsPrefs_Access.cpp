@@ -86,9 +86,9 @@ void QVlorPluginsPrefs::setUpAccess()
     }
     ui.scanProgressBar->setAccessibleName(tr("Progress"));
     ui.skipCheckButton->setAccessibleName(tr("Skip the slow check"));
-    // The form's order names the filter's box, whose focus is lent to its
-    // field: Qt then drops the box's field and list from the Tab chain. The
-    // chain is given here widget by widget, as the page reads.
+    // The Tab chain as the page reads, widget by widget (the form names the
+    // filter's box, which lends its focus to its field); where Tab enters it
+    // from outside is TabEntry's.
     const QList<QWidget*> chain = {ui.cbEnableAudioUnitSupport, ui.cbEnableVSTSupport, ui.filterBox->lineEdit(),
                                    ui.filterBox->comboBox(), ui.groupByCombo, tree, ui.managePathsBtn,
                                    ui.skipCheckButton, ui.scanCancelButton, ui.updateButton};
