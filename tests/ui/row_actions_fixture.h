@@ -152,6 +152,16 @@ protected:
     }
 };
 
+// The row of a folder under a format's row of the search paths dialog.
+inline QModelIndex folderRow(QStandardItem* parent, const QString& folder)
+{
+    constexpr int kFolderRole = Qt::UserRole + 1;
+    for (int i = 0; parent && i < parent->rowCount(); ++i)
+        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
+            return parent->child(i, 0)->index();
+    return QModelIndex();
+}
+
 // The fixture gain in VST3 and LV2 on one row: a family.
 const QString kGainUri = QStringLiteral("urn:vlor:fixture:gain");
 

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr int kFolderRole = Qt::UserRole + 1;
-
 // What the page tells a reader of its own accord, caught where it is told,
 // with what a reader finds on the notification object at that moment.
 struct Heard {
@@ -214,10 +212,7 @@ TEST_F(RowActions, TheSearchPathsDialogIsNamedAndItsButtonsHaveKeys)
     view->setFocus();
     view->setCurrentIndex(parent->index());
     QTest::keyClick(view, Qt::Key_Insert);
-    QModelIndex added;
-    for (int i = 0; i < parent->rowCount(); ++i)
-        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
-            added = parent->child(i, 0)->index();
+    const QModelIndex added = folderRow(parent, folder);
     ASSERT_TRUE(added.isValid()) << "Insert adds a folder to the current format";
     EXPECT_TRUE(added.siblingAtColumn(1).data(Qt::AccessibleTextRole).toString().startsWith(QStringLiteral("Added by you")));
     view->setCurrentIndex(added);
@@ -235,22 +230,14 @@ TEST_F(RowActions, TheSearchPathsDialogIsNamedAndItsButtonsHaveKeys)
     view->setCurrentIndex(parent->index());
     QTest::keyClick(view, Qt::Key_F10, Qt::ShiftModifier);
     EXPECT_EQ(offered, QStringList{QStringLiteral("Add VST2 path...")});
-    bool again = false;
-    for (int i = 0; i < parent->rowCount(); ++i)
-        again = again || parent->child(i, 0)->data(kFolderRole).toString() == folder;
-    EXPECT_TRUE(again) << "the menu's Add adds the folder";
+    EXPECT_TRUE(folderRow(parent, folder).isValid()) << "the menu's Add adds the folder";
     // (Off screen no window manager gives the dialog the keys back after a menu.)
     dialog.activateWindow();
     ASSERT_TRUE(QTest::qWaitForWindowActive(&dialog));
     view->setFocus();
-    for (int i = 0; i < parent->rowCount(); ++i)
-        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
-            view->setCurrentIndex(parent->child(i, 0)->index());
+    view->setCurrentIndex(folderRow(parent, folder));
     QTest::keyClick(view, Qt::Key_Delete);
-    bool still = false;
-    for (int i = 0; i < parent->rowCount(); ++i)
-        still = still || parent->child(i, 0)->data(kFolderRole).toString() == folder;
-    EXPECT_FALSE(still) << "Delete removes the folder the user added";
+    EXPECT_FALSE(folderRow(parent, folder).isValid()) << "Delete removes the folder the user added";
     QVlorDialogs::setAnswerer({});
     dialog.close();
 }

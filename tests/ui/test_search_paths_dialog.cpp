@@ -2,20 +2,6 @@
 // the dialog closed by each of its ways out.
 #include "row_actions_fixture.h"
 
-namespace {
-
-constexpr int kFolderRole = Qt::UserRole + 1;
-
-QModelIndex folderRow(QStandardItem* parent, const QString& folder)
-{
-    for (int i = 0; parent && i < parent->rowCount(); ++i)
-        if (parent->child(i, 0)->data(kFolderRole).toString() == folder)
-            return parent->child(i, 0)->index();
-    return QModelIndex();
-}
-
-} // namespace
-
 class SearchPaths : public RowActions {
 protected:
     void SetUp() override
