@@ -50,6 +50,16 @@ foreach(pc qtvloraudioplugins qtvlorplatform)
 endforeach()
 install(FILES ${PROJECT_SOURCE_DIR}/README.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/qtvloraudioplugins
   COMPONENT runtime)
+# The page's pictures and style sheet are compiled into the library; an
+# editor that draws its own plugin list in the same words finds them here.
+set(VLOR_UI_DIR ${PROJECT_SOURCE_DIR}/src/ui)
+install(DIRECTORY ${VLOR_UI_DIR}/icones/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qtvloraudioplugins/icons COMPONENT runtime)
+install(DIRECTORY ${VLOR_UI_DIR}/styles/ DESTINATION ${CMAKE_INSTALL_DATADIR}/qtvloraudioplugins/styles COMPONENT runtime)
+# vlorfx gui in the desktop's menus, with its icon.
+set(VLOR_APP_SHARE ${PROJECT_SOURCE_DIR}/app/vlorfx/share)
+install(FILES ${VLOR_APP_SHARE}/vlorfx.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications COMPONENT runtime)
+install(FILES ${VLOR_APP_SHARE}/vlorfx.svg DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps
+  COMPONENT runtime)
 
 # One Debian package of all of it.
 set(CPACK_PACKAGE_NAME qtvloraudioplugins)

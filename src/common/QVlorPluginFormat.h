@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINFORMAT_H
 #define QVLORPLUGINFORMAT_H
+
+#include "QVlorAudioPluginsExport.h"
 // What a plugin format is to the layers above its engine, written once: the
 // token that names it in pairs and rows, its badge, how the ids of its rows
 // and its actions are made and read back, its settings, its host program and
@@ -12,7 +14,7 @@
 
 namespace QVlorAudioPlugins {
 
-struct PluginFormat {
+struct QVLOR_PLUGINS_EXPORT PluginFormat {
     const char* token;                  // "vst2", "vst3": a pair's active format, a row's format
     const char* badge;                  // "VST2", "VST3"
     const char* actionIdPrefix;         // "vstid-", "vst3id-": the action id of one plugin
@@ -70,7 +72,7 @@ inline constexpr const char* kParallelChecksSettingKey = "vloraudio.plugins.para
 inline constexpr const char* kFormatOrderSettingKey = "vloraudio.plugins.format_order";
 // The formats of a format order's text, known tokens once each in its order,
 // then those it leaves out in the default order.
-QStringList ParseFormatOrder(const QString& text);
+QVLOR_PLUGINS_EXPORT QStringList ParseFormatOrder(const QString& text);
 // The pairs' file, in the application's data folder.
 inline constexpr const char* kPairsFile = "plugin_pairs.json";
 
@@ -79,29 +81,29 @@ inline QLatin1String Vst2Token() { return QLatin1String(kVst2Format.token); }
 inline QLatin1String Lv2Token() { return QLatin1String(kLv2Format.token); }
 inline QLatin1String Vst3Token() { return QLatin1String(kVst3Format.token); }
 
-const PluginFormat& Vst2Format();
-const PluginFormat& Vst3Format();
+QVLOR_PLUGINS_EXPORT const PluginFormat& Vst2Format();
+QVLOR_PLUGINS_EXPORT const PluginFormat& Vst3Format();
 // Every format, in the order rows show their badges.
-QList<const PluginFormat*> PluginFormats();
+QVLOR_PLUGINS_EXPORT QList<const PluginFormat*> PluginFormats();
 // The text of a format's badge, with "·32" for a plugin of 32 bits.
-QString BadgeText(const PluginFormat& format, bool is32Bit);
+QVLOR_PLUGINS_EXPORT QString BadgeText(const PluginFormat& format, bool is32Bit);
 
 // The action id of a pair: "plugid-" and the pair's id.
-QString PairActionId(const QString& pairId);
-bool IsPairActionId(const QString& actionId);
+QVLOR_PLUGINS_EXPORT QString PairActionId(const QString& pairId);
+QVLOR_PLUGINS_EXPORT bool IsPairActionId(const QString& actionId);
 
 // The identity of a VST2 row: its action id for a plugin with a unique id,
 // otherwise "vsthash-" with the file's hash and the plugin id ("vsthash-H:N").
-QString Vst2RowIdentity(qint64 uniqueId, const QString& hash, int pluginId);
+QVLOR_PLUGINS_EXPORT QString Vst2RowIdentity(qint64 uniqueId, const QString& hash, int pluginId);
 // The hash and plugin id of a "vsthash-" identity; false for another text.
-bool Vst2HashIdentityParts(const QString& identity, QString* hashAndId);
+QVLOR_PLUGINS_EXPORT bool Vst2HashIdentityParts(const QString& identity, QString* hashAndId);
 // The unique id of a "vstid-" identity; 0 for another text.
-qint64 Vst2UniqueIdOfIdentity(const QString& identity);
+QVLOR_PLUGINS_EXPORT qint64 Vst2UniqueIdOfIdentity(const QString& identity);
 
 // The identity of a VST3 bundle not probed yet: "vst3path-" and its path.
-QString Vst3BundleIdentity(const QString& path);
+QVLOR_PLUGINS_EXPORT QString Vst3BundleIdentity(const QString& path);
 // The path of such an identity; false for another text.
-bool Vst3BundleOfIdentity(const QString& identity, QString* path);
+QVLOR_PLUGINS_EXPORT bool Vst3BundleOfIdentity(const QString& identity, QString* path);
 
 } // namespace QVlorAudioPlugins
 

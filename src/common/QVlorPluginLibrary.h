@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINLIBRARY_H
 #define QVLORPLUGINLIBRARY_H
+
+#include "QVlorAudioPluginsExport.h"
 // What a person keeps of the plugins beyond the catalogs: favourites, the
 // effects used last and their own choice of category. Each is kept by
 // product: a product is named by the identities of all its forms, so that a
@@ -13,7 +15,7 @@
 #include <QString>
 #include <QStringList>
 
-class QVlorPluginLibrary : public QObject {
+class QVLOR_PLUGINS_EXPORT QVlorPluginLibrary : public QObject {
     Q_OBJECT
 public:
     static constexpr int kRecentLimit = 10;

@@ -1,5 +1,7 @@
 #ifndef QVLORPRESETTARGETS_H
 #define QVLORPRESETTARGETS_H
+
+#include "QVlorAudioPluginsExport.h"
 // Presets over the engines' instances: one target for each format.
 
 #include "QVlorPresets.h"
@@ -16,7 +18,7 @@ namespace QVlorAudioPlugins {
 // A VST3 instance; its factory presets are its program list (the program
 // parameter's steps, by their display names), then the preset files of the
 // standard folders.
-class Vst3PresetTarget : public PresetTarget {
+class QVLOR_PLUGINS_EXPORT Vst3PresetTarget : public PresetTarget {
 public:
     Vst3PresetTarget(_Vst3Instance* instance, const QString& cid, const QString& name, const QString& vendor);
     QString format() const override;
@@ -41,7 +43,7 @@ private:
 };
 
 // An LV2 instance: values in their own units; its bundle's presets.
-class Lv2PresetTarget : public PresetTarget {
+class QVLOR_PLUGINS_EXPORT Lv2PresetTarget : public PresetTarget {
 public:
     Lv2PresetTarget(_Lv2Instance* instance, const QString& uri, const QString& name);
     QString format() const override;
@@ -66,7 +68,7 @@ private:
 
 // A VST2 effect: over an instance where there is one, else over a list of
 // values (the editor's filter takes those); its built-in programs.
-class Vst2PresetTarget : public PresetTarget {
+class QVLOR_PLUGINS_EXPORT Vst2PresetTarget : public PresetTarget {
 public:
     Vst2PresetTarget(const _VSTEFFECT* effect, _VSTINSTANCE* instance, const QString& identity);
     QString format() const override;

@@ -1,6 +1,8 @@
 #ifndef QVLORAUDIOPLUGINS_H
 #define QVLORAUDIOPLUGINS_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include <QList>
 #include <QString>
 
@@ -21,12 +23,12 @@ class Manager;
 
 namespace QVlorAudioPlugins {
 
-extern const char* const K_SETTING_SUPPORT_VST_PLUGINS;        // "vloraudio.support_vst_plugins"
-extern const char* const K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS; // "vloraudio.support_audio_unit_plugins"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_SUPPORT_VST_PLUGINS;        // "vloraudio.support_vst_plugins"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_SUPPORT_AUDIO_UNIT_PLUGINS; // "vloraudio.support_audio_unit_plugins"
 
 // What the library asks of the application. The application implements it
 // and hands it to UI::install; the library never creates one.
-class Host {
+class QVLOR_PLUGINS_EXPORT Host {
 public:
     virtual ~Host() = default;
     // Names of plugins that a scan has just found for the first time.
@@ -49,29 +51,29 @@ class MenuController;
 // The engine's front door: runs before any audio work and needs no
 // application object. The application keeps the order Initialize,
 // UI::install, the run, AboutToQuit, UI::uninstall, Finalize.
-int Initialize();
-int Finalize();
+QVLOR_PLUGINS_EXPORT int Initialize();
+QVLOR_PLUGINS_EXPORT int Finalize();
 
 // Stops both managers' threads and saves what they hold.
-void AboutToQuit();
+QVLOR_PLUGINS_EXPORT void AboutToQuit();
 
 // Null before UI::install and after UI::uninstall; vstManager() stays null
 // for the whole run when VST support is off.
-QVlorVst::Manager* vstManager();
-QVlorVst3::Manager* vst3Manager();
+QVLOR_PLUGINS_EXPORT QVlorVst::Manager* vstManager();
+QVLOR_PLUGINS_EXPORT QVlorVst3::Manager* vst3Manager();
 // Null also for the whole run when the LV2 format is switched off.
-QVlorLv2::Manager* lv2Manager();
-Host* host();
+QVLOR_PLUGINS_EXPORT QVlorLv2::Manager* lv2Manager();
+QVLOR_PLUGINS_EXPORT Host* host();
 
 namespace UI {
 // Creates the managers and ties them together; a second install changes nothing.
-void install(Host* host);
-void uninstall(Host* host);
-MenuController* menuController();
+QVLOR_PLUGINS_EXPORT void install(Host* host);
+QVLOR_PLUGINS_EXPORT void uninstall(Host* host);
+QVLOR_PLUGINS_EXPORT MenuController* menuController();
 // Whether another form of this effect's family holds user presets: its
 // label ("VST3", "LV2" or "VST2", the first in that order that has some) and
 // how many, for the effect's preset menu.
-bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount);
+QVLOR_PLUGINS_EXPORT bool twinPresetHint(QVlorFxWidget* widget, QString* twinFormat, int* presetCount);
 } // namespace UI
 
 } // namespace QVlorAudioPlugins

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINSMENU_H
 #define QVLORPLUGINSMENU_H
+
+#include "QVlorAudioPluginsExport.h"
 // The application's "Plugins" menu: a submenu per vendor, an entry per usable
 // product whatever its format, and the scan and manage commands.
 
@@ -13,7 +15,7 @@ class QMenu;
 
 namespace QVlorAudioPlugins {
 
-class MenuController : public QObject {
+class QVLOR_PLUGINS_EXPORT MenuController : public QObject {
     Q_OBJECT
 public:
     explicit MenuController(Host* host);
@@ -46,7 +48,7 @@ public slots:
 private:
     void openEntry(QAction* action);
     bool openLv2(QAction* action, const QString& uri, const QString& pairId);
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

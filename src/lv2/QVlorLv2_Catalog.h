@@ -1,5 +1,7 @@
 #ifndef QVLORLV2_CATALOG_H
 #define QVLORLV2_CATALOG_H
+
+#include "QVlorAudioPluginsExport.h"
 // The LV2 catalog: per bundle folder the stamp that lets a rescan pass it by,
 // per plugin what its check found; and the plugins the user switched off,
 // kept by URI apart from the bundles so that the choice outlives them.
@@ -12,7 +14,7 @@
 
 namespace QVlorLv2 {
 
-struct CatalogPlugin {
+struct QVLOR_PLUGINS_EXPORT CatalogPlugin {
     enum State { Usable = 0, Failed = 1, NotAnEffect = 2, Crashed = 3 };
     static QString StateToString(State state);
     static State StateFromString(const QString& text);
@@ -37,7 +39,7 @@ struct CatalogPlugin {
     static CatalogPlugin fromCheck(const QJsonObject& report);
 };
 
-struct CatalogBundle {
+struct QVLOR_PLUGINS_EXPORT CatalogBundle {
     QString path;
     QString stamp; // the names, sizes and times of its files, hashed; see BundleStamp
     QList<CatalogPlugin> plugins;
@@ -45,7 +47,7 @@ struct CatalogBundle {
     static CatalogBundle fromJsonObject(const QJsonObject& object);
 };
 
-class Catalog {
+class QVLOR_PLUGINS_EXPORT Catalog {
 public:
     QList<CatalogBundle> bundles;
     QStringList disabledUris; // switched off by the user, in the order they were
@@ -72,7 +74,7 @@ public:
 
 // What a rescan compares to pass a bundle by: the names, sizes and times of
 // the files at its top (its Turtle files and its binaries live there).
-QString BundleStamp(const QString& path);
+QVLOR_PLUGINS_EXPORT QString BundleStamp(const QString& path);
 
 } // namespace QVlorLv2
 

@@ -1,5 +1,7 @@
 #ifndef QVLORLV2_CHECK_H
 #define QVLORLV2_CHECK_H
+
+#include "QVlorAudioPluginsExport.h"
 // The LV2 host program's jobs, for tools that check or list plugins without
 // a catalog. The plugins' code runs in the child.
 
@@ -13,10 +15,10 @@ namespace QVlorLv2 {
 // "x11Ui", "latency", "changesAudio". False with the reason in *error when
 // the plugin crashed, hung past timeoutMs, lacks a feature or gave invalid
 // samples.
-bool CheckPlugin(const QString& uri, int timeoutMs, QJsonObject* reply, QString* error);
+QVLOR_PLUGINS_EXPORT bool CheckPlugin(const QString& uri, int timeoutMs, QJsonObject* reply, QString* error);
 // Every LV2 plugin of the machine, as "plugins": the same fields but the
 // check's, and "missingFeature".
-bool ListPlugins(int timeoutMs, QJsonObject* reply, QString* error);
+QVLOR_PLUGINS_EXPORT bool ListPlugins(int timeoutMs, QJsonObject* reply, QString* error);
 
 } // namespace QVlorLv2
 

@@ -1,5 +1,7 @@
 #ifndef QVLORLV2_MANAGER_H
 #define QVLORLV2_MANAGER_H
+
+#include "QVlorAudioPluginsExport.h"
 // Owns the live LV2 catalog. It lives on a thread of its own: folder walks
 // and the children that check bundles never block the user interface. Its
 // calls, made from another thread, post themselves there and return at
@@ -14,11 +16,11 @@
 
 namespace QVlorLv2 {
 
-extern const char* const K_SETTING_LV2_CUSTOM_PATHS;   // "vloraudio.plugins.lv2_custom_paths"
-extern const char* const K_SETTING_LV2_DISABLED_PATHS; // "vloraudio.plugins.lv2_disabled_paths"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_LV2_CUSTOM_PATHS;   // "vloraudio.plugins.lv2_custom_paths"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_LV2_DISABLED_PATHS; // "vloraudio.plugins.lv2_disabled_paths"
 struct BundleCheck;
 
-class Manager : public QObject {
+class QVLOR_PLUGINS_EXPORT Manager : public QObject {
     Q_OBJECT
 public:
     Manager(QObject* parent, const QString& catalogPath);
@@ -78,11 +80,11 @@ public slots:
     bool saveCatalog();
 
 private:
-    struct Work;
+    struct QVLOR_PLUGINS_HIDDEN Work;
     void checkBundles(const QList<Work>& work, QList<QString>* newNames);
     void takeInCheck(const Work& work, bool ran, const BundleCheck& check, QList<QString>* newNames);
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

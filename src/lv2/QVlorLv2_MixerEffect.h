@@ -1,5 +1,7 @@
 #ifndef QVLORLV2_MIXEREFFECT_H
 #define QVLORLV2_MIXEREFFECT_H
+
+#include "QVlorAudioPluginsExport.h"
 // An LV2 plugin as a real-time effect of the mixer: one instance over the
 // track's channels, or one a channel, each operation a call of the engine.
 
@@ -11,7 +13,7 @@ struct _Lv2Instance;
 
 namespace QVlorLv2 {
 
-class MixerEffect : public QVlorMixer::Effect {
+class QVLOR_PLUGINS_EXPORT MixerEffect : public QVlorMixer::Effect {
     Q_OBJECT
 public:
     MixerEffect(const QString& uri, int sampleRate, unsigned int channels);
@@ -42,7 +44,7 @@ signals:
     void died();
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

@@ -1,5 +1,7 @@
 #ifndef QVLORLV2_WIDGET_H
 #define QVLORLV2_WIDGET_H
+
+#include "QVlorAudioPluginsExport.h"
 // The dialog of one LV2 effect: the plugin's own X11 editor in a native
 // child window, or a generic panel of its control ports.
 
@@ -27,7 +29,7 @@ class MixerEffect;
 
 // One row of the generic panel: a slider and the value for a number, a check
 // box for a toggle, a list of the labelled values for an enumeration.
-class ParameterRow : public QObject {
+class QVLOR_PLUGINS_EXPORT ParameterRow : public QObject {
     Q_OBJECT
 public:
     ParameterRow(_Lv2Instance* instance, int index, const Lv2ParamInfo& info, QGridLayout* layout, int row,
@@ -73,7 +75,7 @@ private:
     QLabel* m_unitsLabel = nullptr;
 };
 
-class Widget : public QVlorFxWidget {
+class QVLOR_PLUGINS_EXPORT Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
     // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
@@ -125,7 +127,7 @@ private:
     void applyColours();
     void buildGenericUi();
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINMATCHER_H
 #define QVLORPLUGINMATCHER_H
+
+#include "QVlorAudioPluginsExport.h"
 // Which VST2 plugin, VST3 class and LV2 plugin are one effect. Stateless:
 // match() and matchLv2() only ever add forms to families, so every decision
 // the store holds survives rematching.
@@ -13,7 +15,7 @@
 
 #include <utility>
 
-class QVlorPluginMatcher
+class QVLOR_PLUGINS_EXPORT QVlorPluginMatcher
 {
 public:
     struct Vst2Item {

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINPAIRS_H
 #define QVLORPLUGINPAIRS_H
+
+#include "QVlorAudioPluginsExport.h"
 // The record of which VST2 plugin, VST3 class and LV2 plugin are one product
 // (a family of up to three forms; "pair" stays its name in the code and the
 // file), and of the forms the user broke apart. Held by identity, so it
@@ -11,10 +13,10 @@
 #include <QJsonObject>
 #include <QString>
 
-extern const char* const K_PLUGIN_PAIR_ID;     // "pluginPairId"
-extern const char* const K_PLUGIN_PAIR_FORMAT; // "pluginPairFormat"
+extern QVLOR_PLUGINS_EXPORT const char* const K_PLUGIN_PAIR_ID;     // "pluginPairId"
+extern QVLOR_PLUGINS_EXPORT const char* const K_PLUGIN_PAIR_FORMAT; // "pluginPairFormat"
 
-class QVlorPluginPairs
+class QVLOR_PLUGINS_EXPORT QVlorPluginPairs
 {
 public:
     struct Entry {
@@ -30,7 +32,7 @@ public:
         int formCount() const { return (vst2 != 0) + !vst3.isEmpty() + !lv2.isEmpty(); }
         bool holds(const QString& format) const;
     };
-    struct Data;
+    struct QVLOR_PLUGINS_HIDDEN Data;
 
     QVlorPluginPairs();
     ~QVlorPluginPairs();
@@ -85,7 +87,7 @@ private:
 Q_DECLARE_METATYPE(QVlorPluginPairs::Entry)
 
 // A saved effect configuration of a paired plugin remembers its pair.
-QByteArray PluginPairEffectBlobAppend(const QByteArray& blob, const QString& pairId, const QString& format);
-bool PluginPairEffectBlobExtract(const QByteArray& blob, QString* pairId, QString* format);
+QVLOR_PLUGINS_EXPORT QByteArray PluginPairEffectBlobAppend(const QByteArray& blob, const QString& pairId, const QString& format);
+QVLOR_PLUGINS_EXPORT bool PluginPairEffectBlobExtract(const QByteArray& blob, QString* pairId, QString* format);
 
 #endif

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINDELEGATES_H
 #define QVLORPLUGINDELEGATES_H
+
+#include "QVlorAudioPluginsExport.h"
 // The painters of the plugin tree's columns: the format badges (which are
 // also the switch of a pair's active format, or a raw row's "Add" button),
 // the state icon or wheel, and the name column's margin.
@@ -17,7 +19,7 @@
 class QMovie;
 class QAbstractItemView;
 
-class QVlorPluginBadgeDelegate : public QStyledItemDelegate {
+class QVLOR_PLUGINS_EXPORT QVlorPluginBadgeDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
     enum BadgeBodyState { BadgeBodyActive = 0, BadgeBodyInactive = 1, BadgeBodyDisabled = 2 };
@@ -58,7 +60,7 @@ private:
     mutable QFont m_badgeFont;
 };
 
-class QVlorPluginStateDelegate : public QStyledItemDelegate {
+class QVLOR_PLUGINS_EXPORT QVlorPluginStateDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
     explicit QVlorPluginStateDelegate(QAbstractItemView* view);
@@ -74,11 +76,11 @@ private slots:
     void onMovieFrameChanged();
 
 private:
-    struct Data;
+    struct QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 
-class QVlorColNameMarginDelegate : public QStyledItemDelegate {
+class QVLOR_PLUGINS_EXPORT QVlorColNameMarginDelegate : public QStyledItemDelegate {
     Q_OBJECT
 public:
     explicit QVlorColNameMarginDelegate(int margin, QObject* parent = nullptr);

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINMANAGERS_H
 #define QVLORPLUGINMANAGERS_H
+
+#include "QVlorAudioPluginsExport.h"
 // The managers a window of the library shows, handed to it by whoever builds
 // it. Either may be missing (VST2 support off) or go away while the window
 // lives (the library uninstalled), which the guarded pointers tell.
@@ -18,7 +20,7 @@ class Manager;
 
 namespace QVlorAudioPlugins {
 
-struct PluginManagers {
+struct QVLOR_PLUGINS_EXPORT PluginManagers {
     QPointer<QVlorVst::Manager> vst2;
     QPointer<QVlorVst3::Manager> vst3;
     QPointer<QVlorLv2::Manager> lv2; // null when the LV2 format is off

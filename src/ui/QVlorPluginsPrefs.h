@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINSPREFS_H
 #define QVLORPLUGINSPREFS_H
+
+#include "QVlorAudioPluginsExport.h"
 // The plugin manager: one page of the editor's preferences with the tree of
 // both formats behind a filter. It rebuilds the tree from the managers'
 // copies whenever they signal a change, and turns the user's clicks into
@@ -24,11 +26,11 @@ class Manager;
 class QMenu;
 class QVlorPreferencesTab;
 
-extern const char* const K_SETTING_TREE_COLLAPSED;   // "vloraudio.plugins.tree_collapsed_groups"
-extern const char* const K_SETTING_NEW_PATHS_HIDDEN; // "vloraudio.plugins.new_paths_hidden"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_TREE_COLLAPSED;   // "vloraudio.plugins.tree_collapsed_groups"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_NEW_PATHS_HIDDEN; // "vloraudio.plugins.new_paths_hidden"
 
 // The row menu's items for families of several formats, and the rows they act on.
-struct FamilyMenuItems {
+struct QVLOR_PLUGINS_EXPORT FamilyMenuItems {
     QList<QAction*> splitOff; // each with its format's token
     QAction* join = nullptr;
     QAction* lv2Children = nullptr;
@@ -43,7 +45,7 @@ struct FamilyMenuItems {
     QStringList identities;
 };
 
-class QVlorPluginsPrefs : public QVlorPreferencesTab {
+class QVLOR_PLUGINS_EXPORT QVlorPluginsPrefs : public QVlorPreferencesTab {
     Q_OBJECT
 public:
     class ProxyFilter : public QSortFilterProxyModel {
@@ -178,7 +180,7 @@ private:
     // The format a split keeps: the row's active one.
     static QString keptFormat(const UnifiedRow& row);
 
-    struct Data;
+    struct QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

@@ -1,5 +1,7 @@
 #ifndef QVLORPLUGINSTREEVIEW_H
 #define QVLORPLUGINSTREEVIEW_H
+
+#include "QVlorAudioPluginsExport.h"
 // The plugin tree with rounded capsules in place of the flat highlight:
 // stripes on alternate rows, a capsule under the pointer, and one joined
 // capsule for a run of selected rows, all starting at the check box so that
@@ -9,7 +11,7 @@
 #include <QPersistentModelIndex>
 #include <QTreeView>
 
-class QVlorPluginsTreeView : public QTreeView {
+class QVLOR_PLUGINS_EXPORT QVlorPluginsTreeView : public QTreeView {
     Q_OBJECT
 public:
     explicit QVlorPluginsTreeView(QWidget* parent = nullptr);

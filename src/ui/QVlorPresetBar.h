@@ -1,5 +1,7 @@
 #ifndef QVLORPRESETBAR_H
 #define QVLORPRESETBAR_H
+
+#include "QVlorAudioPluginsExport.h"
 // The effect dialog's row of the user's own things: the product's star, and
 // its presets (the user's, then the factory's) with Save, Delete, Import and
 // Export. The editor places it above the effect; it reads and sets the
@@ -15,7 +17,7 @@ namespace QVlorAudioPlugins {
 class PresetTarget;
 }
 
-class QVlorPresetBar : public QWidget {
+class QVLOR_PLUGINS_EXPORT QVlorPresetBar : public QWidget {
     Q_OBJECT
 public:
     // A bar for one of the library's effect dialogs; null for another
@@ -43,7 +45,7 @@ private:
     void importFile();
     void exportCurrent();
     void report(const QString& text);
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     std::unique_ptr<Data> d;
 };
 

@@ -1,5 +1,7 @@
 #ifndef QVLORUNIFIEDPLUGINSMODEL_H
 #define QVLORUNIFIEDPLUGINSMODEL_H
+
+#include "QVlorAudioPluginsExport.h"
 // The plugin manager's tree over its rows: vendors, shells, plugins and the
 // new-plugin sections, and how an index of it is told apart.
 
@@ -10,7 +12,7 @@
 // Vendors, shells, plugins and the two new-plugin sections as one tree,
 // rebuilt whole from rows at each setRows. A click on a check box changes
 // nothing here: it is told by a signal, and the rows come back composed anew.
-class QVlorUnifiedPluginsModel : public QAbstractItemModel {
+class QVLOR_PLUGINS_EXPORT QVlorUnifiedPluginsModel : public QAbstractItemModel {
     Q_OBJECT
 public:
     enum NodeKind : qint32 {
@@ -79,7 +81,7 @@ private:
     bool m_byCategory = false;
 };
 
-int UpmNewRootSortRank(const QModelIndex& index);
+QVLOR_PLUGINS_EXPORT int UpmNewRootSortRank(const QModelIndex& index);
 
 // What an index of the tree is.
 enum UpmIndexKind : int {
@@ -92,7 +94,7 @@ enum UpmIndexKind : int {
     UpmIndexCategory = 6,
 };
 // The kind of index; for a row, the row is copied to *row if given.
-UpmIndexKind ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row);
+QVLOR_PLUGINS_EXPORT UpmIndexKind ClassifyUnifiedPluginsIndex(const QModelIndex& index, UnifiedRow* row);
 
 // Item roles beside UpmRowRole.
 constexpr int UpmVendorKeyRole = 267;

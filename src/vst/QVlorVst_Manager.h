@@ -1,6 +1,8 @@
 #ifndef QVLORVST_MANAGER_H
 #define QVLORVST_MANAGER_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include "QVlorVst_Path.h"
 #include "QVlorRunningCheck.h"
 #include "QVlorVst_Plugin.h"
@@ -15,7 +17,7 @@ namespace QVlorVst {
 // thread of its own; its mutating slots, called from another thread, post
 // themselves there and return at once, and report through signals. Readers
 // on other threads take detached snapshots with pathsCopy().
-class Manager : public QObject {
+class QVLOR_PLUGINS_EXPORT Manager : public QObject {
     Q_OBJECT
 public:
     explicit Manager(QObject* parent = nullptr);
@@ -93,7 +95,7 @@ private:
     static bool retryEndedChecks(QVlorVst::Plugin& plugin, bool skippedToo);
     void publish();
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

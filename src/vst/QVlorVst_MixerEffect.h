@@ -1,5 +1,7 @@
 #ifndef QVLORVST_MIXEREFFECT_H
 #define QVLORVST_MIXEREFFECT_H
+
+#include "QVlorAudioPluginsExport.h"
 // A VST2 plugin as a real-time effect of the mixer: one object per plugin in
 // use, driving the plugin's config instance.
 
@@ -15,7 +17,7 @@ struct _VSTINSTANCE;
 
 namespace QVlorVst {
 
-class MixerEffect : public QVlorMixer::Effect {
+class QVLOR_PLUGINS_EXPORT MixerEffect : public QVlorMixer::Effect {
     Q_OBJECT
 public:
     MixerEffect(const QVlorVst::Plugin& plugin, int sampleRate, unsigned int channels);
@@ -89,7 +91,7 @@ signals:
     void died();
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

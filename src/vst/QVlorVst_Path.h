@@ -1,6 +1,8 @@
 #ifndef QVLORVST_PATH_H
 #define QVLORVST_PATH_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include "QVlorVst_Plugin.h"
 
 #include <QExplicitlySharedDataPointer>
@@ -16,9 +18,9 @@ enum PathKind { SystemPath = 0, UserPath = 1 };
 
 // One folder the scanner searches, with the plugins found under it and the
 // user's choices for it. Shared like Plugin: copies alias, detachedCopy isolates.
-class Path {
+class QVLOR_PLUGINS_EXPORT Path {
 public:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
 
     Path();
     Path(const QString& path, PathKind kind);

@@ -1,6 +1,8 @@
 #ifndef QVLORVST_PLUGIN_H
 #define QVLORVST_PLUGIN_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include <QExplicitlySharedDataPointer>
 #include <QJsonObject>
 #include <QList>
@@ -17,9 +19,9 @@ enum PluginArch { ArchUndefined = -1, Arch64Bits = 0, Arch32Bits = 1 };
 // The catalog's record of one VST2 plugin file, or of one plugin inside a
 // shell file. Copies share the data and setters write through to every copy:
 // only detachedCopy() isolates a record.
-class Plugin {
+class QVLOR_PLUGINS_EXPORT Plugin {
 public:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
 
     Plugin();
     explicit Plugin(const QString& filename);
@@ -91,9 +93,9 @@ private:
 };
 
 // Identity of a file: SHA-1 of its UTF-8 name as text, lead dropped.
-QString Hash(const QString& filename);
+QVLOR_PLUGINS_EXPORT QString Hash(const QString& filename);
 // The key of a plugin's settings group, from the engine.
-QString PluginSettingsHash(const QString& filename, qint64 uniqueId);
+QVLOR_PLUGINS_EXPORT QString PluginSettingsHash(const QString& filename, qint64 uniqueId);
 
 } // namespace QVlorVst
 

@@ -1,5 +1,7 @@
 #ifndef QVLORVST_WIDGET_H
 #define QVLORVST_WIDGET_H
+
+#include "QVlorAudioPluginsExport.h"
 // The dialog of one VST2 plugin: its own editor, or rows of parameters made
 // for it, and the place where the death of its host program reaches the user.
 
@@ -26,7 +28,7 @@ namespace QVlorVst {
 class MixerEffect;
 
 // One row of the generated editor.
-class ParameterWidget : public QObject {
+class QVLOR_PLUGINS_EXPORT ParameterWidget : public QObject {
     Q_OBJECT
 public:
     ParameterWidget(MixerEffect* effect, int index, QObject* parent = nullptr);
@@ -73,7 +75,7 @@ private:
     QComboBox* m_comboBox = nullptr;
 };
 
-class Widget : public QVlorFxWidget {
+class QVLOR_PLUGINS_EXPORT Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
     // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
@@ -131,7 +133,7 @@ private:
     int notifyCallbackEvent(const BLNotifyEvent* event);
     void applyColours();
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

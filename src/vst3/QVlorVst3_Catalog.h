@@ -1,6 +1,8 @@
 #ifndef QVLORVST3_CATALOG_H
 #define QVLORVST3_CATALOG_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include <QJsonObject>
 #include <QList>
 #include <QMetaType>
@@ -11,7 +13,7 @@
 namespace QVlorVst3 {
 
 // The usable face of one effect class, as front ends see it.
-class Plugin {
+class QVLOR_PLUGINS_EXPORT Plugin {
 public:
     Plugin();
     Plugin(const QString& path, const QString& uid, const QString& name, const QString& vendor,
@@ -31,11 +33,11 @@ public:
     bool operator==(const Plugin& other) const;
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     QSharedDataPointer<Data> d;
 };
 
-class CatalogClass {
+class QVLOR_PLUGINS_EXPORT CatalogClass {
 public:
     enum State { New = 0, Verifying = 1, Enabled = 2, Failed = 3, Disabled = 4, Crashed = 5, Missing = 6 };
     static QString StateToString(State state);
@@ -68,11 +70,11 @@ public:
     static CatalogClass fromJsonObject(const QJsonObject& object);
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     QSharedDataPointer<Data> d;
 };
 
-class CatalogBundle {
+class QVLOR_PLUGINS_EXPORT CatalogBundle {
 public:
     struct CompatEntry {
         QString newCid;
@@ -115,11 +117,11 @@ public:
     static CatalogBundle fromJsonObject(const QJsonObject& object);
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     QSharedDataPointer<Data> d;
 };
 
-class Catalog {
+class QVLOR_PLUGINS_EXPORT Catalog {
 public:
     Catalog();
     Catalog(const Catalog&);
@@ -145,7 +147,7 @@ public:
     void fromJson(const QJsonObject& root);
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     QSharedDataPointer<Data> d;
 };
 

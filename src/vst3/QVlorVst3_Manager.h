@@ -1,6 +1,8 @@
 #ifndef QVLORVST3_MANAGER_H
 #define QVLORVST3_MANAGER_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"
 
@@ -17,9 +19,9 @@
 
 namespace QVlorVst3 {
 
-extern const char* const K_SETTING_SCAN_VST3;           // "vloraudio.plugins.scan_vst3"
-extern const char* const K_SETTING_VST3_CUSTOM_PATHS;   // "vloraudio.plugins.vst3_custom_paths"
-extern const char* const K_SETTING_VST3_DISABLED_PATHS; // "vloraudio.plugins.vst3_disabled_paths"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_SCAN_VST3;           // "vloraudio.plugins.scan_vst3"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_VST3_CUSTOM_PATHS;   // "vloraudio.plugins.vst3_custom_paths"
+extern QVLOR_PLUGINS_EXPORT const char* const K_SETTING_VST3_DISABLED_PATHS; // "vloraudio.plugins.vst3_disabled_paths"
 
 // Owns the live VST3 catalog and the pair store. It lives on a thread of its
 // own: directory walks and host processes never block the user interface.
@@ -28,7 +30,7 @@ extern const char* const K_SETTING_VST3_DISABLED_PATHS; // "vloraudio.plugins.vs
 // copies, which are swapped under a mutex. Behind its calls: what it keeps
 // (ManagedCatalog), the children that probe and verify (HostRuns), and what
 // it asks of the VST2 side (PairHooks).
-class Manager : public QObject {
+class QVLOR_PLUGINS_EXPORT Manager : public QObject {
     Q_OBJECT
 public:
     // What the manager is told of one VST2 plugin; the matcher's view of the VST2 side.
@@ -168,7 +170,7 @@ private:
     QString newClassFormat(const QString& cid, const QList<Vst2PluginInfo>& vst2) const;
     void decideNewClass(const QString& cid, const QList<Vst2PluginInfo>& vst2);
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

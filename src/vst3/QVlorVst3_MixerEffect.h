@@ -1,5 +1,7 @@
 #ifndef QVLORVST3_MIXEREFFECT_H
 #define QVLORVST3_MIXEREFFECT_H
+
+#include "QVlorAudioPluginsExport.h"
 // A VST3 effect class as a real-time effect of the mixer: each operation is
 // one call of the engine on its instance.
 
@@ -12,7 +14,7 @@ struct _Vst3Instance;
 
 namespace QVlorVst3 {
 
-class MixerEffect : public QVlorMixer::Effect {
+class QVLOR_PLUGINS_EXPORT MixerEffect : public QVlorMixer::Effect {
     Q_OBJECT
 public:
     MixerEffect(const QVlorVst3::Plugin& plugin, int sampleRate, unsigned int channels);
@@ -40,7 +42,7 @@ signals:
     void died();
 
 private:
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

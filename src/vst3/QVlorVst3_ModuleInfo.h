@@ -1,6 +1,8 @@
 #ifndef QVLORVST3_MODULEINFO_H
 #define QVLORVST3_MODULEINFO_H
 
+#include "QVlorAudioPluginsExport.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -8,7 +10,7 @@
 namespace QVlorVst3 {
 
 // What a bundle's moduleinfo.json says of it, read without loading the bundle.
-class ModuleInfo {
+class QVLOR_PLUGINS_EXPORT ModuleInfo {
 public:
     struct ClassEntry {
         QString cid;

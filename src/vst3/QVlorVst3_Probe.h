@@ -1,5 +1,7 @@
 #ifndef QVLORVST3_PROBE_H
 #define QVLORVST3_PROBE_H
+
+#include "QVlorAudioPluginsExport.h"
 // One job of the VST3 host program, as a scan runs it, for tools that list
 // or check a bundle without a catalog. The bundle's code runs in the child.
 
@@ -11,9 +13,9 @@ namespace QVlorVst3 {
 // The probe's reply: "classes" (each with "cid", "name", "vendor",
 // "subCategories", "version") and "truncated". False with the reason in
 // *error when the bundle crashed, hung past timeoutMs or did not load.
-bool ProbeBundle(const QString& bundle, int timeoutMs, QJsonObject* reply, QString* error);
+QVLOR_PLUGINS_EXPORT bool ProbeBundle(const QString& bundle, int timeoutMs, QJsonObject* reply, QString* error);
 // Whether the class opens in full (set up, start, process, stop).
-bool VerifyClass(const QString& bundle, const QString& cid, int timeoutMs, QString* error);
+QVLOR_PLUGINS_EXPORT bool VerifyClass(const QString& bundle, const QString& cid, int timeoutMs, QString* error);
 
 } // namespace QVlorVst3
 

@@ -1,5 +1,7 @@
 #ifndef QVLORVST3_WIDGET_H
 #define QVLORVST3_WIDGET_H
+
+#include "QVlorAudioPluginsExport.h"
 // The dialog of one VST3 effect class: the plugin's own view in a native
 // child window, or a generic panel of its parameters.
 
@@ -24,7 +26,7 @@ namespace QVlorVst3 {
 class MixerEffect;
 
 // One row of the generic panel.
-class ParameterWidget : public QObject {
+class QVLOR_PLUGINS_EXPORT ParameterWidget : public QObject {
     Q_OBJECT
 public:
     ParameterWidget(_Vst3Instance* instance, QGridLayout* layout, int row, quint32 id, const QString& title,
@@ -63,7 +65,7 @@ private:
     QLabel* m_unitsLabel = nullptr;
 };
 
-class Widget : public QVlorFxWidget {
+class QVLOR_PLUGINS_EXPORT Widget : public QVlorFxWidget {
     Q_OBJECT
 public:
     // What presets read and set: the instance the dialog shows; null before a plugin is loaded.
@@ -109,7 +111,7 @@ private:
     void applyColours();
     void buildGenericUi();
 
-    class Data;
+    class QVLOR_PLUGINS_HIDDEN Data;
     Data* d;
 };
 

@@ -9,9 +9,9 @@ extern "C" {
 #endif
 
 /* The buffer of the k-th main audio input or output; null if none. */
-VLORLV2_EXPORT float* VLORLV2_TestingAudioBuffer(_Lv2Instance* instance, int output, int k);
+float* VLORLV2_TestingAudioBuffer(_Lv2Instance* instance, int output, int k);
 /* One bare run of the plugin on its connected buffers: lilv's call and nothing else. */
-VLORLV2_EXPORT void VLORLV2_TestingRunBare(_Lv2Instance* instance, int frames);
+void VLORLV2_TestingRunBare(_Lv2Instance* instance, int frames);
 
 #ifdef __cplusplus
 }
