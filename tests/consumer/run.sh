@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs the build into a DESTDIR, builds the consumer against that prefix
 # alone (through the CMake package, then through pkg-config) and runs it on
-# the fixture plugins. usage: run.sh BUILD_DIR FIXTURE_VST3_BUNDLE FIXTURE_VST2_PLUGIN
+# the fixture plugins; before that, the installed library's name and exports.
+# usage: run.sh BUILD_DIR FIXTURE_VST3_BUNDLE FIXTURE_VST2_PLUGIN
 set -euo pipefail
 build=$1 bundle=$2 vst2=$3
 here=$(cd "$(dirname "$0")" && pwd)
@@ -12,6 +13,7 @@ mkdir -p "$vst3" && cp -r "$bundle" "$vst3/"
 DESTDIR="$work/dest" cmake --install "$build" --prefix /opt/vlor >/dev/null
 prefix="$work/dest/opt/vlor"
 ls "$prefix/libexec/qtvloraudioplugins"
+"$here/exports.sh" "$prefix/lib/libqtvloraudioplugins.so.0" "$prefix/include/qtvloraudioplugins"
 for via in cmake pkgconfig; do
   PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cmake -S "$here" -B "$work/$via" -DVIA=$via \
     -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_RPATH="$prefix/lib" >/dev/null
