@@ -19,6 +19,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QIcon>
 #include <QMenu>
 #include <QMenuBar>
 #include <QPainter>
@@ -288,6 +289,11 @@ int runGui(int argc, char** argv)
         if (const int status = vlorfx::refuseWithoutDisplay("gui", "--screenshot DIR"))
             return status;
     QVlorApplication::applyTheme(theme);
+    // The desktop matches the windows to the installed entry, and its icon,
+    // by this name; run from the build tree, the icon comes from within.
+    QGuiApplication::setDesktopFileName(QStringLiteral("vlorfx"));
+    const QIcon builtIn(QStringLiteral(":/vlorfx/vlorfx.svg"));
+    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("vlorfx"), builtIn));
     // The library's own part of the start, apart from the application's and the window's.
     QElapsedTimer library;
     library.start();
