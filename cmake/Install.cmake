@@ -9,6 +9,9 @@ set(VLOR_PLATFORM_LIBS vlorbase vlorxml vloraudio vlorqt)
 foreach(lib ${VLOR_PLATFORM_LIBS})
   set_target_properties(${lib} PROPERTIES VERSION ${PROJECT_VERSION}.0 SOVERSION 0)
 endforeach()
+# The libraries find one another in their own folder, however deep the
+# library folder is (lib, lib64, lib/x86_64-linux-gnu).
+set_target_properties(${VLOR_PLATFORM_LIBS} qtvloraudioplugins PROPERTIES INSTALL_RPATH "$ORIGIN")
 install(TARGETS ${VLOR_PLATFORM_LIBS} EXPORT QtVlorPlatformTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development)
 file(GLOB VLOR_PLATFORM_HEADERS ${PROJECT_SOURCE_DIR}/platform/base/*.h ${PROJECT_SOURCE_DIR}/platform/audio/*.h

@@ -12,11 +12,14 @@ vst3="$work/vst3"
 mkdir -p "$vst3" && cp -r "$bundle" "$vst3/"
 DESTDIR="$work/dest" cmake --install "$build" --prefix /opt/vlor >/dev/null
 prefix="$work/dest/opt/vlor"
+# The library folder as the build was told it (lib, lib64, lib/x86_64-linux-gnu).
+libdir=$(sed -n 's/^CMAKE_INSTALL_LIBDIR:[A-Z]*=//p' "$build/CMakeCache.txt")
+lib="$prefix/${libdir:-lib}"
 ls "$prefix/libexec/qtvloraudioplugins"
-"$here/exports.sh" "$prefix/lib/libqtvloraudioplugins.so.0" "$prefix/include/qtvloraudioplugins"
+"$here/exports.sh" "$lib/libqtvloraudioplugins.so.0" "$prefix/include/qtvloraudioplugins"
 for via in cmake pkgconfig; do
-  PKG_CONFIG_PATH="$prefix/lib/pkgconfig" cmake -S "$here" -B "$work/$via" -DVIA=$via \
-    -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_RPATH="$prefix/lib" >/dev/null
+  PKG_CONFIG_PATH="$lib/pkgconfig" cmake -S "$here" -B "$work/$via" -DVIA=$via \
+    -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_RPATH="$lib" >/dev/null
   cmake --build "$work/$via" >/dev/null
   mkdir -p "$work/run-$via"
   # Nothing of the build tree on the way: the installed prefix only.
