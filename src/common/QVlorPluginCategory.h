@@ -1,11 +1,10 @@
 #ifndef QVLORPLUGINCATEGORY_H
 #define QVLORPLUGINCATEGORY_H
-
-#include "QVlorAudioPluginsExport.h"
 // What an effect does, in one vocabulary for every format: what the format
 // declares where it says something useful, a table of words in the name where
 // it does not, and the user's own choice above both.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QList>
 #include <QString>
 

@@ -1,13 +1,12 @@
 #ifndef QVLORPLUGINFORMAT_H
 #define QVLORPLUGINFORMAT_H
-
-#include "QVlorAudioPluginsExport.h"
 // What a plugin format is to the layers above its engine, written once: the
 // token that names it in pairs and rows, its badge, how the ids of its rows
 // and its actions are made and read back, its settings, its host program and
 // its catalog file. Rows, the page, its menu, the Plugins menu, the keybindings and
 // vlorfx make and read ids only through here.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QList>
 #include <QString>
 #include <QStringList>

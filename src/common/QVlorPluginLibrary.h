@@ -1,13 +1,12 @@
 #ifndef QVLORPLUGINLIBRARY_H
 #define QVLORPLUGINLIBRARY_H
-
-#include "QVlorAudioPluginsExport.h"
 // What a person keeps of the plugins beyond the catalogs: favourites, the
 // effects used last and their own choice of category. Each is kept by
 // product: a product is named by the identities of all its forms, so that a
 // mark made on one form holds for the others, through a switch of the form
 // in use and a rescan. Kept in settings; the menus and the page hear changes.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QHash>
 #include <QIcon>
 #include <QList>

@@ -1,9 +1,8 @@
 #ifndef QVLORPRESETTARGETS_H
 #define QVLORPRESETTARGETS_H
-
-#include "QVlorAudioPluginsExport.h"
 // Presets over the engines' instances: one target for each format.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPresets.h"
 
 #include <vector>

@@ -1,13 +1,12 @@
 #ifndef QVLORPRESETS_H
 #define QVLORPRESETS_H
-
-#include "QVlorAudioPluginsExport.h"
 // Presets of every format: the factory's own (VST2 programs, VST3 preset
 // files, LV2 presets) and the user's, saved by name per product as the
 // format's state and the parameters' values by name, so that a preset of
 // one form of a product loads into its other forms where the parameters
 // match, and says which did not.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QJsonObject>
 #include <QList>
 #include <QString>

@@ -2,7 +2,6 @@
 #define QVLORRUNNINGCHECK_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include <QList>
 #include <QString>
 

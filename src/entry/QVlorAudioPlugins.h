@@ -2,7 +2,6 @@
 #define QVLORAUDIOPLUGINS_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include <QList>
 #include <QString>
 

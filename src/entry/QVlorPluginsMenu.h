@@ -1,10 +1,9 @@
 #ifndef QVLORPLUGINSMENU_H
 #define QVLORPLUGINSMENU_H
-
-#include "QVlorAudioPluginsExport.h"
 // The application's "Plugins" menu: a submenu per vendor, an entry per usable
 // product whatever its format, and the scan and manage commands.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorAudioPlugins.h"
 
 #include <QObject>

@@ -1,11 +1,10 @@
 #ifndef QVLORLV2_CATALOG_H
 #define QVLORLV2_CATALOG_H
-
-#include "QVlorAudioPluginsExport.h"
 // The LV2 catalog: per bundle folder the stamp that lets a rescan pass it by,
 // per plugin what its check found; and the plugins the user switched off,
 // kept by URI apart from the bundles so that the choice outlives them.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QJsonObject>
 #include <QList>
 #include <QMetaType>

@@ -1,10 +1,9 @@
 #ifndef QVLORLV2_CHECK_H
 #define QVLORLV2_CHECK_H
-
-#include "QVlorAudioPluginsExport.h"
 // The LV2 host program's jobs, for tools that check or list plugins without
 // a catalog. The plugins' code runs in the child.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QJsonObject>
 #include <QString>
 

@@ -1,12 +1,11 @@
 #ifndef QVLORLV2_MANAGER_H
 #define QVLORLV2_MANAGER_H
-
-#include "QVlorAudioPluginsExport.h"
 // Owns the live LV2 catalog. It lives on a thread of its own: folder walks
 // and the children that check bundles never block the user interface. Its
 // calls, made from another thread, post themselves there and return at
 // once, and report through signals; readers take the published copy.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorLv2_Catalog.h"
 #include "QVlorRunningCheck.h"
 

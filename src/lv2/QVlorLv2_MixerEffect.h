@@ -1,10 +1,9 @@
 #ifndef QVLORLV2_MIXEREFFECT_H
 #define QVLORLV2_MIXEREFFECT_H
-
-#include "QVlorAudioPluginsExport.h"
 // An LV2 plugin as a real-time effect of the mixer: one instance over the
 // track's channels, or one a channel, each operation a call of the engine.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorMixer.h"
 
 #include <QString>

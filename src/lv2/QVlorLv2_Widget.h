@@ -1,10 +1,9 @@
 #ifndef QVLORLV2_WIDGET_H
 #define QVLORLV2_WIDGET_H
-
-#include "QVlorAudioPluginsExport.h"
 // The dialog of one LV2 effect: the plugin's own X11 editor in a native
 // child window, or a generic panel of its control ports.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPresets.h"
 
 #include <memory>

@@ -1,10 +1,9 @@
 #ifndef QVLORPAIRKEYBINDINGS_H
 #define QVLORPAIRKEYBINDINGS_H
-
-#include "QVlorAudioPluginsExport.h"
 // Keyboard shortcuts follow a plugin into its pair: bindings stored under a
 // format's own action id move to the pair's id.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPluginPairs.h"
 
 #include <QList>

@@ -1,11 +1,10 @@
 #ifndef QVLORPLUGINMATCHER_H
 #define QVLORPLUGINMATCHER_H
-
-#include "QVlorAudioPluginsExport.h"
 // Which VST2 plugin, VST3 class and LV2 plugin are one effect. Stateless:
 // match() and matchLv2() only ever add forms to families, so every decision
 // the store holds survives rematching.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPluginPairs.h"
 
 #include <QList>

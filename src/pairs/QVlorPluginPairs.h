@@ -1,12 +1,11 @@
 #ifndef QVLORPLUGINPAIRS_H
 #define QVLORPLUGINPAIRS_H
-
-#include "QVlorAudioPluginsExport.h"
 // The record of which VST2 plugin, VST3 class and LV2 plugin are one product
 // (a family of up to three forms; "pair" stays its name in the code and the
 // file), and of the forms the user broke apart. Held by identity, so it
 // survives moved files.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QByteArray>
 #include <QList>
 #include <QMetaType>

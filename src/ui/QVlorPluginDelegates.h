@@ -1,11 +1,10 @@
 #ifndef QVLORPLUGINDELEGATES_H
 #define QVLORPLUGINDELEGATES_H
-
-#include "QVlorAudioPluginsExport.h"
 // The painters of the plugin tree's columns: the format badges (which are
 // also the switch of a pair's active format, or a raw row's "Add" button),
 // the state icon or wheel, and the name column's margin.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPluginFormat.h"
 #include "QVlorUnifiedPluginsModel.h"
 

@@ -1,11 +1,10 @@
 #ifndef QVLORPLUGINMANAGERS_H
 #define QVLORPLUGINMANAGERS_H
-
-#include "QVlorAudioPluginsExport.h"
 // The managers a window of the library shows, handed to it by whoever builds
 // it. Either may be missing (VST2 support off) or go away while the window
 // lives (the library uninstalled), which the guarded pointers tell.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QPointer>
 
 namespace QVlorVst {

@@ -1,12 +1,11 @@
 #ifndef QVLORPLUGINSPREFS_H
 #define QVLORPLUGINSPREFS_H
-
-#include "QVlorAudioPluginsExport.h"
 // The plugin manager: one page of the editor's preferences with the tree of
 // both formats behind a filter. It rebuilds the tree from the managers'
 // copies whenever they signal a change, and turns the user's clicks into
 // calls on the managers; a click never changes a row by itself.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPluginManagers.h"
 #include "QVlorUnifiedPluginsModel.h"
 #include "QVlorWidgets.h"

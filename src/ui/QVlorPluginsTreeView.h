@@ -1,13 +1,12 @@
 #ifndef QVLORPLUGINSTREEVIEW_H
 #define QVLORPLUGINSTREEVIEW_H
-
-#include "QVlorAudioPluginsExport.h"
 // The plugin tree with rounded capsules in place of the flat highlight:
 // stripes on alternate rows, a capsule under the pointer, and one joined
 // capsule for a run of selected rows, all starting at the check box so that
 // the branch arrows stay outside. With the focus, the current row is
 // ringed, since the selection alone does not say where the keys act.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QPersistentModelIndex>
 #include <QTreeView>
 

@@ -1,12 +1,11 @@
 #ifndef QVLORPRESETBAR_H
 #define QVLORPRESETBAR_H
-
-#include "QVlorAudioPluginsExport.h"
 // The effect dialog's row of the user's own things: the product's star, and
 // its presets (the user's, then the factory's) with Save, Delete, Import and
 // Export. The editor places it above the effect; it reads and sets the
 // instance the dialog shows.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QWidget>
 
 #include <memory>

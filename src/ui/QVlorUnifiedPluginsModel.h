@@ -1,10 +1,9 @@
 #ifndef QVLORUNIFIEDPLUGINSMODEL_H
 #define QVLORUNIFIEDPLUGINSMODEL_H
-
-#include "QVlorAudioPluginsExport.h"
 // The plugin manager's tree over its rows: vendors, shells, plugins and the
 // new-plugin sections, and how an index of it is told apart.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorUnifiedRows.h"
 
 #include <QAbstractItemModel>

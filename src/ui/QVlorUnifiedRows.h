@@ -1,12 +1,11 @@
 #ifndef QVLORUNIFIEDROWS_H
 #define QVLORUNIFIEDROWS_H
-
-#include "QVlorAudioPluginsExport.h"
 // One row of the plugin manager, whatever the format: a pair, a plugin of
 // one format, a shell header, a folder header of the new-plugin sections, or
 // a plugin found on disk and never probed. The composition of the rows from
 // the copies of both catalogs and the pair store, and what a row may do.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorLv2_Catalog.h"
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"

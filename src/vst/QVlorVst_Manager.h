@@ -2,7 +2,6 @@
 #define QVLORVST_MANAGER_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include "QVlorVst_Path.h"
 #include "QVlorRunningCheck.h"
 #include "QVlorVst_Plugin.h"

@@ -1,10 +1,9 @@
 #ifndef QVLORVST_MIXEREFFECT_H
 #define QVLORVST_MIXEREFFECT_H
-
-#include "QVlorAudioPluginsExport.h"
 // A VST2 plugin as a real-time effect of the mixer: one object per plugin in
 // use, driving the plugin's config instance.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorMixer.h"
 #include "QVlorVst_Plugin.h"
 

@@ -2,7 +2,6 @@
 #define QVLORVST_PATH_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include "QVlorVst_Plugin.h"
 
 #include <QExplicitlySharedDataPointer>

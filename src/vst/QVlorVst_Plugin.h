@@ -2,7 +2,6 @@
 #define QVLORVST_PLUGIN_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include <QExplicitlySharedDataPointer>
 #include <QJsonObject>
 #include <QList>

@@ -1,10 +1,9 @@
 #ifndef QVLORVST_WIDGET_H
 #define QVLORVST_WIDGET_H
-
-#include "QVlorAudioPluginsExport.h"
 // The dialog of one VST2 plugin: its own editor, or rows of parameters made
 // for it, and the place where the death of its host program reaches the user.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPresets.h"
 
 #include <memory>

@@ -2,7 +2,6 @@
 #define QVLORVST3_CATALOG_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include <QJsonObject>
 #include <QList>
 #include <QMetaType>

@@ -2,7 +2,6 @@
 #define QVLORVST3_MANAGER_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include "QVlorPluginPairs.h"
 #include "QVlorVst3_Catalog.h"
 

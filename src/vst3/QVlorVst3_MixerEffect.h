@@ -1,10 +1,9 @@
 #ifndef QVLORVST3_MIXEREFFECT_H
 #define QVLORVST3_MIXEREFFECT_H
-
-#include "QVlorAudioPluginsExport.h"
 // A VST3 effect class as a real-time effect of the mixer: each operation is
 // one call of the engine on its instance.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorMixer.h"
 #include "QVlorVst3_Catalog.h"
 

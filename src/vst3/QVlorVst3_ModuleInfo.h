@@ -2,7 +2,6 @@
 #define QVLORVST3_MODULEINFO_H
 
 #include "QVlorAudioPluginsExport.h"
-
 #include <QList>
 #include <QString>
 #include <QStringList>

@@ -1,10 +1,9 @@
 #ifndef QVLORVST3_PROBE_H
 #define QVLORVST3_PROBE_H
-
-#include "QVlorAudioPluginsExport.h"
 // One job of the VST3 host program, as a scan runs it, for tools that list
 // or check a bundle without a catalog. The bundle's code runs in the child.
 
+#include "QVlorAudioPluginsExport.h"
 #include <QJsonObject>
 #include <QString>
 

@@ -1,10 +1,9 @@
 #ifndef QVLORVST3_WIDGET_H
 #define QVLORVST3_WIDGET_H
-
-#include "QVlorAudioPluginsExport.h"
 // The dialog of one VST3 effect class: the plugin's own view in a native
 // child window, or a generic panel of its parameters.
 
+#include "QVlorAudioPluginsExport.h"
 #include "QVlorPresets.h"
 
 #include <memory>
